@@ -1,0 +1,45 @@
+#pragma once
+
+#include "eval/activations.h"
+
+// Adjoints of the activations, in the order of eval/activations.h: x is the forward input, ybar the adjoint of its
+// result, xbar the adjoint of x. xbar is overwritten, never added to, and takes the shape of x; it may be ybar.
+
+namespace VEMKN {
+
+template <class F>
+void adj_apply(const MatrixTemplate<double>& x,
+               const MatrixTemplate<double>& ybar,
+               MatrixTemplate<double>& xbar) {
+    xbar.resize(x.rows(), x.cols());
+    const double* const at = x.data();
+    const double* const from = ybar.data();
+    double* const to = xbar.data();
+    for (std::size_t i = 0; i < x.size(); ++i) to[i] = F::pull(at[i], from[i]);
+}
+
+// xbar = ybar
+template <class Matrix>
+void adj_id(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+    adj_apply<Id>(x, ybar, xbar);
+}
+
+// xbar = ybar / (x*x + 1)
+template <class Matrix>
+void adj_act_atan(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+    adj_apply<Atan>(x, ybar, xbar);
+}
+
+// xbar = ybar for x >= 0, else 0
+template <class Matrix>
+void adj_act_relu(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+    adj_apply<Relu>(x, ybar, xbar);
+}
+
+// xbar = e/(1 + e) * ybar with e = exp(x) for x < 300, else ybar. Also the adjoint of softplus_shifted.
+template <class Matrix>
+void adj_softplus(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+    adj_apply<Softplus>(x, ybar, xbar);
+}
+
+}  // namespace VEMKN

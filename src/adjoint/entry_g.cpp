@@ -1,0 +1,33 @@
+#include "adjoint/objective.h"
+#include "api/buffers.h"
+#include "api/call_frame.h"
+#include "api/refusals.h"
+
+using namespace VEMKN;
+
+int vemk_g(::VEMKNInfo* net,
+           const double* w,
+           unsigned nw,
+           const double* x,
+           const double* y,
+           unsigned n,
+           unsigned nin,
+           unsigned nout,
+           double* value,
+           double* gradient) {
+    const Refusal refusal("vemk_g", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
+        refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
+        refusal.empty_batch(n)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, n, nin);
+        const InputRows Y(y, n, nout);
+        DoubleModel grad = zeros_like(model);
+        write_output(value, adj_objv(model, X, Y, 1.0, grad));
+        write_output(gradient, getweights(grad));
+    });
+    return 0;
+}

@@ -1,0 +1,135 @@
+#pragma once
+
+#include "adjoint/forward.h"
+#include "api/params.h"
+#include "eval/objective.h"
+
+namespace VEMKN {
+
+inline double value_of(double s) {
+    return s;
+}  // a carrier's value: fad1.h
+
+// Whatever a thread needs to differentiate slices; storage is allocated at the first slice and reused.
+template <class Model>
+struct AdjointWork {
+    Tape<typename Model::Matrix> tape;
+    typename Model::Matrix outAdj;
+    typename Model::Matrix R;
+    Sweep<Model> sweep;
+};
+
+// Adjoint of the outputs for the mean norm: Obar = seed/size(R) * d(summing norm)/dR.
+template <class Model>
+void adj_mean_norm(const Model& net,
+                   const typename Model::Matrix& R,
+                   typename Model::SValue seed,
+                   typename Model::Matrix& Obar) {
+    seed /= static_cast<double>(R.size());
+    net.summing_norm.adjoint(R, seed, Obar);
+}
+
+// Adjoint of the outputs for a weighted sum of element norms: Obar = U * d(element norm)/dR.
+//   U : shape of R        Obar : shape of R, overwritten; may be U
+template <class Model>
+void adj_element_norm(const Model& net,
+                      const typename Model::Matrix& R,
+                      const typename Model::Matrix& U,
+                      typename Model::Matrix& Obar) {
+    const typename Model::Vector weighting = asVector(U);
+    net.element_norm.adjoint(R, weighting, Obar);
+}
+
+// Objective of one slice and its gradient.
+//   X : rows x nin        Y : rows x nout
+//   seed : adjoint of the objective. Exactly 0.0 means that outAdj comes in as a weighting of the element norms, and
+//          that grad receives the gradient of that weighted sum
+//   outAdj : rows x nout; leaves as the adjoint of the outputs
+//   R : overwritten with the residuals        grad : overwritten
+template <class Model>
+typename Model::SValue adj_computev(const Model& net,
+                                    const RowsView& X,
+                                    const RowsView& Y,
+                                    const typename Model::SValue& seed,
+                                    typename Model::Matrix& outAdj,
+                                    typename Model::Matrix& R,
+                                    AdjointWork<Model>& work,
+                                    Model& grad) {
+    std::swap(R, residuals(net, X, Y, work.tape));
+    typename Model::SValue value = mean_norm(net, R);
+    if (value_of(seed) != 0.0) {
+        adj_mean_norm(net, R, seed, outAdj);
+    } else {
+        adj_element_norm(net, R, outAdj, outAdj);
+    }
+    backward(net, work.tape, outAdj, work.sweep, grad);
+    return value;
+}
+
+// Objective of a batch and its gradient times seed.
+//   X, Y : as objv        grad : zeroed by the caller; a batch of one slice overwrites it, several slices are added
+// A slice's objective is a mean over its own elements, so its seed is its share of the whole batch's elements.
+template <class Model>
+typename Model::SValue adj_objv(const Model& net,
+                                const RowsView& X,
+                                const RowsView& Y,
+                                typename Model::SValue seed,
+                                Model& grad) {
+    using SValue = typename Model::SValue;
+    check_input_width(net, X.cols);
+
+    const auto adj_slice = [&](AdjointWork<Model>& work,
+                               const RowsView& Xs,
+                               const RowsView& Ys,
+                               const SValue& slice_seed,
+                               Model& slice_grad) {
+        set_zero(work.outAdj, Ys.rows, Ys.cols);
+        return adj_computev(net, Xs, Ys, slice_seed, work.outAdj, work.R, work, slice_grad);
+    };
+    const Slices slices(X.rows, net.batch);
+    if (slices.single()) {
+        AdjointWork<Model> work;
+        return adj_slice(work, X, Y, seed, grad);
+    }
+
+    struct Local {
+        explicit Local(const Model& shapes)
+            : slice_grad(zeros_like(shapes)), share_grad(slice_grad) {}
+
+        AdjointWork<Model> work;
+        Model slice_grad;
+        Model share_grad;
+        SValue sum{0.0};
+    };
+
+    const auto elements = static_cast<double>(Y.size());
+    const auto columns = static_cast<double>(Y.cols);
+    seed /= elements;
+    SValue total(0.0);
+    for_each_share(
+        Shares(slices.number(), net.threads),
+        net.threads,
+        [&] { return Local(net); },
+        [](Local& local) {
+            setweights0(local.share_grad);
+            local.sum = SValue(0.0);
+        },
+        [&](Local& local, std::size_t s) {
+            const RowsView Ys = slices.cut(Y, s);
+            SValue slice_seed = seed;
+            slice_seed *= static_cast<double>(Ys.rows);
+            slice_seed *= columns;
+            SValue part = adj_slice(local.work, slices.cut(X, s), Ys, slice_seed, local.slice_grad);
+            part *= static_cast<double>(Ys.size());
+            local.sum += part;
+            do_add(local.share_grad, local.slice_grad);
+        },
+        [&](const Local& local) {
+            do_add(grad, local.share_grad);
+            total += local.sum;
+        });
+    total /= elements;
+    return total;
+}
+
+}  // namespace VEMKN

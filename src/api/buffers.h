@@ -1,0 +1,53 @@
+#pragma once
+
+#include <algorithm>
+#include <valarray>
+
+#include "api/params.h"
+#include "model/matrix.h"
+
+// Caller buffers on their way in and out. Inputs are read where they lie and outputs written at the end of a call, so
+// that they may overlap.
+
+namespace VEMKN {
+
+// A caller's rows x cols array, or zeros of that shape in place of a null pointer.
+class InputRows {
+public:
+    InputRows(const double* data, std::size_t rows, std::size_t cols)
+        : zeros_(data == nullptr ? rows * cols : 0),
+          view_(data == nullptr ? std::begin(zeros_) : data, rows, cols) {}
+
+    InputRows(const InputRows&) = delete;
+    InputRows& operator=(const InputRows&) = delete;
+
+    operator const RowsView&() const { return view_; }
+
+private:
+    std::valarray<double> zeros_;
+    RowsView view_;
+};
+
+// A copy of n values, or n zeros in place of a null pointer.
+inline std::valarray<double> input_vector(const double* data, std::size_t n) {
+    return data == nullptr ? std::valarray<double>(n) : std::valarray<double>(data, n);
+}
+
+// out = the values; a null out is not wanted.
+inline void write_output(double* out, const std::valarray<double>& values) {
+    if (out != nullptr) std::copy(std::begin(values), std::end(values), out);
+}
+
+inline void write_output(double* out, double value) {
+    if (out != nullptr) *out = value;
+}
+
+// The model at the caller's weights; at its own ones for a null w.
+template <class Model>
+Model with_weights(const Model& model, const double* w) {
+    Model copy = model;
+    if (w != nullptr) setweights(copy, std::valarray<double>(w, numel(model)));
+    return copy;
+}
+
+}  // namespace VEMKN

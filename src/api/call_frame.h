@@ -1,0 +1,24 @@
+#pragma once
+
+#include "api/calls.h"
+#include "api/traps.h"
+
+namespace VEMKN {
+
+// The banner, one line on standard output, once a process.
+void print_banner_once();
+
+// What every computing entry point and the parser run their work in: banner, BLAS to one thread, traps on, the work,
+// traps off, BLAS threads back. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
+// this is no destructor's job.
+template <class Work>
+void call_frame(const Work& work) {
+    print_banner_once();
+    CallInFlight call;
+    arm_traps();
+    work();
+    fedisableexcept(TRAPS);
+    call.finish();
+}
+
+}  // namespace VEMKN

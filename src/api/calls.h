@@ -1,0 +1,41 @@
+#pragma once
+
+namespace VEMKN {
+
+// What the calls that run at this moment, in whatever host threads, share: the BLAS thread count that the host had,
+// and how many threads stand inside OpenBLAS. All of it survives an exception, and starts afresh in a fork's child.
+
+// One call in flight. The first call in saves the BLAS thread count; every call sets it to one.
+class CallInFlight {
+public:
+    CallInFlight();
+    // Counts the call out. Does not touch the BLAS thread count: see finish().
+    ~CallInFlight();
+    CallInFlight(const CallInFlight&) = delete;
+    CallInFlight& operator=(const CallInFlight&) = delete;
+
+    // The regular end of a call: counts it out, and the last one out puts the BLAS thread count back. A call that an
+    // exception leaves does not come here, so that BLAS then stays at one thread.
+    void finish();
+
+private:
+    bool counted_ = true;
+};
+
+// Leave for a team of threads to work on `shares` shares: at most `threads`, never more than there are shares,
+// never so many that OpenBLAS would run out of buffers, and one in a fork's child (where libgomp cannot start a team)
+// and with the serial variant of OpenBLAS (which is not fit for several threads).
+class TeamPermit {
+public:
+    TeamPermit(unsigned shares, unsigned threads);
+    ~TeamPermit();
+    TeamPermit(const TeamPermit&) = delete;
+    TeamPermit& operator=(const TeamPermit&) = delete;
+
+    int size() const { return 1 + workers_; }
+
+private:
+    int workers_;  // besides the calling thread
+};
+
+}  // namespace VEMKN

@@ -1,0 +1,41 @@
+#include <omp.h>
+
+#include <memory>
+
+#include "api/handle.h"
+#include "model/mknn.h"
+
+int vemkn_rowmajor = 0;
+
+using namespace VEMKN;
+
+::VEMKNInfo* initVEMKNet(const char* text, int length) {
+    // A negative length becomes a size that no string can have, and throws.
+    const std::string description(text, static_cast<std::size_t>(length));
+    auto net = std::make_unique<VEMKN::VEMKNInfo>();
+    net->model = mknn<MatrixTemplate<double>, std::valarray<double>, double>(description);
+    vemk_setpar(net.get(), static_cast<unsigned>(omp_get_num_threads()), 32);
+    return net.release();
+}
+
+void releaseVEMKNet(::VEMKNInfo* net) {
+    delete net;
+}
+
+int vemk_setpar(::VEMKNInfo* net, unsigned threads, int batch) {
+    if (net == nullptr || threads < 1 || threads > 99999) return -1;
+    net->model.threads = threads;
+    vemk_setbatch(net, batch);
+    return 0;
+}
+
+int vemk_setbatch(::VEMKNInfo* net, int batch) {
+    if (net == nullptr || batch < 1) return -1;
+    net->model.batch = batch;
+    return 0;
+}
+
+int vemk_major(::VEMKNInfo*, int rowmajor) {
+    vemkn_rowmajor = rowmajor;
+    return 0;
+}

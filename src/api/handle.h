@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+
+#include "model/model.h"
+#include "vemkn.h"
+
+namespace VEMKN {
+
+// What a host holds: the same network twice, over doubles and over carriers, kept in step by every setter. A computing
+// call copies a model and works on the copy.
+struct VEMKNInfo {
+    std::uint64_t header = 440;  // never read
+    DoubleModel model;
+};
+
+}  // namespace VEMKN

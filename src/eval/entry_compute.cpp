@@ -1,0 +1,52 @@
+#include "api/buffers.h"
+#include "api/call_frame.h"
+#include "api/refusals.h"
+#include "eval/objective.h"
+
+using namespace VEMKN;
+
+int vemk_compute(::VEMKNInfo* net,
+                 const double* w,
+                 unsigned nw,
+                 const double* x,
+                 unsigned nrows,
+                 unsigned ncols,
+                 uint64_t,
+                 double* out) {
+    const Refusal refusal("vemk_compute", net);
+    if (refusal.network() || refusal.weight_count(w, nw) ||
+        refusal.too_many("results", nrows, net->model.numout)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, nrows, ncols);
+        write_output(out, computev(model, X).store());
+    });
+    return 0;
+}
+
+int vemk_residual(::VEMKNInfo* net,
+                  const double* w,
+                  unsigned nw,
+                  const double* x,
+                  const double* y,
+                  unsigned nrows,
+                  unsigned xcols,
+                  unsigned ycols,
+                  double* out) {
+    const Refusal refusal("vemk_residual", net);
+    if (refusal.network() || refusal.weight_count(w, nw) || refusal.output_width(ycols) ||
+        refusal.too_many("results", nrows, ycols)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, nrows, xcols);
+        const InputRows Y(y, nrows, ycols);
+        MatrixTemplate<double> R = computev(model, X);
+        subtract_rows(R, Y);
+        write_output(out, R.store());
+    });
+    return 0;
+}

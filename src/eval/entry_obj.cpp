@@ -1,0 +1,55 @@
+#include "api/buffers.h"
+#include "api/call_frame.h"
+#include "api/refusals.h"
+#include "eval/objective.h"
+
+using namespace VEMKN;
+
+int vemk_obj(::VEMKNInfo* net,
+             const double* w,
+             unsigned nw,
+             const double* x,
+             const double* y,
+             unsigned n,
+             unsigned nin,
+             unsigned nout,
+             double* result) {
+    const Refusal refusal("vemk_obj", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(w, nw) ||
+        refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
+        refusal.empty_batch(n)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, n, nin);
+        const InputRows Y(y, n, nout);
+        write_output(result, objv(model, X, Y));
+    });
+    return 0;
+}
+
+int vemk_objv(::VEMKNInfo* net,
+              const double* w,
+              unsigned nw,
+              const double* x,
+              const double* y,
+              unsigned n,
+              unsigned nin,
+              unsigned nout,
+              double* out) {
+    const Refusal refusal("vemk_objv", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(w, nw) ||
+        refusal.output_width(nout) || refusal.too_many("residuals", n, nout)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, n, nin);
+        const InputRows Y(y, n, nout);
+        std::valarray<double> values(std::size_t{n} * nout);
+        element_norms(model, X, Y, values);
+        write_output(out, values);
+    });
+    return 0;
+}

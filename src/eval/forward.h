@@ -1,0 +1,122 @@
+#pragma once
+
+#include <vector>
+
+#include "eval/input_width.h"
+#include "model/blas.h"
+#include "model/model.h"
+
+// The forward pass. With H(0) the input rows, padded with zero columns to the height of the first weight matrix, every
+// layer is
+//
+//     Z = H W + b        (1)
+//     H' = act(Z)        (2)
+//
+// the last one too. The hidden layers run nmult times in a chain; the outputs of the passes stand side by side in C,
+// the input of the last layer (with one pass C is that pass's output, and no copy is made).
+
+namespace VEMKN {
+
+// What one run over a slice of rows computes, step by step: a step is one layer of one pass, in the order in which they
+// run. With keep, all of it stays for a backward sweep; without, only what the next step needs. A tape is reused from
+// slice to slice, so that its storage is allocated once.
+template <class Matrix>
+class Tape {
+public:
+    enum class Memory { keep, rolling };
+
+    explicit Tape(Memory memory = Memory::keep) : keep_(memory == Memory::keep) {}
+
+    Matrix& Z(std::size_t step) { return at(Z_, keep_ ? step : 0); }
+
+    const Matrix& Z(std::size_t step) const { return Z_[keep_ ? step : 0]; }
+
+    // Input of a step but the first, whose input is X.
+    Matrix& H(std::size_t step) { return at(H_, keep_ ? step : step % 2); }
+
+    const Matrix& H(std::size_t step) const { return H_[keep_ ? step : step % 2]; }
+
+    RowsView
+        X;  // padded input rows, a constant: the caller's own rows where nothing had to be padded
+    Matrix C;  // outputs of all passes side by side; used with more than one pass only
+    Matrix O;  // outputs of the network
+
+    // rows x width, a copy of rows with zero columns added; rows itself when it is that wide.
+    RowsView padded(const RowsView& rows, std::size_t width) {
+        if (rows.cols == width) return rows;
+        padding_.resize(rows.rows, width);
+        padding_.store() = 0.0;
+        for (std::size_t r = 0; r < rows.rows; ++r) {
+            std::copy_n(rows.data + r * rows.cols, rows.cols, padding_.data() + r * width);
+        }
+        return padding_;
+    }
+
+private:
+    static Matrix& at(std::vector<Matrix>& list, std::size_t i) {
+        if (list.size() <= i) list.resize(i + 1);
+        return list[i];
+    }
+
+    bool keep_;
+    std::vector<Matrix> H_;
+    std::vector<Matrix> Z_;
+    MatrixTemplate<double> padding_;
+};
+
+// (1) and (2) for one layer; out may not be the input. Input is a matrix of the model, or rows of constants.
+template <class Model, class Input>
+void layer(const Model& net,
+           std::size_t i,
+           const Input& H,
+           typename Model::Matrix& Z,
+           typename Model::Matrix& out) {
+    do_mult(H, net.weights[i], Z);
+    do_binplus(Z, Z, net.biases[i]);
+    net.activation.forward(Z, out);
+}
+
+// Runs the network over rows and leaves the outputs in tape.O.
+template <class Model>
+void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix>& tape) {
+    const std::size_t hidden = net.weights.size() - 1;
+    tape.X = tape.padded(rows, net.weights[0].rows());
+
+    std::size_t step = 0;
+    const auto run_layer = [&](std::size_t i, typename Model::Matrix& out) {
+        if (step == 0) {
+            layer(net, i, tape.X, tape.Z(step), out);
+        } else {
+            layer(net, i, tape.H(step), tape.Z(step), out);
+        }
+    };
+    for (std::size_t pass = 0; pass < net.nmult; ++pass) {
+        for (std::size_t i = 0; i < hidden; ++i) {
+            run_layer(i, tape.H(step + 1));
+            ++step;
+        }
+        if (net.nmult > 1) {
+            const auto& H = tape.H(step);
+            if (pass == 0) tape.C.resize(H.rows(), net.nmult * H.cols());
+            put_columns(tape.C, pass * H.cols(), H);
+        }
+    }
+    if (net.nmult > 1) {
+        layer(net, hidden, tape.C, tape.Z(step), tape.O);
+    } else {
+        run_layer(hidden, tape.O);
+    }
+}
+
+// Outputs of the network, one row for each row of X.
+//   X : rows x ncols, at most numin columns        result : rows x numout
+template <class Model>
+typename Model::Matrix computev(const Model& net, const RowsView& X) {
+    using Matrix = typename Model::Matrix;
+    check_input_width(net, X.cols);
+    Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);
+    forward(net, X, tape);
+    return std::move(tape.O);
+}
+
+}  // namespace VEMKN

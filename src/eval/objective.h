@@ -1,0 +1,103 @@
+#pragma once
+
+#include "api/params.h"
+#include "eval/forward.h"
+#include "eval/slices.h"
+
+namespace VEMKN {
+
+// R -= Y for a batch of constants Y of the same shape.
+inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y) {
+    double* const r = R.data();
+    for (std::size_t i = 0; i < R.size(); ++i) r[i] -= Y.data[i];
+}
+
+// Residuals of one slice, outputs minus targets, in tape.O.
+template <class Model>
+typename Model::Matrix& residuals(const Model& net,
+                                  const RowsView& X,
+                                  const RowsView& Y,
+                                  Tape<typename Model::Matrix>& tape) {
+    forward(net, X, tape);
+    subtract_rows(tape.O, Y);
+    return tape.O;
+}
+
+// The mean over the elements of R of their norm.
+template <class Model>
+typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix& R) {
+    typename Model::SValue mean = net.summing_norm.forward(R);
+    mean /= static_cast<double>(R.size());
+    return mean;
+}
+
+// Objective of a batch: the mean norm of its residuals.
+//   X : n x nin, at most numin columns        Y : n x nout
+// Slices are evaluated on their own, weighted by their number of elements and summed up by share.
+template <class Model>
+typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView& Y) {
+    using Matrix = typename Model::Matrix;
+    using SValue = typename Model::SValue;
+    check_input_width(net, X.cols);
+
+    struct Local {
+        Tape<Matrix> tape{Tape<Matrix>::Memory::rolling};
+        SValue sum{0.0};
+    };
+
+    const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) {
+        return mean_norm(net, residuals(net, Xs, Ys, local.tape));
+    };
+    const Slices slices(X.rows, net.batch);
+    if (slices.single()) {
+        Local local;
+        return slice_mean(local, X, Y);
+    }
+
+    SValue total(0.0);
+    for_each_share(
+        Shares(slices.number(), net.threads),
+        net.threads,
+        [] { return Local(); },
+        [](Local& local) { local.sum = SValue(0.0); },
+        [&](Local& local, std::size_t s) {
+            const RowsView Ys = slices.cut(Y, s);
+            SValue part = slice_mean(local, slices.cut(X, s), Ys);
+            part *= static_cast<double>(Ys.size());
+            local.sum += part;
+        },
+        [&](const Local& local) { total += local.sum; });
+    total /= static_cast<double>(Y.size());
+    return total;
+}
+
+// The element norm of every residual of a batch.
+//   X, Y : as objv        result : n*nout elements, row by row, of the right size already; overwritten
+template <class Model>
+void element_norms(const Model& net,
+                   const RowsView& X,
+                   const RowsView& Y,
+                   typename Model::Vector& result) {
+    using Matrix = typename Model::Matrix;
+    check_input_width(net, X.cols);
+
+    const Slices slices(X.rows, net.batch);
+    const auto make_tape = [] { return Tape<Matrix>(Tape<Matrix>::Memory::rolling); };
+    if (slices.single()) {
+        Tape<Matrix> tape = make_tape();
+        result = net.element_norm.forward(residuals(net, X, Y, tape));
+        return;
+    }
+    for_each_share(
+        Shares(slices.number(), net.threads),
+        net.threads,
+        make_tape,
+        [](Tape<Matrix>&) {},
+        [&](Tape<Matrix>& tape, std::size_t s) {
+            const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), tape);
+            put_elements(result, slices.first_row(s) * Y.cols, net.element_norm.forward(R));
+        },
+        [](const Tape<Matrix>&) {});  // slices write disjoint elements: nothing to merge
+}
+
+}  // namespace VEMKN

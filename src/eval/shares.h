@@ -1,0 +1,103 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <optional>
+
+#include "api/calls.h"
+#include "api/traps.h"
+
+namespace VEMKN {
+
+// How `count` items (slices of rows, or backward sweeps) are dealt to `threads` threads: in blocks of
+// ceil(count/threads) items, one block a share. Shares depend on these two numbers only, never on how many threads
+// really work, and each has sums of its own that are merged in share order: so the bits of a result do not depend on
+// the team either.
+class Shares {
+public:
+    Shares(std::size_t count, unsigned threads)
+        : count_(count),
+          block_(static_cast<std::size_t>(
+              std::ceil(static_cast<double>(count) / static_cast<double>(threads)))),
+          number_(count == 0 ? 0 : static_cast<unsigned>((count + block_ - 1) / block_)) {}
+
+    unsigned number() const { return number_; }
+
+    std::size_t begin(unsigned share) const { return share * block_; }
+
+    std::size_t end(unsigned share) const { return std::min(begin(share) + block_, count_); }
+
+private:
+    std::size_t count_;
+    std::size_t block_;
+    unsigned number_;
+};
+
+// The first exception that leaves a piece of work in a team, handed to the calling thread after the region: an
+// exception must not cross the end of a parallel region, and the host gets it as from a call with one thread.
+class TeamException {
+public:
+    template <class Work>
+    void guard(const Work& work) {
+        try {
+            work();
+        } catch (...) {
+            const std::lock_guard lock(mutex_);
+            if (!first_) first_ = std::current_exception();
+        }
+    }
+
+    void rethrow() const {
+        if (first_) std::rethrow_exception(first_);
+    }
+
+private:
+    std::mutex mutex_;
+    std::exception_ptr first_;
+};
+
+// Runs work(local, item) for every item, and merge(local) once at the end of every share, in share order and never two
+// at a time. make_local() makes what a thread needs for its share; begin(local) resets it at the start of each.
+template <class MakeLocal, class Begin, class Work, class Merge>
+void for_each_share(const Shares& shares,
+                    unsigned threads,
+                    const MakeLocal& make_local,
+                    const Begin& begin,
+                    const Work& work,
+                    const Merge& merge) {
+    const auto run = [&](auto& local, unsigned share) {
+        begin(local);
+        for (std::size_t i = shares.begin(share); i < shares.end(share); ++i) work(local, i);
+    };
+    const TeamPermit team(shares.number(), threads);
+    if (team.size() == 1) {
+        auto local = make_local();
+        for (unsigned share = 0; share < shares.number(); ++share) {
+            run(local, share);
+            merge(local);
+        }
+        return;
+    }
+
+    TeamException failure;
+#pragma omp parallel num_threads(team.size())
+    {
+        const WorkerTraps traps;
+        std::optional<decltype(make_local())> local;
+        failure.guard([&] { local.emplace(make_local()); });
+#pragma omp for ordered schedule(static, 1)
+        for (unsigned share = 0; share < shares.number(); ++share) {
+            bool done = false;
+            if (local) failure.guard([&] { run(*local, share), done = true; });
+#pragma omp ordered
+            if (done) failure.guard([&] { merge(*local); });
+        }
+    }
+    failure.rethrow();
+}
+
+}  // namespace VEMKN

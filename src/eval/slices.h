@@ -1,0 +1,34 @@
+#pragma once
+
+#include "eval/shares.h"
+#include "model/matrix.h"
+
+namespace VEMKN {
+
+// Rows cut into slices of `batch` rows; the last one holds the remainder.
+class Slices {
+public:
+    Slices(std::size_t rows, std::int32_t batch)
+        : rows_(rows), batch_(static_cast<std::size_t>(batch)) {}
+
+    // One slice, so nothing is split and no team is opened.
+    bool single() const { return batch_ >= rows_; }
+
+    std::size_t number() const { return (rows_ + batch_ - 1) / batch_; }
+
+    std::size_t first_row(std::size_t slice) const { return slice * batch_; }
+
+    std::size_t rows_of(std::size_t slice) const {
+        return std::min(batch_, rows_ - first_row(slice));
+    }
+
+    RowsView cut(const RowsView& whole, std::size_t slice) const {
+        return whole.slice(first_row(slice), rows_of(slice));
+    }
+
+private:
+    std::size_t rows_;
+    std::size_t batch_;
+};
+
+}  // namespace VEMKN

@@ -1,0 +1,156 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <valarray>
+
+namespace VEMKN {
+
+// Dense matrix, element (r, c) at r*cols + c. Owns its storage; copied by value.
+template <class T>
+class MatrixTemplate {
+public:
+    MatrixTemplate() = default;
+
+    // Zeros.
+    MatrixTemplate(std::uint64_t rows, std::uint64_t cols) { resize(rows, cols); }
+
+    // A copy of rows*cols elements, row by row.
+    MatrixTemplate(const T* elements, std::uint64_t rows, std::uint64_t cols)
+        : store_(elements, narrow(rows) * narrow(cols)), rows_(narrow(rows)), cols_(narrow(cols)) {}
+
+    std::size_t rows() const { return rows_; }
+
+    std::size_t cols() const { return cols_; }
+
+    std::size_t size() const { return store_.size(); }
+
+    T* data() { return std::begin(store_); }
+
+    const T* data() const { return std::begin(store_); }
+
+    std::valarray<T>& store() { return store_; }
+
+    const std::valarray<T>& store() const { return store_; }
+
+    T& operator()(std::size_t r, std::size_t c) { return store_[r * cols_ + c]; }
+
+    const T& operator()(std::size_t r, std::size_t c) const { return store_[r * cols_ + c]; }
+
+    // Zero-fills only when the number of elements changes; else the elements stay as they stand.
+    void resize(std::uint64_t rows, std::uint64_t cols) {
+        rows_ = narrow(rows);
+        cols_ = narrow(cols);
+        if (store_.size() != rows_ * cols_) store_.resize(rows_ * cols_);
+    }
+
+private:
+    // Dimensions are 32-bit numbers kept in 64-bit fields.
+    static std::uint64_t narrow(std::uint64_t n) { return static_cast<std::uint32_t>(n); }
+
+    std::valarray<T> store_;
+    std::uint64_t rows_ = 0;
+    std::uint64_t cols_ = 0;
+};
+
+// Some rows of a matrix that somebody else owns, contiguous and row by row: a caller's batch, a slice
+// of it, or a whole MatrixTemplate. A batch is a constant, so nothing ever writes through it.
+struct RowsView {
+    const double* data = nullptr;
+    std::size_t rows = 0;
+    std::size_t cols = 0;
+
+    RowsView() = default;
+
+    RowsView(const double* elements, std::size_t nrows, std::size_t ncols)
+        : data(elements), rows(nrows), cols(ncols) {}
+
+    RowsView(const MatrixTemplate<double>& m) : data(m.data()), rows(m.rows()), cols(m.cols()) {}
+
+    std::size_t size() const { return rows * cols; }
+
+    RowsView slice(std::size_t first, std::size_t count) const {
+        return {data + first * cols, count, cols};
+    }
+};
+
+// The store of a matrix as a vector.
+inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A) {
+    return A.store();
+}
+
+// Sum over the rows of every column, each summed from the last row up to the first.
+//   A : rows x cols        out : overwritten, cols entries
+inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out) {
+    const std::size_t cols = A.cols();
+    if (out.size() != cols) out.resize(cols);
+    double* const sum = std::begin(out);
+    if (A.rows() == 0) {
+        std::fill_n(sum, cols, 0.0);
+        return;
+    }
+    std::size_t r = A.rows() - 1;
+    std::copy_n(A.data() + r * cols, cols, sum);
+    while (r-- > 0) {
+        const double* const row = A.data() + r * cols;
+        for (std::size_t c = 0; c < cols; ++c) sum[c] += row[c];
+    }
+}
+
+template <class T>
+std::valarray<T> colsum(const MatrixTemplate<T>& A) {
+    std::valarray<T> out;
+    colsum(A, out);
+    return out;
+}
+
+// Columns first ... first + part.cols() - 1 of whole take the values of part.
+//   whole : rows x any        part : rows x w
+inline void put_columns(MatrixTemplate<double>& whole,
+                        std::size_t first,
+                        const MatrixTemplate<double>& part) {
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        std::copy_n(
+            part.data() + r * part.cols(), part.cols(), whole.data() + r * whole.cols() + first);
+    }
+}
+
+// The same columns of whole added to part.
+inline void add_columns(const MatrixTemplate<double>& whole,
+                        std::size_t first,
+                        MatrixTemplate<double>& part) {
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        const double* const from = whole.data() + r * whole.cols() + first;
+        double* const to = part.data() + r * part.cols();
+        for (std::size_t c = 0; c < part.cols(); ++c) to[c] += from[c];
+    }
+}
+
+// The reverse of put_columns: part takes width columns of whole.
+inline void take_columns(const MatrixTemplate<double>& whole,
+                         std::size_t first,
+                         std::size_t width,
+                         MatrixTemplate<double>& part) {
+    part.resize(whole.rows(), width);
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        std::copy_n(whole.data() + r * whole.cols() + first, width, part.data() + r * width);
+    }
+}
+
+// A = zeros of that shape.
+inline void set_zero(MatrixTemplate<double>& A, std::size_t rows, std::size_t cols) {
+    A.resize(rows, cols);
+    A.store() = 0.0;
+}
+
+// a += b over the stores; same shapes.
+inline void do_add(std::valarray<double>& a, const std::valarray<double>& b) {
+    a += b;
+}
+
+inline void do_add(MatrixTemplate<double>& a, const MatrixTemplate<double>& b) {
+    a.store() += b.store();
+}
+
+}  // namespace VEMKN

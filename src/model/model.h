@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <valarray>
+#include <vector>
+
+#include "model/matrix.h"
+
+namespace VEMKN {
+
+// The two constants of the likelihood: the standard deviation of its Gaussian core, and the logarithm of
+// the core's density at zero, -log(sigma*sqrt(2*pi)).
+inline constexpr double LOGP_SIGMA = 0.3333333333333333;
+inline constexpr double LOGP_BIAS = 0.17967375546343706;
+
+// A forward routine and its adjoint, chosen together by name.
+template <class Forward, class Adjoint>
+struct FunctionPair {
+    Forward forward = nullptr;
+    Adjoint adjoint = nullptr;
+
+    bool is_set() const { return forward != nullptr; }
+};
+
+// The network: widths, one weight matrix and one bias vector per layer, and the functions chosen by name. With
+// s = sizes and n = nlayers, weights[i] is s[i] x s[i+1], the last one s[n-1]*nmult x numout.
+//
+// One template for both models of a handle: doubles, and carriers of values with tangents. A gradient is a second
+// NNTemplate of the same shapes whose weights and biases hold partial derivatives.
+template <class MatrixT, class VectorT, class Scalar>
+struct NNTemplate {
+    using Matrix = MatrixT;
+    using Vector = VectorT;
+    using SValue = Scalar;
+
+    // y = act(x); xbar = adjoint of x, from x and the adjoint of y.
+    using ActivationPair =
+        FunctionPair<void (*)(const Matrix& x, Matrix& y),
+                     void (*)(const Matrix& x, const Matrix& ybar, Matrix& xbar)>;
+    // s = sum over the elements of R of their norm; Rbar from R and the adjoint of s.
+    using SummingNormPair =
+        FunctionPair<SValue (*)(const Matrix& R),
+                     void (*)(const Matrix& R, const SValue& sbar, Matrix& Rbar)>;
+    // v = the norm of every element of R; Rbar from R and the adjoint of v.
+    using ElementNormPair =
+        FunctionPair<Vector (*)(const Matrix& R),
+                     void (*)(const Matrix& R, const Vector& vbar, Matrix& Rbar)>;
+
+    std::uint32_t numin = 0;
+    std::uint32_t numout = 0;
+    std::uint32_t nlayers = 0;
+    std::uint32_t nmult = 0;    // chained passes through the hidden layers
+    std::int32_t batch = 0;     // rows of a slice
+    std::uint32_t threads = 1;  // shares that slices are dealt to
+    std::valarray<unsigned int> sizes;
+    std::vector<Matrix> weights;
+    std::vector<Vector> biases;
+    std::string norm_name;
+    SValue logp_bias{};
+    SValue logp_sigma{};
+    SummingNormPair summing_norm;
+    ElementNormPair element_norm;
+    std::string activation_name;
+    ActivationPair activation;
+};
+
+using DoubleModel = NNTemplate<MatrixTemplate<double>, std::valarray<double>, double>;
+
+}  // namespace VEMKN
