@@ -66,6 +66,46 @@ typename Model::SValue adj_computev(const Model& net,
     return value;
 }
 
+// Differentiates slices and adds up their gradients: adj_slice(work, s, slice_grad) overwrites slice_grad with the
+// gradient of slice s and returns the slice's part of the value. Slices are added up by share, shares into grad; returns
+// the sum of the parts.
+template <class Model, class AdjSlice>
+typename Model::SValue adj_slices(const Model& net,
+                                  const Slices& slices,
+                                  const AdjSlice& adj_slice,
+                                  Model& grad) {
+    using SValue = typename Model::SValue;
+
+    struct Local {
+        explicit Local(const Model& shapes)
+            : slice_grad(zeros_like(shapes)), share_grad(slice_grad) {}
+
+        AdjointWork<Model> work;
+        Model slice_grad;
+        Model share_grad;
+        SValue sum{0.0};
+    };
+
+    SValue total(0.0);
+    for_each_share(
+        Shares(slices.number(), net.threads),
+        net.threads,
+        [&] { return Local(net); },
+        [](Local& local) {
+            setweights0(local.share_grad);
+            local.sum = SValue(0.0);
+        },
+        [&](Local& local, std::size_t s) {
+            local.sum += adj_slice(local.work, s, local.slice_grad);
+            do_add(local.share_grad, local.slice_grad);
+        },
+        [&](const Local& local) {
+            do_add(grad, local.share_grad);
+            total += local.sum;
+        });
+    return total;
+}
+
 // Objective of a batch and its gradient times seed.
 //   X, Y : as objv        grad : zeroed by the caller; a batch of one slice overwrites it, several slices are added
 // A slice's objective is a mean over its own elements, so its seed is its share of the whole batch's elements.
@@ -78,58 +118,37 @@ typename Model::SValue adj_objv(const Model& net,
     using SValue = typename Model::SValue;
     check_input_width(net, X.cols);
 
-    const auto adj_slice = [&](AdjointWork<Model>& work,
-                               const RowsView& Xs,
-                               const RowsView& Ys,
-                               const SValue& slice_seed,
-                               Model& slice_grad) {
+    const auto adj_rows = [&](AdjointWork<Model>& work,
+                              const RowsView& Xs,
+                              const RowsView& Ys,
+                              const SValue& slice_seed,
+                              Model& slice_grad) {
         set_zero(work.outAdj, Ys.rows, Ys.cols);
         return adj_computev(net, Xs, Ys, slice_seed, work.outAdj, work.R, work, slice_grad);
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
         AdjointWork<Model> work;
-        return adj_slice(work, X, Y, seed, grad);
+        return adj_rows(work, X, Y, seed, grad);
     }
 
-    struct Local {
-        explicit Local(const Model& shapes)
-            : slice_grad(zeros_like(shapes)), share_grad(slice_grad) {}
-
-        AdjointWork<Model> work;
-        Model slice_grad;
-        Model share_grad;
-        SValue sum{0.0};
-    };
-
     const auto elements = static_cast<double>(Y.size());
-    const auto columns = static_cast<double>(Y.cols);
     seed /= elements;
-    SValue total(0.0);
-    for_each_share(
-        Shares(slices.number(), net.threads),
-        net.threads,
-        [&] { return Local(net); },
-        [](Local& local) {
-            setweights0(local.share_grad);
-            local.sum = SValue(0.0);
-        },
-        [&](Local& local, std::size_t s) {
+    SValue value = adj_slices(
+        net,
+        slices,
+        [&](AdjointWork<Model>& work, std::size_t s, Model& slice_grad) {
             const RowsView Ys = slices.cut(Y, s);
             SValue slice_seed = seed;
             slice_seed *= static_cast<double>(Ys.rows);
-            slice_seed *= columns;
-            SValue part = adj_slice(local.work, slices.cut(X, s), Ys, slice_seed, local.slice_grad);
+            slice_seed *= static_cast<double>(Ys.cols);
+            SValue part = adj_rows(work, slices.cut(X, s), Ys, slice_seed, slice_grad);
             part *= static_cast<double>(Ys.size());
-            local.sum += part;
-            do_add(local.share_grad, local.slice_grad);
+            return part;
         },
-        [&](const Local& local) {
-            do_add(grad, local.share_grad);
-            total += local.sum;
-        });
-    total /= elements;
-    return total;
+        grad);
+    value /= elements;
+    return value;
 }
 
 }  // namespace VEMKN

@@ -13,7 +13,9 @@ using namespace VEMKN;
     // A negative length becomes a size that no string can have, and throws.
     const std::string description(text, static_cast<std::size_t>(length));
     auto net = std::make_unique<VEMKN::VEMKNInfo>();
-    net->model = mknn<MatrixTemplate<double>, std::valarray<double>, double>(description);
+    const yafad::DirectionLock lock{yafad::DirectionLock::Creation()};
+    net->model = mknn<DoubleModel>(description);
+    net->derivative_model = mknn<CarrierModel>(description);
     vemk_setpar(net.get(), static_cast<unsigned>(omp_get_num_threads()), 32);
     return net.release();
 }
@@ -24,14 +26,14 @@ void releaseVEMKNet(::VEMKNInfo* net) {
 
 int vemk_setpar(::VEMKNInfo* net, unsigned threads, int batch) {
     if (net == nullptr || threads < 1 || threads > 99999) return -1;
-    net->model.threads = threads;
+    net->model.threads = net->derivative_model.threads = threads;
     vemk_setbatch(net, batch);
     return 0;
 }
 
 int vemk_setbatch(::VEMKNInfo* net, int batch) {
     if (net == nullptr || batch < 1) return -1;
-    net->model.batch = batch;
+    net->model.batch = net->derivative_model.batch = batch;
     return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "fad/ad.h"
 #include "model/model.h"
 #include "vemkn.h"
 
@@ -12,6 +13,7 @@ namespace VEMKN {
 struct VEMKNInfo {
     std::uint64_t header = 440;  // never read
     DoubleModel model;
+    CarrierModel derivative_model;
 };
 
 }  // namespace VEMKN

@@ -63,6 +63,11 @@ bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::
                   limit);
 }
 
+bool Refusal::directions(bool row_order, unsigned nw, unsigned nv) const {
+    return row_order && nv > nw &&
+           refuse("nv is ", nv, ", row order carries nw = ", nw, " directions");
+}
+
 bool Refusal::empty_batch(unsigned nrows) const {
     return nrows == 0 && refuse("the batch has 0 rows, needs at least 1");
 }

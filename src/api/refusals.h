@@ -32,6 +32,8 @@ public:
     bool output_width(unsigned ycols) const;
     // A product of counts that must stay below 2^32.
     bool too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) const;
+    // More directions than the tangents of row order.
+    bool directions(bool row_order, unsigned nw, unsigned nv) const;
     // A mean over nothing.
     bool empty_batch(unsigned nrows) const;
 

@@ -97,7 +97,7 @@ void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix
         }
         if (net.nmult > 1) {
             const auto& H = tape.H(step);
-            if (pass == 0) tape.C.resize(H.rows(), net.nmult * H.cols());
+            if (pass == 0) shape_columns(tape.C, H, net.nmult);
             put_columns(tape.C, pass * H.cols(), H);
         }
     }

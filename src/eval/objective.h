@@ -6,12 +6,6 @@
 
 namespace VEMKN {
 
-// R -= Y for a batch of constants Y of the same shape.
-inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y) {
-    double* const r = R.data();
-    for (std::size_t i = 0; i < R.size(); ++i) r[i] -= Y.data[i];
-}
-
 // Residuals of one slice, outputs minus targets, in tape.O.
 template <class Model>
 typename Model::Matrix& residuals(const Model& net,

@@ -88,7 +88,7 @@ void product(const Factor& A, const Factor& B, double* C, Into into) {
     }
 }
 
-void do_binplus(MatrixTemplate<double>& C,
+bool do_binplus(MatrixTemplate<double>& C,
                 const MatrixTemplate<double>& A,
                 const std::valarray<double>& b) {
     if (&C != &A) C = A;
@@ -102,7 +102,9 @@ void do_binplus(MatrixTemplate<double>& C,
         }
     } else {
         write_error("invalid dims\n");
+        return false;
     }
+    return true;
 }
 
 }  // namespace VEMKN

@@ -51,8 +51,9 @@ inline void do_binmult(MatrixTemplate<double>& C, const Factor& A, const Factor&
 
 // C = A + b: element by element where b has as many entries as A has elements, else b on every row of A where
 // b has as many entries as A has columns; else "invalid dims\n" on standard error and C keeps the values of A.
+// Returns whether the sum was formed.
 // C may be A.
-void do_binplus(MatrixTemplate<double>& C,
+bool do_binplus(MatrixTemplate<double>& C,
                 const MatrixTemplate<double>& A,
                 const std::valarray<double>& b);
 

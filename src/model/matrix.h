@@ -105,6 +105,13 @@ std::valarray<T> colsum(const MatrixTemplate<T>& A) {
     return out;
 }
 
+// whole gets the shape that holds n parts side by side.
+inline void shape_columns(MatrixTemplate<double>& whole,
+                          const MatrixTemplate<double>& part,
+                          std::size_t n) {
+    whole.resize(part.rows(), n * part.cols());
+}
+
 // Columns first ... first + part.cols() - 1 of whole take the values of part.
 //   whole : rows x any        part : rows x w
 inline void put_columns(MatrixTemplate<double>& whole,
@@ -136,6 +143,12 @@ inline void take_columns(const MatrixTemplate<double>& whole,
     for (std::size_t r = 0; r < part.rows(); ++r) {
         std::copy_n(whole.data() + r * whole.cols() + first, width, part.data() + r * width);
     }
+}
+
+// R -= Y for a batch of constants Y of the same shape.
+inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y) {
+    double* const r = R.data();
+    for (std::size_t i = 0; i < R.size(); ++i) r[i] -= Y.data[i];
 }
 
 // A = zeros of that shape.

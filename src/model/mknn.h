@@ -47,12 +47,12 @@ Model build_model(const Description& d) {
 }
 
 // Model from a description text. Bad content gives a message and a model without layers, never an exception.
-template <class Matrix, class Vector, class Scalar>
-NNTemplate<Matrix, Vector, Scalar> mknn(const std::string& text) {
-    NNTemplate<Matrix, Vector, Scalar> net;
+template <class Model>
+Model mknn(const std::string& text) {
+    Model net;
     call_frame([&] {
         print_build_information();
-        net = build_model<NNTemplate<Matrix, Vector, Scalar>>(parse_description(text));
+        net = build_model<Model>(parse_description(text));
     });
     return net;
 }

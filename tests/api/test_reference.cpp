@@ -70,6 +70,100 @@ void check_gradient(VEMKNInfo* net, const Case& c) {
     c.check("gradient", gradient);
 }
 
+// The directions of a case in one storage order, for as long as it lives.
+class Directions {
+public:
+    Directions(const Json& json, const char* order)
+        : nv(json.at(order).at("nv")), v(json.at(order).at("v").get<Numbers>()) {
+        vemk_major(nullptr, std::string(order) == "row");
+    }
+
+    ~Directions() { vemk_major(nullptr, 0); }
+
+    Directions(const Directions&) = delete;
+    Directions& operator=(const Directions&) = delete;
+
+    unsigned nv;
+    Numbers v;
+};
+
+void check_Hv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result) {
+    Numbers value(1), gradient(c.nw), hv(std::size_t{c.nw} * d.nv);
+    ASSERT_EQ(0,
+              vemk_Hv(net,
+                      c.w.data(),
+                      c.nw,
+                      d.v.data(),
+                      d.nv,
+                      c.x.data(),
+                      c.y.data(),
+                      c.nrows,
+                      c.xcols,
+                      c.ycols,
+                      value.data(),
+                      gradient.data(),
+                      hv.data()));
+    c.check("obj", value);
+    c.check("gradient", gradient);
+    c.check(result, hv);
+}
+
+void check_Jv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result) {
+    Numbers f(c.elements()), jac(c.elements() * d.nv);
+    ASSERT_EQ(0,
+              vemk_Jv(net,
+                      c.w.data(),
+                      c.nw,
+                      d.v.data(),
+                      d.nv,
+                      c.x.data(),
+                      c.y.data(),
+                      c.nrows,
+                      c.xcols,
+                      c.ycols,
+                      f.data(),
+                      jac.data()));
+    c.check("objv", f);
+    c.check(result, jac);
+}
+
+void check_vJ(VEMKNInfo* net, const Case& c, unsigned k, const Numbers& u) {
+    Numbers r(c.elements()), products(std::size_t{k} * c.nw);
+    ASSERT_EQ(0,
+              vemk_vJ_vec(net,
+                          c.w.data(),
+                          c.nw,
+                          u.data(),
+                          k,
+                          c.x.data(),
+                          c.y.data(),
+                          c.nrows,
+                          c.xcols,
+                          c.ycols,
+                          r.data(),
+                          products.data()));
+    c.check("residual", r);
+    c.check("vj", products);
+
+    for (unsigned i = 0; i < k; ++i) {
+        ASSERT_EQ(0,
+                  vemk_vJ(net,
+                          c.w.data(),
+                          c.nw,
+                          &u[i * c.elements()],
+                          0,
+                          c.x.data(),
+                          c.y.data(),
+                          c.nrows,
+                          c.xcols,
+                          c.ycols,
+                          r.data(),
+                          &products[std::size_t{i} * c.nw]));
+    }
+    c.check("residual", r);
+    c.check("vj", products);
+}
+
 class ReferenceCase : public testing::TestWithParam<std::size_t> {
 protected:
     const Json& json() const { return reference::cases()[GetParam()]; }
@@ -105,6 +199,32 @@ TEST_P(Evaluation, ValuesMatch) {
 
 TEST_P(Evaluation, GradientMatches) {
     with_every_setting(json(), check_gradient);
+}
+
+TEST_P(Evaluation, HessianProductsMatch) {
+    for (const char* order : {"column", "row"}) {
+        if (!json().contains(order)) continue;
+        const Directions d(json(), order);
+        with_every_setting(json(), [&](VEMKNInfo* net, const Case& c) {
+            check_Hv(net, c, d, std::string("hv_") + order);
+        });
+    }
+}
+
+TEST_P(Evaluation, JacobianProductsMatch) {
+    for (const char* order : {"column", "row"}) {
+        if (!json().contains(order)) continue;
+        const Directions d(json(), order);
+        with_every_setting(json(), [&](VEMKNInfo* net, const Case& c) {
+            check_Jv(net, c, d, std::string("jac_") + order);
+        });
+    }
+}
+
+TEST_P(Evaluation, TransposedJacobianProductsMatch) {
+    const unsigned k = json().at("u").at("k");
+    const Numbers u = json().at("u").at("v");
+    with_every_setting(json(), [&](VEMKNInfo* net, const Case& c) { check_vJ(net, c, k, u); });
 }
 
 TEST_P(Likelihood, NormAndLogpMatch) {

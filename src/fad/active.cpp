@@ -1,0 +1,50 @@
+#include "fad/active.h"
+
+#include "api/messages.h"
+
+namespace yafad {
+
+void report_error(Error& error) {
+    if (ErrorHandler* const handler = ErrorHandler::getHandler()) {
+        handler->report(error);
+    } else {
+        VEMKN::write_error(error.message + "\n");
+    }
+}
+
+namespace {
+
+// The place that a report names: a fixed part of the message, which hosts may look for.
+constexpr const char* REPORT_FILE = "ad.h";
+constexpr int REPORT_LINE = 269;
+
+void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor) {
+    const std::string point = VEMKN::message("non differentiable function ",
+                                             "division",
+                                             " at point (",
+                                             dividend.value,
+                                             ", ",
+                                             divisor,
+                                             ")");
+    const FO::Dynamic::Active<1> right(divisor);
+    Discontinuity<FO::Dynamic::Active<1>> error(
+        REPORT_FILE,
+        REPORT_LINE,
+        POLE_DIVISION_C,
+        VEMKN::message(REPORT_FILE, ":", REPORT_LINE, ": POLE_DIVISION_C: ", point),
+        dividend,
+        dividend,
+        right);
+    report_error(error);
+}
+
+}  // namespace
+
+FO::Dynamic::Active<1>& FO::Dynamic::Active<1>::operator/=(double divisor) {
+    if (divisor == 0.0) report_pole_division(*this, divisor);
+    value /= divisor;
+    derivatives /= divisor;
+    return *this;
+}
+
+}  // namespace yafad

@@ -1,0 +1,47 @@
+#include "adjoint/objective.h"
+#include "api/call_frame.h"
+#include "api/refusals.h"
+#include "fad/work_model.h"
+#include "jacobian/trace.h"
+
+using namespace VEMKN;
+
+int vemk_Hv(::VEMKNInfo* net,
+            const double* w,
+            unsigned nw,
+            const double* v,
+            unsigned nv,
+            const double* x,
+            const double* y,
+            unsigned n,
+            unsigned nin,
+            unsigned nout,
+            double* value,
+            double* gradient,
+            double* hv) {
+    const bool row_order = vemkn_rowmajor != 0;
+    const Refusal refusal("vemk_Hv", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
+        refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
+        refusal.too_many("direction values", nw, nv) || refusal.directions(row_order, nw, nv)) {
+        return REFUSED;
+    }
+    const yafad::Seeding seeding(row_order, nw, nv);
+    const yafad::DirectionLock lock(seeding.directions());
+    call_frame([&] {
+        const CarrierModel model = with_tangents(*net, seeding, w, v);
+        const InputRows X(x, n, nin);
+        const InputRows Y(y, n, nout);
+        Trace trace;
+        CarrierModel grad = zeros_like(model);
+        const auto J = adj_objv(model, X, Y, CarrierModel::SValue(1.0), grad);
+        trace.finish();
+        if (Trace::wanted()) trace.print(J.value);
+
+        const yafad::VectorCarrier g = getweights(grad);
+        write_output(value, J.value);
+        write_output(gradient, g.value);
+        seeding.write_derivatives(hv, g);
+    });
+    return 0;
+}

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cmath>
+#include <valarray>
+
+#include "fad/active.h"
+#include "model/matrix.h"
+#include "vemkn.h"
+
+namespace yafad {
+
+using VEMKN::MatrixTemplate;
+using VEMKN::RowsView;
+
+// A value with its derivatives along N directions, each of the value's shape. T is std::valarray<double> or
+// MatrixTemplate<double>. A carrier owns its storage and is copied by value.
+template <class T>
+struct fad1 {
+    T value;
+    std::valarray<T> derivatives;
+
+    fad1() = default;
+
+    // A constant with n directions. Deliberate: a derivative is the value times 0.0, not a literal zero, so that an
+    // infinite or NaN entry has NaN derivatives.
+    fad1(const T& v, unsigned long n) : value(v), derivatives(zero_times(v), n) {}
+
+    // A constant with g_ndd directions.
+    explicit fad1(const T& v) : fad1(v, g_ndd) {}
+
+    // The vector of n copies of x with g_ndd directions: here n is the length.
+    fad1(const double& x, unsigned long n) requires std::is_same_v<T, std::valarray<double>>
+        : fad1(T(x, n), g_ndd) {}
+
+    std::size_t directions() const { return derivatives.size(); }
+
+    std::size_t size() const { return value.size(); }
+
+    std::size_t rows() const { return value.rows(); }
+
+    std::size_t cols() const { return value.cols(); }
+
+    // Takes another number of directions; the derivatives are then without contents.
+    void set_directions(std::size_t n) {
+        if (directions() != n) derivatives.resize(n);
+    }
+
+    // The entries that the mask selects, of the value and of every derivative.
+    fad1 operator[](
+        const std::valarray<bool>& mask) const requires std::is_same_v<T, std::valarray<double>> {
+        fad1 part;
+        part.value = value[mask];
+        part.set_directions(directions());
+        for (std::size_t k = 0; k < directions(); ++k) part.derivatives[k] = derivatives[k][mask];
+        return part;
+    }
+
+    // The reverse: the entries that the mask selects take those of part, in ascending order.
+    void scatter(const std::valarray<bool>& mask,
+                 const fad1& part) requires std::is_same_v<T, std::valarray<double>> {
+        value[mask] = part.value;
+        for (std::size_t k = 0; k < directions(); ++k) derivatives[k][mask] = part.derivatives[k];
+    }
+
+private:
+    static std::valarray<double> zero_times(const std::valarray<double>& v) { return v * 0.0; }
+
+    static MatrixTemplate<double> zero_times(const MatrixTemplate<double>& m) {
+        MatrixTemplate<double> zero = m;
+        zero.store() *= 0.0;
+        return zero;
+    }
+};
+
+using VectorCarrier = fad1<std::valarray<double>>;
+using MatrixCarrier = fad1<MatrixTemplate<double>>;
+
+// f(value of every argument), then f(derivative k of every argument) for each direction of the first one: how everything
+// linear acts on carriers.
+template <class Linear, class First, class... Rest>
+void each_part(const Linear& f, First&& first, Rest&&... rest) {
+    f(first.value, rest.value...);
+    for (std::size_t k = 0; k < first.directions(); ++k) {
+        f(first.derivatives[k], rest.derivatives[k]...);
+    }
+}
+
+inline double* elements(std::valarray<double>& v) {
+    return std::begin(v);
+}
+
+inline const double* elements(const std::valarray<double>& v) {
+    return std::begin(v);
+}
+
+inline double* elements(MatrixTemplate<double>& m) {
+    return m.data();
+}
+
+inline const double* elements(const MatrixTemplate<double>& m) {
+    return m.data();
+}
+
+inline void take_shape(const std::valarray<double>& of, std::valarray<double>& v) {
+    if (v.size() != of.size()) v.resize(of.size());
+}
+
+inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& m) {
+    m.resize(of.rows(), of.cols());
+}
+
+// y takes the shape and the number of directions of x; its contents are left to the caller.
+template <class T>
+void take_shape(const fad1<T>& x, fad1<T>& y) {
+    y.set_directions(x.directions());
+    take_shape(x.value, y.value);
+    for (T& derivative : y.derivatives) take_shape(x.value, derivative);
+}
+
+}  // namespace yafad

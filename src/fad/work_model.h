@@ -1,0 +1,22 @@
+#pragma once
+
+#include "api/buffers.h"
+#include "api/handle.h"
+#include "fad/seeding.h"
+
+namespace VEMKN {
+
+// A copy of the handle's carrier model at the caller's weights (null: the handle's own ones, those of its double
+// model), each with the caller's directions as derivatives.
+inline CarrierModel with_tangents(const VEMKNInfo& net,
+                                  const yafad::Seeding& seeding,
+                                  const double* w,
+                                  const double* v) {
+    const std::valarray<double> weights =
+        w == nullptr ? getweights(net.model) : std::valarray<double>(w, numel(net.model));
+    CarrierModel model = net.derivative_model;
+    setweights(model, seeding.seeded(weights, v));
+    return model;
+}
+
+}  // namespace VEMKN

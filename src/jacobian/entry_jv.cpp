@@ -1,0 +1,45 @@
+#include "api/call_frame.h"
+#include "api/refusals.h"
+#include "eval/objective.h"
+#include "fad/work_model.h"
+#include "jacobian/trace.h"
+
+using namespace VEMKN;
+
+int vemk_Jv(::VEMKNInfo* net,
+            const double* w,
+            unsigned nw,
+            const double* v,
+            unsigned nv,
+            const double* x,
+            const double* y,
+            unsigned nrows,
+            unsigned xcols,
+            unsigned ycols,
+            double* f,
+            double* jac) {
+    const bool row_order = vemkn_rowmajor != 0;
+    const Refusal refusal("vemk_Jv", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
+        refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols) ||
+        refusal.too_many("direction values", nw, nv) || refusal.directions(row_order, nw, nv)) {
+        return REFUSED;
+    }
+    const yafad::Seeding seeding(row_order, nw, nv);
+    const yafad::DirectionLock lock(seeding.directions());
+    call_frame([&] {
+        const CarrierModel model = with_tangents(*net, seeding, w, v);
+        const InputRows X(x, nrows, xcols);
+        const InputRows Y(y, nrows, ycols);
+        Trace trace;
+        yafad::VectorCarrier result(0.0, std::size_t{nrows} * ycols);
+        element_norms(model, X, Y, result);
+        trace.finish();
+        // Deliberate: the summing norm acts on values that are element-normed already.
+        if (Trace::wanted()) trace.print(mean_norm(model, asMatrix(result, nrows, ycols)).value);
+
+        write_output(f, result.value);
+        seeding.write_derivatives(jac, result);
+    });
+    return 0;
+}

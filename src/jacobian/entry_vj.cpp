@@ -1,0 +1,42 @@
+#include "api/buffers.h"
+#include "api/call_frame.h"
+#include "api/refusals.h"
+#include "jacobian/sweeps.h"
+#include "jacobian/trace.h"
+
+using namespace VEMKN;
+
+int vemk_vJ(::VEMKNInfo* net,
+            const double* w,
+            unsigned nw,
+            const double* u,
+            uint64_t,
+            const double* x,
+            const double* y,
+            unsigned nrows,
+            unsigned xcols,
+            unsigned ycols,
+            double* r_out,
+            double* g_out) {
+    const Refusal refusal("vemk_vJ", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
+        refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, nrows, xcols);
+        const InputRows Y(y, nrows, ycols);
+        const InputRows U(u, nrows, ycols);
+        MatrixTemplate<double> R(nrows, ycols);
+        DoubleModel grad = zeros_like(model);
+        Trace trace;
+        adj_residuals(model, X, Y, R, U, grad);
+        trace.finish();
+        if (Trace::wanted()) trace.print(mean_norm(model, R));
+
+        write_output(r_out, R.store());
+        write_output(g_out, getweights(grad));
+    });
+    return 0;
+}

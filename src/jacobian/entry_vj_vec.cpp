@@ -1,0 +1,50 @@
+#include "api/buffers.h"
+#include "api/call_frame.h"
+#include "api/refusals.h"
+#include "jacobian/sweeps.h"
+#include "jacobian/trace.h"
+
+using namespace VEMKN;
+
+int vemk_vJ_vec(::VEMKNInfo* net,
+                const double* w,
+                unsigned nw,
+                const double* u,
+                unsigned k,
+                const double* x,
+                const double* y,
+                unsigned nrows,
+                unsigned xcols,
+                unsigned ycols,
+                double* r_out,
+                double* g_out) {
+    const Refusal refusal("vemk_vJ_vec", net);
+    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
+        refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols) ||
+        refusal.too_many("weighting values", nrows, ycols, k)) {
+        return REFUSED;
+    }
+    call_frame([&] {
+        const DoubleModel model = with_weights(net->model, w);
+        const InputRows X(x, nrows, xcols);
+        const InputRows Y(y, nrows, ycols);
+        const InputRows U(u, std::size_t{k} * nrows, ycols);
+        std::valarray<MatrixTemplate<double>> weightings(k);
+        for (std::size_t i = 0; i < k; ++i) {
+            const RowsView block = RowsView(U).slice(i * nrows, nrows);
+            weightings[i] = MatrixTemplate<double>(block.data, nrows, ycols);
+        }
+        MatrixTemplate<double> R(nrows, ycols);
+        Trace trace;
+        std::valarray<DoubleModel> grads(zeros_like(model), k);
+        adj_computev_vec(model, X, Y, R, weightings, grads);
+        trace.finish();
+        if (Trace::wanted()) trace.print(mean_norm(model, R));
+
+        std::valarray<double> products(std::size_t{k} * nw);
+        for (std::size_t i = 0; i < k; ++i) put_elements(products, i * nw, getweights(grads[i]));
+        write_output(r_out, R.store());
+        write_output(g_out, products);
+    });
+    return 0;
+}
