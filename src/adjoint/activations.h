@@ -12,10 +12,7 @@ void adj_apply(const MatrixTemplate<double>& x,
                const MatrixTemplate<double>& ybar,
                MatrixTemplate<double>& xbar) {
     xbar.resize(x.rows(), x.cols());
-    const double* const at = x.data();
-    const double* const from = ybar.data();
-    double* const to = xbar.data();
-    for (std::size_t i = 0; i < x.size(); ++i) to[i] = F::pull(at[i], from[i]);
+    element_kernels<F>().pull(x.data(), ybar.data(), xbar.data(), x.size());
 }
 
 // xbar = ybar

@@ -12,7 +12,7 @@ void adj_apply(const std::valarray<double>& x,
                const std::valarray<double>& ybar,
                std::valarray<double>& xbar) {
     if (xbar.size() != x.size()) xbar.resize(x.size());
-    for (std::size_t i = 0; i < x.size(); ++i) xbar[i] = F::pull(x[i], ybar[i]);
+    element_kernels<F>().pull(std::begin(x), std::begin(ybar), std::begin(xbar), x.size());
 }
 
 // s in each of n elements: the adjoint of sum.
@@ -31,7 +31,8 @@ inline void fat_dnorm_adjoint(const std::valarray<double>& x,
                               double sigma) {
     if (xbar.size() != x.size()) xbar.resize(x.size());
     for (std::size_t i = 0; i < x.size(); ++i) {
-        xbar[i] = FatDensity::pull(x[i], w[i], FatDensity::value(x[i], sigma), sigma);
+        const double f = FatDensity::value<ScalarLane>(x[i], sigma);
+        xbar[i] = FatDensity::pull<ScalarLane>(x[i], w[i], f, sigma);
     }
 }
 
@@ -42,7 +43,7 @@ inline void adj_dcauchy(const std::valarray<double>& x,
                         std::valarray<double>& xbar) {
     if (xbar.size() != x.size()) xbar.resize(x.size());
     for (std::size_t i = 0; i < x.size(); ++i) {
-        xbar[i] = FatDensity::pull_cauchy(x[i], w[i], gamma);
+        xbar[i] = FatDensity::pull_cauchy<ScalarLane>(x[i], w[i], gamma);
     }
 }
 

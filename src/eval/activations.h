@@ -1,6 +1,6 @@
 #pragma once
 
-#include "eval/element_functions.h"
+#include "kernels/kernels.h"
 #include "model/matrix.h"
 
 // The activations, over any matrix type. Each takes the pre-activation x and overwrites y with the result, in the
@@ -12,9 +12,7 @@ namespace VEMKN {
 template <class F>
 void apply(const MatrixTemplate<double>& x, MatrixTemplate<double>& y) {
     y.resize(x.rows(), x.cols());
-    const double* const from = x.data();
-    double* const to = y.data();
-    for (std::size_t i = 0; i < x.size(); ++i) to[i] = F::value(from[i]);
+    element_kernels<F>().value(x.data(), y.data(), x.size());
 }
 
 // y = x

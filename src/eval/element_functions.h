@@ -1,75 +1,117 @@
 #pragma once
 
-#include <cmath>
-
-#include "model/model.h"
-
-// The functions that act on one element each: activations, and the two norms. Each is one struct that holds all there
+// The functions that act on one element each: activations, and the likelihood. Each is one struct that holds all there
 // is to know of it:
 //
-//   value(x)        y
-//   slope(x)        dy/dx, for tangents
-//   pull(x, ybar)   the adjoint of x, in the order of operations that fixes its last bits
-//   curvature(x)    d(slope)/dx, for the tangents of the adjoint
+//   value(x)                  y
+//   pull(x, ybar)             the adjoint of x, in the order of operations that fixes its last bits
+//   value_slope(x)            y, and dy/dx for tangents
+//   pull_slope_bend(x, ybar)  the adjoint of x, dy/dx, and ybar * d2y/dx2 for the tangents of the adjoint
 //
-// PIECEWISE_LINEAR ones have a slope of 0 or 1 and no curvature; pull alone, a selection, serves them, so that nothing
-// is multiplied by zero. Branches compare quietly (std::isless): a quiet NaN takes the "else" without a trap.
+// They are written over a lane type L (see kernels/lane.h): one double, or as many as a vector register holds. A branch is
+// a quiet comparison and a selection, so that a quiet NaN takes the "else" without a trap; and since every lane computes
+// both branches, a lane gets a harmless argument for the branch that is not its own: it then raises no exception that
+// its own branch would not raise.
 
 namespace VEMKN {
 
+template <class L>
+struct ValueSlope {
+    typename L::V value, slope;
+};
+
+template <class L>
+struct PullSlopeBend {
+    typename L::V pull, slope, bend;
+};
+
+// y = x
 struct Id {
-    static constexpr bool PIECEWISE_LINEAR = true;
+    template <class L, class V = typename L::V>
+    static V value(V x) {
+        return x;
+    }
 
-    static double value(double x) { return x; }
-
-    static double pull(double, double ybar) { return ybar; }
+    template <class L, class V = typename L::V>
+    static V pull(V, V ybar) {
+        return ybar;
+    }
 };
 
 // y = max(x, 0), slope 1 at x = 0; keeps -0.0 and NaN.
 struct Relu {
-    static constexpr bool PIECEWISE_LINEAR = true;
+    template <class L, class V = typename L::V>
+    static V value(V x) {
+        return L::select(L::less(x, L::set(0.0)), L::set(0.0), x);
+    }
 
-    static double value(double x) { return std::isless(x, 0.0) ? 0.0 : x; }
-
-    static double pull(double x, double ybar) { return std::isless(x, 0.0) ? 0.0 : ybar; }
+    template <class L, class V = typename L::V>
+    static V pull(V x, V ybar) {
+        return L::select(L::less(x, L::set(0.0)), L::set(0.0), ybar);
+    }
 };
 
+// y = atan(x)
 struct Atan {
-    static constexpr bool PIECEWISE_LINEAR = false;
+    template <class L, class V = typename L::V>
+    static V value(V x) {
+        return L::atan(x);
+    }
 
-    static double value(double x) { return std::atan(x); }
+    template <class L, class V = typename L::V>
+    static V pull(V x, V ybar) {
+        return ybar / (x * x + L::set(1.0));
+    }
 
-    static double slope(double x) { return 1.0 / (x * x + 1.0); }
+    template <class L, class V = typename L::V>
+    static ValueSlope<L> value_slope(V x) {
+        return {value<L>(x), L::set(1.0) / (x * x + L::set(1.0))};
+    }
 
-    static double pull(double x, double ybar) { return ybar / (x * x + 1.0); }
-
-    static double curvature(double x) {
-        const double s = slope(x);
-        return -2.0 * x * s * s;
+    template <class L, class V = typename L::V>
+    static PullSlopeBend<L> pull_slope_bend(V x, V ybar) {
+        const V slope = L::set(1.0) / (x * x + L::set(1.0));
+        return {pull<L>(x, ybar), slope, ybar * (L::set(-2.0) * x * slope * slope)};
     }
 };
 
 // y = log(1 + e^x). From CUTOFF on y = x to double precision; the cut-off keeps exp from overflowing.
 struct Softplus {
-    static constexpr bool PIECEWISE_LINEAR = false;
     static constexpr double CUTOFF = 300.0;
 
-    static double value(double x) {
-        return std::isless(x, CUTOFF) ? std::log(std::exp(x) + 1.0) : x;
+    template <class L, class V = typename L::V>
+    static V value(V x) {
+        return value_slope<L>(x).value;
     }
 
-    static double slope(double x) {
-        if (!std::isless(x, CUTOFF)) return 1.0;
-        const double e = std::exp(x);
-        return e / (1.0 + e);
+    // slope = e/(1 + e) with e = exp(x), 1 from the cut-off on
+    template <class L, class V = typename L::V>
+    static ValueSlope<L> value_slope(V x) {
+        const auto below = L::less(x, L::set(CUTOFF));
+        const V e = exp_below<L>(below, x);
+        const V one = L::set(1.0);
+        return {L::select(below, L::log(e + one), x), L::select(below, e / (one + e), one)};
     }
 
-    static double pull(double x, double ybar) { return slope(x) * ybar; }
+    template <class L, class V = typename L::V>
+    static V pull(V x, V ybar) {
+        return pull_slope_bend<L>(x, ybar).pull;
+    }
 
-    static double curvature(double x) {
-        if (!std::isless(x, CUTOFF)) return 0.0;
-        const double e = std::exp(x);
-        return e / (1.0 + e) / (1.0 + e);
+    template <class L, class V = typename L::V>
+    static PullSlopeBend<L> pull_slope_bend(V x, V ybar) {
+        const auto below = L::less(x, L::set(CUTOFF));
+        const V e = exp_below<L>(below, x);
+        const V one = L::set(1.0);
+        const V slope = L::select(below, e / (one + e), one);
+        const V curvature = L::select(below, slope / (one + e), L::set(0.0));
+        return {slope * ybar, slope, curvature * ybar};
+    }
+
+private:
+    template <class L, class Mask, class V>
+    static V exp_below(Mask below, V x) {
+        return L::exp(L::select(below, x, L::set(0.0)));
     }
 };
 
@@ -82,56 +124,102 @@ struct FatDensity {
     static constexpr double TAIL_SCALE = 0.0004785973257525766;
     static constexpr double TAIL_SCALE_SQ = 2.290554002175179e-7;
 
-    static bool in_core(double x, double sigma) { return std::isless(std::fabs(x), 6.0 * sigma); }
-
-    static double value(double x, double sigma) {
-        if (!in_core(x, sigma)) return cauchy(x, TAIL_SCALE);
-        return std::exp(x * x / (-2.0 * sigma * sigma)) * (1.0 / std::sqrt(TWO_PI * sigma * sigma));
+    template <class L, class V = typename L::V>
+    static auto in_core(V x, double sigma) {
+        return L::less(L::abs(x), L::set(6.0 * sigma));
     }
 
-    static double cauchy(double x, double gamma) {
-        return gamma * (1.0 / (PI * (x * x + TAIL_SCALE_SQ)));
+    template <class L, class V = typename L::V>
+    static V value(V x, double sigma) {
+        const auto core = in_core<L>(x, sigma);
+        return L::select(core,
+                         gauss<L>(harmless<L>(core, x), sigma),
+                         cauchy<L>(L::select(core, L::set(1.0), x), TAIL_SCALE));
+    }
+
+    template <class L, class V = typename L::V>
+    static V gauss(V x, double sigma) {
+        return L::exp(x * x / L::set(-2.0 * sigma * sigma)) *
+               L::set(1.0 / __builtin_sqrt(TWO_PI * sigma * sigma));
+    }
+
+    template <class L, class V = typename L::V>
+    static V cauchy(V x, double gamma) {
+        return L::set(gamma) * (L::set(1.0) / (L::set(PI) * (x * x + L::set(TAIL_SCALE_SQ))));
     }
 
     // w * f'(x), given f = value(x, sigma).
-    static double pull(double x, double w, double f, double sigma) {
-        if (!in_core(x, sigma)) return pull_cauchy(x, w, TAIL_SCALE);
-        return 2.0 * ((x * w) / (-2.0 * sigma * sigma)) * f;
+    template <class L, class V = typename L::V>
+    static V pull(V x, V w, V f, double sigma) {
+        const auto core = in_core<L>(x, sigma);
+        const V x_core = harmless<L>(core, x), w_core = harmless<L>(core, w);
+        const V x_tail = L::select(core, L::set(1.0), x), w_tail = L::select(core, L::set(0.0), w);
+        const V slope = (x_core * w_core) / L::set(-2.0 * sigma * sigma);
+        return L::select(core, L::set(2.0) * slope * f, pull_cauchy<L>(x_tail, w_tail, TAIL_SCALE));
     }
 
-    static double pull_cauchy(double x, double w, double gamma) {
-        const double d = PI * (x * x + TAIL_SCALE_SQ);
-        return (-PI * gamma) * (2.0 * x * w) / (d * d);
+    template <class L, class V = typename L::V>
+    static V pull_cauchy(V x, V w, double gamma) {
+        const V d = L::set(PI) * (x * x + L::set(TAIL_SCALE_SQ));
+        return L::set(-PI * gamma) * (L::set(2.0) * x * w) / (d * d);
+    }
+
+private:
+    template <class L, class Mask, class V>
+    static V harmless(Mask core, V x) {
+        return L::select(core, x, L::set(0.0));
     }
 };
 
 // y = -log f(x) + LOGP_BIAS with f the density above: 4.5 x^2 in the core, exactly 0 at 0.
 struct LogDnorm {
-    static constexpr bool PIECEWISE_LINEAR = false;
+    // The standard deviation of the core, and the logarithm of the core's density at zero, -log(sigma*sqrt(2*pi)).
+    static constexpr double SIGMA = 0.3333333333333333;
+    static constexpr double BIAS = 0.17967375546343706;
 
-    static double value(double x) { return -std::log(density(x)) + LOGP_BIAS; }
-
-    static double slope(double x) {
-        return in_core(x) ? x / (LOGP_SIGMA * LOGP_SIGMA) : 2.0 * x * tail_reciprocal(x);
+    template <class L, class V = typename L::V>
+    static V value(V x) {
+        const V y = -L::log(FatDensity::value<L>(x, SIGMA)) + L::set(BIAS);
+        // A vector logarithm may miss the last bit of BIAS.
+        return L::select(L::equal(x, L::set(0.0)), L::set(0.0), y);
     }
 
-    static double pull(double x, double ybar) {
-        const double f = density(x);
-        return FatDensity::pull(x, (-ybar) / f, f, LOGP_SIGMA);
+    template <class L, class V = typename L::V>
+    static ValueSlope<L> value_slope(V x) {
+        return {value<L>(x), slope_and_curvature<L>(x).slope};
     }
 
-    static double curvature(double x) {
-        if (in_core(x)) return 1.0 / (LOGP_SIGMA * LOGP_SIGMA);
-        const double q = tail_reciprocal(x);
-        return 2.0 * q - (2.0 * x * q) * (2.0 * x * q);
+    template <class L, class V = typename L::V>
+    static V pull(V x, V ybar) {
+        const V f = FatDensity::value<L>(x, SIGMA);
+        return FatDensity::pull<L>(x, -ybar / f, f, SIGMA);
+    }
+
+    template <class L, class V = typename L::V>
+    static PullSlopeBend<L> pull_slope_bend(V x, V ybar) {
+        const auto s = slope_and_curvature<L>(x);
+        return {pull<L>(x, ybar), s.slope, s.curvature * ybar};
     }
 
 private:
-    static bool in_core(double x) { return FatDensity::in_core(x, LOGP_SIGMA); }
+    template <class L>
+    struct SlopeCurvature {
+        typename L::V slope, curvature;
+    };
 
-    static double density(double x) { return FatDensity::value(x, LOGP_SIGMA); }
-
-    static double tail_reciprocal(double x) { return 1.0 / (x * x + FatDensity::TAIL_SCALE_SQ); }
+    // -f'/f and its derivative: x/sigma^2 and 1/sigma^2 in the core, 2xq and 2q - (2xq)^2 with
+    // q = 1/(x^2 + TAIL_SCALE_SQ) in the tail.
+    template <class L, class V = typename L::V>
+    static SlopeCurvature<L> slope_and_curvature(V x) {
+        const auto core = FatDensity::in_core<L>(x, SIGMA);
+        const V variance = L::set(SIGMA * SIGMA);
+        const V x_core = L::select(core, x, L::set(0.0));
+        const V x_tail = L::select(core, L::set(1.0), x);
+        const V q = L::set(1.0) / (x_tail * x_tail + L::set(FatDensity::TAIL_SCALE_SQ));
+        const V two_xq = L::set(2.0) * x_tail * q;
+        return {L::select(core, x_core / variance, two_xq),
+                L::select(core, L::set(1.0) / variance, L::set(2.0) * q - two_xq * two_xq)};
+    }
 };
 
 }  // namespace VEMKN

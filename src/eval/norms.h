@@ -3,7 +3,8 @@
 #include <type_traits>
 #include <valarray>
 
-#include "eval/element_functions.h"
+#include "kernels/kernels.h"
+#include "kernels/lane.h"
 #include "model/matrix.h"
 
 // The norms, over any matrix type: an element norm gives one value an element, a summing norm their sum. The
@@ -14,7 +15,7 @@ namespace VEMKN {
 template <class F>
 std::valarray<double> apply(const std::valarray<double>& x) {
     std::valarray<double> y(x.size());
-    for (std::size_t i = 0; i < x.size(); ++i) y[i] = F::value(x[i]);
+    element_kernels<F>().value(std::begin(x), std::begin(y), x.size());
     return y;
 }
 
@@ -29,7 +30,7 @@ inline double sum(const std::valarray<double>& v) {
 // The density f of FatDensity, element by element.
 inline std::valarray<double> fat_dnorm(const std::valarray<double>& x, double sigma) {
     std::valarray<double> f(x.size());
-    for (std::size_t i = 0; i < x.size(); ++i) f[i] = FatDensity::value(x[i], sigma);
+    for (std::size_t i = 0; i < x.size(); ++i) f[i] = FatDensity::value<ScalarLane>(x[i], sigma);
     return f;
 }
 

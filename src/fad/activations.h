@@ -9,63 +9,66 @@
 //     xbar = pull(x, ybar)     xbar'_k = slope(x) ybar'_k + curvature(x) ybar x'_k
 //
 // Branches go by the value alone, so a derivative at a kink is the one of the branch that the value selects. Slope and
-// curvature are evaluated once an element, not once a direction.
+// curvature are evaluated once an element, not once a direction. Of a piecewise linear F, slope 0 or 1, the tangents are
+// selected by pull instead, so that nothing is multiplied by zero.
 
 namespace yafad {
+
+template <class F>
+inline constexpr bool IS_SMOOTH =
+    std::is_same_v<std::decay_t<decltype(VEMKN::element_kernels<F>())>, VEMKN::SmoothKernels>;
 
 // y may be x.
 template <class F, class T>
 void apply_to_carrier(const fad1<T>& x, fad1<T>& y) {
+    const auto& kernels = VEMKN::element_kernels<F>();
     take_shape(x, y);
     const std::size_t n = x.size();
-    const double* const at = elements(x.value);
-    if constexpr (F::PIECEWISE_LINEAR) {
+    if constexpr (IS_SMOOTH<F>) {
+        std::valarray<double> slope(n);
+        kernels.value_slope(elements(x.value), elements(y.value), std::begin(slope), n);
         for (std::size_t k = 0; k < x.directions(); ++k) {
-            const double* const from = elements(x.derivatives[k]);
-            double* const to = elements(y.derivatives[k]);
-            for (std::size_t i = 0; i < n; ++i) to[i] = F::pull(at[i], from[i]);
+            VEMKN::kernels().multiply(
+                std::begin(slope), elements(x.derivatives[k]), elements(y.derivatives[k]), n);
         }
     } else {
-        std::valarray<double> slope(n);
-        for (std::size_t i = 0; i < n; ++i) slope[i] = F::slope(at[i]);
         for (std::size_t k = 0; k < x.directions(); ++k) {
-            const double* const from = elements(x.derivatives[k]);
-            double* const to = elements(y.derivatives[k]);
-            for (std::size_t i = 0; i < n; ++i) to[i] = slope[i] * from[i];
+            kernels.pull(
+                elements(x.value), elements(x.derivatives[k]), elements(y.derivatives[k]), n);
         }
+        kernels.value(elements(x.value), elements(y.value), n);
     }
-    double* const to = elements(y.value);
-    for (std::size_t i = 0; i < n; ++i) to[i] = F::value(at[i]);
 }
 
 // xbar may be ybar.
 template <class F, class T>
 void adj_apply_to_carrier(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar) {
+    const auto& kernels = VEMKN::element_kernels<F>();
     take_shape(x, xbar);
     const std::size_t n = x.size();
-    const double* const at = elements(x.value);
-    const double* const adjoint = elements(ybar.value);
-    if constexpr (F::PIECEWISE_LINEAR) {
+    if constexpr (IS_SMOOTH<F>) {
+        std::valarray<double> slope(n), bend(n);
+        kernels.pull_slope_bend(elements(x.value),
+                                elements(ybar.value),
+                                elements(xbar.value),
+                                std::begin(slope),
+                                std::begin(bend),
+                                n);
         for (std::size_t k = 0; k < x.directions(); ++k) {
-            const double* const from = elements(ybar.derivatives[k]);
-            double* const to = elements(xbar.derivatives[k]);
-            for (std::size_t i = 0; i < n; ++i) to[i] = F::pull(at[i], from[i]);
+            VEMKN::kernels().multiply_add(std::begin(slope),
+                                          elements(ybar.derivatives[k]),
+                                          std::begin(bend),
+                                          elements(x.derivatives[k]),
+                                          elements(xbar.derivatives[k]),
+                                          n);
         }
     } else {
-        std::valarray<double> slope(n), bend(n);
-        for (std::size_t i = 0; i < n; ++i) {
-            slope[i] = F::slope(at[i]);
-            bend[i] = F::curvature(at[i]) * adjoint[i];
-        }
         for (std::size_t k = 0; k < x.directions(); ++k) {
-            const double* const dx = elements(x.derivatives[k]);
-            const double* const dybar = elements(ybar.derivatives[k]);
-            double* const to = elements(xbar.derivatives[k]);
-            for (std::size_t i = 0; i < n; ++i) to[i] = slope[i] * dybar[i] + bend[i] * dx[i];
+            kernels.pull(
+                elements(x.value), elements(ybar.derivatives[k]), elements(xbar.derivatives[k]), n);
         }
+        kernels.pull(elements(x.value), elements(ybar.value), elements(xbar.value), n);
     }
-    double* const to = elements(xbar.value);
-    for (std::size_t i = 0; i < n; ++i) to[i] = F::pull(at[i], adjoint[i]);
 }
 
 template <class F>

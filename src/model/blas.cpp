@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "api/messages.h"
+#include "kernels/kernels.h"
 
 namespace VEMKN {
 
@@ -93,13 +94,9 @@ bool do_binplus(MatrixTemplate<double>& C,
                 const std::valarray<double>& b) {
     if (&C != &A) C = A;
     if (b.size() == C.size()) {
-        C.store() += b;
+        kernels().add(std::begin(b), C.data(), C.size());
     } else if (b.size() == C.cols()) {
-        const double* const bias = std::begin(b);
-        for (std::size_t r = 0; r < C.rows(); ++r) {
-            double* const row = C.data() + r * C.cols();
-            for (std::size_t c = 0; c < C.cols(); ++c) row[c] += bias[c];
-        }
+        kernels().add_to_rows(std::begin(b), C.data(), C.rows(), C.cols());
     } else {
         write_error("invalid dims\n");
         return false;

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <valarray>
 
+#include "kernels/kernels.h"
+
 namespace VEMKN {
 
 // Dense matrix, element (r, c) at r*cols + c. Owns its storage; copied by value.
@@ -85,16 +87,10 @@ inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A) {
 inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out) {
     const std::size_t cols = A.cols();
     if (out.size() != cols) out.resize(cols);
-    double* const sum = std::begin(out);
     if (A.rows() == 0) {
-        std::fill_n(sum, cols, 0.0);
-        return;
-    }
-    std::size_t r = A.rows() - 1;
-    std::copy_n(A.data() + r * cols, cols, sum);
-    while (r-- > 0) {
-        const double* const row = A.data() + r * cols;
-        for (std::size_t c = 0; c < cols; ++c) sum[c] += row[c];
+        out = 0.0;
+    } else {
+        kernels().sum_columns(A.data(), A.rows(), cols, std::begin(out));
     }
 }
 
@@ -129,8 +125,7 @@ inline void add_columns(const MatrixTemplate<double>& whole,
                         MatrixTemplate<double>& part) {
     for (std::size_t r = 0; r < part.rows(); ++r) {
         const double* const from = whole.data() + r * whole.cols() + first;
-        double* const to = part.data() + r * part.cols();
-        for (std::size_t c = 0; c < part.cols(); ++c) to[c] += from[c];
+        kernels().add(from, part.data() + r * part.cols(), part.cols());
     }
 }
 
@@ -147,8 +142,7 @@ inline void take_columns(const MatrixTemplate<double>& whole,
 
 // R -= Y for a batch of constants Y of the same shape.
 inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y) {
-    double* const r = R.data();
-    for (std::size_t i = 0; i < R.size(); ++i) r[i] -= Y.data[i];
+    kernels().subtract(Y.data, R.data(), R.size());
 }
 
 // A = zeros of that shape.
@@ -163,7 +157,7 @@ inline void do_add(std::valarray<double>& a, const std::valarray<double>& b) {
 }
 
 inline void do_add(MatrixTemplate<double>& a, const MatrixTemplate<double>& b) {
-    a.store() += b.store();
+    do_add(a.store(), b.store());
 }
 
 }  // namespace VEMKN

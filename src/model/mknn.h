@@ -40,8 +40,8 @@ Model build_model(const Description& d) {
     if (!set_norm_named(d.norm_name, net)) {
         write_output(message("invalid norm function name: ", d.norm_name, "\n"));
     }
-    net.logp_bias = typename Model::SValue(LOGP_BIAS);
-    net.logp_sigma = typename Model::SValue(LOGP_SIGMA);
+    net.logp_bias = typename Model::SValue(LogDnorm::BIAS);
+    net.logp_sigma = typename Model::SValue(LogDnorm::SIGMA);
     net.activation = activation_named<Model>(d.activation_name);
     return net;
 }

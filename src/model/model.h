@@ -9,11 +9,6 @@
 
 namespace VEMKN {
 
-// The two constants of the likelihood: the standard deviation of its Gaussian core, and the logarithm of
-// the core's density at zero, -log(sigma*sqrt(2*pi)).
-inline constexpr double LOGP_SIGMA = 0.3333333333333333;
-inline constexpr double LOGP_BIAS = 0.17967375546343706;
-
 // A forward routine and its adjoint, chosen together by name.
 template <class Forward, class Adjoint>
 struct FunctionPair {

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstddef>
+
+#include "eval/element_functions.h"
+
+// Loops over arrays of doubles, compiled once for each instruction set that the library knows, chosen once when it is
+// loaded. Arrays may be the same, but not overlap otherwise. All of them handle n = 0.
+
+namespace VEMKN {
+
+// The loops of one element function; see eval/element_functions.h for what they compute.
+struct ElementKernels {
+    void (*value)(const double* x, double* y, std::size_t n);
+    void (*pull)(const double* x, const double* ybar, double* xbar, std::size_t n);
+};
+
+// The further loops of one that is not piecewise linear.
+struct SmoothKernels : ElementKernels {
+    void (*value_slope)(const double* x, double* y, double* slope, std::size_t n);
+    void (*pull_slope_bend)(const double* x,
+                            const double* ybar,
+                            double* xbar,
+                            double* slope,
+                            double* bend,
+                            std::size_t n);
+};
+
+struct Kernels {
+    const char* name;
+    ElementKernels id;
+    ElementKernels relu;
+    SmoothKernels atan;
+    SmoothKernels softplus;
+    SmoothKernels log_dnorm;
+
+    // to = a * b
+    void (*multiply)(const double* a, const double* b, double* to, std::size_t n);
+    // to = a * b + c * d
+    void (*multiply_add)(const double* a,
+                         const double* b,
+                         const double* c,
+                         const double* d,
+                         double* to,
+                         std::size_t n);
+    // to += a
+    void (*add)(const double* a, double* to, std::size_t n);
+    // to -= a
+    void (*subtract)(const double* a, double* to, std::size_t n);
+    // every row of the rows x cols matrix to += a
+    void (*add_to_rows)(const double* a, double* to, std::size_t rows, std::size_t cols);
+    // to = sum of the rows of the rows x cols matrix a, from the last to the first; at least one row
+    void (*sum_columns)(const double* a, std::size_t rows, std::size_t cols, double* to);
+};
+
+enum class InstructionSet { sse2, avx2, avx512 };
+
+// The best that this processor runs.
+InstructionSet best_instruction_set();
+
+// The kernels of one instruction set, which the processor must have.
+const Kernels& kernels_of(InstructionSet set);
+
+// The kernels in use.
+const Kernels& kernels();
+
+// Puts others into use, for tests; not while a call runs.
+void use_kernels(InstructionSet set);
+
+// The loops of element function F.
+template <class F>
+const auto& element_kernels();
+
+template <>
+inline const auto& element_kernels<Id>() {
+    return kernels().id;
+}
+
+template <>
+inline const auto& element_kernels<Relu>() {
+    return kernels().relu;
+}
+
+template <>
+inline const auto& element_kernels<Atan>() {
+    return kernels().atan;
+}
+
+template <>
+inline const auto& element_kernels<Softplus>() {
+    return kernels().softplus;
+}
+
+template <>
+inline const auto& element_kernels<LogDnorm>() {
+    return kernels().log_dnorm;
+}
+
+}  // namespace VEMKN

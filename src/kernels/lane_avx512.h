@@ -1,0 +1,53 @@
+#pragma once
+
+#include <immintrin.h>
+
+#include "kernels/vector_math.h"
+
+extern "C" {
+__m512d _ZGVeN8v_exp(__m512d);
+__m512d _ZGVeN8v_log(__m512d);
+__m512d _ZGVeN8v_atan(__m512d);
+}
+
+namespace VEMKN {
+namespace {
+
+// Eight doubles; see kernels/lane.h.
+struct Lane {
+    using V = __m512d;
+    using Mask = __mmask8;
+    static constexpr int WIDTH = 8;
+
+    static V set(double a) { return _mm512_set1_pd(a); }
+
+    static V load(const double* p) { return _mm512_loadu_pd(p); }
+
+    static void store(double* p, V v) { _mm512_storeu_pd(p, v); }
+
+    static Mask less(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_LT_OQ); }
+
+    static Mask equal(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_EQ_OQ); }
+
+    static Mask outside(V x, V low, V high) {
+        return static_cast<Mask>(_mm512_cmp_pd_mask(x, low, _CMP_NGE_UQ) |
+                                 _mm512_cmp_pd_mask(x, high, _CMP_NLE_UQ));
+    }
+
+    static bool any(Mask m) { return m != 0; }
+
+    static bool any(Mask m, int lane) { return (m >> lane & 1) != 0; }
+
+    static V select(Mask m, V a, V b) { return _mm512_mask_blend_pd(m, b, a); }
+
+    static V abs(V a) { return _mm512_abs_pd(a); }
+
+    static V exp(V a) { return exp_of<Lane, _ZGVeN8v_exp>(a); }
+
+    static V log(V a) { return log_of<Lane, _ZGVeN8v_log>(a); }
+
+    static V atan(V a) { return atan_of<Lane, _ZGVeN8v_atan>(a); }
+};
+
+}  // namespace
+}  // namespace VEMKN
