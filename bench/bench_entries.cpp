@@ -1,5 +1,10 @@
-// Every entry point on five networks, three activations, one and two threads. Beside the time stands what the library did
-// not choose: the bare BLAS products of the same shapes on one thread, and the ratio to them.
+// Every entry point on five networks, three activations, one and two threads. Beside each time stand
+//
+//   x_products  the ratio to the bare BLAS products of the same shapes on one thread
+//   x_g         of a derivative product: the ratio to vemk_g on the same network
+//   x_forward   of a Jacobian-vector product: the ratio to N + 1 forward passes, each as vemk_objv makes it
+//
+// all measured in the same run.
 //
 //     vemkn_bench --benchmark_filter='^g/.*softplus' --benchmark_repetitions=5
 
@@ -8,6 +13,7 @@
 
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include "problem.h"
 #include "yardstick.h"
@@ -33,15 +39,23 @@ struct Entry {
                  std::vector<double>& out);
 };
 
-void compute(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out) {
+void compute(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
+{
     vemk_compute(p.net, p.w.data(), p.nw, p.x.data(), p.rows, p.nin, 0, out.data());
 }
 
-void obj(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out) {
+void obj(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
+{
     vemk_obj(p.net, p.w.data(), p.nw, p.x.data(), p.y.data(), p.rows, p.nin, p.nout, out.data());
 }
 
-void g(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out) {
+void objv(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
+{
+    vemk_objv(p.net, p.w.data(), p.nw, p.x.data(), p.y.data(), p.rows, p.nin, p.nout, out.data());
+}
+
+void g(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
+{
     vemk_g(p.net,
            p.w.data(),
            p.nw,
@@ -54,7 +68,8 @@ void g(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& ou
            out.data() + 1);
 }
 
-void Hv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<double>& out) {
+void Hv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<double>& out)
+{
     vemk_Hv(p.net,
             p.w.data(),
             p.nw,
@@ -70,7 +85,8 @@ void Hv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<doubl
             out.data() + 1 + p.nw);
 }
 
-void Jv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<double>& out) {
+void Jv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<double>& out)
+{
     const std::size_t elements = std::size_t{p.rows} * p.nout;
     vemk_Jv(p.net,
             p.w.data(),
@@ -86,7 +102,8 @@ void Jv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<doubl
             out.data() + elements);
 }
 
-void vJ(const Problem& p, unsigned, std::vector<double>& in, std::vector<double>& out) {
+void vJ(const Problem& p, unsigned, std::vector<double>& in, std::vector<double>& out)
+{
     vemk_vJ(p.net,
             p.w.data(),
             p.nw,
@@ -101,7 +118,8 @@ void vJ(const Problem& p, unsigned, std::vector<double>& in, std::vector<double>
             out.data() + p.y.size());
 }
 
-void vJ_vec(const Problem& p, unsigned k, std::vector<double>& in, std::vector<double>& out) {
+void vJ_vec(const Problem& p, unsigned k, std::vector<double>& in, std::vector<double>& out)
+{
     vemk_vJ_vec(p.net,
                 p.w.data(),
                 p.nw,
@@ -116,14 +134,28 @@ void vJ_vec(const Problem& p, unsigned k, std::vector<double>& in, std::vector<d
                 out.data() + p.y.size());
 }
 
-const Problem& problem(const Shape& shape, const std::string& activation) {
+const Problem& problem(const Shape& shape, const std::string& activation)
+{
     static std::map<std::pair<const Shape*, std::string>, std::unique_ptr<Problem>> made;
     auto& entry = made[{&shape, activation}];
     if (!entry) entry = std::make_unique<Problem>(shape, activation, "sum_log_dnorm_fat");
     return *entry;
 }
 
-Products products(const Shape& shape) {
+// Seconds of another entry point on the same problem, the unit that a derivative product is measured in.
+double unit_seconds(const Problem& p, const char* what, unsigned threads)
+{
+    static std::map<std::tuple<const Problem*, std::string, unsigned>, double> measured;
+    const auto [entry, is_new] = measured.try_emplace({&p, what, threads}, 0.0);
+    if (is_new) {
+        std::vector<double> in, out(1 + p.nw + p.y.size());
+        entry->second = bench::median_seconds([&] { (*what == 'g' ? g : objv)(p, 0, in, out); });
+    }
+    return entry->second;
+}
+
+Products products(const Shape& shape)
+{
     static std::map<const Shape*, Products> measured;
     const auto found = measured.find(&shape);
     if (found != measured.end()) return found->second;
@@ -134,7 +166,8 @@ void run(benchmark::State& state,
          const Entry& entry,
          const Shape& shape,
          const std::string& activation,
-         unsigned threads) {
+         unsigned threads)
+{
     const Problem& p = problem(shape, activation);
     vemk_setpar(p.net, threads, BATCH);
     const std::size_t N = std::max(entry.directions, 1u);
@@ -155,20 +188,30 @@ void run(benchmark::State& state,
         benchmark::DoNotOptimize(out.data());
     }
     state.counters["products_us"] = 1e6 * yardstick;
-    state.counters["x_products"] = seconds / static_cast<double>(state.iterations()) / yardstick;
+    const double mean = seconds / static_cast<double>(state.iterations());
+    state.counters["x_products"] = mean / yardstick;
+    if (entry.directions == 0) return;
+    state.counters["x_g"] = mean / unit_seconds(p, "g", threads);
+    if (entry.call == Jv) {
+        state.counters["x_forward"] =
+            mean / ((entry.directions + 1) * unit_seconds(p, "objv", threads));
+    }
 }
 
 // Memory for N directions of the widest network; 64 of them on 200,000 rows would not tell more than 8.
-bool too_large(const Entry& entry, const Shape& shape) {
+bool too_large(const Entry& entry, const Shape& shape)
+{
     return entry.directions > 8 && shape.rows > 10000;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     const std::vector<Entry> entries = {
         {"compute", 0, 1, 0, compute},
         {"obj", 0, 1, 0, obj},
+        {"objv", 0, 1, 0, objv},
         {"g", 0, 1, 1, g},
         {"Hv1", 1, 3, 3, Hv},
         {"Hv8", 8, 17, 17, Hv},

@@ -2,10 +2,12 @@
 
 #include <cmath>
 #include <random>
+#include <sstream>
 
 namespace bench {
 
-const std::vector<Shape>& shapes() {
+const std::vector<Shape>& shapes()
+{
     static const std::vector<Shape> all = {
         {"2-5-1", {2, 5, 1}, 100},
         {"8-16-16-1", {8, 16, 16, 1}, 1000},
@@ -16,7 +18,8 @@ const std::vector<Shape>& shapes() {
     return all;
 }
 
-std::vector<double> uniform(std::size_t n, unsigned seed) {
+std::vector<double> uniform(std::size_t n, unsigned seed)
+{
     std::mt19937_64 engine(seed);
     std::uniform_real_distribution<double> draw(-1.0, 1.0);
     std::vector<double> numbers(n);
@@ -26,14 +29,14 @@ std::vector<double> uniform(std::size_t n, unsigned seed) {
 
 namespace {
 
-std::string description(const Shape& shape,
-                        const std::string& activation,
-                        const std::string& norm) {
+std::string description(const Shape& shape, const std::string& activation, const std::string& norm)
+{
     const std::size_t layers = shape.widths.size() - 1;
-    std::string text = std::to_string(shape.widths.front()) + " " +
-                       std::to_string(shape.widths.back()) + " " + std::to_string(layers) + " 1 32";
-    for (std::size_t i = 0; i < layers; ++i) text += " " + std::to_string(shape.widths[i]);
-    return text + " " + activation + " " + norm;
+    std::ostringstream text;
+    text << shape.widths.front() << ' ' << shape.widths.back() << ' ' << layers << " 1 32";
+    for (std::size_t i = 0; i < layers; ++i) text << ' ' << shape.widths[i];
+    text << ' ' << activation << ' ' << norm;
+    return text.str();
 }
 
 }  // namespace
@@ -48,7 +51,8 @@ Problem::Problem(const Shape& a_shape, const std::string& activation, const std:
       rows(shape.rows),
       w(uniform(nw, 1)),
       x(uniform(std::size_t{rows} * nin, 2)),
-      y(std::size_t{rows} * nout) {
+      y(std::size_t{rows} * nout)
+{
     // Pre-activations of order one whatever the width, as in a fitted network.
     const double scale = 1.5 / std::sqrt(static_cast<double>(shape.widths[1]));
     for (double& weight : w) weight *= scale;
@@ -59,7 +63,8 @@ Problem::Problem(const Shape& a_shape, const std::string& activation, const std:
     for (std::size_t i = 0; i < y.size(); ++i) y[i] += (i % 50 == 0 ? 5.0 : 0.5) * noise[i];
 }
 
-Problem::~Problem() {
+Problem::~Problem()
+{
     releaseVEMKNet(net);
 }
 

@@ -4,7 +4,8 @@
 
 namespace bench {
 
-double median_seconds(const std::function<void()>& work) {
+double median_seconds(const std::function<void()>& work)
+{
     using Clock = std::chrono::steady_clock;
     const auto run = [&](int times) {
         const auto start = Clock::now();
@@ -30,13 +31,15 @@ void gemm(CBLAS_TRANSPOSE ta,
           int lda,
           const double* b,
           int ldb,
-          double* c) {
+          double* c)
+{
     cblas_dgemm(CblasRowMajor, ta, tb, m, n, k, 1.0, a, lda, b, ldb, 0.0, c, n);
 }
 
 }  // namespace
 
-Products bare_products(const Shape& shape, unsigned batch) {
+Products bare_products(const Shape& shape, unsigned batch)
+{
     const unsigned widest = *std::max_element(shape.widths.begin(), shape.widths.end());
     const std::size_t area = std::size_t{std::max(batch, widest)} * widest;
     const std::vector<double> a = uniform(area, 5), b = uniform(area, 6);

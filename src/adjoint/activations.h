@@ -10,32 +10,37 @@ namespace VEMKN {
 template <class F>
 void adj_apply(const MatrixTemplate<double>& x,
                const MatrixTemplate<double>& ybar,
-               MatrixTemplate<double>& xbar) {
+               MatrixTemplate<double>& xbar)
+{
     xbar.resize(x.rows(), x.cols());
     element_kernels<F>().pull(x.data(), ybar.data(), xbar.data(), x.size());
 }
 
 // xbar = ybar
 template <class Matrix>
-void adj_id(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+void adj_id(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+{
     adj_apply<Id>(x, ybar, xbar);
 }
 
 // xbar = ybar / (x*x + 1)
 template <class Matrix>
-void adj_act_atan(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+void adj_act_atan(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+{
     adj_apply<Atan>(x, ybar, xbar);
 }
 
 // xbar = ybar for x >= 0, else 0
 template <class Matrix>
-void adj_act_relu(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+void adj_act_relu(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+{
     adj_apply<Relu>(x, ybar, xbar);
 }
 
 // xbar = e/(1 + e) * ybar with e = exp(x) for x < 300, else ybar. Also the adjoint of softplus_shifted.
 template <class Matrix>
-void adj_softplus(const Matrix& x, const Matrix& ybar, Matrix& xbar) {
+void adj_softplus(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+{
     adj_apply<Softplus>(x, ybar, xbar);
 }
 

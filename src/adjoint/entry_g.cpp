@@ -14,7 +14,8 @@ int vemk_g(::VEMKNInfo* net,
            unsigned nin,
            unsigned nout,
            double* value,
-           double* gradient) {
+           double* gradient)
+{
     const Refusal refusal("vemk_g", net);
     if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
         refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||

@@ -6,13 +6,21 @@
 
 namespace VEMKN {
 
-inline double value_of(double s) {
+inline double value_of(double s)
+{
     return s;
 }  // a carrier's value: fad1.h
 
 // Whatever a thread needs to differentiate slices; storage is allocated at the first slice and reused.
 template <class Model>
 struct AdjointWork {
+    // For a single slice.
+    AdjointWork() = default;
+
+    // For many slices of this network.
+    explicit AdjointWork(const Model& net) : transposes(net) {}
+
+    TransposedWeights<Model> transposes;
     Tape<typename Model::Matrix> tape;
     typename Model::Matrix outAdj;
     typename Model::Matrix R;
@@ -24,7 +32,8 @@ template <class Model>
 void adj_mean_norm(const Model& net,
                    const typename Model::Matrix& R,
                    typename Model::SValue seed,
-                   typename Model::Matrix& Obar) {
+                   typename Model::Matrix& Obar)
+{
     seed /= static_cast<double>(R.size());
     net.summing_norm.adjoint(R, seed, Obar);
 }
@@ -35,7 +44,8 @@ template <class Model>
 void adj_element_norm(const Model& net,
                       const typename Model::Matrix& R,
                       const typename Model::Matrix& U,
-                      typename Model::Matrix& Obar) {
+                      typename Model::Matrix& Obar)
+{
     const typename Model::Vector weighting = asVector(U);
     net.element_norm.adjoint(R, weighting, Obar);
 }
@@ -54,7 +64,8 @@ typename Model::SValue adj_computev(const Model& net,
                                     typename Model::Matrix& outAdj,
                                     typename Model::Matrix& R,
                                     AdjointWork<Model>& work,
-                                    Model& grad) {
+                                    Model& grad)
+{
     std::swap(R, residuals(net, X, Y, work.tape));
     typename Model::SValue value = mean_norm(net, R);
     if (value_of(seed) != 0.0) {
@@ -62,7 +73,7 @@ typename Model::SValue adj_computev(const Model& net,
     } else {
         adj_element_norm(net, R, outAdj, outAdj);
     }
-    backward(net, work.tape, outAdj, work.sweep, grad);
+    backward(net, work.transposes, work.tape, outAdj, work.sweep, grad);
     return value;
 }
 
@@ -73,12 +84,15 @@ template <class Model, class AdjSlice>
 typename Model::SValue adj_slices(const Model& net,
                                   const Slices& slices,
                                   const AdjSlice& adj_slice,
-                                  Model& grad) {
+                                  Model& grad)
+{
     using SValue = typename Model::SValue;
 
     struct Local {
         explicit Local(const Model& shapes)
-            : slice_grad(zeros_like(shapes)), share_grad(slice_grad) {}
+            : work(shapes), slice_grad(zeros_like(shapes)), share_grad(slice_grad)
+        {
+        }
 
         AdjointWork<Model> work;
         Model slice_grad;
@@ -114,7 +128,8 @@ typename Model::SValue adj_objv(const Model& net,
                                 const RowsView& X,
                                 const RowsView& Y,
                                 typename Model::SValue seed,
-                                Model& grad) {
+                                Model& grad)
+{
     using SValue = typename Model::SValue;
     check_input_width(net, X.cols);
 

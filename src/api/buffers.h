@@ -16,7 +16,9 @@ class InputRows {
 public:
     InputRows(const double* data, std::size_t rows, std::size_t cols)
         : zeros_(data == nullptr ? rows * cols : 0),
-          view_(data == nullptr ? std::begin(zeros_) : data, rows, cols) {}
+          view_(data == nullptr ? std::begin(zeros_) : data, rows, cols)
+    {
+    }
 
     InputRows(const InputRows&) = delete;
     InputRows& operator=(const InputRows&) = delete;
@@ -29,22 +31,26 @@ private:
 };
 
 // A copy of n values, or n zeros in place of a null pointer.
-inline std::valarray<double> input_vector(const double* data, std::size_t n) {
+inline std::valarray<double> input_vector(const double* data, std::size_t n)
+{
     return data == nullptr ? std::valarray<double>(n) : std::valarray<double>(data, n);
 }
 
 // out = the values; a null out is not wanted.
-inline void write_output(double* out, const std::valarray<double>& values) {
+inline void write_output(double* out, const std::valarray<double>& values)
+{
     if (out != nullptr) std::copy(std::begin(values), std::end(values), out);
 }
 
-inline void write_output(double* out, double value) {
+inline void write_output(double* out, double value)
+{
     if (out != nullptr) *out = value;
 }
 
 // The model at the caller's weights; at its own ones for a null w.
 template <class Model>
-Model with_weights(const Model& model, const double* w) {
+Model with_weights(const Model& model, const double* w)
+{
     Model copy = model;
     if (w != nullptr) setweights(copy, std::valarray<double>(w, numel(model)));
     return copy;

@@ -12,7 +12,8 @@ void print_banner_once();
 // traps off, BLAS threads back. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
 // this is no destructor's job.
 template <class Work>
-void call_frame(const Work& work) {
+void call_frame(const Work& work)
+{
     print_banner_once();
     CallInFlight call;
     arm_traps();

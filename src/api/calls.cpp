@@ -30,23 +30,27 @@ struct Process {
 };
 
 // Never destroyed: a host thread may still be in a call while the process ends.
-Process& process() {
+Process& process()
+{
     alignas(Process) static unsigned char storage[sizeof(Process)];
     static Process* const instance = new (storage) Process;
     return *instance;
 }
 
-void before_fork() {
+void before_fork()
+{
     process().mutex.lock();
 }
 
-void after_fork_in_parent() {
+void after_fork_in_parent()
+{
     process().mutex.unlock();
 }
 
 // Only the forking thread lives on, and it is in no call. Calls that other threads had in flight are gone, but they had
 // set BLAS to one thread: the count that they would have put back is kept for the child's first call.
-void after_fork_in_child() {
+void after_fork_in_child()
+{
     Process& p = process();
     const int host_blas_threads = p.calls > 0 ? p.host_blas_threads : 0;
     new (&p) Process;
@@ -59,7 +63,8 @@ void after_fork_in_child() {
 
 }  // namespace
 
-CallInFlight::CallInFlight() {
+CallInFlight::CallInFlight()
+{
     Process& p = process();
     std::unique_lock lock(p.mutex);
     p.room.wait(lock, [&] { return p.threads_inside < MAX_THREADS_INSIDE; });
@@ -69,7 +74,8 @@ CallInFlight::CallInFlight() {
     openblas_set_num_threads(1);
 }
 
-CallInFlight::~CallInFlight() {
+CallInFlight::~CallInFlight()
+{
     if (!counted_) return;
     Process& p = process();
     const std::lock_guard lock(p.mutex);
@@ -78,7 +84,8 @@ CallInFlight::~CallInFlight() {
     p.room.notify_one();
 }
 
-void CallInFlight::finish() {
+void CallInFlight::finish()
+{
     Process& p = process();
     const std::lock_guard lock(p.mutex);
     counted_ = false;
@@ -90,7 +97,8 @@ void CallInFlight::finish() {
     p.room.notify_one();
 }
 
-TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0) {
+TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
+{
     const unsigned wanted = std::min(shares, threads);
     if (wanted <= 1 || openblas_get_parallel() == OPENBLAS_SEQUENTIAL) return;
 
@@ -103,7 +111,8 @@ TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0) {
     p.threads_inside += workers_;
 }
 
-TeamPermit::~TeamPermit() {
+TeamPermit::~TeamPermit()
+{
     if (workers_ == 0) return;
     Process& p = process();
     const std::lock_guard lock(p.mutex);

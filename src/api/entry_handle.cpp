@@ -9,7 +9,8 @@ int vemkn_rowmajor = 0;
 
 using namespace VEMKN;
 
-::VEMKNInfo* initVEMKNet(const char* text, int length) {
+::VEMKNInfo* initVEMKNet(const char* text, int length)
+{
     // A negative length becomes a size that no string can have, and throws.
     const std::string description(text, static_cast<std::size_t>(length));
     auto net = std::make_unique<VEMKN::VEMKNInfo>();
@@ -20,24 +21,28 @@ using namespace VEMKN;
     return net.release();
 }
 
-void releaseVEMKNet(::VEMKNInfo* net) {
+void releaseVEMKNet(::VEMKNInfo* net)
+{
     delete net;
 }
 
-int vemk_setpar(::VEMKNInfo* net, unsigned threads, int batch) {
+int vemk_setpar(::VEMKNInfo* net, unsigned threads, int batch)
+{
     if (net == nullptr || threads < 1 || threads > 99999) return -1;
     net->model.threads = net->derivative_model.threads = threads;
     vemk_setbatch(net, batch);
     return 0;
 }
 
-int vemk_setbatch(::VEMKNInfo* net, int batch) {
+int vemk_setbatch(::VEMKNInfo* net, int batch)
+{
     if (net == nullptr || batch < 1) return -1;
     net->model.batch = net->derivative_model.batch = batch;
     return 0;
 }
 
-int vemk_major(::VEMKNInfo*, int rowmajor) {
+int vemk_major(::VEMKNInfo*, int rowmajor)
+{
     vemkn_rowmajor = rowmajor;
     return 0;
 }

@@ -8,7 +8,8 @@ using namespace VEMKN;
 namespace {
 
 // The first `room` of the stored values; more room than values is the caller's mistake.
-int copy_stored(const std::valarray<double>& stored, double* buffer, std::uint64_t room) {
+int copy_stored(const std::valarray<double>& stored, double* buffer, std::uint64_t room)
+{
     if (room > stored.size()) return -1;
     std::copy_n(std::begin(stored), room, buffer);
     return 0;
@@ -16,27 +17,33 @@ int copy_stored(const std::valarray<double>& stored, double* buffer, std::uint64
 
 }  // namespace
 
-unsigned vemk_numin(::VEMKNInfo* net) {
+unsigned vemk_numin(::VEMKNInfo* net)
+{
     return net == nullptr ? 0 : net->model.numin;
 }
 
-unsigned vemk_numout(::VEMKNInfo* net) {
+unsigned vemk_numout(::VEMKNInfo* net)
+{
     return net == nullptr ? 0 : net->model.numout;
 }
 
-uint64_t vemk_numel(::VEMKNInfo* net) {
+uint64_t vemk_numel(::VEMKNInfo* net)
+{
     return net == nullptr ? 0 : numel(net->model);
 }
 
-double vemk_logp_bias(::VEMKNInfo* net) {
+double vemk_logp_bias(::VEMKNInfo* net)
+{
     return net == nullptr ? 0.0 : net->model.logp_bias;
 }
 
-double vemk_logp_sigma(::VEMKNInfo* net) {
+double vemk_logp_sigma(::VEMKNInfo* net)
+{
     return net == nullptr ? 0.0 : net->model.logp_sigma;
 }
 
-int vemk_weights(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* rows, unsigned* cols) {
+int vemk_weights(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* rows, unsigned* cols)
+{
     if (net == nullptr || layer >= net->model.weights.size()) return -1;
     if (rows == nullptr || cols == nullptr) return -1;
     const MatrixTemplate<double>& W = net->model.weights[layer];
@@ -46,7 +53,8 @@ int vemk_weights(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* row
     return 0;
 }
 
-int vemk_bias(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length) {
+int vemk_bias(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length)
+{
     if (net == nullptr || layer >= net->model.biases.size() || length == nullptr) return -1;
     const std::valarray<double>& b = net->model.biases[layer];
     if (buffer != nullptr) return copy_stored(b, buffer, *length);
@@ -54,14 +62,16 @@ int vemk_bias(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length
     return 0;
 }
 
-int vemk_setweights(::VEMKNInfo* net, const double* w, unsigned n) {
+int vemk_setweights(::VEMKNInfo* net, const double* w, unsigned n)
+{
     const Refusal refusal("vemk_setweights", net);
     if (refusal.null_handle() || refusal.weight_count(n)) return REFUSED;
     setweights(net->model, input_vector(w, n));
     return 0;
 }
 
-int vemk_getweights(::VEMKNInfo* net, double* w, unsigned n) {
+int vemk_getweights(::VEMKNInfo* net, double* w, unsigned n)
+{
     if (net == nullptr || (w == nullptr && n > 0)) return -1;
     const std::uint64_t stored = numel(net->model);
     if (n > stored) {

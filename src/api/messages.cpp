@@ -10,7 +10,8 @@ namespace VEMKN {
 
 namespace {
 
-void write(std::ostream& stream, std::string_view text) {
+void write(std::ostream& stream, std::string_view text)
+{
     if (std::streambuf* const buffer = stream.rdbuf()) {
         buffer->sputn(text.data(), static_cast<std::streamsize>(text.size()));
     }
@@ -18,15 +19,18 @@ void write(std::ostream& stream, std::string_view text) {
 
 }  // namespace
 
-void write_output(std::string_view text) {
+void write_output(std::string_view text)
+{
     write(std::cout, text);
 }
 
-void write_error(std::string_view text) {
+void write_error(std::string_view text)
+{
     write(std::cerr, text);
 }
 
-void stop(const std::string& text) {
+void stop(const std::string& text)
+{
     write_error(message("stop: ", text, "\n"));
     // The host's exit handlers are the host's arithmetic: no traps of ours in it.
     fedisableexcept(TRAPS);

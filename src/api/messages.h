@@ -13,7 +13,8 @@ void write_error(std::string_view text);
 
 // The parts one after the other as a fresh stream prints them: classic locale, six significant digits.
 template <class... Parts>
-std::string message(const Parts&... parts) {
+std::string message(const Parts&... parts)
+{
     std::ostringstream out;
     out.imbue(std::locale::classic());
     (out << ... << parts);

@@ -6,16 +6,19 @@
 namespace VEMKN {
 
 template <class... Parts>
-bool Refusal::refuse(const Parts&... parts) const {
+bool Refusal::refuse(const Parts&... parts) const
+{
     write_error(message(entry_, ": refused: ", parts..., "\n"));
     return true;
 }
 
-bool Refusal::null_handle() const {
+bool Refusal::null_handle() const
+{
     return net_ == nullptr && refuse("the handle is null");
 }
 
-bool Refusal::network() const {
+bool Refusal::network() const
+{
     if (null_handle()) return true;
     const DoubleModel& m = net_->model;
     if (m.weights.size() < 2) {
@@ -32,23 +35,27 @@ bool Refusal::network() const {
                   first);
 }
 
-bool Refusal::norm() const {
+bool Refusal::norm() const
+{
     return !net_->model.summing_norm.is_set() &&
            refuse("the network has no norm, its norm name is \"", net_->model.norm_name, "\"");
 }
 
-bool Refusal::weight_count(unsigned nw) const {
+bool Refusal::weight_count(unsigned nw) const
+{
     const std::uint64_t needed = numel(net_->model);
     return nw != needed && refuse("nw is ", nw, ", the network has ", needed, " parameters");
 }
 
-bool Refusal::output_width(unsigned ycols) const {
+bool Refusal::output_width(unsigned ycols) const
+{
     const unsigned numout = net_->model.numout;
     return ycols != numout &&
            refuse("the targets have ", ycols, " columns, the network ", numout, " outputs");
 }
 
-bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c) const {
+bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c) const
+{
     constexpr std::uint64_t limit = std::uint64_t{1} << 32;
     // a*b fits in 64 bits, the whole product may not.
     const unsigned __int128 all = static_cast<unsigned __int128>(a * b) * c;
@@ -63,12 +70,14 @@ bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::
                   limit);
 }
 
-bool Refusal::directions(bool row_order, unsigned nw, unsigned nv) const {
+bool Refusal::directions(bool row_order, unsigned nw, unsigned nv) const
+{
     return row_order && nv > nw &&
            refuse("nv is ", nv, ", row order carries nw = ", nw, " directions");
 }
 
-bool Refusal::empty_batch(unsigned nrows) const {
+bool Refusal::empty_batch(unsigned nrows) const
+{
     return nrows == 0 && refuse("the batch has 0 rows, needs at least 1");
 }
 

@@ -24,7 +24,8 @@ public:
     bool weight_count(unsigned nw) const;
 
     // The same, where a null w leaves nw without meaning.
-    bool weight_count(const double* w, unsigned nw) const {
+    bool weight_count(const double* w, unsigned nw) const
+    {
         return w != nullptr && weight_count(nw);
     }
 

@@ -8,7 +8,8 @@ namespace VEMKN {
 inline constexpr int TRAPS = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW;
 
 // Arms the traps on the calling thread. Flags that the host left pending would raise at once, so they go first.
-inline void arm_traps() {
+inline void arm_traps()
+{
     std::feclearexcept(TRAPS);
     feenableexcept(TRAPS);
 }
@@ -17,7 +18,8 @@ inline void arm_traps() {
 // floating-point environment that it came with, so that the host's next parallel region finds its threads unarmed.
 class WorkerTraps {
 public:
-    WorkerTraps() {
+    WorkerTraps()
+    {
         std::fegetenv(&before_);
         arm_traps();
     }

@@ -28,12 +28,14 @@ struct PullSlopeBend {
 // y = x
 struct Id {
     template <class L, class V = typename L::V>
-    static V value(V x) {
+    static V value(V x)
+    {
         return x;
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V, V ybar) {
+    static V pull(V, V ybar)
+    {
         return ybar;
     }
 };
@@ -41,12 +43,14 @@ struct Id {
 // y = max(x, 0), slope 1 at x = 0; keeps -0.0 and NaN.
 struct Relu {
     template <class L, class V = typename L::V>
-    static V value(V x) {
+    static V value(V x)
+    {
         return L::select(L::less(x, L::set(0.0)), L::set(0.0), x);
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar) {
+    static V pull(V x, V ybar)
+    {
         return L::select(L::less(x, L::set(0.0)), L::set(0.0), ybar);
     }
 };
@@ -54,22 +58,26 @@ struct Relu {
 // y = atan(x)
 struct Atan {
     template <class L, class V = typename L::V>
-    static V value(V x) {
+    static V value(V x)
+    {
         return L::atan(x);
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar) {
+    static V pull(V x, V ybar)
+    {
         return ybar / (x * x + L::set(1.0));
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x) {
+    static ValueSlope<L> value_slope(V x)
+    {
         return {value<L>(x), L::set(1.0) / (x * x + L::set(1.0))};
     }
 
     template <class L, class V = typename L::V>
-    static PullSlopeBend<L> pull_slope_bend(V x, V ybar) {
+    static PullSlopeBend<L> pull_slope_bend(V x, V ybar)
+    {
         const V slope = L::set(1.0) / (x * x + L::set(1.0));
         return {pull<L>(x, ybar), slope, ybar * (L::set(-2.0) * x * slope * slope)};
     }
@@ -80,13 +88,15 @@ struct Softplus {
     static constexpr double CUTOFF = 300.0;
 
     template <class L, class V = typename L::V>
-    static V value(V x) {
+    static V value(V x)
+    {
         return value_slope<L>(x).value;
     }
 
     // slope = e/(1 + e) with e = exp(x), 1 from the cut-off on
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x) {
+    static ValueSlope<L> value_slope(V x)
+    {
         const auto below = L::less(x, L::set(CUTOFF));
         const V e = exp_below<L>(below, x);
         const V one = L::set(1.0);
@@ -94,12 +104,14 @@ struct Softplus {
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar) {
+    static V pull(V x, V ybar)
+    {
         return pull_slope_bend<L>(x, ybar).pull;
     }
 
     template <class L, class V = typename L::V>
-    static PullSlopeBend<L> pull_slope_bend(V x, V ybar) {
+    static PullSlopeBend<L> pull_slope_bend(V x, V ybar)
+    {
         const auto below = L::less(x, L::set(CUTOFF));
         const V e = exp_below<L>(below, x);
         const V one = L::set(1.0);
@@ -110,7 +122,8 @@ struct Softplus {
 
 private:
     template <class L, class Mask, class V>
-    static V exp_below(Mask below, V x) {
+    static V exp_below(Mask below, V x)
+    {
         return L::exp(L::select(below, x, L::set(0.0)));
     }
 };
@@ -125,12 +138,14 @@ struct FatDensity {
     static constexpr double TAIL_SCALE_SQ = 2.290554002175179e-7;
 
     template <class L, class V = typename L::V>
-    static auto in_core(V x, double sigma) {
+    static auto in_core(V x, double sigma)
+    {
         return L::less(L::abs(x), L::set(6.0 * sigma));
     }
 
     template <class L, class V = typename L::V>
-    static V value(V x, double sigma) {
+    static V value(V x, double sigma)
+    {
         const auto core = in_core<L>(x, sigma);
         return L::select(core,
                          gauss<L>(harmless<L>(core, x), sigma),
@@ -138,19 +153,22 @@ struct FatDensity {
     }
 
     template <class L, class V = typename L::V>
-    static V gauss(V x, double sigma) {
+    static V gauss(V x, double sigma)
+    {
         return L::exp(x * x / L::set(-2.0 * sigma * sigma)) *
                L::set(1.0 / __builtin_sqrt(TWO_PI * sigma * sigma));
     }
 
     template <class L, class V = typename L::V>
-    static V cauchy(V x, double gamma) {
+    static V cauchy(V x, double gamma)
+    {
         return L::set(gamma) * (L::set(1.0) / (L::set(PI) * (x * x + L::set(TAIL_SCALE_SQ))));
     }
 
     // w * f'(x), given f = value(x, sigma).
     template <class L, class V = typename L::V>
-    static V pull(V x, V w, V f, double sigma) {
+    static V pull(V x, V w, V f, double sigma)
+    {
         const auto core = in_core<L>(x, sigma);
         const V x_core = harmless<L>(core, x), w_core = harmless<L>(core, w);
         const V x_tail = L::select(core, L::set(1.0), x), w_tail = L::select(core, L::set(0.0), w);
@@ -159,14 +177,16 @@ struct FatDensity {
     }
 
     template <class L, class V = typename L::V>
-    static V pull_cauchy(V x, V w, double gamma) {
+    static V pull_cauchy(V x, V w, double gamma)
+    {
         const V d = L::set(PI) * (x * x + L::set(TAIL_SCALE_SQ));
         return L::set(-PI * gamma) * (L::set(2.0) * x * w) / (d * d);
     }
 
 private:
     template <class L, class Mask, class V>
-    static V harmless(Mask core, V x) {
+    static V harmless(Mask core, V x)
+    {
         return L::select(core, x, L::set(0.0));
     }
 };
@@ -178,25 +198,29 @@ struct LogDnorm {
     static constexpr double BIAS = 0.17967375546343706;
 
     template <class L, class V = typename L::V>
-    static V value(V x) {
+    static V value(V x)
+    {
         const V y = -L::log(FatDensity::value<L>(x, SIGMA)) + L::set(BIAS);
         // A vector logarithm may miss the last bit of BIAS.
         return L::select(L::equal(x, L::set(0.0)), L::set(0.0), y);
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x) {
+    static ValueSlope<L> value_slope(V x)
+    {
         return {value<L>(x), slope_and_curvature<L>(x).slope};
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar) {
+    static V pull(V x, V ybar)
+    {
         const V f = FatDensity::value<L>(x, SIGMA);
         return FatDensity::pull<L>(x, -ybar / f, f, SIGMA);
     }
 
     template <class L, class V = typename L::V>
-    static PullSlopeBend<L> pull_slope_bend(V x, V ybar) {
+    static PullSlopeBend<L> pull_slope_bend(V x, V ybar)
+    {
         const auto s = slope_and_curvature<L>(x);
         return {pull<L>(x, ybar), s.slope, s.curvature * ybar};
     }
@@ -210,7 +234,8 @@ private:
     // -f'/f and its derivative: x/sigma^2 and 1/sigma^2 in the core, 2xq and 2q - (2xq)^2 with
     // q = 1/(x^2 + TAIL_SCALE_SQ) in the tail.
     template <class L, class V = typename L::V>
-    static SlopeCurvature<L> slope_and_curvature(V x) {
+    static SlopeCurvature<L> slope_and_curvature(V x)
+    {
         const auto core = FatDensity::in_core<L>(x, SIGMA);
         const V variance = L::set(SIGMA * SIGMA);
         const V x_core = L::select(core, x, L::set(0.0));

@@ -12,7 +12,8 @@ int vemk_compute(::VEMKNInfo* net,
                  unsigned nrows,
                  unsigned ncols,
                  uint64_t,
-                 double* out) {
+                 double* out)
+{
     const Refusal refusal("vemk_compute", net);
     if (refusal.network() || refusal.weight_count(w, nw) ||
         refusal.too_many("results", nrows, net->model.numout)) {
@@ -34,7 +35,8 @@ int vemk_residual(::VEMKNInfo* net,
                   unsigned nrows,
                   unsigned xcols,
                   unsigned ycols,
-                  double* out) {
+                  double* out)
+{
     const Refusal refusal("vemk_residual", net);
     if (refusal.network() || refusal.weight_count(w, nw) || refusal.output_width(ycols) ||
         refusal.too_many("results", nrows, ycols)) {

@@ -5,7 +5,8 @@
 
 using namespace VEMKN;
 
-int vemk_norm(::VEMKNInfo* net, const double* r, unsigned a, unsigned b, double* result) {
+int vemk_norm(::VEMKNInfo* net, const double* r, unsigned a, unsigned b, double* result)
+{
     const Refusal refusal("vemk_norm", net);
     if (refusal.null_handle() || refusal.norm() || refusal.too_many("elements", a, b)) {
         return REFUSED;
@@ -18,7 +19,8 @@ int vemk_norm(::VEMKNInfo* net, const double* r, unsigned a, unsigned b, double*
     return 0;
 }
 
-int vemk_logp(::VEMKNInfo* net, const double* x, unsigned n, double* out) {
+int vemk_logp(::VEMKNInfo* net, const double* x, unsigned n, double* out)
+{
     const Refusal refusal("vemk_logp", net);
     if (refusal.null_handle() || refusal.norm()) return REFUSED;
     call_frame([&] {

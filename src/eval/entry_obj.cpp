@@ -13,7 +13,8 @@ int vemk_obj(::VEMKNInfo* net,
              unsigned n,
              unsigned nin,
              unsigned nout,
-             double* result) {
+             double* result)
+{
     const Refusal refusal("vemk_obj", net);
     if (refusal.network() || refusal.norm() || refusal.weight_count(w, nw) ||
         refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
@@ -37,7 +38,8 @@ int vemk_objv(::VEMKNInfo* net,
               unsigned n,
               unsigned nin,
               unsigned nout,
-              double* out) {
+              double* out)
+{
     const Refusal refusal("vemk_objv", net);
     if (refusal.network() || refusal.norm() || refusal.weight_count(w, nw) ||
         refusal.output_width(nout) || refusal.too_many("residuals", n, nout)) {

@@ -42,7 +42,8 @@ public:
     Matrix O;  // outputs of the network
 
     // rows x width, a copy of rows with zero columns added; rows itself when it is that wide.
-    RowsView padded(const RowsView& rows, std::size_t width) {
+    RowsView padded(const RowsView& rows, std::size_t width)
+    {
         if (rows.cols == width) return rows;
         padding_.resize(rows.rows, width);
         padding_.store() = 0.0;
@@ -53,7 +54,8 @@ public:
     }
 
 private:
-    static Matrix& at(std::vector<Matrix>& list, std::size_t i) {
+    static Matrix& at(std::vector<Matrix>& list, std::size_t i)
+    {
         if (list.size() <= i) list.resize(i + 1);
         return list[i];
     }
@@ -70,7 +72,8 @@ void layer(const Model& net,
            std::size_t i,
            const Input& H,
            typename Model::Matrix& Z,
-           typename Model::Matrix& out) {
+           typename Model::Matrix& out)
+{
     do_mult(H, net.weights[i], Z);
     do_binplus(Z, Z, net.biases[i]);
     net.activation.forward(Z, out);
@@ -78,7 +81,8 @@ void layer(const Model& net,
 
 // Runs the network over rows and leaves the outputs in tape.O.
 template <class Model>
-void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix>& tape) {
+void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix>& tape)
+{
     const std::size_t hidden = net.weights.size() - 1;
     tape.X = tape.padded(rows, net.weights[0].rows());
 
@@ -111,7 +115,8 @@ void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix
 // Outputs of the network, one row for each row of X.
 //   X : rows x ncols, at most numin columns        result : rows x numout
 template <class Model>
-typename Model::Matrix computev(const Model& net, const RowsView& X) {
+typename Model::Matrix computev(const Model& net, const RowsView& X)
+{
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
     Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);

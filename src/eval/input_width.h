@@ -8,7 +8,8 @@ namespace VEMKN {
 // Ends the process when a batch has more columns than the network takes or its first weight matrix has rows. Stands
 // before any team is opened: ending the process from a worker would not be safe.
 template <class Model>
-void check_input_width(const Model& net, std::size_t ncols) {
+void check_input_width(const Model& net, std::size_t ncols)
+{
     const auto refuse = [&](std::size_t limit) {
         write_error(message("too many predicates: ", ncols, " > ", limit, "\n"));
         stop("too many predicates");

@@ -11,7 +11,8 @@ template <class Model>
 typename Model::Matrix& residuals(const Model& net,
                                   const RowsView& X,
                                   const RowsView& Y,
-                                  Tape<typename Model::Matrix>& tape) {
+                                  Tape<typename Model::Matrix>& tape)
+{
     forward(net, X, tape);
     subtract_rows(tape.O, Y);
     return tape.O;
@@ -19,7 +20,8 @@ typename Model::Matrix& residuals(const Model& net,
 
 // The mean over the elements of R of their norm.
 template <class Model>
-typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix& R) {
+typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix& R)
+{
     typename Model::SValue mean = net.summing_norm.forward(R);
     mean /= static_cast<double>(R.size());
     return mean;
@@ -29,7 +31,8 @@ typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix&
 //   X : n x nin, at most numin columns        Y : n x nout
 // Slices are evaluated on their own, weighted by their number of elements and summed up by share.
 template <class Model>
-typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView& Y) {
+typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView& Y)
+{
     using Matrix = typename Model::Matrix;
     using SValue = typename Model::SValue;
     check_input_width(net, X.cols);
@@ -71,7 +74,8 @@ template <class Model>
 void element_norms(const Model& net,
                    const RowsView& X,
                    const RowsView& Y,
-                   typename Model::Vector& result) {
+                   typename Model::Vector& result)
+{
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
 

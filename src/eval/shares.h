@@ -23,7 +23,9 @@ public:
         : count_(count),
           block_(static_cast<std::size_t>(
               std::ceil(static_cast<double>(count) / static_cast<double>(threads)))),
-          number_(count == 0 ? 0 : static_cast<unsigned>((count + block_ - 1) / block_)) {}
+          number_(count == 0 ? 0 : static_cast<unsigned>((count + block_ - 1) / block_))
+    {
+    }
 
     unsigned number() const { return number_; }
 
@@ -42,7 +44,8 @@ private:
 class TeamException {
 public:
     template <class Work>
-    void guard(const Work& work) {
+    void guard(const Work& work)
+    {
         try {
             work();
         } catch (...) {
@@ -51,7 +54,8 @@ public:
         }
     }
 
-    void rethrow() const {
+    void rethrow() const
+    {
         if (first_) std::rethrow_exception(first_);
     }
 
@@ -68,7 +72,8 @@ void for_each_share(const Shares& shares,
                     const MakeLocal& make_local,
                     const Begin& begin,
                     const Work& work,
-                    const Merge& merge) {
+                    const Merge& merge)
+{
     const auto run = [&](auto& local, unsigned share) {
         begin(local);
         for (std::size_t i = shares.begin(share); i < shares.end(share); ++i) work(local, i);

@@ -9,7 +9,9 @@ namespace VEMKN {
 class Slices {
 public:
     Slices(std::size_t rows, std::int32_t batch)
-        : rows_(rows), batch_(static_cast<std::size_t>(batch)) {}
+        : rows_(rows), batch_(static_cast<std::size_t>(batch))
+    {
+    }
 
     // One slice, so nothing is split and no team is opened.
     bool single() const { return batch_ >= rows_; }
@@ -18,11 +20,13 @@ public:
 
     std::size_t first_row(std::size_t slice) const { return slice * batch_; }
 
-    std::size_t rows_of(std::size_t slice) const {
+    std::size_t rows_of(std::size_t slice) const
+    {
         return std::min(batch_, rows_ - first_row(slice));
     }
 
-    RowsView cut(const RowsView& whole, std::size_t slice) const {
+    RowsView cut(const RowsView& whole, std::size_t slice) const
+    {
         return whole.slice(first_row(slice), rows_of(slice));
     }
 

@@ -20,7 +20,8 @@ inline constexpr bool IS_SMOOTH =
 
 // y may be x.
 template <class F, class T>
-void apply_to_carrier(const fad1<T>& x, fad1<T>& y) {
+void apply_to_carrier(const fad1<T>& x, fad1<T>& y)
+{
     const auto& kernels = VEMKN::element_kernels<F>();
     take_shape(x, y);
     const std::size_t n = x.size();
@@ -42,7 +43,8 @@ void apply_to_carrier(const fad1<T>& x, fad1<T>& y) {
 
 // xbar may be ybar.
 template <class F, class T>
-void adj_apply_to_carrier(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar) {
+void adj_apply_to_carrier(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar)
+{
     const auto& kernels = VEMKN::element_kernels<F>();
     take_shape(x, xbar);
     const std::size_t n = x.size();
@@ -72,19 +74,22 @@ void adj_apply_to_carrier(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar) 
 }
 
 template <class F>
-void apply(const MatrixCarrier& x, MatrixCarrier& y) {
+void apply(const MatrixCarrier& x, MatrixCarrier& y)
+{
     apply_to_carrier<F>(x, y);
 }
 
 template <class F>
-VectorCarrier apply(const VectorCarrier& x) {
+VectorCarrier apply(const VectorCarrier& x)
+{
     VectorCarrier y;
     apply_to_carrier<F>(x, y);
     return y;
 }
 
 template <class F, class T>
-void adj_apply(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar) {
+void adj_apply(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar)
+{
     adj_apply_to_carrier<F>(x, ybar, xbar);
 }
 

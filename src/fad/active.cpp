@@ -4,7 +4,8 @@
 
 namespace yafad {
 
-void report_error(Error& error) {
+void report_error(Error& error)
+{
     if (ErrorHandler* const handler = ErrorHandler::getHandler()) {
         handler->report(error);
     } else {
@@ -18,7 +19,8 @@ namespace {
 constexpr const char* REPORT_FILE = "ad.h";
 constexpr int REPORT_LINE = 269;
 
-void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor) {
+void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor)
+{
     const std::string point = VEMKN::message("non differentiable function ",
                                              "division",
                                              " at point (",
@@ -40,7 +42,8 @@ void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor
 
 }  // namespace
 
-FO::Dynamic::Active<1>& FO::Dynamic::Active<1>::operator/=(double divisor) {
+FO::Dynamic::Active<1>& FO::Dynamic::Active<1>::operator/=(double divisor)
+{
     if (divisor == 0.0) report_pole_division(*this, divisor);
     value /= divisor;
     derivatives /= divisor;

@@ -23,13 +23,15 @@ public:
 
     explicit Active(double number) : N(NDIR), value(number), derivatives(0.0, NDIR) {}
 
-    Active& operator+=(const Active& other) {
+    Active& operator+=(const Active& other)
+    {
         value += other.value;
         derivatives += other.derivatives;
         return *this;
     }
 
-    Active& operator*=(double factor) {
+    Active& operator*=(double factor)
+    {
         value *= factor;
         derivatives *= factor;
         return *this;
@@ -44,7 +46,8 @@ public:
     std::valarray<double> derivatives;
 };
 
-inline double value_of(const Active<1>& a) {
+inline double value_of(const Active<1>& a)
+{
     return a.value;
 }
 
@@ -70,7 +73,9 @@ public:
         : Error(std::move(file_name), line_number, error_category, std::move(text)),
           result(result_operand),
           left(left_operand),
-          right(right_operand) {}
+          right(right_operand)
+    {
+    }
 
     const Scalar& result;
     const Scalar& left;

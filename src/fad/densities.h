@@ -10,7 +10,8 @@
 namespace yafad {
 
 // Where |x| < 6 sigma, by the value alone.
-inline std::valarray<bool> in_core(const VectorCarrier& x, double sigma) {
+inline std::valarray<bool> in_core(const VectorCarrier& x, double sigma)
+{
     const VectorCarrier magnitude = abs(x);
     std::valarray<bool> mask(x.size());
     for (std::size_t i = 0; i < x.size(); ++i)
@@ -19,30 +20,35 @@ inline std::valarray<bool> in_core(const VectorCarrier& x, double sigma) {
 }
 
 // v times a double.
-inline VectorCarrier scaled(VectorCarrier v, double factor) {
+inline VectorCarrier scaled(VectorCarrier v, double factor)
+{
     each_part([&](std::valarray<double>& part) { part *= factor; }, v);
     return v;
 }
 
 // PI*(x*x + TAIL_SCALE_SQ)
-inline VectorCarrier tail_denominator(const VectorCarrier& x) {
+inline VectorCarrier tail_denominator(const VectorCarrier& x)
+{
     using VEMKN::FatDensity;
     return scaled(evaluated(x * x + FatDensity::TAIL_SCALE_SQ), FatDensity::PI);
 }
 
 // The Cauchy density of scale gamma.
-inline VectorCarrier dcauchy(const VectorCarrier& x, double gamma) {
+inline VectorCarrier dcauchy(const VectorCarrier& x, double gamma)
+{
     return scaled(invert(tail_denominator(x)), gamma);
 }
 
 // The Gaussian density of standard deviation sigma.
-inline VectorCarrier dnorm(const VectorCarrier& x, double sigma) {
+inline VectorCarrier dnorm(const VectorCarrier& x, double sigma)
+{
     const double scale = 1.0 / std::sqrt(VEMKN::FatDensity::TWO_PI * sigma * sigma);
     return scaled(evaluated(exp((x * x) / (-2.0 * sigma * sigma))), scale);
 }
 
 // Gaussian core, Cauchy tail.
-inline VectorCarrier fat_dnorm(const VectorCarrier& x, double sigma) {
+inline VectorCarrier fat_dnorm(const VectorCarrier& x, double sigma)
+{
     const std::valarray<bool> core = in_core(x, sigma);
     VectorCarrier f = x;
     f.scatter(core, dnorm(x[core], sigma));
@@ -54,7 +60,8 @@ inline VectorCarrier fat_dnorm(const VectorCarrier& x, double sigma) {
 inline void adj_dcauchy(const VectorCarrier& x,
                         double gamma,
                         const VectorCarrier& w,
-                        VectorCarrier& xbar) {
+                        VectorCarrier& xbar)
+{
     const VectorCarrier d = tail_denominator(x);
     const VectorCarrier weighted = scaled(scaled(x, 2.0) * w, -VEMKN::FatDensity::PI * gamma);
     xbar = weighted * invert(d * d);
@@ -64,7 +71,8 @@ inline void adj_dcauchy(const VectorCarrier& x,
 inline void fat_dnorm_adjoint(const VectorCarrier& x,
                               const VectorCarrier& w,
                               VectorCarrier& xbar,
-                              double sigma) {
+                              double sigma)
+{
     const std::valarray<bool> core = in_core(x, sigma);
     const VectorCarrier x_core = x[core], w_core = w[core];
     VectorCarrier tail;

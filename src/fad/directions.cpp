@@ -24,21 +24,25 @@ struct Gate {
 };
 
 // Never destroyed: a host thread may still be in a call while the process ends.
-Gate& gate() {
+Gate& gate()
+{
     alignas(Gate) static unsigned char storage[sizeof(Gate)];
     static Gate* const instance = new (storage) Gate;
     return *instance;
 }
 
-void before_fork() {
+void before_fork()
+{
     gate().mutex.lock();
 }
 
-void after_fork_in_parent() {
+void after_fork_in_parent()
+{
     gate().mutex.unlock();
 }
 
-void after_fork_in_child() {
+void after_fork_in_child()
+{
     new (&gate()) Gate;
 }
 
@@ -48,7 +52,8 @@ void after_fork_in_child() {
 // Waits until nobody holds the gate, or until may_join() says that it can be held together; `first` runs in the first
 // case, while no carrier of any call exists.
 template <class MayJoin, class First>
-void acquire(bool shared, const MayJoin& may_join, const First& first) {
+void acquire(bool shared, const MayJoin& may_join, const First& first)
+{
     Gate& g = gate();
     std::unique_lock lock(g.mutex);
     const std::uint64_t ticket = g.next_ticket++;
@@ -65,19 +70,22 @@ void acquire(bool shared, const MayJoin& may_join, const First& first) {
 
 }  // namespace
 
-DirectionLock::DirectionLock(std::uint64_t directions) {
+DirectionLock::DirectionLock(std::uint64_t directions)
+{
     acquire(
         true,
         [&] { return g_ndd == directions && FO::Dynamic::NDIR == directions; },
         [&] { g_ndd = FO::Dynamic::NDIR = directions; });
 }
 
-DirectionLock::DirectionLock(Creation) {
+DirectionLock::DirectionLock(Creation)
+{
     acquire(
         false, [] { return false; }, [] { g_ndd = 1; });
 }
 
-DirectionLock::~DirectionLock() {
+DirectionLock::~DirectionLock()
+{
     Gate& g = gate();
     const std::lock_guard lock(g.mutex);
     --g.holders;

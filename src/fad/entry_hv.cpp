@@ -18,7 +18,8 @@ int vemk_Hv(::VEMKNInfo* net,
             unsigned nout,
             double* value,
             double* gradient,
-            double* hv) {
+            double* hv)
+{
     const bool row_order = vemkn_rowmajor != 0;
     const Refusal refusal("vemk_Hv", net);
     if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||

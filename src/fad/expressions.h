@@ -15,12 +15,14 @@ template <class T>
 using Operand = std::conditional_t<std::is_same_v<T, VectorCarrier>, const VectorCarrier&, const T>;
 
 // An operand as a carrier: itself, or what the node gives.
-inline const VectorCarrier& evaluated(const VectorCarrier& x) {
+inline const VectorCarrier& evaluated(const VectorCarrier& x)
+{
     return x;
 }
 
 template <class Node>
-VectorCarrier evaluated(const Node& node) {
+VectorCarrier evaluated(const Node& node)
+{
     VectorCarrier result;
     node.fetch(result);
     return result;
@@ -31,7 +33,8 @@ template <class T, EFunction Function>
 struct ExpResult {
     Operand<T> operand;
 
-    void fetch(VectorCarrier& result) const {
+    void fetch(VectorCarrier& result) const
+    {
         const VectorCarrier& t = evaluated(operand);
         if constexpr (Function == NEGATE) {
             result = t;
@@ -51,7 +54,8 @@ struct ExpResult2 {
     Operand<T1> left;
     Operand<T2> right;
 
-    void fetch(VectorCarrier& result) const {
+    void fetch(VectorCarrier& result) const
+    {
         const VectorCarrier& a = evaluated(left);
         if constexpr (Function == ADD_SCALAR) {
             result = a;
@@ -87,32 +91,38 @@ template <class T>
 concept Expression = IS_EXPRESSION<T>;
 
 template <Expression T>
-ExpResult2<T, double, ADD_SCALAR> operator+(const T& t, double c) {
+ExpResult2<T, double, ADD_SCALAR> operator+(const T& t, double c)
+{
     return {t, c};
 }
 
 template <Expression T>
-ExpResult<T, NEGATE> operator-(const T& t) {
+ExpResult<T, NEGATE> operator-(const T& t)
+{
     return {t};
 }
 
 template <Expression T1, Expression T2>
-ExpResult2<T1, T2, MULTIPLY> operator*(const T1& a, const T2& b) {
+ExpResult2<T1, T2, MULTIPLY> operator*(const T1& a, const T2& b)
+{
     return {a, b};
 }
 
 template <Expression T>
-ExpResult2<T, double, DIVIDE_SCALAR> operator/(const T& t, double c) {
+ExpResult2<T, double, DIVIDE_SCALAR> operator/(const T& t, double c)
+{
     return {t, c};
 }
 
 template <Expression T>
-ExpResult<T, EXP> exp(const T& t) {
+ExpResult<T, EXP> exp(const T& t)
+{
     return {t};
 }
 
 template <Expression T>
-ExpResult<T, LOG> log(const T& t) {
+ExpResult<T, LOG> log(const T& t)
+{
     return {t};
 }
 

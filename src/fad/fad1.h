@@ -30,7 +30,9 @@ struct fad1 {
 
     // The vector of n copies of x with g_ndd directions: here n is the length.
     fad1(const double& x, unsigned long n) requires std::is_same_v<T, std::valarray<double>>
-        : fad1(T(x, n), g_ndd) {}
+        : fad1(T(x, n), g_ndd)
+    {
+    }
 
     std::size_t directions() const { return derivatives.size(); }
 
@@ -41,13 +43,15 @@ struct fad1 {
     std::size_t cols() const { return value.cols(); }
 
     // Takes another number of directions; the derivatives are then without contents.
-    void set_directions(std::size_t n) {
+    void set_directions(std::size_t n)
+    {
         if (directions() != n) derivatives.resize(n);
     }
 
     // The entries that the mask selects, of the value and of every derivative.
     fad1 operator[](
-        const std::valarray<bool>& mask) const requires std::is_same_v<T, std::valarray<double>> {
+        const std::valarray<bool>& mask) const requires std::is_same_v<T, std::valarray<double>>
+    {
         fad1 part;
         part.value = value[mask];
         part.set_directions(directions());
@@ -57,7 +61,8 @@ struct fad1 {
 
     // The reverse: the entries that the mask selects take those of part, in ascending order.
     void scatter(const std::valarray<bool>& mask,
-                 const fad1& part) requires std::is_same_v<T, std::valarray<double>> {
+                 const fad1& part) requires std::is_same_v<T, std::valarray<double>>
+    {
         value[mask] = part.value;
         for (std::size_t k = 0; k < directions(); ++k) derivatives[k][mask] = part.derivatives[k];
     }
@@ -65,7 +70,8 @@ struct fad1 {
 private:
     static std::valarray<double> zero_times(const std::valarray<double>& v) { return v * 0.0; }
 
-    static MatrixTemplate<double> zero_times(const MatrixTemplate<double>& m) {
+    static MatrixTemplate<double> zero_times(const MatrixTemplate<double>& m)
+    {
         MatrixTemplate<double> zero = m;
         zero.store() *= 0.0;
         return zero;
@@ -78,40 +84,48 @@ using MatrixCarrier = fad1<MatrixTemplate<double>>;
 // f(value of every argument), then f(derivative k of every argument) for each direction of the first one: how everything
 // linear acts on carriers.
 template <class Linear, class First, class... Rest>
-void each_part(const Linear& f, First&& first, Rest&&... rest) {
+void each_part(const Linear& f, First&& first, Rest&&... rest)
+{
     f(first.value, rest.value...);
     for (std::size_t k = 0; k < first.directions(); ++k) {
         f(first.derivatives[k], rest.derivatives[k]...);
     }
 }
 
-inline double* elements(std::valarray<double>& v) {
+inline double* elements(std::valarray<double>& v)
+{
     return std::begin(v);
 }
 
-inline const double* elements(const std::valarray<double>& v) {
+inline const double* elements(const std::valarray<double>& v)
+{
     return std::begin(v);
 }
 
-inline double* elements(MatrixTemplate<double>& m) {
+inline double* elements(MatrixTemplate<double>& m)
+{
     return m.data();
 }
 
-inline const double* elements(const MatrixTemplate<double>& m) {
+inline const double* elements(const MatrixTemplate<double>& m)
+{
     return m.data();
 }
 
-inline void take_shape(const std::valarray<double>& of, std::valarray<double>& v) {
+inline void take_shape(const std::valarray<double>& of, std::valarray<double>& v)
+{
     if (v.size() != of.size()) v.resize(of.size());
 }
 
-inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& m) {
+inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& m)
+{
     m.resize(of.rows(), of.cols());
 }
 
 // y takes the shape and the number of directions of x; its contents are left to the caller.
 template <class T>
-void take_shape(const fad1<T>& x, fad1<T>& y) {
+void take_shape(const fad1<T>& x, fad1<T>& y)
+{
     y.set_directions(x.directions());
     take_shape(x.value, y.value);
     for (T& derivative : y.derivatives) take_shape(x.value, derivative);

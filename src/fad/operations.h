@@ -10,14 +10,16 @@ namespace yafad {
 // f'_k = factor * x'_k for every direction.
 inline void scale_derivatives(const std::valarray<double>& factor,
                               const VectorCarrier& x,
-                              VectorCarrier& result) {
+                              VectorCarrier& result)
+{
     for (std::size_t k = 0; k < x.directions(); ++k) {
         result.derivatives[k] = x.derivatives[k] * factor;
     }
 }
 
 // log(x), derivative x'_k / x. result may be x.
-inline void do_log(VectorCarrier& result, const VectorCarrier& x) {
+inline void do_log(VectorCarrier& result, const VectorCarrier& x)
+{
     result.set_directions(x.directions());
     for (std::size_t k = 0; k < x.directions(); ++k) {
         result.derivatives[k] = x.derivatives[k] / x.value;
@@ -26,7 +28,8 @@ inline void do_log(VectorCarrier& result, const VectorCarrier& x) {
 }
 
 // exp(x), derivative x'_k exp(x). result may be x.
-inline void do_exp(VectorCarrier& result, const VectorCarrier& x) {
+inline void do_exp(VectorCarrier& result, const VectorCarrier& x)
+{
     result.set_directions(x.directions());
     const std::valarray<double> e = std::exp(x.value);
     scale_derivatives(e, x, result);
@@ -34,7 +37,8 @@ inline void do_exp(VectorCarrier& result, const VectorCarrier& x) {
 }
 
 // 1/x, derivative -(1/x)(1/x) x'_k
-inline VectorCarrier invert(const VectorCarrier& x) {
+inline VectorCarrier invert(const VectorCarrier& x)
+{
     VectorCarrier result;
     result.set_directions(x.directions());
     result.value = 1.0 / x.value;
@@ -43,7 +47,8 @@ inline VectorCarrier invert(const VectorCarrier& x) {
 }
 
 // |x|, derivative -x'_k where the sign bit of x is set (at -0.0 too), else x'_k
-inline VectorCarrier abs(const VectorCarrier& x) {
+inline VectorCarrier abs(const VectorCarrier& x)
+{
     VectorCarrier result;
     result.set_directions(x.directions());
     std::valarray<double> sign(x.size());

@@ -21,20 +21,23 @@ struct CarrierFactor {
     Factor derivative(std::size_t k) const { return part(carrier.derivatives[k]); }
 
 private:
-    Factor part(const MatrixTemplate<double>& m) const {
+    Factor part(const MatrixTemplate<double>& m) const
+    {
         Factor f(m);
         f.transposed = is_transposed;
         return f;
     }
 };
 
-void shape_product(const Factor& A, const Factor& B, std::size_t directions, MatrixCarrier& C) {
+void shape_product(const Factor& A, const Factor& B, std::size_t directions, MatrixCarrier& C)
+{
     C.set_directions(directions);
     C.value.resize(A.used_rows(), B.used_cols());
     for (auto& derivative : C.derivatives) derivative.resize(A.used_rows(), B.used_cols());
 }
 
-void multiply(const CarrierFactor& A, const CarrierFactor& B, MatrixCarrier& C) {
+void multiply(const CarrierFactor& A, const CarrierFactor& B, MatrixCarrier& C)
+{
     shape_product(A.value(), B.value(), A.carrier.directions(), C);
     product(A.value(), B.value(), C.value.data());
     for (std::size_t k = 0; k < C.directions(); ++k) {
@@ -44,12 +47,14 @@ void multiply(const CarrierFactor& A, const CarrierFactor& B, MatrixCarrier& C) 
     }
 }
 
-bool all_finite(const Factor& A) {
+bool all_finite(const Factor& A)
+{
     return std::all_of(A.data, A.data + A.rows * A.cols, [](double a) { return std::isfinite(a); });
 }
 
 // dC_k += (A*0.0)*B, which is zero but where A is not finite.
-void add_constant_tangents(const Factor& A, const Factor& B, MatrixCarrier& C) {
+void add_constant_tangents(const Factor& A, const Factor& B, MatrixCarrier& C)
+{
     MatrixTemplate<double> zero(A.data, A.rows, A.cols);
     zero.store() *= 0.0;
     Factor dA(zero);
@@ -57,7 +62,8 @@ void add_constant_tangents(const Factor& A, const Factor& B, MatrixCarrier& C) {
     for (auto& derivative : C.derivatives) product(dA, B, derivative.data(), Into::add);
 }
 
-void multiply(const Factor& A, const CarrierFactor& B, MatrixCarrier& C) {
+void multiply(const Factor& A, const CarrierFactor& B, MatrixCarrier& C)
+{
     shape_product(A, B.value(), B.carrier.directions(), C);
     product(A, B.value(), C.value.data());
     for (std::size_t k = 0; k < C.directions(); ++k) {
@@ -68,31 +74,37 @@ void multiply(const Factor& A, const CarrierFactor& B, MatrixCarrier& C) {
 
 }  // namespace
 
-void do_mult(const MatrixCarrier& A, const MatrixCarrier& B, MatrixCarrier& C) {
+void do_mult(const MatrixCarrier& A, const MatrixCarrier& B, MatrixCarrier& C)
+{
     multiply(CarrierFactor{A, false}, CarrierFactor{B, false}, C);
 }
 
-void do_mult(const RowsView& A, const MatrixCarrier& B, MatrixCarrier& C) {
+void do_mult(const RowsView& A, const MatrixCarrier& B, MatrixCarrier& C)
+{
     multiply(Factor(A), CarrierFactor{B, false}, C);
 }
 
 void do_binmult(MatrixCarrier& C,
                 const MatrixCarrier& A,
-                const TransposedFAD1<MatrixTemplate<double>>& B) {
+                const TransposedFAD1<MatrixTemplate<double>>& B)
+{
     multiply(CarrierFactor{A, false}, CarrierFactor{B.carrier, true}, C);
 }
 
 void do_binmult(MatrixCarrier& C,
                 const TransposedFAD1<MatrixTemplate<double>>& A,
-                const MatrixCarrier& B) {
+                const MatrixCarrier& B)
+{
     multiply(CarrierFactor{A.carrier, true}, CarrierFactor{B, false}, C);
 }
 
-void do_binmult(MatrixCarrier& C, const Factor& A, const MatrixCarrier& B) {
+void do_binmult(MatrixCarrier& C, const Factor& A, const MatrixCarrier& B)
+{
     multiply(A, CarrierFactor{B, false}, C);
 }
 
-void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b) {
+void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b)
+{
     if (&C != &A) C = A;
     if (!VEMKN::do_binplus(C.value, C.value, b.value)) return;
     for (std::size_t k = 0; k < C.directions(); ++k) {

@@ -17,7 +17,8 @@ struct TransposedFAD1 {
     const fad1<T>& carrier;
 };
 
-inline TransposedFAD1<MatrixTemplate<double>> transposed(const MatrixCarrier& A) {
+inline TransposedFAD1<MatrixTemplate<double>> transposed(const MatrixCarrier& A)
+{
     return {A};
 }
 

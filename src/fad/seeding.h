@@ -20,7 +20,8 @@ public:
     bool is_identity() const { return nw_ == 1 && nv_ == 1; }
 
     // The weights w with the directions v as derivatives; null v: zeros.
-    VectorCarrier seeded(const std::valarray<double>& w, const double* v) const {
+    VectorCarrier seeded(const std::valarray<double>& w, const double* v) const
+    {
         VectorCarrier carrier(w, directions());
         if (is_identity()) {
             carrier.derivatives[0] = 1.0;
@@ -34,7 +35,8 @@ public:
     }
 
     // out = the first nv derivatives of result, in the caller's order; a null out is not wanted.
-    void write_derivatives(double* out, const VectorCarrier& result) const {
+    void write_derivatives(double* out, const VectorCarrier& result) const
+    {
         if (out == nullptr) return;
         const std::size_t n = result.size();
         for (std::size_t d = 0; d < nv_; ++d) {
@@ -45,7 +47,8 @@ public:
 
 private:
     // Place of entry i of direction d among directions of n entries.
-    std::size_t index(std::size_t i, std::size_t d, std::size_t n) const {
+    std::size_t index(std::size_t i, std::size_t d, std::size_t n) const
+    {
         return row_order_ ? d * n + i : i * nv_ + d;
     }
 

@@ -11,7 +11,8 @@ namespace VEMKN {
 inline CarrierModel with_tangents(const VEMKNInfo& net,
                                   const yafad::Seeding& seeding,
                                   const double* w,
-                                  const double* v) {
+                                  const double* v)
+{
     const std::valarray<double> weights =
         w == nullptr ? getweights(net.model) : std::valarray<double>(w, numel(net.model));
     CarrierModel model = net.derivative_model;

@@ -17,7 +17,8 @@ int vemk_Jv(::VEMKNInfo* net,
             unsigned xcols,
             unsigned ycols,
             double* f,
-            double* jac) {
+            double* jac)
+{
     const bool row_order = vemkn_rowmajor != 0;
     const Refusal refusal("vemk_Jv", net);
     if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||

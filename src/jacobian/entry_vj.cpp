@@ -17,7 +17,8 @@ int vemk_vJ(::VEMKNInfo* net,
             unsigned xcols,
             unsigned ycols,
             double* r_out,
-            double* g_out) {
+            double* g_out)
+{
     const Refusal refusal("vemk_vJ", net);
     if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
         refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols)) {

@@ -16,7 +16,8 @@ void adj_residuals(const Model& net,
                    const RowsView& Y,
                    typename Model::Matrix& R,
                    const RowsView& U,
-                   Model& grad) {
+                   Model& grad)
+{
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
 
@@ -28,7 +29,7 @@ void adj_residuals(const Model& net,
         const Matrix& slice_R = residuals(net, Xs, Ys, work.tape);
         work.outAdj = Matrix(Us.data, Us.rows, Us.cols);
         adj_element_norm(net, slice_R, work.outAdj, work.outAdj);
-        backward(net, work.tape, work.outAdj, work.sweep, slice_grad);
+        backward(net, work.transposes, work.tape, work.outAdj, work.sweep, slice_grad);
         return slice_R;
     };
     const Slices slices(X.rows, net.batch);
@@ -57,12 +58,14 @@ void adj_computev_vec(const Model& net,
                       const RowsView& Y,
                       typename Model::Matrix& R,
                       const std::valarray<typename Model::Matrix>& U,
-                      std::valarray<Model>& grads) {
+                      std::valarray<Model>& grads)
+{
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
 
     Tape<Matrix> tape;
     R = residuals(net, X, Y, tape);
+    const TransposedWeights<Model> transposes(net);
 
     struct Local {
         Matrix outAdj;
@@ -77,7 +80,7 @@ void adj_computev_vec(const Model& net,
         [&](Local& local, std::size_t i) {
             local.outAdj = U[i];
             adj_element_norm(net, R, local.outAdj, local.outAdj);
-            backward(net, tape, local.outAdj, local.sweep, grads[i]);
+            backward(net, transposes, tape, local.outAdj, local.sweep, grads[i]);
         },
         [](const Local&) {});  // sweeps write gradients of their own: nothing to merge
 }

@@ -21,7 +21,8 @@ public:
     void print(double value) const { write_output(message("J = ", value, ", ", seconds_, " s\n")); }
 
 private:
-    static double now() {
+    static double now()
+    {
         timeval time;
         if (gettimeofday(&time, nullptr) != 0) return 0.0;
         return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;

@@ -4,14 +4,16 @@
 
 namespace VEMKN {
 
-InstructionSet best_instruction_set() {
+InstructionSet best_instruction_set()
+{
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512f")) return InstructionSet::avx512;
     if (__builtin_cpu_supports("avx2")) return InstructionSet::avx2;
     return InstructionSet::sse2;
 }
 
-const Kernels& kernels_of(InstructionSet set) {
+const Kernels& kernels_of(InstructionSet set)
+{
     switch (set) {
         case InstructionSet::avx512:
             return KERNELS_AVX512;
@@ -29,11 +31,13 @@ const Kernels* in_use = &kernels_of(best_instruction_set());
 
 }  // namespace
 
-const Kernels& kernels() {
+const Kernels& kernels()
+{
     return *in_use;
 }
 
-void use_kernels(InstructionSet set) {
+void use_kernels(InstructionSet set)
+{
     in_use = &kernels_of(set);
 }
 

@@ -72,27 +72,32 @@ template <class F>
 const auto& element_kernels();
 
 template <>
-inline const auto& element_kernels<Id>() {
+inline const auto& element_kernels<Id>()
+{
     return kernels().id;
 }
 
 template <>
-inline const auto& element_kernels<Relu>() {
+inline const auto& element_kernels<Relu>()
+{
     return kernels().relu;
 }
 
 template <>
-inline const auto& element_kernels<Atan>() {
+inline const auto& element_kernels<Atan>()
+{
     return kernels().atan;
 }
 
 template <>
-inline const auto& element_kernels<Softplus>() {
+inline const auto& element_kernels<Softplus>()
+{
     return kernels().softplus;
 }
 
 template <>
-inline const auto& element_kernels<LogDnorm>() {
+inline const auto& element_kernels<LogDnorm>()
+{
     return kernels().log_dnorm;
 }
 

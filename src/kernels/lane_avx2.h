@@ -29,7 +29,8 @@ struct Lane {
 
     static Mask equal(V a, V b) { return _mm256_cmp_pd(a, b, _CMP_EQ_OQ); }
 
-    static Mask outside(V x, V low, V high) {
+    static Mask outside(V x, V low, V high)
+    {
         return _mm256_or_pd(_mm256_cmp_pd(x, low, _CMP_NGE_UQ),
                             _mm256_cmp_pd(x, high, _CMP_NLE_UQ));
     }

@@ -29,7 +29,8 @@ struct Lane {
 
     static Mask equal(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_EQ_OQ); }
 
-    static Mask outside(V x, V low, V high) {
+    static Mask outside(V x, V low, V high)
+    {
         return static_cast<Mask>(_mm512_cmp_pd_mask(x, low, _CMP_NGE_UQ) |
                                  _mm512_cmp_pd_mask(x, high, _CMP_NLE_UQ));
     }

@@ -27,14 +27,16 @@ struct Lane {
 
     // This instruction set compares quietly for order and equality only, so a NaN is set to zero before it is compared
     // for size.
-    static Mask less(V a, V b) {
+    static Mask less(V a, V b)
+    {
         const Mask ordered = _mm_cmpord_pd(a, b);
         return _mm_and_pd(ordered, _mm_cmplt_pd(_mm_and_pd(ordered, a), _mm_and_pd(ordered, b)));
     }
 
     static Mask equal(V a, V b) { return _mm_cmpeq_pd(a, b); }
 
-    static Mask outside(V x, V low, V high) {
+    static Mask outside(V x, V low, V high)
+    {
         const Mask ordered = _mm_cmpord_pd(x, x);
         const V number = _mm_and_pd(ordered, x);
         const Mask inside = _mm_and_pd(_mm_cmpge_pd(number, low), _mm_cmple_pd(number, high));

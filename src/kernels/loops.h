@@ -13,7 +13,8 @@ template <class L, int IN, int OUT, class Body>
 [[gnu::always_inline]] inline void run(const double* const (&in)[IN],
                                        double* const (&out)[OUT],
                                        std::size_t n,
-                                       Body body) {
+                                       Body body)
+{
     typename L::V a[IN], r[OUT];
     std::size_t i = 0;
     for (; i + L::WIDTH <= n; i += L::WIDTH) {
@@ -39,16 +40,19 @@ template <class L, class F>
 struct Loops {
     using V = typename L::V;
 
-    static void value(const double* x, double* y, std::size_t n) {
+    static void value(const double* x, double* y, std::size_t n)
+    {
         run<L, 1, 1>({x}, {y}, n, [](const V* a, V* r) { r[0] = F::template value<L>(a[0]); });
     }
 
-    static void pull(const double* x, const double* ybar, double* xbar, std::size_t n) {
+    static void pull(const double* x, const double* ybar, double* xbar, std::size_t n)
+    {
         run<L, 2, 1>(
             {x, ybar}, {xbar}, n, [](const V* a, V* r) { r[0] = F::template pull<L>(a[0], a[1]); });
     }
 
-    static void value_slope(const double* x, double* y, double* slope, std::size_t n) {
+    static void value_slope(const double* x, double* y, double* slope, std::size_t n)
+    {
         run<L, 1, 2>({x}, {y, slope}, n, [](const V* a, V* r) {
             const ValueSlope<L> terms = F::template value_slope<L>(a[0]);
             r[0] = terms.value;
@@ -61,7 +65,8 @@ struct Loops {
                                 double* xbar,
                                 double* slope,
                                 double* bend,
-                                std::size_t n) {
+                                std::size_t n)
+    {
         run<L, 2, 3>({x, ybar}, {xbar, slope, bend}, n, [](const V* a, V* r) {
             const PullSlopeBend<L> terms = F::template pull_slope_bend<L>(a[0], a[1]);
             r[0] = terms.pull;
@@ -72,13 +77,15 @@ struct Loops {
 };
 
 template <class L, class F>
-constexpr SmoothKernels smooth() {
+constexpr SmoothKernels smooth()
+{
     using Of = Loops<L, F>;
     return {{Of::value, Of::pull}, Of::value_slope, Of::pull_slope_bend};
 }
 
 template <class L, class F>
-constexpr ElementKernels piecewise_linear() {
+constexpr ElementKernels piecewise_linear()
+{
     return {Loops<L, F>::value, Loops<L, F>::pull};
 }
 
@@ -86,7 +93,8 @@ template <class L>
 struct Arithmetic {
     using V = typename L::V;
 
-    static void multiply(const double* a, const double* b, double* to, std::size_t n) {
+    static void multiply(const double* a, const double* b, double* to, std::size_t n)
+    {
         run<L, 2, 1>({a, b}, {to}, n, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
     }
 
@@ -95,22 +103,25 @@ struct Arithmetic {
                              const double* c,
                              const double* d,
                              double* to,
-                             std::size_t n) {
+                             std::size_t n)
+    {
         run<L, 4, 1>(
             {a, b, c, d}, {to}, n, [](const V* v, V* r) { r[0] = v[0] * v[1] + v[2] * v[3]; });
     }
 
-    static void add(const double* a, double* to, std::size_t n) {
+    static void add(const double* a, double* to, std::size_t n)
+    {
         run<L, 2, 1>({to, a}, {to}, n, [](const V* v, V* r) { r[0] = v[0] + v[1]; });
     }
 
-    static void subtract(const double* a, double* to, std::size_t n) {
+    static void subtract(const double* a, double* to, std::size_t n)
+    {
         run<L, 2, 1>({to, a}, {to}, n, [](const V* v, V* r) { r[0] = v[0] - v[1]; });
     }
 
     static void add_to_rows(const double* a, double* to, std::size_t rows, std::size_t cols)
     {
-        if (cols == 1) { // one column is one long row
+        if (cols == 1) {  // one column is one long row
             const V all = L::set(a[0]);
             run<L, 1, 1>({to}, {to}, rows, [=](const V* v, V* r) { r[0] = v[0] + all; });
         } else if (cols < L::WIDTH) {
@@ -150,7 +161,8 @@ struct Arithmetic {
 };
 
 template <class L>
-constexpr Kernels kernels_for(const char* name) {
+constexpr Kernels kernels_for(const char* name)
+{
     using A = Arithmetic<L>;
     return {name,
             piecewise_linear<L, Id>(),

@@ -11,9 +11,8 @@ namespace {
 
 // Vector(x) where low <= x <= high, Scalar(x) in the lanes elsewhere, NaN among them.
 template <class L, auto Vector, auto Scalar>
-[[gnu::always_inline]] inline typename L::V with_fallback(typename L::V x,
-                                                          double low,
-                                                          double high) {
+[[gnu::always_inline]] inline typename L::V with_fallback(typename L::V x, double low, double high)
+{
     using V = typename L::V;
     const auto outside = L::outside(x, L::set(low), L::set(high));
     if (!L::any(outside)) [[likely]]
@@ -31,18 +30,21 @@ template <class L, auto Vector, auto Scalar>
 }
 
 template <class L, auto Vector>
-[[gnu::always_inline]] inline typename L::V exp_of(typename L::V x) {
+[[gnu::always_inline]] inline typename L::V exp_of(typename L::V x)
+{
     // Results from the smallest normal number to below the largest.
     return with_fallback<L, Vector, static_cast<double (*)(double)>(::exp)>(x, -708.0, 709.0);
 }
 
 template <class L, auto Vector>
-[[gnu::always_inline]] inline typename L::V log_of(typename L::V x) {
+[[gnu::always_inline]] inline typename L::V log_of(typename L::V x)
+{
     return with_fallback<L, Vector, static_cast<double (*)(double)>(::log)>(x, DBL_MIN, DBL_MAX);
 }
 
 template <class L, auto Vector>
-[[gnu::always_inline]] inline typename L::V atan_of(typename L::V x) {
+[[gnu::always_inline]] inline typename L::V atan_of(typename L::V x)
+{
     // Far inside of where any variant squares its argument to infinity.
     return with_fallback<L, Vector, static_cast<double (*)(double)>(::atan)>(x, -1e100, 1e100);
 }

@@ -13,16 +13,19 @@ namespace {
 
 constexpr std::size_t MAX_BLAS_DIMENSION = std::numeric_limits<int>::max();
 
-int dimension(std::size_t n) {
+int dimension(std::size_t n)
+{
     return static_cast<int>(n);
 }
 
-CBLAS_TRANSPOSE order(bool transposed) {
+CBLAS_TRANSPOSE order(bool transposed)
+{
     return transposed ? CblasTrans : CblasNoTrans;
 }
 
 // y = A*x or y += A*x for A as used.
-void matrix_times_vector(const Factor& A, const double* x, double* y, Into into) {
+void matrix_times_vector(const Factor& A, const double* x, double* y, Into into)
+{
     // The vector routine scales y by beta, which would turn a leftover infinity into a NaN and a trap.
     if (into == Into::overwrite) std::fill_n(y, A.used_rows(), 0.0);
     cblas_dgemv(CblasRowMajor,
@@ -40,7 +43,8 @@ void matrix_times_vector(const Factor& A, const double* x, double* y, Into into)
 }
 
 // For dimensions that the 32-bit integers of BLAS cannot express.
-void plain_product(const Factor& A, const Factor& B, double* C, Into into) {
+void plain_product(const Factor& A, const Factor& B, double* C, Into into)
+{
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     if (into == Into::overwrite) std::fill_n(C, m * n, 0.0);
     for (std::size_t i = 0; i < m; ++i) {
@@ -55,7 +59,8 @@ void plain_product(const Factor& A, const Factor& B, double* C, Into into) {
 
 }  // namespace
 
-void product(const Factor& A, const Factor& B, double* C, Into into) {
+void product(const Factor& A, const Factor& B, double* C, Into into)
+{
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     if (m == 0 || n == 0) return;
     if (k == 0) {
@@ -91,7 +96,8 @@ void product(const Factor& A, const Factor& B, double* C, Into into) {
 
 bool do_binplus(MatrixTemplate<double>& C,
                 const MatrixTemplate<double>& A,
-                const std::valarray<double>& b) {
+                const std::valarray<double>& b)
+{
     if (&C != &A) C = A;
     if (b.size() == C.size()) {
         kernels().add(std::begin(b), C.data(), C.size());

@@ -21,13 +21,15 @@ struct Factor {
     std::size_t used_cols() const { return transposed ? rows : cols; }
 };
 
-inline Factor transposed(RowsView m) {
+inline Factor transposed(RowsView m)
+{
     Factor f(m);
     f.transposed = true;
     return f;
 }
 
-inline Factor transposed(const MatrixTemplate<double>& m) {
+inline Factor transposed(const MatrixTemplate<double>& m)
+{
     return transposed(RowsView(m));
 }
 
@@ -38,13 +40,15 @@ enum class Into { overwrite, add };
 void product(const Factor& A, const Factor& B, double* C, Into into = Into::overwrite);
 
 // C = A*B. C is resized.
-inline void do_mult(RowsView A, const MatrixTemplate<double>& B, MatrixTemplate<double>& C) {
+inline void do_mult(RowsView A, const MatrixTemplate<double>& B, MatrixTemplate<double>& C)
+{
     C.resize(A.rows, B.cols());
     product(A, B, C.data());
 }
 
 // C = A*B with one factor transposed. C is resized.
-inline void do_binmult(MatrixTemplate<double>& C, const Factor& A, const Factor& B) {
+inline void do_binmult(MatrixTemplate<double>& C, const Factor& A, const Factor& B)
+{
     C.resize(A.used_rows(), B.used_cols());
     product(A, B, C.data());
 }

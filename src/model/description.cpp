@@ -19,13 +19,15 @@ constexpr std::uint64_t DOUBLES_PER_PARAMETER = 3;
 constexpr std::uint64_t BYTES_PER_LAYER =
     2 * sizeof(unsigned) + 4 * (sizeof(MatrixTemplate<double>) + sizeof(std::valarray<double>));
 
-std::uint64_t machine_memory() {
+std::uint64_t machine_memory()
+{
     return static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
            static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
 // Whether the process may have that much memory beside what it has: reserves it, touches none of it, gives it back.
-bool can_reserve(std::uint64_t bytes) {
+bool can_reserve(std::uint64_t bytes)
+{
     void* const area =
         mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (area == MAP_FAILED) return false;
@@ -34,7 +36,8 @@ bool can_reserve(std::uint64_t bytes) {
 }
 
 // Bytes of both models, or something above limit as soon as it is known to be.
-std::uint64_t bytes_needed(const Description& d, std::uint64_t limit) {
+std::uint64_t bytes_needed(const Description& d, std::uint64_t limit)
+{
     std::uint64_t bytes = d.nlayers * BYTES_PER_LAYER;
     for (std::size_t i = 0; i < d.nlayers && bytes <= limit; ++i) {
         if (d.rows(i) > UINT32_MAX) return limit + 1;
@@ -50,16 +53,19 @@ std::uint64_t bytes_needed(const Description& d, std::uint64_t limit) {
 
 }  // namespace
 
-std::uint64_t Description::rows(std::size_t i) const {
+std::uint64_t Description::rows(std::size_t i) const
+{
     const std::uint64_t size = sizes[i];
     return i + 1 == nlayers ? size * nmult : size;
 }
 
-std::uint64_t Description::cols(std::size_t i) const {
+std::uint64_t Description::cols(std::size_t i) const
+{
     return i + 1 == nlayers ? numout : sizes[i + 1];
 }
 
-Description parse_description(const std::string& text) {
+Description parse_description(const std::string& text)
+{
     std::istringstream in(text);
     in.imbue(std::locale::classic());
 

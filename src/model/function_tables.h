@@ -13,7 +13,8 @@ namespace VEMKN {
 // Rows are compared in order. Deliberate: "softmax" is softplus, any unknown name is softplus without a word, and
 // softplus_shifted shares the adjoint of softplus.
 template <class Model>
-typename Model::ActivationPair activation_named(std::string_view name) {
+typename Model::ActivationPair activation_named(std::string_view name)
+{
     using Matrix = typename Model::Matrix;
 
     struct Row {
@@ -39,7 +40,8 @@ typename Model::ActivationPair activation_named(std::string_view name) {
 
 // Sets both norm pairs; false, and neither is set, for an unknown name.
 template <class Model>
-bool set_norm_named(std::string_view name, Model& net) {
+bool set_norm_named(std::string_view name, Model& net)
+{
     using Matrix = typename Model::Matrix;
 
     struct Row {

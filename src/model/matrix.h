@@ -20,7 +20,9 @@ public:
 
     // A copy of rows*cols elements, row by row.
     MatrixTemplate(const T* elements, std::uint64_t rows, std::uint64_t cols)
-        : store_(elements, narrow(rows) * narrow(cols)), rows_(narrow(rows)), cols_(narrow(cols)) {}
+        : store_(elements, narrow(rows) * narrow(cols)), rows_(narrow(rows)), cols_(narrow(cols))
+    {
+    }
 
     std::size_t rows() const { return rows_; }
 
@@ -41,7 +43,8 @@ public:
     const T& operator()(std::size_t r, std::size_t c) const { return store_[r * cols_ + c]; }
 
     // Zero-fills only when the number of elements changes; else the elements stay as they stand.
-    void resize(std::uint64_t rows, std::uint64_t cols) {
+    void resize(std::uint64_t rows, std::uint64_t cols)
+    {
         rows_ = narrow(rows);
         cols_ = narrow(cols);
         if (store_.size() != rows_ * cols_) store_.resize(rows_ * cols_);
@@ -66,25 +69,30 @@ struct RowsView {
     RowsView() = default;
 
     RowsView(const double* elements, std::size_t nrows, std::size_t ncols)
-        : data(elements), rows(nrows), cols(ncols) {}
+        : data(elements), rows(nrows), cols(ncols)
+    {
+    }
 
     RowsView(const MatrixTemplate<double>& m) : data(m.data()), rows(m.rows()), cols(m.cols()) {}
 
     std::size_t size() const { return rows * cols; }
 
-    RowsView slice(std::size_t first, std::size_t count) const {
+    RowsView slice(std::size_t first, std::size_t count) const
+    {
         return {data + first * cols, count, cols};
     }
 };
 
 // The store of a matrix as a vector.
-inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A) {
+inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A)
+{
     return A.store();
 }
 
 // Sum over the rows of every column, each summed from the last row up to the first.
 //   A : rows x cols        out : overwritten, cols entries
-inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out) {
+inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out)
+{
     const std::size_t cols = A.cols();
     if (out.size() != cols) out.resize(cols);
     if (A.rows() == 0) {
@@ -95,7 +103,8 @@ inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out) 
 }
 
 template <class T>
-std::valarray<T> colsum(const MatrixTemplate<T>& A) {
+std::valarray<T> colsum(const MatrixTemplate<T>& A)
+{
     std::valarray<T> out;
     colsum(A, out);
     return out;
@@ -104,7 +113,8 @@ std::valarray<T> colsum(const MatrixTemplate<T>& A) {
 // whole gets the shape that holds n parts side by side.
 inline void shape_columns(MatrixTemplate<double>& whole,
                           const MatrixTemplate<double>& part,
-                          std::size_t n) {
+                          std::size_t n)
+{
     whole.resize(part.rows(), n * part.cols());
 }
 
@@ -112,7 +122,8 @@ inline void shape_columns(MatrixTemplate<double>& whole,
 //   whole : rows x any        part : rows x w
 inline void put_columns(MatrixTemplate<double>& whole,
                         std::size_t first,
-                        const MatrixTemplate<double>& part) {
+                        const MatrixTemplate<double>& part)
+{
     for (std::size_t r = 0; r < part.rows(); ++r) {
         std::copy_n(
             part.data() + r * part.cols(), part.cols(), whole.data() + r * whole.cols() + first);
@@ -122,7 +133,8 @@ inline void put_columns(MatrixTemplate<double>& whole,
 // The same columns of whole added to part.
 inline void add_columns(const MatrixTemplate<double>& whole,
                         std::size_t first,
-                        MatrixTemplate<double>& part) {
+                        MatrixTemplate<double>& part)
+{
     for (std::size_t r = 0; r < part.rows(); ++r) {
         const double* const from = whole.data() + r * whole.cols() + first;
         kernels().add(from, part.data() + r * part.cols(), part.cols());
@@ -133,7 +145,8 @@ inline void add_columns(const MatrixTemplate<double>& whole,
 inline void take_columns(const MatrixTemplate<double>& whole,
                          std::size_t first,
                          std::size_t width,
-                         MatrixTemplate<double>& part) {
+                         MatrixTemplate<double>& part)
+{
     part.resize(whole.rows(), width);
     for (std::size_t r = 0; r < part.rows(); ++r) {
         std::copy_n(whole.data() + r * whole.cols() + first, width, part.data() + r * width);
@@ -141,22 +154,41 @@ inline void take_columns(const MatrixTemplate<double>& whole,
 }
 
 // R -= Y for a batch of constants Y of the same shape.
-inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y) {
+inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y)
+{
     kernels().subtract(Y.data, R.data(), R.size());
 }
 
 // A = zeros of that shape.
-inline void set_zero(MatrixTemplate<double>& A, std::size_t rows, std::size_t cols) {
+inline void set_zero(MatrixTemplate<double>& A, std::size_t rows, std::size_t cols)
+{
     A.resize(rows, cols);
     A.store() = 0.0;
 }
 
+// At = transpose of A, block by block so that both are walked in cache lines.
+inline void transpose(const MatrixTemplate<double>& A, MatrixTemplate<double>& At)
+{
+    constexpr std::size_t BLOCK = 8;
+    const std::size_t rows = A.rows(), cols = A.cols();
+    At.resize(cols, rows);
+    for (std::size_t r0 = 0; r0 < rows; r0 += BLOCK) {
+        for (std::size_t c0 = 0; c0 < cols; c0 += BLOCK) {
+            for (std::size_t c = c0; c < std::min(c0 + BLOCK, cols); ++c) {
+                for (std::size_t r = r0; r < std::min(r0 + BLOCK, rows); ++r) At(c, r) = A(r, c);
+            }
+        }
+    }
+}
+
 // a += b over the stores; same shapes.
-inline void do_add(std::valarray<double>& a, const std::valarray<double>& b) {
+inline void do_add(std::valarray<double>& a, const std::valarray<double>& b)
+{
     a += b;
 }
 
-inline void do_add(MatrixTemplate<double>& a, const MatrixTemplate<double>& b) {
+inline void do_add(MatrixTemplate<double>& a, const MatrixTemplate<double>& b)
+{
     do_add(a.store(), b.store());
 }
 

@@ -16,7 +16,8 @@ void print_build_information();
 
 // The model that a parsed description asks for, weights and biases zero.
 template <class Model>
-Model build_model(const Description& d) {
+Model build_model(const Description& d)
+{
     Model net;
     net.numin = d.numin;
     net.numout = d.numout;
@@ -48,7 +49,8 @@ Model build_model(const Description& d) {
 
 // Model from a description text. Bad content gives a message and a model without layers, never an exception.
 template <class Model>
-Model mknn(const std::string& text) {
+Model mknn(const std::string& text)
+{
     Model net;
     call_frame([&] {
         print_build_information();

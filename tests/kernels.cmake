@@ -1,0 +1,1 @@
+vemkn_test(kernels/test_kernels HIDDEN LABELS unit)

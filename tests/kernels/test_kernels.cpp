@@ -1,0 +1,249 @@
+#include <gtest/gtest.h>
+
+#include <cfenv>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kernels/kernels.h"
+#include "kernels/lane.h"
+
+using namespace VEMKN;
+
+namespace {
+
+using Numbers = std::vector<double>;
+
+constexpr double INF = std::numeric_limits<double>::infinity();
+constexpr double NAN_ = std::numeric_limits<double>::quiet_NaN();
+constexpr int TRAPS = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW;
+
+std::vector<InstructionSet> available()
+{
+    std::vector<InstructionSet> sets = {InstructionSet::sse2};
+    if (best_instruction_set() >= InstructionSet::avx2) sets.push_back(InstructionSet::avx2);
+    if (best_instruction_set() >= InstructionSet::avx512) sets.push_back(InstructionSet::avx512);
+    return sets;
+}
+
+// Exceptions among TRAPS that work raises.
+int raised(const std::function<void()>& work)
+{
+    std::feclearexcept(FE_ALL_EXCEPT);
+    work();
+    return std::fetestexcept(TRAPS);
+}
+
+double ulp(long double exact)
+{
+    const double d = std::fabs(static_cast<double>(exact));
+    return std::nextafter(d, INF) - d;
+}
+
+// The largest distance of computed from exact over seeded points, in units of the last place of exact or of `floor`,
+// whichever is larger.
+double worst_ulp(const std::function<void(const double*, double*, std::size_t)>& loop,
+                 const std::function<long double(long double)>& exact,
+                 double low,
+                 double high,
+                 double floor)
+{
+    std::mt19937_64 engine(12345);
+    std::uniform_real_distribution<double> draw(low, high);
+    Numbers x(200000), y(x.size());
+    for (double& a : x) a = draw(engine);
+    loop(x.data(), y.data(), x.size());
+    double worst = 0.0;
+    for (std::size_t i = 0; i < x.size(); ++i) {
+        const long double truth = exact(x[i]);
+        const double unit = std::max(ulp(truth), ulp(floor));
+        worst = std::max(worst, static_cast<double>(std::fabs(y[i] - truth)) / unit);
+    }
+    return worst;
+}
+
+class KernelsOf : public testing::TestWithParam<InstructionSet> {
+protected:
+    const Kernels& k = kernels_of(GetParam());
+};
+
+// Points on which branches, ranges of the vector functions and special values turn.
+Numbers hard_points()
+{
+    Numbers points;
+    for (const double a :
+         {0.0,      5e-324,  1e-310, 1e-300,  1e-160, 1e-8,  0.5,   1.0,   1.9999999999999998,
+          2.0,      2.5,     36.0,   38.0,    299.9,  300.0, 300.1, 707.9, 708.0,
+          708.1,    709.0,   710.0,  745.0,   746.0,  800.0, 1e10,  1e76,  1e100,
+          1.01e100, 1.3e154, 1e300,  1.7e308, INF,    NAN_}) {
+        points.push_back(a);
+        points.push_back(-a);
+    }
+    return points;
+}
+
+template <class F>
+double scalar_value(double x)
+{
+    return F::template value<ScalarLane>(x);
+}
+
+template <class F>
+double scalar_pull(double x, double ybar)
+{
+    return F::template pull<ScalarLane>(x, ybar);
+}
+
+bool same_or_close(double a, double b, double ulps)
+{
+    if (std::isnan(b)) return std::isnan(a);
+    if (a == b) return std::signbit(a) == std::signbit(b);
+    return std::fabs(a - b) <= ulps * ulp(b);
+}
+
+// value and pull of one function at every hard point, in every lane of a vector beside harmless neighbours: the scalar
+// formula's value and the scalar formula's exceptions.
+template <class F>
+void expect_scalar_behaviour(const ElementKernels& kernels)
+{
+    for (const double point : hard_points()) {
+        for (std::size_t lane = 0; lane < 9; ++lane) {
+            SCOPED_TRACE(testing::Message() << "x = " << point << " in lane " << lane);
+            Numbers x(9, 0.25), ybar(9, 1.5), y(9), xbar(9);
+            x[lane] = point;
+            double expected = 0.0;
+            const int scalar_flags = raised([&] { expected = scalar_value<F>(point); });
+            EXPECT_EQ(scalar_flags, raised([&] { kernels.value(x.data(), y.data(), 9); }));
+            EXPECT_TRUE(same_or_close(y[lane], expected, 8)) << y[lane] << " " << expected;
+
+            double adjoint = 0.0;
+            const int adjoint_flags = raised([&] { adjoint = scalar_pull<F>(point, 1.5); });
+            EXPECT_EQ(adjoint_flags,
+                      raised([&] { kernels.pull(x.data(), ybar.data(), xbar.data(), 9); }));
+            EXPECT_TRUE(same_or_close(xbar[lane], adjoint, 8)) << xbar[lane] << " " << adjoint;
+        }
+    }
+}
+
+}  // namespace
+
+TEST_P(KernelsOf, BehaveLikeTheScalarFormulaAtHardPoints)
+{
+    expect_scalar_behaviour<Id>(k.id);
+    expect_scalar_behaviour<Relu>(k.relu);
+    expect_scalar_behaviour<Atan>(k.atan);
+    expect_scalar_behaviour<Softplus>(k.softplus);
+    expect_scalar_behaviour<LogDnorm>(k.log_dnorm);
+}
+
+TEST_P(KernelsOf, RaiseNothingForNumbersOfEverydaySize)
+{
+    std::mt19937_64 engine(7);
+    std::uniform_real_distribution<double> exponent(-40.0, 8.0), sign(-1.0, 1.0);
+    Numbers x(20011), ybar(x.size()), a(x.size()), b(x.size()), c(x.size());
+    for (double& number : x) number = std::copysign(std::pow(10.0, exponent(engine)), sign(engine));
+    for (double& number : ybar) number = sign(engine);
+    for (const SmoothKernels* smooth : {&k.atan, &k.softplus, &k.log_dnorm}) {
+        EXPECT_EQ(0, raised([&] {
+                      smooth->value(x.data(), a.data(), x.size());
+                      smooth->pull(x.data(), ybar.data(), a.data(), x.size());
+                      smooth->value_slope(x.data(), a.data(), b.data(), x.size());
+                      smooth->pull_slope_bend(
+                          x.data(), ybar.data(), a.data(), b.data(), c.data(), x.size());
+                  }));
+    }
+}
+
+TEST_P(KernelsOf, StayWithinTheirErrorBounds)
+{
+    // The bounds are those of the vector functions of the maths library with the roundings of the formula on top.
+    const auto softplus = [](long double x) { return std::log1p(std::exp(x)); };
+    const auto density = [](long double x) {
+        const long double sigma = LogDnorm::SIGMA;
+        return -logl(expl(x * x / (-2 * sigma * sigma)) / sqrtl(2 * M_PIl * sigma * sigma)) +
+               (long double)LogDnorm::BIAS;
+    };
+    // exp(x) + 1 is rounded to a double near 1, so the error below x = 0 is absolute: in units of the last place of 1 it
+    // is at most 0.5 from that sum, 3.1/2 from exp and 1.6/2 from log.
+    EXPECT_LE(worst_ulp(k.softplus.value, softplus, -40.0, 0.0, 1.0), 2.9);
+    EXPECT_LE(worst_ulp(k.softplus.value, softplus, 0.0, 300.0, 0.0), 4.0);
+    EXPECT_LE(worst_ulp(
+                  k.atan.value, [](long double x) { return std::atan(x); }, -50, 50, 0),
+              4.0);
+    // The exponent up to -18 and its rounding decide here: units of the last place of 18.
+    EXPECT_LE(worst_ulp(k.log_dnorm.value, density, -2.0, 2.0, 18.0), 2.0);
+}
+
+TEST_P(KernelsOf, GiveAnElementTheSameBitsWhereverItStands)
+{
+    Numbers x(100);
+    std::mt19937_64 engine(3);
+    std::uniform_real_distribution<double> draw(-4.0, 4.0);
+    for (double& number : x) number = draw(engine);
+    for (const SmoothKernels* smooth : {&k.atan, &k.softplus, &k.log_dnorm}) {
+        Numbers whole(100), part(100);
+        smooth->value(x.data(), whole.data(), 100);
+        for (std::size_t first = 0; first < 20; ++first) {
+            for (std::size_t n = 0; n < 20; ++n) {
+                smooth->value(&x[first], part.data(), n);
+                EXPECT_EQ(0, std::memcmp(part.data(), &whole[first], n * sizeof(double)));
+            }
+        }
+    }
+}
+
+TEST_P(KernelsOf, GiveExactlyZeroForTheLikelihoodAtZero)
+{
+    const Numbers x = {0.0, -0.0, 0.0};
+    Numbers y(3, 1.0);
+    k.log_dnorm.value(x.data(), y.data(), 3);
+    EXPECT_EQ(Numbers(3, 0.0), y);
+}
+
+TEST_P(KernelsOf, SumColumnsFromTheLastRowToTheFirst)
+{
+    // 1e16 + 1 loses the 1, so the order shows: from the last row up the ones are lost only after 1e16 came in.
+    for (const std::size_t cols : {1u, 3u, 8u, 13u, 40u, 71u}) {
+        const std::size_t rows = 4;
+        Numbers a(rows * cols, 1.0), sum(cols);
+        for (std::size_t c = 0; c < cols; ++c) a[c] = 1e16;
+        for (std::size_t c = 0; c < cols; ++c) a[3 * cols + c] = static_cast<double>(c);
+        k.sum_columns(a.data(), rows, cols, sum.data());
+        for (std::size_t c = 0; c < cols; ++c) {
+            EXPECT_EQ(((static_cast<double>(c) + 1.0) + 1.0) + 1e16, sum[c]);
+        }
+    }
+}
+
+TEST_P(KernelsOf, DoArithmeticOnEveryLength)
+{
+    for (std::size_t n = 0; n < 30; ++n) {
+        Numbers a(n), b(n), c(n), d(n), to(n, -1.0), kept;
+        for (std::size_t i = 0; i < n; ++i) {
+            const auto at = static_cast<double>(i);
+            a[i] = at + 0.5, b[i] = 3.0 - at, c[i] = at * at, d[i] = 0.25 * at;
+        }
+        k.multiply(a.data(), b.data(), to.data(), n);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
+        k.multiply_add(a.data(), b.data(), c.data(), d.data(), to.data(), n);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i] + c[i] * d[i], to[i]);
+        kept = to;
+        k.add(a.data(), to.data(), n);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(kept[i] + a[i], to[i]);
+        kept = to;
+        k.subtract(b.data(), to.data(), n);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(kept[i] - b[i], to[i]);
+        if (n == 0) continue;
+        Numbers matrix(3 * n, 2.0);
+        k.add_to_rows(a.data(), matrix.data(), 3, n);
+        for (std::size_t i = 0; i < 3 * n; ++i) EXPECT_EQ(2.0 + a[i % n], matrix[i]);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryInstructionSet,
+                         KernelsOf,
+                         testing::ValuesIn(available()),
+                         [](const auto& set) { return std::string(kernels_of(set.param).name); });
