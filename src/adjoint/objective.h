@@ -66,6 +66,7 @@ typename Model::SValue adj_computev(const Model& net,
                                     AdjointWork<Model>& work,
                                     Model& grad)
 {
+    check_input_width(net, X.cols);
     std::swap(R, residuals(net, X, Y, work.tape));
     typename Model::SValue value = mean_norm(net, R);
     if (value_of(seed) != 0.0) {

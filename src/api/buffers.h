@@ -15,9 +15,9 @@ namespace VEMKN {
 class InputRows {
 public:
     InputRows(const double* data, std::size_t rows, std::size_t cols)
-        : zeros_(data == nullptr ? rows * cols : 0),
-          view_(data == nullptr ? std::begin(zeros_) : data, rows, cols)
     {
+        if (data == nullptr) zeros_.resize(rows, cols);
+        view_ = RowsView(data == nullptr ? zeros_.data() : data, rows, cols);
     }
 
     InputRows(const InputRows&) = delete;
@@ -26,7 +26,7 @@ public:
     operator const RowsView&() const { return view_; }
 
 private:
-    std::valarray<double> zeros_;
+    MatrixTemplate<double> zeros_;
     RowsView view_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <valarray>
 
 #include "kernels/kernels.h"
@@ -20,7 +21,7 @@ public:
 
     // A copy of rows*cols elements, row by row.
     MatrixTemplate(const T* elements, std::uint64_t rows, std::uint64_t cols)
-        : store_(elements, narrow(rows) * narrow(cols)), rows_(narrow(rows)), cols_(narrow(cols))
+        : store_(elements, area(rows, cols)), rows_(narrow(rows)), cols_(narrow(cols))
     {
     }
 
@@ -45,14 +46,23 @@ public:
     // Zero-fills only when the number of elements changes; else the elements stay as they stand.
     void resize(std::uint64_t rows, std::uint64_t cols)
     {
+        const std::size_t elements = area(rows, cols);
         rows_ = narrow(rows);
         cols_ = narrow(cols);
-        if (store_.size() != rows_ * cols_) store_.resize(rows_ * cols_);
+        if (store_.size() != elements) store_.resize(elements);
     }
 
 private:
     // Dimensions are 32-bit numbers kept in 64-bit fields.
     static std::uint64_t narrow(std::uint64_t n) { return static_cast<std::uint32_t>(n); }
+
+    // Number of elements. A valarray that cannot be addressed would not throw by itself, but wrap around.
+    static std::size_t area(std::uint64_t rows, std::uint64_t cols)
+    {
+        const std::size_t elements = narrow(rows) * narrow(cols);
+        if (elements > PTRDIFF_MAX / sizeof(T)) throw std::bad_alloc();
+        return elements;
+    }
 
     std::valarray<T> store_;
     std::uint64_t rows_ = 0;
