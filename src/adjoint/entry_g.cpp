@@ -17,8 +17,7 @@ int vemk_g(::VEMKNInfo* net,
            double* gradient)
 {
     const Refusal refusal("vemk_g", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
-        refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
+    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(n, nout) ||
         refusal.empty_batch(n)) {
         return REFUSED;
     }

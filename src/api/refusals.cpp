@@ -47,11 +47,13 @@ bool Refusal::weight_count(unsigned nw) const
     return nw != needed && refuse("nw is ", nw, ", the network has ", needed, " parameters");
 }
 
-bool Refusal::output_width(unsigned ycols) const
+bool Refusal::residuals(unsigned nrows, unsigned ycols) const
 {
     const unsigned numout = net_->model.numout;
-    return ycols != numout &&
-           refuse("the targets have ", ycols, " columns, the network ", numout, " outputs");
+    if (ycols != numout) {
+        return refuse("the targets have ", ycols, " columns, the network ", numout, " outputs");
+    }
+    return too_many("residuals", nrows, ycols);
 }
 
 bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c) const
@@ -72,6 +74,7 @@ bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::
 
 bool Refusal::directions(bool row_order, unsigned nw, unsigned nv) const
 {
+    if (too_many("direction values", nw, nv)) return true;
     return row_order && nv > nw &&
            refuse("nv is ", nv, ", row order carries nw = ", nw, " directions");
 }

@@ -20,6 +20,9 @@ public:
     bool network() const;
     // A norm name that the description left unknown.
     bool norm() const;
+
+    bool normed_network() const { return network() || norm(); }
+
     // nw against the number of parameters.
     bool weight_count(unsigned nw) const;
 
@@ -29,11 +32,11 @@ public:
         return w != nullptr && weight_count(nw);
     }
 
-    // The number of target columns against the number of outputs.
-    bool output_width(unsigned ycols) const;
+    // The number of target columns against the number of outputs, and the number of residuals.
+    bool residuals(unsigned nrows, unsigned ycols) const;
     // A product of counts that must stay below 2^32.
     bool too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) const;
-    // More directions than the tangents of row order.
+    // The number of direction values, and more directions than the tangents of row order.
     bool directions(bool row_order, unsigned nw, unsigned nv) const;
     // A mean over nothing.
     bool empty_batch(unsigned nrows) const;

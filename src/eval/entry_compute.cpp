@@ -38,8 +38,7 @@ int vemk_residual(::VEMKNInfo* net,
                   double* out)
 {
     const Refusal refusal("vemk_residual", net);
-    if (refusal.network() || refusal.weight_count(w, nw) || refusal.output_width(ycols) ||
-        refusal.too_many("results", nrows, ycols)) {
+    if (refusal.network() || refusal.weight_count(w, nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
     call_frame([&] {

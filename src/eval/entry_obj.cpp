@@ -16,8 +16,7 @@ int vemk_obj(::VEMKNInfo* net,
              double* result)
 {
     const Refusal refusal("vemk_obj", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(w, nw) ||
-        refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
+    if (refusal.normed_network() || refusal.weight_count(w, nw) || refusal.residuals(n, nout) ||
         refusal.empty_batch(n)) {
         return REFUSED;
     }
@@ -41,8 +40,7 @@ int vemk_objv(::VEMKNInfo* net,
               double* out)
 {
     const Refusal refusal("vemk_objv", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(w, nw) ||
-        refusal.output_width(nout) || refusal.too_many("residuals", n, nout)) {
+    if (refusal.normed_network() || refusal.weight_count(w, nw) || refusal.residuals(n, nout)) {
         return REFUSED;
     }
     call_frame([&] {

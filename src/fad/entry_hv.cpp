@@ -22,9 +22,8 @@ int vemk_Hv(::VEMKNInfo* net,
 {
     const bool row_order = vemkn_rowmajor != 0;
     const Refusal refusal("vemk_Hv", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
-        refusal.output_width(nout) || refusal.too_many("residuals", n, nout) ||
-        refusal.too_many("direction values", nw, nv) || refusal.directions(row_order, nw, nv)) {
+    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(n, nout) ||
+        refusal.directions(row_order, nw, nv)) {
         return REFUSED;
     }
     const yafad::Seeding seeding(row_order, nw, nv);

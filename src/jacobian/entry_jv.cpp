@@ -21,9 +21,8 @@ int vemk_Jv(::VEMKNInfo* net,
 {
     const bool row_order = vemkn_rowmajor != 0;
     const Refusal refusal("vemk_Jv", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
-        refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols) ||
-        refusal.too_many("direction values", nw, nv) || refusal.directions(row_order, nw, nv)) {
+    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(nrows, ycols) ||
+        refusal.directions(row_order, nw, nv)) {
         return REFUSED;
     }
     const yafad::Seeding seeding(row_order, nw, nv);

@@ -20,8 +20,7 @@ int vemk_vJ(::VEMKNInfo* net,
             double* g_out)
 {
     const Refusal refusal("vemk_vJ", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
-        refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols)) {
+    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
     call_frame([&] {

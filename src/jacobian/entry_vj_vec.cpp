@@ -20,8 +20,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
                 double* g_out)
 {
     const Refusal refusal("vemk_vJ_vec", net);
-    if (refusal.network() || refusal.norm() || refusal.weight_count(nw) ||
-        refusal.output_width(ycols) || refusal.too_many("residuals", nrows, ycols) ||
+    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(nrows, ycols) ||
         refusal.too_many("weighting values", nrows, ycols, k)) {
         return REFUSED;
     }
