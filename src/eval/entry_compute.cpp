@@ -22,7 +22,11 @@ int vemk_compute(::VEMKNInfo* net,
     call_frame([&] {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, ncols);
-        write_output(out, computev(model, X).store());
+        MatrixTemplate<double> outputs(nrows, model.numout);
+        compute_rows(model, X, [&](std::size_t first, const MatrixTemplate<double>& O) {
+            put_elements(outputs.store(), first * model.numout, O);
+        });
+        write_output(out, outputs.store());
     });
     return 0;
 }
@@ -45,7 +49,10 @@ int vemk_residual(::VEMKNInfo* net,
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
-        MatrixTemplate<double> R = computev(model, X);
+        MatrixTemplate<double> R(nrows, ycols);
+        compute_rows(model, X, [&](std::size_t first, const MatrixTemplate<double>& O) {
+            put_elements(R.store(), first * ycols, O);
+        });
         subtract_rows(R, Y);
         write_output(out, R.store());
     });

@@ -112,6 +112,9 @@ void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix
     }
 }
 
+// Rows that one thread works on at a time where no slice size is told: their intermediates stay in cache.
+inline constexpr std::int32_t ROWS_IN_CACHE = 64;
+
 // Outputs of the network, one row for each row of X.
 //   X : rows x ncols, at most numin columns        result : rows x numout
 template <class Model>

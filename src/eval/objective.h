@@ -18,6 +18,20 @@ typename Model::Matrix& residuals(const Model& net,
     return tape.O;
 }
 
+// Outputs of many rows, block by block on the calling thread: use(first row, outputs) gets one after the other.
+template <class Model, class Use>
+void compute_rows(const Model& net, const RowsView& X, const Use& use)
+{
+    using Matrix = typename Model::Matrix;
+    check_input_width(net, X.cols);
+    Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);
+    const Slices blocks(X.rows, ROWS_IN_CACHE);
+    for (std::size_t b = 0; b < blocks.number(); ++b) {
+        forward(net, blocks.cut(X, b), tape);
+        use(blocks.first_row(b), tape.O);
+    }
+}
+
 // The mean over the elements of R of their norm.
 template <class Model>
 typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix& R)

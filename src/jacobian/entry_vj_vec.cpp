@@ -29,11 +29,8 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, std::size_t{k} * nrows, ycols);
-        std::valarray<MatrixTemplate<double>> weightings(k);
-        for (std::size_t i = 0; i < k; ++i) {
-            const RowsView block = RowsView(U).slice(i * nrows, nrows);
-            weightings[i] = MatrixTemplate<double>(block.data, nrows, ycols);
-        }
+        std::valarray<RowsView> weightings(k);
+        for (std::size_t i = 0; i < k; ++i) weightings[i] = RowsView(U).slice(i * nrows, nrows);
         MatrixTemplate<double> R(nrows, ycols);
         Trace trace;
         std::valarray<DoubleModel> grads(zeros_like(model), k);

@@ -51,36 +51,63 @@ void adj_residuals(const Model& net,
 }
 
 // The same for several weightings: one forward pass over the whole batch, then one backward sweep for each U[i], shared
-// out over the threads. grads[i] has the model's shapes and is overwritten.
-template <class Model>
+// out over the threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten. Rows go through in blocks, every sweep of a
+// share over one block before the next, so that the intermediates of a block are read from memory once a share.
+template <class Model, class Weighting>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
                       const RowsView& Y,
                       typename Model::Matrix& R,
-                      const std::valarray<typename Model::Matrix>& U,
+                      const std::valarray<Weighting>& U,
                       std::valarray<Model>& grads)
 {
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
 
-    Tape<Matrix> tape;
-    R = residuals(net, X, Y, tape);
+    const Slices blocks(X.rows, ROWS_IN_CACHE);
+    std::vector<Tape<Matrix>> tapes(blocks.number());
+    for_each_share(
+        Shares(blocks.number(), net.threads),
+        net.threads,
+        [] { return nullptr; },
+        [](auto) {},
+        [&](auto, std::size_t b) {
+            const Matrix& block_R = residuals(net, blocks.cut(X, b), blocks.cut(Y, b), tapes[b]);
+            put_elements(R.store(), blocks.first_row(b) * R.cols(), block_R);
+        },
+        [](auto) {});  // blocks write rows of their own: nothing to merge
+
     const TransposedWeights<Model> transposes(net);
 
     struct Local {
+        explicit Local(const Model& shapes) : block_grad(zeros_like(shapes)) {}
+
         Matrix outAdj;
         Sweep<Model> sweep;
+        Model block_grad;
     };
 
+    const auto sweep_block = [&](Local& local, std::size_t i, std::size_t b) {
+        const RowsView Ub = blocks.cut(RowsView(U[i]), b);
+        local.outAdj = Matrix(Ub.data, Ub.rows, Ub.cols);
+        adj_element_norm(net, tapes[b].O, local.outAdj, local.outAdj);
+        backward(net, transposes, tapes[b], local.outAdj, local.sweep, local.block_grad);
+        do_add(grads[i], local.block_grad);
+    };
+    for (Model& grad : grads) setweights0(grad);
+    const Shares sweeps(U.size(), net.threads);
     for_each_share(
-        Shares(U.size(), net.threads),
+        Shares(sweeps.number(), net.threads),
         net.threads,
-        [] { return Local(); },
+        [&] { return Local(net); },
         [](Local&) {},
-        [&](Local& local, std::size_t i) {
-            local.outAdj = U[i];
-            adj_element_norm(net, R, local.outAdj, local.outAdj);
-            backward(net, transposes, tape, local.outAdj, local.sweep, grads[i]);
+        [&](Local& local, std::size_t item) {
+            const auto share = static_cast<unsigned>(item);
+            for (std::size_t b = 0; b < blocks.number(); ++b) {
+                for (std::size_t i = sweeps.begin(share); i < sweeps.end(share); ++i) {
+                    sweep_block(local, i, b);
+                }
+            }
         },
         [](const Local&) {});  // sweeps write gradients of their own: nothing to merge
 }
