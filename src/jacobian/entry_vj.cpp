@@ -28,7 +28,7 @@ int vemk_vJ(::VEMKNInfo* net,
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, nrows, ycols);
-        MatrixTemplate<double> R(nrows, ycols);
+        MatrixTemplate<double> R;
         DoubleModel grad = zeros_like(model);
         Trace trace;
         adj_residuals(model, X, Y, R, U, grad);

@@ -31,7 +31,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         const InputRows U(u, std::size_t{k} * nrows, ycols);
         std::valarray<RowsView> weightings(k);
         for (std::size_t i = 0; i < k; ++i) weightings[i] = RowsView(U).slice(i * nrows, nrows);
-        MatrixTemplate<double> R(nrows, ycols);
+        MatrixTemplate<double> R;
         Trace trace;
         std::valarray<DoubleModel> grads(zeros_like(model), k);
         adj_computev_vec(model, X, Y, R, weightings, grads);

@@ -7,7 +7,7 @@
 namespace VEMKN {
 
 // Gradient of the sum over all elements of U times the element norm of the residuals.
-//   X : n x nin        Y, U : n x nout        R : n x nout already; overwritten with the residuals
+//   X : n x nin        Y, U : n x nout        R : overwritten with the residuals
 //   grad : zeroed by the caller; a batch of one slice overwrites it, several slices are added
 // U holds absolute weights, so slices simply add up.
 template <class Model>
@@ -20,6 +20,7 @@ void adj_residuals(const Model& net,
 {
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
+    R.resize(X.rows, Y.cols);
 
     const auto adj_rows = [&](AdjointWork<Model>& work,
                               const RowsView& Xs,
@@ -51,8 +52,9 @@ void adj_residuals(const Model& net,
 }
 
 // The same for several weightings: one forward pass over the whole batch, then one backward sweep for each U[i], shared
-// out over the threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten. Rows go through in blocks, every sweep of a
-// share over one block before the next, so that the intermediates of a block are read from memory once a share.
+// out over the threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
+// Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a block
+// are read from memory once a share.
 template <class Model, class Weighting>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
@@ -63,6 +65,7 @@ void adj_computev_vec(const Model& net,
 {
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
+    R.resize(X.rows, Y.cols);
 
     const Slices blocks(X.rows, ROWS_IN_CACHE);
     std::vector<Tape<Matrix>> tapes(blocks.number());

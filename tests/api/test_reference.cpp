@@ -18,9 +18,12 @@ struct Case {
           ycols(json.at("ycols")),
           w(json.at("w").get<Numbers>()),
           x(json.at("x").get<Numbers>()),
-          y(json.at("y").get<Numbers>()) {}
+          y(json.at("y").get<Numbers>())
+    {
+    }
 
-    void check(const std::string& name, const Numbers& computed) const {
+    void check(const std::string& name, const Numbers& computed) const
+    {
         reference::expect_matches(expected, name, computed);
     }
 
@@ -31,7 +34,8 @@ struct Case {
     Numbers w, x, y;
 };
 
-void check_values(VEMKNInfo* net, const Case& c) {
+void check_values(VEMKNInfo* net, const Case& c)
+{
     Numbers out(c.elements());
     ASSERT_EQ(0, vemk_compute(net, c.w.data(), c.nw, c.x.data(), c.nrows, c.xcols, 0, out.data()));
     c.check("compute", out);
@@ -53,7 +57,8 @@ void check_values(VEMKNInfo* net, const Case& c) {
     c.check("obj", obj);
 }
 
-void check_gradient(VEMKNInfo* net, const Case& c) {
+void check_gradient(VEMKNInfo* net, const Case& c)
+{
     Numbers value(1), gradient(c.nw);
     ASSERT_EQ(0,
               vemk_g(net,
@@ -74,7 +79,8 @@ void check_gradient(VEMKNInfo* net, const Case& c) {
 class Directions {
 public:
     Directions(const Json& json, const char* order)
-        : nv(json.at(order).at("nv")), v(json.at(order).at("v").get<Numbers>()) {
+        : nv(json.at(order).at("nv")), v(json.at(order).at("v").get<Numbers>())
+    {
         vemk_major(nullptr, std::string(order) == "row");
     }
 
@@ -87,7 +93,8 @@ public:
     Numbers v;
 };
 
-void check_Hv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result) {
+void check_Hv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result)
+{
     Numbers value(1), gradient(c.nw), hv(std::size_t{c.nw} * d.nv);
     ASSERT_EQ(0,
               vemk_Hv(net,
@@ -108,7 +115,8 @@ void check_Hv(VEMKNInfo* net, const Case& c, const Directions& d, const std::str
     c.check(result, hv);
 }
 
-void check_Jv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result) {
+void check_Jv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result)
+{
     Numbers f(c.elements()), jac(c.elements() * d.nv);
     ASSERT_EQ(0,
               vemk_Jv(net,
@@ -127,7 +135,8 @@ void check_Jv(VEMKNInfo* net, const Case& c, const Directions& d, const std::str
     c.check(result, jac);
 }
 
-void check_vJ(VEMKNInfo* net, const Case& c, unsigned k, const Numbers& u) {
+void check_vJ(VEMKNInfo* net, const Case& c, unsigned k, const Numbers& u)
+{
     Numbers r(c.elements()), products(std::size_t{k} * c.nw);
     ASSERT_EQ(0,
               vemk_vJ_vec(net,
@@ -169,7 +178,8 @@ protected:
     const Json& json() const { return reference::cases()[GetParam()]; }
 };
 
-std::string name_of(const testing::TestParamInfo<std::size_t>& info) {
+std::string name_of(const testing::TestParamInfo<std::size_t>& info)
+{
     return reference::test_name(reference::cases()[info.param]["name"]);
 }
 
@@ -179,7 +189,8 @@ class Likelihood : public ReferenceCase {};
 
 // A fresh handle, and then every [batch, threads] pair of the case.
 template <class Check>
-void with_every_setting(const Json& json, const Check& check) {
+void with_every_setting(const Json& json, const Check& check)
+{
     const Network net(json.at("description"));
     const Case c(json);
     ASSERT_EQ(c.nw, vemk_numel(net));
@@ -193,15 +204,18 @@ void with_every_setting(const Json& json, const Check& check) {
 
 }  // namespace
 
-TEST_P(Evaluation, ValuesMatch) {
+TEST_P(Evaluation, ValuesMatch)
+{
     with_every_setting(json(), check_values);
 }
 
-TEST_P(Evaluation, GradientMatches) {
+TEST_P(Evaluation, GradientMatches)
+{
     with_every_setting(json(), check_gradient);
 }
 
-TEST_P(Evaluation, HessianProductsMatch) {
+TEST_P(Evaluation, HessianProductsMatch)
+{
     for (const char* order : {"column", "row"}) {
         if (!json().contains(order)) continue;
         const Directions d(json(), order);
@@ -211,7 +225,8 @@ TEST_P(Evaluation, HessianProductsMatch) {
     }
 }
 
-TEST_P(Evaluation, JacobianProductsMatch) {
+TEST_P(Evaluation, JacobianProductsMatch)
+{
     for (const char* order : {"column", "row"}) {
         if (!json().contains(order)) continue;
         const Directions d(json(), order);
@@ -221,13 +236,15 @@ TEST_P(Evaluation, JacobianProductsMatch) {
     }
 }
 
-TEST_P(Evaluation, TransposedJacobianProductsMatch) {
+TEST_P(Evaluation, TransposedJacobianProductsMatch)
+{
     const unsigned k = json().at("u").at("k");
     const Numbers u = json().at("u").at("v");
     with_every_setting(json(), [&](VEMKNInfo* net, const Case& c) { check_vJ(net, c, k, u); });
 }
 
-TEST_P(Likelihood, NormAndLogpMatch) {
+TEST_P(Likelihood, NormAndLogpMatch)
+{
     const Network net(json().at("description"));
     const Numbers r = json().at("r");
     const unsigned rows = json().at("rows"), cols = json().at("cols");

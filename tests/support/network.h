@@ -9,7 +9,9 @@
 class Network {
 public:
     explicit Network(const std::string& text)
-        : net_(initVEMKNet(text.data(), static_cast<int>(text.size()))) {}
+        : net_(initVEMKNet(text.data(), static_cast<int>(text.size())))
+    {
+    }
 
     ~Network() { releaseVEMKNet(net_); }
 

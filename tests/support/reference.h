@@ -14,7 +14,8 @@ namespace reference {
 using Json = nlohmann::json;
 using Numbers = std::vector<double>;
 
-inline const Json& cases() {
+inline const Json& cases()
+{
     static const Json all = [] {
         Json list = Json::array();
         for (const char* name : {"chain",
@@ -38,7 +39,8 @@ inline const Json& cases() {
     return all;
 }
 
-inline std::vector<std::size_t> indices(const std::string& kind) {
+inline std::vector<std::size_t> indices(const std::string& kind)
+{
     std::vector<std::size_t> found;
     for (std::size_t i = 0; i < cases().size(); ++i) {
         if (cases()[i]["kind"] == kind) found.push_back(i);
@@ -47,7 +49,8 @@ inline std::vector<std::size_t> indices(const std::string& kind) {
 }
 
 // computed against expected[name], element by element; written so that a NaN fails.
-inline void expect_matches(const Json& expected, const std::string& name, const Numbers& computed) {
+inline void expect_matches(const Json& expected, const std::string& name, const Numbers& computed)
+{
     const Numbers value = expected.at(name).at("value");
     const double tol = expected.at(name).at("tol");
     ASSERT_EQ(value.size(), computed.size()) << name;
@@ -57,7 +60,8 @@ inline void expect_matches(const Json& expected, const std::string& name, const 
     }
 }
 
-inline std::string test_name(const std::string& case_name) {
+inline std::string test_name(const std::string& case_name)
+{
     std::string name = case_name;
     for (char& c : name) {
         if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
