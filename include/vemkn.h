@@ -43,7 +43,8 @@
  *
  * - Floating-point traps for invalid, divide-by-zero and overflow are armed while a computing call runs, on every
  *   thread that works for it: arithmetic that would give a NaN out of numbers, or an infinity, ends the process with
- *   SIGFPE instead. On return those three traps are off. A quiet NaN in the data passes through.
+ *   SIGFPE instead. On return those three traps are off. A quiet NaN in the data passes through. vemk_quiet does
+ *   without the traps.
  * - OpenBLAS is set to one thread while at least one call runs, and set back when the last one returns.
  * - A call that hands in more input columns than the network takes prints "too many predicates: " and ends the
  *   process with exit status 3.
@@ -148,12 +149,29 @@ VEMKN_API int vemk_setpar(VEMKNInfo* net, unsigned threads, int batch);
  * Threads: must not overlap with other calls on this handle. */
 VEMKN_API int vemk_setbatch(VEMKNInfo* net, int batch);
 
+/** Switches the quiet mode of a handle, off in a new one. Made for R, Python and line searches, which would rather see a
+ * NaN than lose their process.
+ *
+ * @param[in,out] net  handle
+ * @param[in]     on   not 0: computing calls on this handle arm no traps. Numbers that are not finite flow through, and
+ *                     a call whose results are not all finite returns 1 after it wrote them. The three traps are masked
+ *                     on every thread that works, and the host's floating-point environment is put back as found.
+ * @return 0; -1 for a null handle.
+ * Failure: too many input columns end the process in quiet mode too, and refused calls return -1.
+ * Threads: must not overlap with other calls on this handle. */
+VEMKN_API int vemk_quiet(VEMKNInfo* net, int on);
+
 /** Stores rowmajor in vemkn_rowmajor, for all handles.
  * @param[in] net       not looked at; may be null
  * @param[in] rowmajor  the new value
  * @return 0
  * Threads: must not overlap with vemk_Hv and vemk_Jv. */
 VEMKN_API int vemk_major(VEMKNInfo* net, int rowmajor);
+
+/** Version of the library that runs, as VEMKN_VERSION in the form "year.month.build".
+ * Ownership: a constant.
+ * Threads:   may run at any time. */
+VEMKN_API const char* vemk_version(void);
 
 /* --------------------------------------------------------------------------------------- shapes and parameters */
 
@@ -236,7 +254,7 @@ VEMKN_API int vemk_getweights(VEMKNInfo* net, double* w, unsigned n);
  * @param[in]  ncols    input columns, at most vemk_numin(net); missing ones count as zeros
  * @param[in]  ignored  not looked at
  * @param[out] out      array of length [nrows*numout], row by row
- * @return 0, or -1 when the call is refused.
+ * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
@@ -255,7 +273,7 @@ VEMKN_API int vemk_compute(VEMKNInfo* net, const double* w, unsigned nw, const d
  * @param[in]  xcols  input columns, at most vemk_numin(net); missing ones count as zeros
  * @param[in]  ycols  must equal vemk_numout(net)
  * @param[out] out    array of length [nrows*ycols], row by row
- * @return 0, or -1 when the call is refused.
+ * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
@@ -276,7 +294,7 @@ VEMKN_API int vemk_residual(VEMKNInfo* net, const double* w, unsigned nw, const 
  * @param[in]  nin     input columns, at most vemk_numin(net); missing ones count as zeros
  * @param[in]  nout    must equal vemk_numout(net)
  * @param[out] result  one double
- * @return 0, or -1 when the call is refused.
+ * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
@@ -296,7 +314,7 @@ VEMKN_API int vemk_obj(VEMKNInfo* net, const double* w, unsigned nw, const doubl
  * @param[in]  nin   input columns, at most vemk_numin(net); missing ones count as zeros
  * @param[in]  nout  must equal vemk_numout(net)
  * @param[out] out   array of length [n*nout], row by row
- * @return 0, or -1 when the call is refused.
+ * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
@@ -344,7 +362,7 @@ VEMKN_API int vemk_logp(VEMKNInfo* net, const double* x, unsigned n, double* out
  * @param[in]  nout      must equal vemk_numout(net)
  * @param[out] value     one double, the objective as vemk_obj gives it
  * @param[out] gradient  array of length [nw], flat order; overwritten
- * @return 0, or -1 when the call is refused.
+ * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
@@ -372,7 +390,7 @@ VEMKN_API int vemk_g(VEMKNInfo* net, const double* w, unsigned nw, const double*
  * @param[out] value     one double, the objective
  * @param[out] gradient  array of length [nw], flat order
  * @param[out] hv        array of length [nw*nv], the products
- * @return 0, or -1 when the call is refused (also for 2^32 or more direction values).
+ * @return 0, 1 as told at vemk_quiet, or -1 when the call is refused (also for 2^32 or more direction values).
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  with the environment variable NN_TRACE set, "J = value, seconds s\n" on standard output.
@@ -401,7 +419,7 @@ VEMKN_API int vemk_Hv(VEMKNInfo* net, const double* w, unsigned nw, const double
  * @param[in]  ycols  must equal vemk_numout(net)
  * @param[out] f      array of length [nrows*ycols], the element-normed residuals
  * @param[out] jac    array of length [nrows*ycols*nv]
- * @return 0, or -1 when the call is refused (also for 2^32 or more direction values).
+ * @return 0, 1 as told at vemk_quiet, or -1 when the call is refused (also for 2^32 or more direction values).
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the summing norm of f divided
@@ -425,7 +443,7 @@ VEMKN_API int vemk_Jv(VEMKNInfo* net, const double* w, unsigned nw, const double
  * @param[in]  ycols    must equal vemk_numout(net)
  * @param[out] r_out    array of length [nrows*ycols]: the residuals, output minus target
  * @param[out] g_out    array of length [nw], flat order
- * @return 0, or -1 when the call is refused.
+ * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the objective.
@@ -450,7 +468,7 @@ VEMKN_API int vemk_vJ(VEMKNInfo* net, const double* w, unsigned nw, const double
  * @param[in]  ycols  must equal vemk_numout(net)
  * @param[out] r_out  array of length [nrows*ycols]: the residuals
  * @param[out] g_out  array of length [k*nw]: product i is the i-th block, flat order
- * @return 0, or -1 when the call is refused (also for 2^32 or more weighting values).
+ * @return 0, 1 as told at vemk_quiet, or -1 when the call is refused (also for 2^32 or more weighting values).
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  as vemk_vJ.

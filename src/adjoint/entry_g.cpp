@@ -1,6 +1,5 @@
 #include "adjoint/objective.h"
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 
 using namespace VEMKN;
@@ -21,13 +20,12 @@ int vemk_g(::VEMKNInfo* net,
         refusal.empty_batch(n)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
         DoubleModel grad = zeros_like(model);
-        write_output(value, adj_objv(model, X, Y, 1.0, grad));
-        write_output(gradient, getweights(grad));
+        results.write(value, adj_objv(model, X, Y, 1.0, grad));
+        results.write(gradient, getweights(grad));
     });
-    return 0;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <valarray>
 
 #include "api/params.h"
@@ -36,16 +37,48 @@ inline std::valarray<double> input_vector(const double* data, std::size_t n)
     return data == nullptr ? std::valarray<double>(n) : std::valarray<double>(data, n);
 }
 
-// out = the values; a null out is not wanted.
-inline void write_output(double* out, const std::valarray<double>& values)
-{
-    if (out != nullptr) std::copy(std::begin(values), std::end(values), out);
-}
+// Where results go: into caller arrays, of which a null one is not wanted.
+class Results {
+public:
+    // With watch, looks whether what is written is finite.
+    explicit Results(bool watch) : watch_(watch) {}
 
-inline void write_output(double* out, double value)
-{
-    if (out != nullptr) *out = value;
-}
+    void write(double* out, const std::valarray<double>& values)
+    {
+        if (out != nullptr) std::copy(std::begin(values), std::end(values), out);
+        note(values);
+    }
+
+    void write(double* out, double value)
+    {
+        if (out != nullptr) *out = value;
+        note(value);
+    }
+
+    // The same into every entry_step-th place of out.
+    void write(double* out, const std::valarray<double>& values, std::size_t entry_step)
+    {
+        for (std::size_t i = 0; out != nullptr && i < values.size(); ++i) {
+            out[i * entry_step] = values[i];
+        }
+        note(values);
+    }
+
+    // Whether everything written under watch was finite, wanted or not.
+    bool all_finite() const { return all_finite_; }
+
+private:
+    void note(double value) { all_finite_ = all_finite_ && (!watch_ || std::isfinite(value)); }
+
+    void note(const std::valarray<double>& values)
+    {
+        if (!watch_) return;
+        for (const double value : values) note(value);
+    }
+
+    bool watch_;
+    bool all_finite_ = true;
+};
 
 // The model at the caller's weights; at its own ones for a null w.
 template <class Model>

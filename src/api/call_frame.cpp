@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "api/messages.h"
+#include "vemkn.h"
 
 namespace VEMKN {
 
@@ -10,7 +11,7 @@ void print_banner_once()
 {
     static std::atomic<bool> printed{false};
     if (printed.load(std::memory_order_relaxed) || printed.exchange(true)) return;
-    write_output("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n");
+    write_output("VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n");
 }
 
 }  // namespace VEMKN

@@ -22,4 +22,15 @@ void call_frame(const Work& work)
     call.finish();
 }
 
+// The same for a quiet handle: no traps, and the host's floating-point environment as it was found.
+template <class Work>
+void quiet_frame(const Work& work)
+{
+    print_banner_once();
+    CallInFlight call;
+    const ScopedTraps masked(false);
+    work();
+    call.finish();
+}
+
 }  // namespace VEMKN

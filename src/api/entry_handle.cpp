@@ -41,8 +41,20 @@ int vemk_setbatch(::VEMKNInfo* net, int batch)
     return 0;
 }
 
+int vemk_quiet(::VEMKNInfo* net, int on)
+{
+    if (net == nullptr) return -1;
+    net->quiet = on != 0;
+    return 0;
+}
+
 int vemk_major(::VEMKNInfo*, int rowmajor)
 {
     vemkn_rowmajor = rowmajor;
     return 0;
+}
+
+const char* vemk_version(void)
+{
+    return VEMKN_VERSION;
 }

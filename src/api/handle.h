@@ -14,6 +14,7 @@ struct VEMKNInfo {
     std::uint64_t header = 440;  // never read
     DoubleModel model;
     CarrierModel derivative_model;
+    bool quiet = false;  // computing calls arm no traps
 };
 
 }  // namespace VEMKN

@@ -14,20 +14,29 @@ inline void arm_traps()
     feenableexcept(TRAPS);
 }
 
-// Traps are a thread's own: every thread of a team arms them for its share of the work, and leaves with the
-// floating-point environment that it came with, so that the host's next parallel region finds its threads unarmed.
-class WorkerTraps {
+// A thread's traps for as long as this lives, armed or masked; then the floating-point environment that it came with.
+//
+// Traps are a thread's own: every thread of a team takes over those of the calling thread for its share of the work, and
+// leaves with its own, so that the host's next parallel region finds its threads as they were.
+class ScopedTraps {
 public:
-    WorkerTraps()
+    explicit ScopedTraps(bool armed)
     {
         std::fegetenv(&before_);
-        arm_traps();
+        if (armed) {
+            arm_traps();
+        } else {
+            fedisableexcept(TRAPS);
+        }
     }
 
-    ~WorkerTraps() { std::fesetenv(&before_); }
+    ~ScopedTraps() { std::fesetenv(&before_); }
 
-    WorkerTraps(const WorkerTraps&) = delete;
-    WorkerTraps& operator=(const WorkerTraps&) = delete;
+    ScopedTraps(const ScopedTraps&) = delete;
+    ScopedTraps& operator=(const ScopedTraps&) = delete;
+
+    // Whether the calling thread has them armed.
+    static bool armed_here() { return (fegetexcept() & TRAPS) != 0; }
 
 private:
     std::fenv_t before_;

@@ -1,5 +1,4 @@
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "eval/objective.h"
 
@@ -19,16 +18,15 @@ int vemk_compute(::VEMKNInfo* net,
         refusal.too_many("results", nrows, net->model.numout)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, ncols);
         MatrixTemplate<double> outputs(nrows, model.numout);
         compute_rows(model, X, [&](std::size_t first, const MatrixTemplate<double>& O) {
             put_elements(outputs.store(), first * model.numout, O);
         });
-        write_output(out, outputs.store());
+        results.write(out, outputs.store());
     });
-    return 0;
 }
 
 int vemk_residual(::VEMKNInfo* net,
@@ -45,7 +43,7 @@ int vemk_residual(::VEMKNInfo* net,
     if (refusal.network() || refusal.weight_count(w, nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -54,7 +52,6 @@ int vemk_residual(::VEMKNInfo* net,
             put_elements(R.store(), first * ycols, O);
         });
         subtract_rows(R, Y);
-        write_output(out, R.store());
+        results.write(out, R.store());
     });
-    return 0;
 }

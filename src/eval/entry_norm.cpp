@@ -1,5 +1,4 @@
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "eval/objective.h"
 
@@ -11,22 +10,20 @@ int vemk_norm(::VEMKNInfo* net, const double* r, unsigned a, unsigned b, double*
     if (refusal.null_handle() || refusal.norm() || refusal.too_many("elements", a, b)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         MatrixTemplate<double> R(a, b);
         R.store() = input_vector(r, R.size());
-        write_output(result, R.size() == 0 ? 0.0 : mean_norm(net->model, R));
+        results.write(result, R.size() == 0 ? 0.0 : mean_norm(net->model, R));
     });
-    return 0;
 }
 
 int vemk_logp(::VEMKNInfo* net, const double* x, unsigned n, double* out)
 {
     const Refusal refusal("vemk_logp", net);
     if (refusal.null_handle() || refusal.norm()) return REFUSED;
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         MatrixTemplate<double> R(n, 1);
         R.store() = input_vector(x, n);
-        write_output(out, net->model.element_norm.forward(R));
+        results.write(out, net->model.element_norm.forward(R));
     });
-    return 0;
 }

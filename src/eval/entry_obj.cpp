@@ -1,5 +1,4 @@
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "eval/objective.h"
 
@@ -20,13 +19,12 @@ int vemk_obj(::VEMKNInfo* net,
         refusal.empty_batch(n)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
-        write_output(result, objv(model, X, Y));
+        results.write(result, objv(model, X, Y));
     });
-    return 0;
 }
 
 int vemk_objv(::VEMKNInfo* net,
@@ -43,13 +41,12 @@ int vemk_objv(::VEMKNInfo* net,
     if (refusal.normed_network() || refusal.weight_count(w, nw) || refusal.residuals(n, nout)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
         std::valarray<double> values(std::size_t{n} * nout);
         element_norms(model, X, Y, values);
-        write_output(out, values);
+        results.write(out, values);
     });
-    return 0;
 }

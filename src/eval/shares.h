@@ -89,9 +89,10 @@ void for_each_share(const Shares& shares,
     }
 
     TeamException failure;
+    const bool armed = ScopedTraps::armed_here();
 #pragma omp parallel num_threads(team.size())
     {
-        const WorkerTraps traps;
+        const ScopedTraps traps(armed);
         std::optional<decltype(make_local())> local;
         failure.guard([&] { local.emplace(make_local()); });
 #pragma omp for ordered schedule(static, 1)

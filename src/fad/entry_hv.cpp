@@ -1,5 +1,5 @@
 #include "adjoint/objective.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "fad/work_model.h"
 #include "jacobian/trace.h"
@@ -28,7 +28,7 @@ int vemk_Hv(::VEMKNInfo* net,
     }
     const yafad::Seeding seeding(row_order, nw, nv);
     const yafad::DirectionLock lock(seeding.directions());
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
@@ -39,9 +39,8 @@ int vemk_Hv(::VEMKNInfo* net,
         if (Trace::wanted()) trace.print(J.value);
 
         const yafad::VectorCarrier g = getweights(grad);
-        write_output(value, J.value);
-        write_output(gradient, g.value);
-        seeding.write_derivatives(hv, g);
+        results.write(value, J.value);
+        results.write(gradient, g.value);
+        seeding.write_derivatives(results, hv, g);
     });
-    return 0;
 }

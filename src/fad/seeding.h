@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "api/buffers.h"
 #include "fad/fad1.h"
 
 namespace yafad {
@@ -34,14 +35,14 @@ public:
         return carrier;
     }
 
-    // out = the first nv derivatives of result, in the caller's order; a null out is not wanted.
-    void write_derivatives(double* out, const VectorCarrier& result) const
+    // out = the first nv derivatives of result, in the caller's order.
+    void write_derivatives(VEMKN::Results& results, double* out, const VectorCarrier& result) const
     {
-        if (out == nullptr) return;
         const std::size_t n = result.size();
         for (std::size_t d = 0; d < nv_; ++d) {
-            const std::valarray<double>& tangent = result.derivatives[d];
-            for (std::size_t i = 0; i < n; ++i) out[index(i, d, n)] = tangent[i];
+            results.write(out == nullptr ? out : out + index(0, d, n),
+                          result.derivatives[d],
+                          row_order_ ? 1 : nv_);
         }
     }
 

@@ -1,4 +1,4 @@
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "eval/objective.h"
 #include "fad/work_model.h"
@@ -27,7 +27,7 @@ int vemk_Jv(::VEMKNInfo* net,
     }
     const yafad::Seeding seeding(row_order, nw, nv);
     const yafad::DirectionLock lock(seeding.directions());
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -38,8 +38,7 @@ int vemk_Jv(::VEMKNInfo* net,
         // Deliberate: the summing norm acts on values that are element-normed already.
         if (Trace::wanted()) trace.print(mean_norm(model, asMatrix(result, nrows, ycols)).value);
 
-        write_output(f, result.value);
-        seeding.write_derivatives(jac, result);
+        results.write(f, result.value);
+        seeding.write_derivatives(results, jac, result);
     });
-    return 0;
 }

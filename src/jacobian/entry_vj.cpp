@@ -1,5 +1,4 @@
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "jacobian/sweeps.h"
 #include "jacobian/trace.h"
@@ -23,7 +22,7 @@ int vemk_vJ(::VEMKNInfo* net,
     if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -35,8 +34,7 @@ int vemk_vJ(::VEMKNInfo* net,
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
-        write_output(r_out, R.store());
-        write_output(g_out, getweights(grad));
+        results.write(r_out, R.store());
+        results.write(g_out, getweights(grad));
     });
-    return 0;
 }

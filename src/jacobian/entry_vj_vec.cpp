@@ -1,5 +1,4 @@
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/computing_call.h"
 #include "api/refusals.h"
 #include "jacobian/sweeps.h"
 #include "jacobian/trace.h"
@@ -24,7 +23,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         refusal.too_many("weighting values", nrows, ycols, k)) {
         return REFUSED;
     }
-    call_frame([&] {
+    return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -40,8 +39,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
 
         std::valarray<double> products(std::size_t{k} * nw);
         for (std::size_t i = 0; i < k; ++i) put_elements(products, i * nw, getweights(grads[i]));
-        write_output(r_out, R.store());
-        write_output(g_out, products);
+        results.write(r_out, R.store());
+        results.write(g_out, products);
     });
-    return 0;
 }
