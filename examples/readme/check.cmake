@@ -1,0 +1,18 @@
+# README.md shows the example as it stands, and what it prints:
+#     cmake -DREADME=... -DSOURCE=... -DPROGRAM=... -P check.cmake
+cmake_minimum_required(VERSION 3.25)
+
+# Fails unless README.md holds text as a whole block of code in that language.
+function(expect_block language text what)
+    file(READ "${README}" readme)
+    string(FIND "${readme}" "\n```${language}\n${text}```\n" place)
+    if(place EQUAL -1)
+        message(FATAL_ERROR "${README} does not show ${what}, which is:\n${text}")
+    endif()
+endfunction()
+
+file(READ "${SOURCE}" program)
+expect_block(c "${program}" "the text of ${SOURCE}")
+
+execute_process(COMMAND "${PROGRAM}" OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+expect_block(text "${output}" "what ${PROGRAM} prints")
