@@ -20,7 +20,7 @@
  * ## The description text
  *
  * Words separated by white space: numin numout nlayers nmult batch, then nlayers sizes, then the name of the
- * activation ("softplus", "softmax", "softplus_shifted", "atan", "relu", "id"; any other word is softplus) and
+ * activation ("softplus", "atan", "relu", "id"; "softmax", "softplus_shifted" and any other word are softplus) and
  * the name of the norm ("sum" or "sum_log_dnorm_fat"). With s0 ... s(n-1) the sizes and n = nlayers, layer i < n-1
  * maps s(i) values to s(i+1); the last layer maps s(n-1)*nmult values to numout. The activation acts on every
  * layer, the last one included. nmult > 1 applies the hidden layers that often in a chain and hands the outputs of
@@ -36,28 +36,32 @@
  * ## The objective
  *
  * R = output - target. "sum": the mean of R, signed. "sum_log_dnorm_fat": the mean of the negative log-likelihood
- * -log f(R) + LOGP_BIAS, where f is a Gaussian of standard deviation 1/3 for |R| < 2 and a Cauchy density of
- * scale 0.0004785973257525766 from there on; a gross outlier so costs little more than a moderate one.
+ * -log f(R) + vemk_logp_bias, where f is a Gaussian of standard deviation 1/3 for |R| < 2 and a Cauchy density of
+ * scale 0.0004785973257525766 from there on; a gross outlier so costs little more than a moderate one. The two do not
+ * join: the cost rises to 18 just below |R| = 2, falls to 10.36 there and is back at 18 only at 91.
  *
  * ## What a call does to the process
  *
  * - Floating-point traps for invalid, divide-by-zero and overflow are armed while a computing call runs, on every
  *   thread that works for it: arithmetic that would give a NaN out of numbers, or an infinity, ends the process with
- *   SIGFPE instead. On return those three traps are off. A quiet NaN in the data passes through. vemk_quiet does
- *   without the traps.
+ *   SIGFPE instead. On return those three traps are off. A quiet NaN in the data passes through. Flags of the three
+ *   exceptions that the host left pending are cleared first. vemk_quiet does without the traps.
  * - OpenBLAS is set to one thread while at least one call runs, and set back when the last one returns.
- * - A call that hands in more input columns than the network takes prints "too many predicates: " and ends the
- *   process with exit status 3.
+ * - A call that hands in more input columns than the network takes (numin, or the first of the sizes where that is
+ *   smaller) prints "too many predicates: " and ends the process with exit status 3.
  * - A refused call (each function says when) prints one line on standard error, writes nothing and returns -1.
  * - The first call prints one line, the banner, on standard output.
- * - C++ exceptions (lack of memory) pass through to the caller; traps then stay armed and BLAS stays at one thread.
+ * - C++ exceptions (lack of memory) pass through to the caller; traps then stay armed (but for a quiet handle) and
+ *   BLAS stays at one thread.
  * - In the child of a fork a call runs on one thread, with the same results.
  *
  * ## Results and threads
  *
  * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares, and the shares' sums are added in
- * a fixed order: the same input with the same threads and batch gives the same bits, run after run, however many
- * threads really ran. Calls may overlap in time, on one handle too, as long as no setter runs on it meanwhile.
+ * a fixed order: the same input with the same threads and batch gives the same bits on one machine, run after run,
+ * however many threads really ran. A team has at most as many threads as there are shares, or processors (16 where
+ * there are fewer). Calls may overlap in time, on one handle too, as long as no setter runs on it meanwhile; at most 64
+ * threads work inside the library at once, further calls wait. Outputs of a call may overlap its inputs.
  *
  * ## Words used below
  *
@@ -116,7 +120,8 @@ extern VEMKN_API uint64_t g_ndd;
  * @return a handle, never null; release it with releaseVEMKNet. A text that describes no network gives a handle
  *         without layers: it can be read and released, and every computing call refuses it.
  *
- * The new handle has batch 32 (whatever the text says), threads 1 and all weights 0. Sets g_ndd to 1.
+ * The new handle has batch 32 (whatever the text says), threads 1 (inside a parallel region of the host: the size of
+ * its team) and all weights 0. Sets g_ndd to 1.
  * Ownership: text is copied.
  * Messages:  "Error: invalid network data\n" on standard error when one of the first five numbers is zero or the
  *            network is larger than the machine's memory; "invalid norm function name: " and the name on standard
@@ -156,6 +161,8 @@ VEMKN_API int vemk_setbatch(VEMKNInfo* net, int batch);
  * @param[in]     on   not 0: computing calls on this handle arm no traps. Numbers that are not finite flow through, and
  *                     a call whose results are not all finite returns 1 after it wrote them. The three traps are masked
  *                     on every thread that works, and the host's floating-point environment is put back as found.
+ *                     Results that the caller did not want (null outputs) count too. An overflow on the way that
+ *                     leaves all results finite is not told.
  * @return 0; -1 for a null handle.
  * Failure: too many input columns end the process in quiet mode too, and refused calls return -1.
  * Threads: must not overlap with other calls on this handle. */
@@ -244,7 +251,7 @@ VEMKN_API int vemk_getweights(VEMKNInfo* net, double* w, unsigned n);
 
 /* -------------------------------------------------------------------------------------- outputs and residuals */
 
-/** Outputs of the network for a batch, all rows at once, on the calling thread.
+/** Outputs of the network for a batch, on the calling thread whatever vemk_setpar says.
  *
  * @param[in]  net      handle; not changed
  * @param[in]  w        array of length [nw], flat order
@@ -262,7 +269,7 @@ VEMKN_API int vemk_getweights(VEMKNInfo* net, double* w, unsigned n);
 VEMKN_API int vemk_compute(VEMKNInfo* net, const double* w, unsigned nw, const double* x, unsigned nrows,
                            unsigned ncols, uint64_t ignored, double* out);
 
-/** Residuals, outputs minus targets, all rows at once, on the calling thread.
+/** Residuals, outputs minus targets, on the calling thread whatever vemk_setpar says.
  *
  * @param[in]  net    handle; not changed
  * @param[in]  w      array of length [nw], flat order
@@ -331,7 +338,7 @@ VEMKN_API int vemk_objv(VEMKNInfo* net, const double* w, unsigned nw, const doub
  * @return 0; -1 for a null handle, an unknown norm name or 2^32 or more elements.
  *
  * Ownership: every buffer stays the caller's.
- * Failure:   an element beyond about 1.3e154 overflows in the likelihood: SIGFPE.
+ * Failure:   an element beyond about 7.6e153 overflows in the likelihood: SIGFPE.
  * Threads:   reads the handle only; runs on the calling thread. */
 VEMKN_API int vemk_norm(VEMKNInfo* net, const double* r, unsigned a, unsigned b, double* result);
 
@@ -350,7 +357,8 @@ VEMKN_API int vemk_logp(VEMKNInfo* net, const double* x, unsigned n, double* out
 
 /* ------------------------------------------------------------------------------------------------ derivatives */
 
-/** Objective of a batch and its gradient with respect to every weight and bias.
+/** Objective of a batch and its gradient with respect to every weight and bias. In the likelihood a residual beyond
+ * about 6.5e76 overflows on the way to its derivative (here and in vemk_Hv, vemk_vJ, vemk_vJ_vec): SIGFPE.
  *
  * @param[in]  net       handle; not changed
  * @param[in]  w         array of length [nw], flat order
@@ -373,7 +381,7 @@ VEMKN_API int vemk_g(VEMKNInfo* net, const double* w, unsigned nw, const double*
 /** Objective, gradient and the products of the Hessian with several directions.
  *
  * Directions and products are interleaved when vemkn_rowmajor is 0 (entry k of direction d at [k*nv + d]), else they
- * stand one after the other ([d*nw + k]). In the second order the number of tangents carried is nw whatever nv is:
+ * stand one after the other ([d*nw + k]). With vemkn_rowmajor not 0 the number of tangents carried is nw whatever nv is:
  * directions nv ... nw-1 count as zero, and nv above nw is refused. With nw = nv = 1 the direction is 1.0 and v is not
  * read.
  *
@@ -394,8 +402,8 @@ VEMKN_API int vemk_g(VEMKNInfo* net, const double* w, unsigned nw, const double*
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  with the environment variable NN_TRACE set, "J = value, seconds s\n" on standard output.
- * Failure:   see "What a call does to the process". An empty batch divides by zero: the discontinuity handler is told,
- *            then SIGFPE ends the process.
+ * Failure:   see "What a call does to the process". An empty batch divides by zero: the error handler is told, then
+ *            SIGFPE ends the process (a quiet handle goes on, tells it twice and gives NaN).
  * Threads:   reads the handle only; calls may overlap, on one handle too. A call waits for calls of vemk_Hv and vemk_Jv
  *            in other threads that carry another number of tangents. Rows are shared out as told above. */
 VEMKN_API int vemk_Hv(VEMKNInfo* net, const double* w, unsigned nw, const double* v, unsigned nv, const double* x,

@@ -48,8 +48,8 @@ public:
     virtual ~ErrorHandler() = default;
 
     /** Called for every error, during a call of the library, on the thread that met it: possibly on several threads at
-     * once. On return the library goes on, and its traps are armed: a division by zero then ends the process. Do not call
-     * the library from here. */
+     * once. On return the library goes on, and unless the handle is quiet its traps are armed: a division by zero then ends
+     * the process. Do not call the library from here, and do not fork. */
     virtual void report(Error& error) = 0;
 
     /** The one handler of the process, null until a host installs one; then messages go to standard error. Not locked:

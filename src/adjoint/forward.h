@@ -24,8 +24,8 @@ void do_add(Model& a, const Model& b)
     }
 }
 
-// The transposed weight matrices, copied once for all slices of a call: Zbar W^T is then a product of two factors as they
-// stand, which BLAS does up to three times faster at these sizes.
+// The transposed weight matrices, copied once for all slices of a call and shared by its threads: Zbar W^T is then a
+// product of two factors as they stand, which the small-product kernels of BLAS are made for (docs/performance.md).
 template <class Model>
 class TransposedWeights {
 public:

@@ -9,18 +9,14 @@ namespace VEMKN {
 inline double value_of(double s)
 {
     return s;
-}  // a carrier's value: fad1.h
+}  // a carrier's value: fad/active.h
 
 // Whatever a thread needs to differentiate slices; storage is allocated at the first slice and reused.
 template <class Model>
 struct AdjointWork {
-    // For a single slice.
-    AdjointWork() = default;
+    explicit AdjointWork(const TransposedWeights<Model>& of_call) : transposes(&of_call) {}
 
-    // For many slices of this network.
-    explicit AdjointWork(const Model& net) : transposes(net) {}
-
-    TransposedWeights<Model> transposes;
+    const TransposedWeights<Model>* transposes;
     Tape<typename Model::Matrix> tape;
     typename Model::Matrix outAdj;
     typename Model::Matrix R;
@@ -74,7 +70,7 @@ typename Model::SValue adj_computev(const Model& net,
     } else {
         adj_element_norm(net, R, outAdj, outAdj);
     }
-    backward(net, work.transposes, work.tape, outAdj, work.sweep, grad);
+    backward(net, *work.transposes, work.tape, outAdj, work.sweep, grad);
     return value;
 }
 
@@ -90,8 +86,8 @@ typename Model::SValue adj_slices(const Model& net,
     using SValue = typename Model::SValue;
 
     struct Local {
-        explicit Local(const Model& shapes)
-            : work(shapes), slice_grad(zeros_like(shapes)), share_grad(slice_grad)
+        Local(const Model& shapes, const TransposedWeights<Model>& transposes)
+            : work(transposes), slice_grad(zeros_like(shapes)), share_grad(slice_grad)
         {
         }
 
@@ -101,11 +97,12 @@ typename Model::SValue adj_slices(const Model& net,
         SValue sum{0.0};
     };
 
+    const TransposedWeights<Model> transposes(net);
     SValue total(0.0);
     for_each_share(
         Shares(slices.number(), net.threads),
         net.threads,
-        [&] { return Local(net); },
+        [&] { return Local(net, transposes); },
         [](Local& local) {
             setweights0(local.share_grad);
             local.sum = SValue(0.0);
@@ -144,7 +141,8 @@ typename Model::SValue adj_objv(const Model& net,
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
-        AdjointWork<Model> work;
+        const TransposedWeights<Model> none;
+        AdjointWork<Model> work(none);
         return adj_rows(work, X, Y, seed, grad);
     }
 

@@ -47,7 +47,7 @@ void after_fork_in_parent()
     process().mutex.unlock();
 }
 
-// Only the forking thread lives on, and it is in no call. Calls that other threads had in flight are gone, but they had
+// Only the forking thread lives on, and it is in no call (an error handler must not fork). Calls that other threads had in flight are gone, but they had
 // set BLAS to one thread: the count that they would have put back is kept for the child's first call.
 void after_fork_in_child()
 {

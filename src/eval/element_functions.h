@@ -191,7 +191,7 @@ private:
     }
 };
 
-// y = -log f(x) + LOGP_BIAS with f the density above: 4.5 x^2 in the core, exactly 0 at 0.
+// y = -log f(x) + BIAS with f the density above: 4.5 x^2 in the core, exactly 0 at 0.
 struct LogDnorm {
     // The standard deviation of the core, and the logarithm of the core's density at zero, -log(sigma*sqrt(2*pi)).
     static constexpr double SIGMA = 0.3333333333333333;

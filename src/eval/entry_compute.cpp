@@ -21,11 +21,7 @@ int vemk_compute(::VEMKNInfo* net,
     return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, ncols);
-        MatrixTemplate<double> outputs(nrows, model.numout);
-        compute_rows(model, X, [&](std::size_t first, const MatrixTemplate<double>& O) {
-            put_elements(outputs.store(), first * model.numout, O);
-        });
-        results.write(out, outputs.store());
+        results.write(out, computev(model, X).store());
     });
 }
 
@@ -47,10 +43,7 @@ int vemk_residual(::VEMKNInfo* net,
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
-        MatrixTemplate<double> R(nrows, ycols);
-        compute_rows(model, X, [&](std::size_t first, const MatrixTemplate<double>& O) {
-            put_elements(R.store(), first * ycols, O);
-        });
+        MatrixTemplate<double> R = computev(model, X);
         subtract_rows(R, Y);
         results.write(out, R.store());
     });

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "eval/input_width.h"
+#include "eval/slices.h"
 #include "model/blas.h"
 #include "model/model.h"
 
@@ -36,8 +37,8 @@ public:
 
     const Matrix& H(std::size_t step) const { return H_[keep_ ? step : step % 2]; }
 
-    RowsView
-        X;  // padded input rows, a constant: the caller's own rows where nothing had to be padded
+    // Padded input rows, a constant: the caller's own rows where nothing had to be padded.
+    RowsView X;
     Matrix C;  // outputs of all passes side by side; used with more than one pass only
     Matrix O;  // outputs of the network
 
@@ -112,10 +113,10 @@ void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix
     }
 }
 
-// Rows that one thread works on at a time where no slice size is told: their intermediates stay in cache.
+// Rows that go through together where no slice size is told: their intermediates stay in cache.
 inline constexpr std::int32_t ROWS_IN_CACHE = 64;
 
-// Outputs of the network, one row for each row of X.
+// Outputs of the network, one row for each row of X, block by block on the calling thread.
 //   X : rows x ncols, at most numin columns        result : rows x numout
 template <class Model>
 typename Model::Matrix computev(const Model& net, const RowsView& X)
@@ -123,8 +124,18 @@ typename Model::Matrix computev(const Model& net, const RowsView& X)
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
     Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);
-    forward(net, X, tape);
-    return std::move(tape.O);
+    const Slices blocks(X.rows, ROWS_IN_CACHE);
+    if (blocks.single()) {
+        forward(net, X, tape);
+        return std::move(tape.O);
+    }
+    Matrix outputs;
+    for (std::size_t b = 0; b < blocks.number(); ++b) {
+        forward(net, blocks.cut(X, b), tape);
+        if (b == 0) shape_rows(outputs, tape.O, X.rows);
+        put_rows(outputs, blocks.first_row(b), tape.O);
+    }
+    return outputs;
 }
 
 }  // namespace VEMKN

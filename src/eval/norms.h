@@ -8,7 +8,7 @@
 #include "model/matrix.h"
 
 // The norms, over any matrix type: an element norm gives one value an element, a summing norm their sum. The
-// primitives that a vector type provides (apply, sum, asVector) are below for doubles, in fad/norms.h for carriers.
+// primitives that a vector type provides (apply, sum, asVector) are below for doubles, in fad for carriers.
 
 namespace VEMKN {
 
@@ -57,7 +57,7 @@ ScalarOf<Matrix> normfun_sum(const Matrix& R)
     return sum(asVector(R));
 }
 
-// v = -log f(x) + LOGP_BIAS
+// v = -log f(x) + BIAS
 template <class Vector>
 Vector log_dnorm_vec(const Vector& x)
 {

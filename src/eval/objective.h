@@ -2,7 +2,7 @@
 
 #include "api/params.h"
 #include "eval/forward.h"
-#include "eval/slices.h"
+#include "eval/shares.h"
 
 namespace VEMKN {
 
@@ -16,20 +16,6 @@ typename Model::Matrix& residuals(const Model& net,
     forward(net, X, tape);
     subtract_rows(tape.O, Y);
     return tape.O;
-}
-
-// Outputs of many rows, block by block on the calling thread: use(first row, outputs) gets one after the other.
-template <class Model, class Use>
-void compute_rows(const Model& net, const RowsView& X, const Use& use)
-{
-    using Matrix = typename Model::Matrix;
-    check_input_width(net, X.cols);
-    Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);
-    const Slices blocks(X.rows, ROWS_IN_CACHE);
-    for (std::size_t b = 0; b < blocks.number(); ++b) {
-        forward(net, blocks.cut(X, b), tape);
-        use(blocks.first_row(b), tape.O);
-    }
 }
 
 // The mean over the elements of R of their norm.

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "eval/shares.h"
+#include <algorithm>
+
 #include "model/matrix.h"
 
 namespace VEMKN {

@@ -30,12 +30,13 @@ void adj_residuals(const Model& net,
         const Matrix& slice_R = residuals(net, Xs, Ys, work.tape);
         work.outAdj = Matrix(Us.data, Us.rows, Us.cols);
         adj_element_norm(net, slice_R, work.outAdj, work.outAdj);
-        backward(net, work.transposes, work.tape, work.outAdj, work.sweep, slice_grad);
+        backward(net, *work.transposes, work.tape, work.outAdj, work.sweep, slice_grad);
         return slice_R;
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
-        AdjointWork<Model> work;
+        const TransposedWeights<Model> none;
+        AdjointWork<Model> work(none);
         R = adj_rows(work, X, Y, U, grad);
         return;
     }
@@ -45,7 +46,7 @@ void adj_residuals(const Model& net,
         [&](AdjointWork<Model>& work, std::size_t s, Model& slice_grad) {
             const Matrix& slice_R =
                 adj_rows(work, slices.cut(X, s), slices.cut(Y, s), slices.cut(U, s), slice_grad);
-            put_elements(R.store(), slices.first_row(s) * R.cols(), slice_R);
+            put_rows(R, slices.first_row(s), slice_R);
             return typename Model::SValue(0.0);
         },
         grad);
@@ -76,7 +77,7 @@ void adj_computev_vec(const Model& net,
         [](auto) {},
         [&](auto, std::size_t b) {
             const Matrix& block_R = residuals(net, blocks.cut(X, b), blocks.cut(Y, b), tapes[b]);
-            put_elements(R.store(), blocks.first_row(b) * R.cols(), block_R);
+            put_rows(R, blocks.first_row(b), block_R);
         },
         [](auto) {});  // blocks write rows of their own: nothing to merge
 

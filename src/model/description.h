@@ -16,8 +16,8 @@ struct Description {
     std::valarray<unsigned int> sizes;
     std::string activation_name;
     std::string norm_name;
-    bool valid =
-        false;  // none of the five numbers is 0, and both models of a handle fit the machine's memory
+    // None of the five numbers is 0, and both models of a handle fit the machine's memory.
+    bool valid = false;
 
     // Height and width of weight matrix i.
     std::uint64_t rows(std::size_t i) const;

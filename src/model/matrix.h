@@ -120,6 +120,23 @@ std::valarray<T> colsum(const MatrixTemplate<T>& A)
     return out;
 }
 
+// whole gets the shape that holds `rows` rows like those of part.
+inline void shape_rows(MatrixTemplate<double>& whole,
+                       const MatrixTemplate<double>& part,
+                       std::size_t rows)
+{
+    whole.resize(rows, part.cols());
+}
+
+// Rows first ... first + part.rows() - 1 of whole take the values of part.
+//   whole : any x cols        part : rows x cols
+inline void put_rows(MatrixTemplate<double>& whole,
+                     std::size_t first,
+                     const MatrixTemplate<double>& part)
+{
+    std::copy_n(part.data(), part.size(), whole.data() + first * whole.cols());
+}
+
 // whole gets the shape that holds n parts side by side.
 inline void shape_columns(MatrixTemplate<double>& whole,
                           const MatrixTemplate<double>& part,
