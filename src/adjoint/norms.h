@@ -12,7 +12,7 @@ void adj_apply(const std::valarray<double>& x,
                const std::valarray<double>& ybar,
                std::valarray<double>& xbar)
 {
-    if (xbar.size() != x.size()) xbar.resize(x.size());
+    set_size(xbar, x.size());
     element_kernels<F>().pull(std::begin(x), std::begin(ybar), std::begin(xbar), x.size());
 }
 
@@ -33,7 +33,7 @@ inline void fat_dnorm_adjoint(const std::valarray<double>& x,
                               std::valarray<double>& xbar,
                               double sigma)
 {
-    if (xbar.size() != x.size()) xbar.resize(x.size());
+    set_size(xbar, x.size());
     for (std::size_t i = 0; i < x.size(); ++i) {
         const double f = FatDensity::value<ScalarLane>(x[i], sigma);
         xbar[i] = FatDensity::pull<ScalarLane>(x[i], w[i], f, sigma);
@@ -46,7 +46,7 @@ inline void adj_dcauchy(const std::valarray<double>& x,
                         const std::valarray<double>& w,
                         std::valarray<double>& xbar)
 {
-    if (xbar.size() != x.size()) xbar.resize(x.size());
+    set_size(xbar, x.size());
     for (std::size_t i = 0; i < x.size(); ++i) {
         xbar[i] = FatDensity::pull_cauchy<ScalarLane>(x[i], w[i], gamma);
     }

@@ -65,7 +65,7 @@ int vemk_bias(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length
 int vemk_setweights(::VEMKNInfo* net, const double* w, unsigned n)
 {
     const Refusal refusal("vemk_setweights", net);
-    if (refusal.null_handle() || refusal.weight_count(n)) return REFUSED;
+    if (refusal.null_handle() || refusal.weight_count(n, "n")) return REFUSED;
     setweights(net->model, input_vector(w, n));
     return 0;
 }

@@ -41,10 +41,10 @@ bool Refusal::norm() const
            refuse("the network has no norm, its norm name is \"", net_->model.norm_name, "\"");
 }
 
-bool Refusal::weight_count(unsigned nw) const
+bool Refusal::weight_count(unsigned nw, const char* name) const
 {
     const std::uint64_t needed = numel(net_->model);
-    return nw != needed && refuse("nw is ", nw, ", the network has ", needed, " parameters");
+    return nw != needed && refuse(name, " is ", nw, ", the network has ", needed, " parameters");
 }
 
 bool Refusal::residuals(unsigned nrows, unsigned ycols) const

@@ -23,8 +23,8 @@ public:
 
     bool normed_network() const { return network() || norm(); }
 
-    // nw against the number of parameters.
-    bool weight_count(unsigned nw) const;
+    // nw (or n, as the entry point calls it) against the number of parameters.
+    bool weight_count(unsigned nw, const char* name = "nw") const;
 
     // The same, where a null w leaves nw without meaning.
     bool weight_count(const double* w, unsigned nw) const

@@ -7,6 +7,7 @@
 //   pull(x, ybar)             the adjoint of x, in the order of operations that fixes its last bits
 //   value_slope(x)            y, and dy/dx for tangents
 //   pull_slope_bend(x, ybar)  the adjoint of x, dy/dx, and ybar * d2y/dx2 for the tangents of the adjoint
+//   adj_tangent(...)          the tangent of the adjoint from those: slope * ybar' + bend * x'
 //
 // They are written over a lane type L (see kernels/lane.h): one double, or as many as a vector register holds. A branch is
 // a quiet comparison and a selection, so that a quiet NaN takes the "else" without a trap; and since every lane computes
@@ -23,6 +24,14 @@ struct ValueSlope {
 template <class L>
 struct PullSlopeBend {
     typename L::V pull, slope, bend;
+};
+
+struct ProductRule {
+    template <class L, class V = typename L::V>
+    static V adj_tangent(V, V slope, V dybar, V bend, V dx)
+    {
+        return slope * dybar + bend * dx;
+    }
 };
 
 // y = x
@@ -56,7 +65,7 @@ struct Relu {
 };
 
 // y = atan(x)
-struct Atan {
+struct Atan : ProductRule {
     template <class L, class V = typename L::V>
     static V value(V x)
     {
@@ -118,6 +127,14 @@ struct Softplus {
         const V slope = L::select(below, e / (one + e), one);
         const V curvature = L::select(below, slope / (one + e), L::set(0.0));
         return {slope * ybar, slope, curvature * ybar};
+    }
+
+    // From the cut-off on y = x, so x' does not enter, whatever it is.
+    template <class L, class V = typename L::V>
+    static V adj_tangent(V x, V slope, V dybar, V bend, V dx)
+    {
+        const auto below = L::less(x, L::set(CUTOFF));
+        return slope * dybar + bend * L::select(below, dx, L::set(0.0));
     }
 
 private:
@@ -192,7 +209,7 @@ private:
 };
 
 // y = -log f(x) + BIAS with f the density above: 4.5 x^2 in the core, exactly 0 at 0.
-struct LogDnorm {
+struct LogDnorm : ProductRule {
     // The standard deviation of the core, and the logarithm of the core's density at zero, -log(sigma*sqrt(2*pi)).
     static constexpr double SIGMA = 0.3333333333333333;
     static constexpr double BIAS = 0.17967375546343706;

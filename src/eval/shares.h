@@ -90,6 +90,8 @@ void for_each_share(const Shares& shares,
 
     TeamException failure;
     const bool armed = ScopedTraps::armed_here();
+    // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
+    const ScopedTraps unarmed(false);
 #pragma omp parallel num_threads(team.size())
     {
         const ScopedTraps traps(armed);

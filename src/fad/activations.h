@@ -57,12 +57,13 @@ void adj_apply_to_carrier(const fad1<T>& x, const fad1<T>& ybar, fad1<T>& xbar)
                                 std::begin(bend),
                                 n);
         for (std::size_t k = 0; k < x.directions(); ++k) {
-            VEMKN::kernels().multiply_add(std::begin(slope),
-                                          elements(ybar.derivatives[k]),
-                                          std::begin(bend),
-                                          elements(x.derivatives[k]),
-                                          elements(xbar.derivatives[k]),
-                                          n);
+            kernels.adj_tangent(elements(x.value),
+                                std::begin(slope),
+                                elements(ybar.derivatives[k]),
+                                std::begin(bend),
+                                elements(x.derivatives[k]),
+                                elements(xbar.derivatives[k]),
+                                n);
         }
     } else {
         for (std::size_t k = 0; k < x.directions(); ++k) {

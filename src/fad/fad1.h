@@ -20,6 +20,17 @@ struct fad1 {
     std::valarray<T> derivatives;
 
     fad1() = default;
+    fad1(const fad1&) = default;
+    fad1(fad1&&) = default;
+    fad1& operator=(fad1&&) = default;
+
+    fad1& operator=(const fad1& other)
+    {
+        take(value, other.value);
+        set_directions(other.directions());
+        for (std::size_t k = 0; k < directions(); ++k) take(derivatives[k], other.derivatives[k]);
+        return *this;
+    }
 
     // A constant with n directions. Deliberate: a derivative is the value times 0.0, not a literal zero, so that an
     // infinite or NaN entry has NaN derivatives.
@@ -43,10 +54,7 @@ struct fad1 {
     std::size_t cols() const { return value.cols(); }
 
     // Takes another number of directions; the derivatives are then without contents.
-    void set_directions(std::size_t n)
-    {
-        if (directions() != n) derivatives.resize(n);
-    }
+    void set_directions(std::size_t n) { VEMKN::set_size(derivatives, n); }
 
     // The entries that the mask selects, of the value and of every derivative.
     fad1 operator[](
@@ -68,6 +76,13 @@ struct fad1 {
     }
 
 private:
+    static void take(std::valarray<double>& to, const std::valarray<double>& from)
+    {
+        VEMKN::assign(to, from);
+    }
+
+    static void take(MatrixTemplate<double>& to, const MatrixTemplate<double>& from) { to = from; }
+
     static std::valarray<double> zero_times(const std::valarray<double>& v) { return v * 0.0; }
 
     static MatrixTemplate<double> zero_times(const MatrixTemplate<double>& m)
@@ -114,7 +129,7 @@ inline const double* elements(const MatrixTemplate<double>& m)
 
 inline void take_shape(const std::valarray<double>& of, std::valarray<double>& v)
 {
-    if (v.size() != of.size()) v.resize(of.size());
+    VEMKN::set_size(v, of.size());
 }
 
 inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& m)

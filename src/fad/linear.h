@@ -13,10 +13,10 @@ inline VectorCarrier asVector(const MatrixCarrier& A)
 {
     VectorCarrier v;
     v.set_directions(A.directions());
-    each_part(
-        [](std::valarray<double>& to, const MatrixTemplate<double>& from) { to = from.store(); },
-        v,
-        A);
+    each_part([](std::valarray<double>& to,
+                 const MatrixTemplate<double>& from) { VEMKN::assign(to, from.store()); },
+              v,
+              A);
     return v;
 }
 
@@ -28,7 +28,7 @@ inline MatrixCarrier asMatrix(const VectorCarrier& v, std::size_t rows, std::siz
     each_part(
         [&](MatrixTemplate<double>& to, const std::valarray<double>& from) {
             to.resize(rows, cols);
-            to.store() = from;
+            VEMKN::assign(to.store(), from);
         },
         A,
         v);

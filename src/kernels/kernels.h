@@ -24,6 +24,13 @@ struct SmoothKernels : ElementKernels {
                             double* slope,
                             double* bend,
                             std::size_t n);
+    void (*adj_tangent)(const double* x,
+                        const double* slope,
+                        const double* dybar,
+                        const double* bend,
+                        const double* dx,
+                        double* dxbar,
+                        std::size_t n);
 };
 
 struct Kernels {
@@ -36,13 +43,6 @@ struct Kernels {
 
     // to = a * b
     void (*multiply)(const double* a, const double* b, double* to, std::size_t n);
-    // to = a * b + c * d
-    void (*multiply_add)(const double* a,
-                         const double* b,
-                         const double* c,
-                         const double* d,
-                         double* to,
-                         std::size_t n);
     // to += a
     void (*add)(const double* a, double* to, std::size_t n);
     // to -= a

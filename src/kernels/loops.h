@@ -74,13 +74,26 @@ struct Loops {
             r[2] = terms.bend;
         });
     }
+
+    static void adj_tangent(const double* x,
+                            const double* slope,
+                            const double* dybar,
+                            const double* bend,
+                            const double* dx,
+                            double* dxbar,
+                            std::size_t n)
+    {
+        run<L, 5, 1>({x, slope, dybar, bend, dx}, {dxbar}, n, [](const V* a, V* r) {
+            r[0] = F::template adj_tangent<L>(a[0], a[1], a[2], a[3], a[4]);
+        });
+    }
 };
 
 template <class L, class F>
 constexpr SmoothKernels smooth()
 {
     using Of = Loops<L, F>;
-    return {{Of::value, Of::pull}, Of::value_slope, Of::pull_slope_bend};
+    return {{Of::value, Of::pull}, Of::value_slope, Of::pull_slope_bend, Of::adj_tangent};
 }
 
 template <class L, class F>
@@ -96,17 +109,6 @@ struct Arithmetic {
     static void multiply(const double* a, const double* b, double* to, std::size_t n)
     {
         run<L, 2, 1>({a, b}, {to}, n, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
-    }
-
-    static void multiply_add(const double* a,
-                             const double* b,
-                             const double* c,
-                             const double* d,
-                             double* to,
-                             std::size_t n)
-    {
-        run<L, 4, 1>(
-            {a, b, c, d}, {to}, n, [](const V* v, V* r) { r[0] = v[0] * v[1] + v[2] * v[3]; });
     }
 
     static void add(const double* a, double* to, std::size_t n)
@@ -171,7 +173,6 @@ constexpr Kernels kernels_for(const char* name)
             smooth<L, Softplus>(),
             smooth<L, LogDnorm>(),
             A::multiply,
-            A::multiply_add,
             A::add,
             A::subtract,
             A::add_to_rows,

@@ -68,6 +68,8 @@ Description parse_description(const std::string& text)
 {
     std::istringstream in(text);
     in.imbue(std::locale::classic());
+    // Lack of memory while a word is read is an exception, not the end of the text.
+    in.exceptions(std::ios_base::badbit);
 
     Description d;
     in >> d.numin >> d.numout >> d.nlayers >> d.nmult >> d.batch;
@@ -76,7 +78,7 @@ Description parse_description(const std::string& text)
     const std::uint64_t limit = machine_memory();
     const std::uint64_t layers_only = d.nlayers * BYTES_PER_LAYER;
     if (layers_only > limit || !can_reserve(layers_only)) return d;
-    d.sizes.resize(d.nlayers);
+    set_size(d.sizes, d.nlayers);
     for (std::size_t i = 0; i < d.nlayers && in; ++i) in >> d.sizes[i];
     in >> d.activation_name >> d.norm_name;
 

@@ -10,6 +10,24 @@
 
 namespace VEMKN {
 
+// v gets n elements; new ones, zero, when that changes their number. Resizing or assigning a std::valarray in place would
+// leave it with a released pointer when memory lacks, so a new one is made first here and below.
+template <class T>
+void set_size(std::valarray<T>& v, std::size_t n)
+{
+    if (v.size() != n) v = std::valarray<T>(n);
+}
+
+template <class T>
+void assign(std::valarray<T>& to, const std::valarray<T>& from)
+{
+    if (to.size() == from.size()) {
+        to = from;
+    } else {
+        to = std::valarray<T>(from);
+    }
+}
+
 // Dense matrix, element (r, c) at r*cols + c. Owns its storage; copied by value.
 template <class T>
 class MatrixTemplate {
@@ -23,6 +41,18 @@ public:
     MatrixTemplate(const T* elements, std::uint64_t rows, std::uint64_t cols)
         : store_(elements, area(rows, cols)), rows_(narrow(rows)), cols_(narrow(cols))
     {
+    }
+
+    MatrixTemplate(const MatrixTemplate&) = default;
+    MatrixTemplate(MatrixTemplate&&) = default;
+    MatrixTemplate& operator=(MatrixTemplate&&) = default;
+
+    MatrixTemplate& operator=(const MatrixTemplate& other)
+    {
+        assign(store_, other.store_);
+        rows_ = other.rows_;
+        cols_ = other.cols_;
+        return *this;
     }
 
     std::size_t rows() const { return rows_; }
@@ -46,10 +76,9 @@ public:
     // Zero-fills only when the number of elements changes; else the elements stay as they stand.
     void resize(std::uint64_t rows, std::uint64_t cols)
     {
-        const std::size_t elements = area(rows, cols);
+        set_size(store_, area(rows, cols));
         rows_ = narrow(rows);
         cols_ = narrow(cols);
-        if (store_.size() != elements) store_.resize(elements);
     }
 
 private:
@@ -104,7 +133,7 @@ inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A)
 inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out)
 {
     const std::size_t cols = A.cols();
-    if (out.size() != cols) out.resize(cols);
+    set_size(out, cols);
     if (A.rows() == 0) {
         out = 0.0;
     } else {

@@ -228,7 +228,7 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
         }
         k.multiply(a.data(), b.data(), to.data(), n);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
-        k.multiply_add(a.data(), b.data(), c.data(), d.data(), to.data(), n);
+        k.atan.adj_tangent(d.data(), a.data(), b.data(), c.data(), d.data(), to.data(), n);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i] + c[i] * d[i], to[i]);
         kept = to;
         k.add(a.data(), to.data(), n);
