@@ -25,7 +25,10 @@ int vemk_g(::VEMKNInfo* net,
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
         DoubleModel grad = zeros_like(model);
-        results.write(value, adj_objv(model, X, Y, 1.0, grad));
-        results.write(gradient, getweights(grad));
+        const double objective = adj_objv(model, X, Y, 1.0, grad);
+
+        const std::valarray<double> flat = getweights(grad);
+        results.write(value, objective);
+        results.write(gradient, flat);
     });
 }

@@ -37,7 +37,8 @@ inline std::valarray<double> input_vector(const double* data, std::size_t n)
     return data == nullptr ? std::valarray<double>(n) : std::valarray<double>(data, n);
 }
 
-// Where results go: into caller arrays, of which a null one is not wanted.
+// Where results go: into caller arrays, of which a null one is not wanted. Entry points allocate nothing any more once
+// they write, so that a call writes all of its results or none.
 class Results {
 public:
     // With watch, looks whether what is written is finite.

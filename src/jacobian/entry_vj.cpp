@@ -34,7 +34,8 @@ int vemk_vJ(::VEMKNInfo* net,
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
+        const std::valarray<double> flat = getweights(grad);
         results.write(r_out, R.store());
-        results.write(g_out, getweights(grad));
+        results.write(g_out, flat);
     });
 }
