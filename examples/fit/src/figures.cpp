@@ -1,0 +1,51 @@
+#include "figures.h"
+
+#include <cmath>
+
+#include "statistics.h"
+
+namespace fit {
+namespace {
+
+constexpr double core_scales_of_outlier = 6.0;
+
+Figures figures_of(const Vector& residuals, double core)
+{
+    Figures figures;
+    figures.median_error = median(residuals.cwiseAbs());
+    figures.rms_error = std::sqrt(residuals.squaredNorm() / static_cast<double>(residuals.size()));
+    figures.bias = median(residuals);
+    const auto beyond = (residuals.array().abs() >= core_scales_of_outlier * core).count();
+    figures.outliers = static_cast<double>(beyond) / static_cast<double>(residuals.size());
+    return figures;
+}
+
+Vector part_of(const Matrix& m, const std::vector<std::size_t>& rows, Eigen::Index column)
+{
+    Vector part(static_cast<Eigen::Index>(rows.size()));
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        part[static_cast<Eigen::Index>(i)] = m(static_cast<Eigen::Index>(rows[i]), column);
+    return part;
+}
+
+}  // namespace
+
+Predictions predict(const Problem& problem, const Network& network, const Vector& w)
+{
+    Predictions result;
+    result.values = problem.targets.undo(network.outputs(w, problem.all.x));
+    result.residuals = result.values - problem.columns.targets;
+    result.outliers.resize(result.residuals.rows(), result.residuals.cols());
+    for (Eigen::Index t = 0; t < result.residuals.cols(); ++t) {
+        const double core = problem.targets.scales[static_cast<std::size_t>(t)].core;
+        result.outliers.col(t) =
+            result.residuals.col(t).array().abs() >= core_scales_of_outlier * core;
+        result.training.push_back(figures_of(part_of(result.residuals, problem.training, t), core));
+        if (!problem.held_out.empty())
+            result.held_out.push_back(
+                figures_of(part_of(result.residuals, problem.held_out, t), core));
+    }
+    return result;
+}
+
+}  // namespace fit

@@ -1,0 +1,183 @@
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <memory>
+
+#include "options.h"
+#include "output_directory.h"
+#include "plot.h"
+#include "report.h"
+#include "user_error.h"
+
+namespace fit {
+namespace {
+
+void say(const std::string& text)
+{
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
+}
+
+void warn(const std::string& text)
+{
+    std::fprintf(stderr, "vemkn-fit: note: %s\n", text.c_str());
+}
+
+Eigen::Index column_to_plot(const Problem& problem, const Options& options)
+{
+    std::string name = options.plot_over;
+    if (name.empty() && !options.problem.periodic.empty())
+        name = options.problem.periodic.front().name;
+    if (name.empty()) return 0;
+    const auto& names = problem.columns.input_names;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (names[i] == name) return static_cast<Eigen::Index>(i);
+    throw UserError("--plot-over: '" + name + "' is not an input column");
+}
+
+/// Both networks of one shape: under the norm that is fitted, and with plain residuals.
+struct Networks {
+    Network fitted;
+    Network plain;
+};
+
+Judged judge(const Problem& problem, const Network& network, const Options& options)
+{
+    Progress progress(options.quiet ? Progress::Style::silent : Progress::suitable_style());
+    Judged judged;
+    judged.fit = run_fit(problem, network, options.fit, progress);
+    judged.predictions = predict(problem, network, judged.fit.weights);
+    return judged;
+}
+
+void add_uncertainty(const Problem& problem,
+                     const Networks& networks,
+                     const Options& options,
+                     Results& results)
+{
+    const Guard guard = problem.guard(networks.plain.shape());
+    const auto objective =
+        make_objective(options.fit.method, networks.fitted, problem.train, guard);
+    const Vector& w = results.main.fit.weights;
+    const bool squares = options.fit.method == Method::gauss_newton;
+    results.laplace.emplace(information(*objective, w, squares));
+    results.errors = prediction_errors(*results.laplace, networks.plain, w, problem.all.x);
+    for (Eigen::Index t = 0; t < results.errors.cols(); ++t)
+        results.errors.col(t) *= problem.targets.scales[static_cast<std::size_t>(t)].unit();
+    if (results.laplace->raised() > 0)
+        warn("the data do not determine " + std::to_string(results.laplace->raised()) + " of " +
+             std::to_string(w.size()) + " directions in weight space (in " +
+             std::to_string(results.laplace->negative()) +
+             " the Hessian curves downwards); the standard errors take the weights there as "
+             "uncertain by 1");
+}
+
+Results compute(const Problem& problem, const Networks& networks, const Options& options)
+{
+    Results results{.main = judge(problem, networks.fitted, options),
+                    .least_squares = {},
+                    .laplace = {},
+                    .errors = {}};
+    if (options.compare) {
+        Options squares = options;
+        squares.fit.method = Method::gauss_newton;
+        squares.fit.norm = "sum";
+        results.least_squares = judge(problem, networks.plain, squares);
+    }
+    if (options.uncertainty) add_uncertainty(problem, networks, options, results);
+    return results;
+}
+
+/// A core scale that is much too small shows in how few rows it explains.
+void warn_of_small_core(const Problem& problem, const Results& results)
+{
+    const double suspicious = 0.2;
+    for (std::size_t t = 0; t < problem.columns.target_names.size(); ++t)
+        if (results.main.predictions.training[t].outliers > suspicious)
+            warn("more than a fifth of '" + problem.columns.target_names[t] +
+                 "' lies beyond six core scales: is --core too small?");
+}
+
+PlotContent plot_content(const Problem& problem,
+                         const Network& plain,
+                         const Options& options,
+                         const Results& results)
+{
+    const Eigen::Index column = column_to_plot(problem, options);
+    const Laplace* laplace = results.laplace ? &*results.laplace : nullptr;
+    PlotContent content{
+        .column = column,
+        .fit = average_curve(problem, plain, results.main.fit.weights, column, laplace),
+        .least_squares = {},
+        .medians = sliced_medians(problem, column),
+        .fit_name = options.fit.norm == "sum" ? "least squares fit" : "robust fit"};
+    if (results.least_squares)
+        content.least_squares =
+            average_curve(problem, plain, results.least_squares->fit.weights, column, nullptr);
+    return content;
+}
+
+void write_files(const Problem& problem,
+                 const Networks& networks,
+                 const Options& options,
+                 const Results& results)
+{
+    OutputDirectory out(options.out);
+    out.write("weights.txt", weights_text(problem, networks.fitted, results.main.fit.weights));
+    out.write("predictions.csv", predictions_csv(problem, results));
+    out.write("summary.txt", summary(problem, options, networks.fitted, results));
+    std::string trouble;
+    if (options.plot) {
+        const PlotContent content = plot_content(problem, networks.plain, options, results);
+        out.write("curve.csv", curve_csv(problem, content));
+        out.write("medians.csv", medians_csv(problem, content));
+        out.write("plot.gp",
+                  plot_script(problem,
+                              content,
+                              problem.columns.inputs.cols() + 3,
+                              predictions_per_target(results)));
+        trouble = run_gnuplot(out.waiting(), "plot.gp");
+        if (!trouble.empty()) warn(trouble + ", so there is no plot.png; plot.gp draws it later");
+    }
+    out.commit({"curve.csv", "medians.csv", "plot.gp", "plot.png"});
+    const bool drawn = options.plot && trouble.empty();
+    say("\nwritten to " + options.out + ": weights.txt, predictions.csv, summary.txt" +
+        (drawn ? ", plot.png" : "") + "\n");
+}
+
+void run(const Options& options)
+{
+    Columns columns = choose_columns(read_csv(options.data), options.columns);
+    Shape shape = options.shape;
+    std::vector<std::string> notes;
+    const Problem problem = make_problem(std::move(columns), options.problem, shape, notes);
+    column_to_plot(problem, options);  // a wrong name should not wait for the end of the fit
+    if (std::filesystem::exists(options.out) && !std::filesystem::is_directory(options.out))
+        throw UserError("--out " + options.out + ": is not a folder");
+    const Networks networks{{shape, options.fit.norm, options.fit.threads},
+                            {shape, "sum", options.fit.threads}};
+    say(describe_problem(problem, options, shape));
+    for (const std::string& note : notes) warn(note);
+    const Results results = compute(problem, networks, options);
+    say(describe_results(problem, options, results));
+    warn_of_small_core(problem, results);
+    write_files(problem, networks, options, results);
+}
+
+}  // namespace
+}  // namespace fit
+
+int main(int argc, char** argv)
+{
+    try {
+        int status = 0;
+        if (const auto options = fit::parse_options(argc, argv, status)) fit::run(*options);
+        return status;
+    } catch (const fit::UserError& error) {
+        std::fprintf(stderr, "vemkn-fit: %s\n", error.what());
+        return 2;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vemkn-fit: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,240 @@
+#include "options.h"
+
+#include <vemkn.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <map>
+
+#include "user_error.h"
+
+namespace fit {
+namespace {
+
+constexpr int bad_usage = 2;
+
+const char* const purpose =
+    "Fits a small feed-forward network to columns of a CSV file so that gross outliers do not "
+    "pull\n"
+    "the fit along: residuals within six core scales count as Gaussian, those beyond as the tail "
+    "of\n"
+    "a Cauchy density. Writes weights, predictions and a plot.\n";
+
+const char* const afterword =
+    "Example: vemkn-fit data/flight_delays.csv --target delay_min --core 15 \\\n"
+    "    --inputs hour,day_of_year,distance_miles --periodic hour=24,day_of_year=365 --compare\n"
+    "Files written: weights.txt, predictions.csv, summary.txt (key=value), curve.csv, "
+    "medians.csv,\n"
+    "plot.gp, plot.png. Exit status: 0 done, 2 wrong command line or data, 1 anything else.";
+
+const std::map<std::string, Method> methods{
+    {"lbfgs", Method::lbfgs}, {"newton", Method::newton}, {"gauss-newton", Method::gauss_newton}};
+
+const char* const robust_norm = "sum_log_dnorm_fat";
+
+struct Raw {
+    std::vector<std::string> periodic;
+    std::string method = "lbfgs";
+    std::string norm;
+    double shift = 0.0;
+    bool no_plot = false;
+};
+
+void add_data_options(CLI::App& app, Options& options, Raw& raw)
+{
+    const char* group = "Data";
+    app.add_option("data", options.data, "CSV file with a header row")->required();
+    app.add_option("--target", options.columns.targets, "Column to predict, or several: a,b")
+        ->delimiter(',')
+        ->required()
+        ->group(group);
+    app.add_option(
+           "--inputs", options.columns.inputs, "Columns to predict from: a,b,c [all others]")
+        ->delimiter(',')
+        ->group(group);
+    app.add_option("--periodic",
+                   raw.periodic,
+                   "Inputs to be replaced by sine and cosine: name=period, as in hour=24")
+        ->delimiter(',')
+        ->group(group);
+    app.add_flag("--drop-missing",
+                 options.columns.drop_missing,
+                 "Leave out rows with an empty or NA cell; otherwise such a cell is an error")
+        ->group(group);
+    app.add_option("--core",
+                   options.problem.targets.cores,
+                   "Standard deviation of the normal scatter, in units of the target; one for all "
+                   "targets or one for each [from the spread around a robust straight line]")
+        ->delimiter(',')
+        ->check(CLI::PositiveNumber)
+        ->group(group);
+    app.add_option("--shift", raw.shift, "Target value that maps to 0 [depends on --activation]")
+        ->group(group);
+    app.add_option("--validation",
+                   options.problem.held_out_share,
+                   "Share of the rows that are held out; 0 turns early stopping off")
+        ->check(CLI::Range(0.0, 0.9))
+        ->capture_default_str()
+        ->group(group);
+}
+
+void add_network_options(CLI::App& app, Options& options, Raw& raw)
+{
+    const char* group = "Network";
+    options.shape.hidden = {6};
+    options.shape.activation = "softplus";
+    app.add_option("--hidden", options.shape.hidden, "Widths of the hidden layers: 6 or 16,16")
+        ->delimiter(',')
+        ->check(CLI::Range(1, 4096))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--activation",
+                   options.shape.activation,
+                   "softplus, atan, relu or id. It acts on the outputs, too: those of softplus and "
+                   "relu are positive, those of atan lie within pi/2 of 0")
+        ->check(CLI::IsMember({"softplus", "atan", "relu", "id"}))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--norm",
+                   raw.norm,
+                   "What is minimised: sum_log_dnorm_fat, the robust likelihood; or sum, with "
+                   "gauss-newton only [as the method wants it]")
+        ->group(group);
+}
+
+void add_method_options(CLI::App& app, Options& options, Raw& raw)
+{
+    const char* group = "Minimisation";
+    FitOptions& fit = options.fit;
+    app.add_option("--method",
+                   raw.method,
+                   "lbfgs; newton, with exact Hessians in a trust region; or gauss-newton, least "
+                   "squares instead of the robust likelihood")
+        ->check(CLI::IsMember({"lbfgs", "newton", "gauss-newton"}))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--seed", fit.seed, "Of the starting weights and of the held-out rows")
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--starts", fit.starts, "Number of starting points; the best end is kept")
+        ->check(CLI::Range(1, 10000))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--patience",
+                   fit.patience,
+                   "Steps that lower the training objective but not that of the held-out rows, "
+                   "until a start is given up")
+        ->check(CLI::Range(0, 1000000))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--max-evaluations", fit.stop.max_evaluations, "Calls of the library per start")
+        ->check(CLI::Range(1, 100000000))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--tolerance",
+                   fit.stop.tolerance,
+                   "Smallest relative change of the objective that is worth going on for")
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--threads", fit.threads.count, "Threads; the last bits depend on their number")
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--batch", fit.threads.batch, "Rows that a thread works on at a time")
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str()
+        ->group(group);
+}
+
+void add_output_options(CLI::App& app, Options& options, Raw& raw)
+{
+    const char* group = "Output";
+    app.add_flag(
+           "--compare", options.compare, "Fit the network by least squares as well, to compare")
+        ->group(group);
+    app.add_flag("--uncertainty",
+                 options.uncertainty,
+                 "Standard errors of the predictions and a confidence band, from the Hessian")
+        ->group(group);
+    app.add_option("--plot-over",
+                   options.plot_over,
+                   "Input along the x axis of the plot [the first periodic one, else the first]")
+        ->group(group);
+    app.add_flag("--no-plot", raw.no_plot, "Draw nothing")->group(group);
+    app.add_option("--out", options.out, "Folder for the files")
+        ->capture_default_str()
+        ->group(group);
+    app.add_flag("--quiet", options.quiet, "Show no progress")->group(group);
+}
+
+Periodic periodic_from(const std::string& text)
+{
+    const auto sign = text.rfind('=');
+    const char* end = text.data() + text.size();
+    Periodic periodic{.name = text.substr(0, sign)};
+    if (sign != std::string::npos) {
+        const auto [stop, error] = std::from_chars(text.data() + sign + 1, end, periodic.period);
+        if (error == std::errc() && stop == end && std::isfinite(periodic.period) &&
+            periodic.period > 0.0)
+            return periodic;
+    }
+    throw UserError("--periodic: \"" + text + "\" is not of the form name=period");
+}
+
+void settle_norm(Options& options, const Raw& raw)
+{
+    options.fit.method = methods.at(raw.method);
+    const bool squares = options.fit.method == Method::gauss_newton;
+    options.fit.norm = !raw.norm.empty() ? raw.norm : squares ? "sum" : robust_norm;
+    const std::string& norm = options.fit.norm;
+    if (norm != "sum" && norm != robust_norm)
+        throw UserError("--norm: \"" + norm + "\" is neither sum_log_dnorm_fat nor sum");
+    if (squares && norm != "sum")
+        throw UserError(
+            "--method gauss-newton minimises plain squares and takes --norm sum only; "
+            "for the robust likelihood use --method lbfgs or newton");
+    if (!squares && norm == "sum")
+        throw UserError(
+            "--norm sum is the mean of the signed residuals and has no minimum; use "
+            "sum_log_dnorm_fat, or --method gauss-newton for least squares");
+}
+
+}  // namespace
+
+const char* method_name(Method method)
+{
+    for (const auto& [name, value] : methods)
+        if (value == method) return name.c_str();
+    return "";
+}
+
+std::optional<Options> parse_options(int argc, char** argv, int& status)
+{
+    Options options;
+    Raw raw;
+    CLI::App app(purpose);
+    app.footer(afterword);
+    app.get_formatter()->column_width(26);
+    app.set_version_flag("--version", "vemkn-fit " VEMKN_VERSION);
+    add_data_options(app, options, raw);
+    add_network_options(app, options, raw);
+    add_method_options(app, options, raw);
+    add_output_options(app, options, raw);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        status = app.exit(error) == 0 ? 0 : bad_usage;
+        return std::nullopt;
+    }
+    for (const std::string& text : raw.periodic)
+        options.problem.periodic.push_back(periodic_from(text));
+    if (app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
+    settle_norm(options, raw);
+    options.plot = !raw.no_plot;
+    options.problem.seed = options.fit.seed;
+    return options;
+}
+
+}  // namespace fit

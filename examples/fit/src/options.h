@@ -1,0 +1,36 @@
+#ifndef VEMKN_FIT_OPTIONS_H
+#define VEMKN_FIT_OPTIONS_H
+
+#include <optional>
+#include <string>
+
+#include "columns.h"
+#include "fit.h"
+
+namespace fit {
+
+struct Options {
+    std::string data;
+    ColumnChoice columns;
+    ProblemOptions problem;
+    Shape shape;
+    FitOptions fit;
+    bool compare = false;
+    bool uncertainty = false;
+    bool plot = true;
+    bool quiet = false;
+    std::string plot_over;  ///< empty: the first periodic column, else the first input
+    std::string out = "fit-out";
+};
+
+/** Reads the command line.
+ * @param[out] status  the exit status if there is nothing to run
+ * @return nothing if help was asked for or the command line is wrong, which has then been told
+ * @throw UserError for what can only be told once all options are known */
+std::optional<Options> parse_options(int argc, char** argv, int& status);
+
+const char* method_name(Method method);
+
+}  // namespace fit
+
+#endif

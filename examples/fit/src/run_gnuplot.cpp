@@ -1,0 +1,35 @@
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "plot.h"
+
+namespace fit {
+
+std::string run_gnuplot(const std::filesystem::path& folder, const std::string& script)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+    std::string program = "gnuplot";
+    std::string file = script;
+    std::array<char*, 3> arguments{program.data(), file.data(), nullptr};
+    pid_t child = 0;
+    const int error =
+        posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error == ENOENT) return "gnuplot is not installed";
+    if (error != 0) return std::string("gnuplot did not start: ") + std::strerror(error);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0)
+        if (errno != EINTR) return "gnuplot was lost";
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return "";
+    return "gnuplot failed";
+}
+
+}  // namespace fit

@@ -1,0 +1,101 @@
+#ifndef VEMKN_FIT_SCALING_H
+#define VEMKN_FIT_SCALING_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "matrix.h"
+
+namespace fit {
+
+struct Periodic {
+    std::string name;
+    double period = 0.0;
+};
+
+/** From the input columns of the file to the network's inputs: a periodic column becomes its sine
+ * and cosine, every other one is brought to mean 0 and standard deviation 1. */
+class InputMap {
+public:
+    /// @throw UserError if a periodic column is not among the names
+    InputMap(const Matrix& inputs,
+             const std::vector<std::string>& names,
+             const std::vector<Periodic>& periodic);
+
+    Matrix apply(const Matrix& inputs) const;
+
+    Eigen::Index width() const { return static_cast<Eigen::Index>(names_.size()); }
+
+    /// Of the network's inputs: "distance", "sin(hour)", "cos(hour)".
+    const std::vector<std::string>& names() const { return names_; }
+
+    /// One line for each column of the file, as in "distance: (x - 731.2) / 573.9".
+    std::vector<std::string> describe() const;
+
+    /// Columns that hold one value only; they map to 0.
+    const std::vector<std::string>& constant() const { return constant_; }
+
+private:
+    struct Rule {
+        std::string name;
+        double period = 0.0;  ///< 0 for a column that is standardised
+        double mean = 0.0;
+        double deviation = 1.0;
+    };
+
+    std::vector<Rule> rules_;
+    std::vector<std::string> names_;
+    std::vector<std::string> constant_;
+};
+
+/// One target column: y' = (y - shift) / unit, and back.
+struct TargetScale {
+    double core = 1.0;  ///< standard deviation that counts as normal scatter, in units of y
+    double shift = 0.0;
+
+    /// The likelihood's core has standard deviation 1/3.
+    double unit() const { return 3.0 * core; }
+};
+
+struct TargetMap {
+    std::vector<TargetScale> scales;
+
+    Matrix apply(const Matrix& targets) const;
+    Matrix undo(const Matrix& mapped) const;
+};
+
+/** A core scale for data about which the user says nothing: the median absolute deviation (scaled to
+ * a Gaussian) of what a least-absolute-deviations line leaves of y, and at least a hundredth of that
+ * of y itself. It errs to the large side, by as much as the network explains better than a line, and
+ * that is the harmless side: too large a core brings the fit closer to least squares, too small a
+ * core lets it ignore good data.
+ * @param[in] x  the network's inputs
+ * @throw UserError if y holds one value only */
+double default_core(const Matrix& x, const Eigen::VectorXd& y);
+
+/// What an activation can put out, as it acts on the output layer too.
+enum class OutputRange { positive, half_pi, unbounded };
+
+struct TargetOptions {
+    std::vector<double> cores;  ///< none, one for all targets, or one for each
+    std::optional<double> shift;
+};
+
+/** Scales for all targets.
+ * - positive: the lowest y maps to 1, so that the outputs needed lie where softplus is not yet flat;
+ * - half_pi: the middle of y maps to 0. A core that the user did not choose is enlarged until all of
+ *   y fits into the range; one that he chose and that does not fit is refused;
+ * - unbounded: the median maps to 0.
+ * @param[out] notes  what the user should be told
+ * @throw UserError */
+TargetMap make_target_map(const Matrix& x,
+                          const Matrix& y,
+                          const std::vector<std::string>& names,
+                          const TargetOptions& options,
+                          OutputRange range,
+                          std::vector<std::string>& notes);
+
+}  // namespace fit
+
+#endif

@@ -1,0 +1,46 @@
+#ifndef VEMKN_FIT_TESTS_TEMPORARY_H
+#define VEMKN_FIT_TESTS_TEMPORARY_H
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+/// A folder that is gone after the test.
+class TemporaryFolder {
+public:
+    TemporaryFolder()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "fit-test-XXXXXX").string();
+        if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+        path_ = name;
+    }
+
+    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+    std::string write(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(path_ / name, std::ios::binary) << text;
+        return *this / name;
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline std::string read_text(const std::string& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+#endif

@@ -1,0 +1,139 @@
+// Reading of CSV files and the choice of columns.
+#include <gtest/gtest.h>
+
+#include "columns.h"
+#include "temporary.h"
+#include "user_error.h"
+
+namespace {
+
+using fit::Columns;
+using fit::CsvTable;
+using fit::UserError;
+
+template <class Call>
+std::string error_of(Call call)
+{
+    try {
+        call();
+    } catch (const UserError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+class Csv : public testing::Test {
+protected:
+    CsvTable read(const std::string& text)
+    {
+        path = folder.write("t.csv", text);
+        return fit::read_csv(path);
+    }
+
+    std::string error(const std::string& text)
+    {
+        const std::string what = error_of([&] { read(text); });
+        return what.starts_with(path) ? what.substr(path.size()) : what;
+    }
+
+    std::string choice_error(const std::string& text, const fit::ColumnChoice& choice)
+    {
+        const CsvTable table = read(text);
+        const std::string what = error_of([&] { fit::choose_columns(table, choice); });
+        return what.starts_with(path) ? what.substr(path.size()) : what;
+    }
+
+    TemporaryFolder folder;
+    std::string path;
+};
+
+TEST_F(Csv, KeepsHeaderCellsAndLines)
+{
+    const CsvTable table = read("a,b\n1,2\n\n3,4\n");
+    EXPECT_EQ(table.header, (std::vector<std::string>{"a", "b"}));
+    ASSERT_EQ(table.rows.size(), 2U);
+    EXPECT_EQ(table.rows[1], (std::vector<std::string>{"3", "4"}));
+    EXPECT_EQ(table.lines, (std::vector<std::size_t>{2, 4}));
+}
+
+TEST_F(Csv, TakesMarkCarriageReturnsQuotesAndNoLastNewline)
+{
+    const CsvTable table = read("\xEF\xBB\xBF\"a, 1\",b\r\n\"say \"\"x\"\"\",2\r\n3,4");
+    EXPECT_EQ(table.header, (std::vector<std::string>{"a, 1", "b"}));
+    ASSERT_EQ(table.rows.size(), 2U);
+    EXPECT_EQ(table.rows[0][0], "say \"x\"");
+    EXPECT_EQ(table.rows[1][1], "4");
+}
+
+TEST_F(Csv, CountsLinesOverQuotedNewlines)
+{
+    const CsvTable table = read("a,b\n\"one\n\ntwo\",2\n3,4\n");
+    EXPECT_EQ(table.rows[0][0], "one\n\ntwo");
+    EXPECT_EQ(table.lines, (std::vector<std::size_t>{2, 5}));
+}
+
+TEST_F(Csv, RefusesWhatIsNoTable)
+{
+    EXPECT_EQ(error(""), ": the file is empty; a header row with column names is needed");
+    EXPECT_EQ(error("\n\n"), ": the file is empty; a header row with column names is needed");
+    EXPECT_EQ(error("a,b\n"), ": no rows below the header");
+    EXPECT_EQ(error("a,b\n1,2\n3\n"), ":3: 1 cells, the header has 2");
+    EXPECT_EQ(error("a,a\n1,2\n"), ":1: column name 'a' appears twice");
+    EXPECT_EQ(error("a,b\n1,\"2\n"), ":2: a quoted cell is not closed");
+    EXPECT_NE(error("a,b\n1,\"2\"x\n").find(":2: "), std::string::npos);
+}
+
+TEST_F(Csv, RefusesWhatIsNoFile)
+{
+    EXPECT_THROW(fit::read_csv(folder / "missing.csv"), UserError);
+    EXPECT_THROW(fit::read_csv(folder / "."), UserError);
+}
+
+TEST_F(Csv, ChoosesAllOtherColumnsAsInputs)
+{
+    const Columns columns =
+        fit::choose_columns(read("a,y,b\n1,2,3\n-4e1,+5,.5\n"), {{"y"}, {}, false});
+    EXPECT_EQ(columns.input_names, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(columns.inputs, (fit::Matrix{{1, 3}, {-40, 0.5}}));
+    EXPECT_EQ(columns.targets, (fit::Matrix{{2}, {5}}));
+}
+
+TEST_F(Csv, LeavesTextInOtherColumnsAlone)
+{
+    const Columns columns = fit::choose_columns(read("name,x,y\nfoo,1,2\n"), {{"y"}, {"x"}, false});
+    EXPECT_EQ(columns.inputs, (fit::Matrix{{1}}));
+}
+
+TEST_F(Csv, NamesLineAndColumnOfABadCell)
+{
+    const std::string text = "x,y\n1,2\n\n3,abc\n";
+    EXPECT_EQ(choice_error(text, {{"y"}, {}, false}),
+              ":4:2: \"abc\" in column 'y' is not a number");
+    for (const char* cell : {"1x", "nan", "inf", "1,5", "0x10", "+-1"})
+        EXPECT_NE(choice_error("x,y\n\"" + std::string(cell) + "\",2\n", {{"y"}, {}, false})
+                      .find(":2:1: "),
+                  std::string::npos)
+            << cell;
+    EXPECT_EQ(choice_error("x,y\n1e999,2\n", {{"y"}, {}, false}),
+              ":2:1: \"1e999\" in column 'x' is out of range");
+}
+
+TEST_F(Csv, DropsMissingRowsOnlyIfAsked)
+{
+    const std::string text = "x,y\n1,2\nNA,3\n4,\n5,6\n";
+    EXPECT_EQ(choice_error(text, {{"y"}, {}, false}),
+              ":3:1: \"NA\" in column 'x' is missing; --drop-missing leaves such rows out");
+    const Columns columns = fit::choose_columns(read(text), {{"y"}, {}, true});
+    EXPECT_EQ(columns.dropped, 2U);
+    EXPECT_EQ(columns.lines, (std::vector<std::size_t>{2, 5}));
+    EXPECT_EQ(choice_error("x,y\nNA,1\n", {{"y"}, {}, true}), ": every row has a missing value");
+}
+
+TEST_F(Csv, RefusesNamesThatAreUnknownOrUsedTwice)
+{
+    EXPECT_EQ(choice_error("x,y\n1,2\n", {{"z"}, {}, false}), ": no column 'z'; there are x, y");
+    EXPECT_EQ(choice_error("x,y\n1,2\n", {{"y"}, {"x", "y"}, false}), "column 'y' is chosen twice");
+    EXPECT_EQ(choice_error("y\n1\n", {{"y"}, {}, false}), ": no column is left as an input");
+}
+
+}  // namespace
