@@ -1,0 +1,23 @@
+# The library needs nothing beyond OpenBLAS and what comes with the compiler and the C library.
+#   LIBRARY READELF
+
+cmake_minimum_required(VERSION 3.25)
+
+set(allowed
+    libopenblas.so.0 libgomp.so.1 libstdc++.so.6 libgcc_s.so.1 libm.so.6 libmvec.so.1 libc.so.6
+    ld-linux-x86-64.so.2)
+execute_process(COMMAND ${READELF} --dynamic ${LIBRARY}
+                OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*" lines "${output}")
+if(NOT lines)
+    message(FATAL_ERROR "no needed libraries in:\n${output}")
+endif()
+foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^.*\\[(.*)\\].*$" "\\1" library "${line}")
+    if(NOT library IN_LIST allowed)
+        message(SEND_ERROR "needs ${library}")
+    endif()
+endforeach()
+if(NOT output MATCHES "\\(SONAME\\)[^\n]*\\[libvemkn\\.so\\.1\\]")
+    message(SEND_ERROR "soname is not libvemkn.so.1:\n${output}")
+endif()

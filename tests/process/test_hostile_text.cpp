@@ -1,0 +1,213 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+#include "support/calls.h"
+#include "support/child.h"
+
+// Descriptions that nobody would write by mistake. Each costs no more than an error: no crash, no exception, little time
+// and little memory. They run in processes of their own, so that the peak of the memory can be read.
+
+namespace {
+
+const std::string BANNER = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
+const std::string INVALID = "Error: invalid network data\n";
+
+// Generous: a text of 10 MB takes a fraction of a second, anything else next to nothing. Sanitizers take a few times
+// as much of both.
+constexpr double SECONDS = 10;
+constexpr long MEGABYTES = 1000;
+
+constexpr std::uint64_t NO_LAYERS = 0;
+constexpr std::uint64_t ANY = UINT64_MAX;  // whatever it is, at the cost of an error
+
+// One text, and how many parameters the network has that it describes. An @ stands for a NUL byte. Those of 10 MB are
+// made when they are needed only: `before`, the filler again and again, `after`.
+struct Text {
+    const char* name;
+    std::string before;
+    bool filled;
+    char filler;
+    std::string after;
+    std::uint64_t parameters;
+
+    Text(const char* text_name, std::string all, std::uint64_t number)
+        : name(text_name), before(std::move(all)), filled(false), filler(), parameters(number)
+    {
+    }
+
+    Text(const char* text_name,
+         std::string head,
+         char middle,
+         std::string tail,
+         std::uint64_t number)
+        : name(text_name),
+          before(std::move(head)),
+          filled(true),
+          filler(middle),
+          after(std::move(tail)),
+          parameters(number)
+    {
+    }
+
+    std::string words() const
+    {
+        std::string all = before;
+        if (filled) all.append(10'000'000, filler);
+        all += after;
+        std::replace(all.begin(), all.end(), '@', '\0');
+        return all;
+    }
+};
+
+const std::vector<Text>& texts()
+{
+    static const std::vector<Text> all = {
+        // Nothing to read.
+        {"Empty", "", NO_LAYERS},
+        {"OneBlank", " ", NO_LAYERS},
+        {"OneNul", "@", NO_LAYERS},
+        {"OnlyWords", "relu sum", NO_LAYERS},
+        {"TenMegabytesOfBlanks", "", ' ', "", NO_LAYERS},
+        {"TenMegabytesOfNuls", "", '\0', "", NO_LAYERS},
+        {"TenMegabytesOfX", "", 'x', "", NO_LAYERS},
+        {"TenMegabytesOfBytes255", "", '\xff', "", NO_LAYERS},
+        {"TenMegabytesOfDigits", "", '7', "", NO_LAYERS},
+        {"TenMegabytesOfZeros", "", '0', "2 1 2 1 8 2 3 id sum", 13},
+        {"ManyBlanksBetween", "2", '\n', "1 2 1 8 2 3 id sum", 13},
+
+        // Numbers that are none, or not these.
+        {"Exponent", "1e3 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"Hexadecimal", "0x10 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"HexadecimalLater", "2 1 0x2 1 8 2 3 id sum", NO_LAYERS},
+        {"Octal", "010 1 2 1 8 2 3 id sum", 13},
+        {"Fraction", "2 1 2.5 1 8 2 3 id sum", NO_LAYERS},
+        {"Grouped", "1,000 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"PlusSign", "+2 +1 +2 +1 +8 +2 +3 id sum", 13},
+        {"MinusZero", "-0 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"BareMinus", "- 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"NotANumber", "nan inf 2 1 8 2 3 id sum", NO_LAYERS},
+        {"TwoToThe32", "4294967296 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"TwoToThe32AsASize", "2 1 2 1 8 2 4294967296 id sum", ANY},
+        {"TwoToThe64", "18446744073709551616 1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"MinusTwoToThe32", "-4294967296 1 2 1 8 2 3 id sum", NO_LAYERS},
+
+        // Negative numbers that wrap.
+        {"WrappingInputs", "-1 1 2 1 8 2 3 id sum", 13},
+        {"WrappingOutputs", "2 -1 2 1 8 2 1000 id sum", NO_LAYERS},
+        {"WrappingLayers", "2 1 -1 1 8 2 3 id sum", NO_LAYERS},
+        {"WrappingPasses", "2 1 2 -1 8 2 3 id sum", NO_LAYERS},
+        {"WrappingBatch", "2 1 2 1 -1 2 3 id sum", 13},
+        {"WrappingSize", "2 1 2 1 8 1000 -1 id sum", NO_LAYERS},
+        {"WrappingFirstSize", "2 1 2 1 8 -1 1000 id sum", NO_LAYERS},
+        {"WrappingToTwo", "2 1 2 1 8 -4294967294 3 id sum", 13},
+        {"AllWrapping", "-1 -1 -1 -1 -1 -1 -1 -1", NO_LAYERS},
+
+        // Shapes beyond memory or address space.
+        {"FourBillionInputs", "4000000000 1 2 1 1", ANY},
+        {"FourBillionOutputs", "1 4000000000 2 1 1 1 1000 id sum", NO_LAYERS},
+        {"FourBillionLayers", "1 1 4000000000 1 1", NO_LAYERS},
+        {"FourBillionLayersOfOne", "1 1 4000000000 1 1 1 1 1 id sum", NO_LAYERS},
+        {"HundredMillionLayers", "1 1 100000000 1 1", ANY},
+        {"MillionLayers", "1 1 1000000 1 1", ANY},
+        {"TwoToThe61Elements", "1 1 2 1 1 2147483648 1073741824 id sum", NO_LAYERS},
+        {"TwoToThe62Elements", "1 1 2 1 1 2147483648 2147483648 id sum", NO_LAYERS},
+        {"TwoToThe64Elements", "1 1 2 1 1 4294967295 4294967295 id sum", NO_LAYERS},
+        // 65536 * 65536 is 0 in 32 bits, 2^29 * 8 bytes is 2^32.
+        {"ProductThatWraps32Bits", "1 1 3 1 1 65536 65536 65536 id sum", NO_LAYERS},
+        {"LastLayerThatWraps32Bits", "1 1 2 65536 1 65536 65536 id sum", NO_LAYERS},
+        {"RowsBeyond32Bits", "1 1 2 4294967295 1 0 2 id sum", NO_LAYERS},
+        {"RowsOfZeroTimesMany", "1 1 2 4294967295 1 0 0 id sum", 1},
+
+        // Characters.
+        {"NulInANumber", "2@1 2 1 8 2 3 id sum", NO_LAYERS},
+        {"NulForABlank", "2 1 2 1 8@2 3 id sum", ANY},
+        {"NulInTheActivation", "2 1 2 1 8 2 3 re@lu sum", 13},
+        {"NulBehindTheNorm", "2 1 2 1 8 2 3 relu sum@", 13},
+        {"NulAfterAll", "2 1 2 1 8 2 3 relu sum @@@", 13},
+        {"ByteOrderMark",
+         "\xef\xbb\xbf"
+         "2 1 2 1 8 2 3 relu sum",
+         NO_LAYERS},
+        {"CarriageReturns", "2 1\r\n2 1\r\n8 2\r\n3 relu\r\nsum\r\n", 13},
+        {"NoBreakSpaces",
+         "2\xc2\xa0"
+         "1 2 1 8 2 3 relu sum",
+         NO_LAYERS},
+        {"FullWidthDigits", "\xef\xbc\x92 1 2 1 8 2 3 relu sum", NO_LAYERS},
+        {"FormatDirectives", "2 1 2 1 8 2 3 %s%n %s%n%p", 13},
+        {"HugeActivation", "2 1 2 1 8 2 3 ", 'a', " sum", 13},
+        {"HugeNorm", "2 1 2 1 8 2 3 relu ", 'n', "", 13},
+        {"HugeTail", "2 1 2 1 8 2 3 relu sum ", '9', "", 13},
+    };
+    return all;
+}
+
+class HostileText : public testing::TestWithParam<std::size_t> {
+protected:
+    const Text& text() const { return texts()[GetParam()]; }
+};
+
+std::vector<std::size_t> indices()
+{
+    std::vector<std::size_t> all;
+    for (std::size_t i = 0; i < texts().size(); ++i) all.push_back(i);
+    return all;
+}
+
+std::string text_name(const testing::TestParamInfo<std::size_t>& instance)
+{
+    return texts()[instance.param].name;
+}
+
+}  // namespace
+
+// Parses a text, reads what can be read, calls, and reports the cost in a last line.
+SCENE(parses)
+{
+    const std::string words = texts().at(std::stoul(arguments.at(0))).words();
+    alarm(60);  // what takes that long has failed already
+    const auto start = std::chrono::steady_clock::now();
+    VEMKNInfo* const net = initVEMKNet(words.data(), static_cast<int>(words.size()));
+    const std::uint64_t parameters = vemk_numel(net);
+    unsigned rows = 0, cols = 0, length = 0;
+    vemk_weights(net, 0, nullptr, &rows, &cols);
+    vemk_bias(net, 0, nullptr, &length);
+    double result = 0;
+    vemk_getweights(net, &result, parameters > 0 ? 1 : 0);
+    // Refused, or one row of zeros.
+    vemk_compute(net, nullptr, 0, nullptr, 1, 0, 0, vemk_numout(net) == 1 ? &result : nullptr);
+    releaseVEMKNet(net);
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    std::cout << "\ncost " << parameters << " " << time.count() << " " << usage.ru_maxrss / 1024
+              << "\n";
+}
+
+TEST_P(HostileText, CostsNoMoreThanAnError)
+{
+    const child::Outcome outcome = child::play("parses", {std::to_string(GetParam())});
+    ASSERT_TRUE(outcome.exited_with(0)) << outcome.description().substr(0, 1000);
+    EXPECT_EQ(BANNER, outcome.out.substr(0, BANNER.size()));
+    std::istringstream report(outcome.out.substr(outcome.out.rfind("\ncost ") + 6));
+    std::uint64_t parameters = 0;
+    double seconds = 0;
+    long megabytes = 0;
+    report >> parameters >> seconds >> megabytes;
+    ASSERT_TRUE(report);
+    EXPECT_LT(seconds, SECONDS);
+    EXPECT_LT(megabytes, MEGABYTES);
+    if (text().parameters == ANY) return;
+    EXPECT_EQ(text().parameters, parameters);
+    const bool says_invalid = outcome.err.substr(0, 2 * INVALID.size()) == INVALID + INVALID;
+    EXPECT_EQ(text().parameters == NO_LAYERS, says_invalid) << outcome.err.substr(0, 1000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, HostileText, testing::ValuesIn(indices()), text_name);
