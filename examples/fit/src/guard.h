@@ -14,7 +14,8 @@ namespace fit {
  * from layer to layer, for no more than one row's work. Beyond 1e6 a step is refused. That is far
  * from trouble, as trouble begins where the square of something overflows, at 1e154, and far from
  * any use. A lower limit would act as a wall: small data sets are overfitted with pre-activations of
- * several hundreds, and it is the held-out rows that should put an end to that. Box bounds on the
+ * several hundreds, and it is the held-out rows that should put an end to that. The library's quiet
+ * mode would hand back a NaN instead, which a line search can do nothing with. Box bounds on the
  * weights would have to be very narrow to promise the same, as they multiply up over the layers. */
 class Guard {
 public:
