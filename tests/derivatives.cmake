@@ -10,6 +10,7 @@ vemkn_test(fad/test_error_handler SCENES LABELS deriv process)
 vemkn_test(fad/test_carrier_activations HIDDEN LABELS deriv)
 vemkn_test(fad/test_carrier_norms HIDDEN LABELS deriv)
 vemkn_test(fad/test_carrier_densities HIDDEN LABELS deriv)
+vemkn_test(fad/test_carrier_sweep HIDDEN LABELS deriv)
 vemkn_test(fad/test_hv LABELS deriv)
 
 vemkn_test(jacobian/test_jv LABELS deriv)

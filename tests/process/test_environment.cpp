@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
+#include <sstream>
 
 #include "support/calls.h"
 #include "support/child.h"
@@ -94,4 +95,20 @@ TEST(Environment, LosesNoSliceWhereTheTeamIsSmallerThanAsked)
         EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
         EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out);
     }
+}
+
+TEST(OpenBlasVariant, OfAnyKindGivesRightResults)
+{
+    // Systems ship OpenBLAS with threads of its own, with OpenMP and without threads; a host may load any of them.
+    std::istringstream folders(VEMKN_OPENBLAS_FOLDERS);
+    std::string folder;
+    int variants = 0;
+    while (std::getline(folders, folder, ':')) {
+        const child::Outcome outcome = child::play(
+            "works_through_many_slices", {}, {.environment = {{"LD_LIBRARY_PATH", folder}}});
+        EXPECT_TRUE(outcome.exited_with(0)) << folder << ": " << outcome.description();
+        EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out) << folder;
+        ++variants;
+    }
+    if (variants == 0) GTEST_SKIP() << "no other variant is installed";
 }

@@ -47,7 +47,6 @@ class TooManyColumnsOfNoRows : public TooManyColumns {};
 
 SCENE(calls_with)
 {
-    // No release: the process ends inside the call.
     const std::string text = arguments.at(1);
     VEMKNInfo* const net = initVEMKNet(text.data(), static_cast<int>(text.size()));
     vemk_setpar(net, static_cast<unsigned>(std::stoul(arguments.at(4))), 1);
@@ -72,6 +71,7 @@ SCENE(calls_with)
               .value = array.data(),
               .array = array.data() + 1});
     std::cout << "returned\n";
+    releaseVEMKNet(net);
 }
 
 TEST_P(TooManyColumns, ThanInputsEndTheProcess)

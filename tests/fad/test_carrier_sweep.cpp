@@ -1,0 +1,228 @@
+#include "adjoint/objective.h"
+#include "fad/carriers.h"
+#include "jacobian/derivative_calls.h"
+#include "model/mknn.h"
+#include "support/capture.h"
+
+// The backward sweep over carriers on models made by hand: what the exported functions cannot ask for.
+
+using VEMKN::CarrierModel;
+using VEMKN::RowsView;
+
+namespace {
+
+Problem problem(const char* norm, unsigned nmult = 1)
+{
+    Random random(1);
+    Problem p;
+    p.shape = {.numin = 3,
+               .numout = 2,
+               .nmult = nmult,
+               .sizes = {3, 4, 3},
+               .activation = "atan",
+               .norm = norm};
+    p.nrows = 5;
+    p.xcols = 3;
+    p.fill(random);
+    return p;
+}
+
+// The problem's weights with one direction.
+CarrierModel carrier_model(const Problem& p, const Numbers& v)
+{
+    CarrierModel net = VEMKN::mknn<CarrierModel>(p.shape.text());
+    setweights(net, vector_carrier(p.w, {v}));
+    net.batch = 8;
+    return net;
+}
+
+RowsView rows_of(const Numbers& numbers, const Problem& p)
+{
+    return RowsView(numbers.data(), p.nrows, numbers.size() / p.nrows);
+}
+
+// The derivative of the gradient of a weighted sum of element norms, with weights that change too:
+// d/dt grad(u + t du, w + t v).
+plain::Reals plain_second_derivative(const Problem& p,
+                                     const Numbers& v,
+                                     const Numbers& u,
+                                     const Numbers& du)
+{
+    const auto gradient = [&](long double t) {
+        plain::Reals weighting;
+        for (std::size_t e = 0; e < u.size(); ++e) weighting.push_back(u[e] + t * du[e]);
+        std::vector<plain::Complex> at;
+        for (std::size_t k = 0; k < p.w.size(); ++k) at.emplace_back(p.w[k] + t * v[k]);
+        std::valarray<long double> g(at.size());
+        for (std::size_t k = 0; k < at.size(); ++k) {
+            const plain::Complex before = at[k];
+            at[k] += plain::Complex(0, plain::STEP);
+            g[k] = p.shape.weighted(at, p.x, p.y, p.nrows, p.xcols, weighting).imag() / plain::STEP;
+            at[k] = before;
+        }
+        return g;
+    };
+    const std::valarray<long double> slope = derivative(gradient, 0.0L, -11);
+    return plain::Reals(std::begin(slope), std::end(slope));
+}
+
+struct Swept {
+    Scalar value;
+    MatrixCarrier outAdj;
+    MatrixCarrier R;
+    VectorCarrier gradient;
+};
+
+Swept sweep(const Problem& p, const CarrierModel& net, const Scalar& seed, const MatrixCarrier& U)
+{
+    Swept result;
+    result.outAdj = U;
+    CarrierModel grad = net;
+    // The sweep overwrites whatever is there.
+    setweights(grad, VectorCarrier(Vector(1e300, p.nw()), 1));
+    const VEMKN::TransposedWeights<CarrierModel> transposes(net);
+    VEMKN::AdjointWork<CarrierModel> work(transposes);
+    result.value = adj_computev(
+        net, rows_of(p.x, p), rows_of(p.y, p), seed, result.outAdj, result.R, work, grad);
+    result.gradient = getweights(grad);
+    return result;
+}
+
+// The differences are good to 1e-13 of gradients of the size of ten, the sweeps to some hundred roundings.
+constexpr double TOLERANCE = 1e-11;
+
+}  // namespace
+
+TEST(CarrierSweep, WithASeedOfZeroTakesAWeightingOfTheElementNorms)
+{
+    const DirectionCounts counts(1);
+    for (const char* norm : NORMS) {
+        for (const unsigned nmult : {1u, 2u, 3u}) {
+            const Problem p = problem(norm, nmult);
+            SCOPED_TRACE(described(p));
+            Random random(2);
+            const Numbers v = random.list(p.nw());
+            const Numbers u = random.list(p.elements()), du = random.list(p.elements());
+            MatrixCarrier U(Matrix(u.data(), p.nrows, p.ycols()), 1);
+            U.derivatives[0] = Matrix(du.data(), p.nrows, p.ycols());
+
+            const Swept swept = sweep(p, carrier_model(p, v), Scalar(0.0), U);
+            expect_close(swept.gradient.value,
+                         p.shape.weighted_gradient(
+                             p.w, p.x, p.y, p.nrows, p.xcols, plain::Reals(u.begin(), u.end())),
+                         TOLERANCE);
+            expect_close(swept.gradient.derivatives[0],
+                         plain_second_derivative(p, v, u, du),
+                         TOLERANCE,
+                         "derivative");
+        }
+    }
+}
+
+TEST(CarrierSweep, GoesByTheValueOfTheSeedAlone)
+{
+    // A seed of zero with a tangent is a seed of zero.
+    const DirectionCounts counts(1);
+    const Problem p = problem("sum");
+    Random random(3);
+    const CarrierModel net = carrier_model(p, random.list(p.nw()));
+    const MatrixCarrier U = random_matrix_carrier(random, p.nrows, p.ycols(), 1);
+    Scalar seed(-0.0);
+    const Swept plain = sweep(p, net, seed, U);
+    seed.derivatives[0] = 5.0;
+    expect_same_carrier(sweep(p, net, seed, U).gradient, plain.gradient);
+    // Under the plain sum the adjoint of the outputs is the weighting.
+    expect_same_carrier(plain.outAdj, U);
+}
+
+TEST(CarrierSweep, WithAnotherSeedTakesTheObjectiveAndItsTangents)
+{
+    const DirectionCounts counts(1);
+    for (const char* norm : NORMS) {
+        const Problem p = problem(norm);
+        Random random(4);
+        const Numbers v = random.list(p.nw());
+        const CarrierModel net = carrier_model(p, v);
+        // What is in the adjoint of the outputs beforehand does not matter then.
+        const MatrixCarrier U = random_matrix_carrier(random, p.nrows, p.ycols(), 1);
+        Scalar seed(-2.5);
+        seed.derivatives[0] = 0.75;
+        const Swept swept = sweep(p, net, seed, U);
+
+        // d/dt (seed + t seed') grad(w + t v)
+        const plain::Reals g = p.shape.gradient(p.w, p.x, p.y, p.nrows, p.xcols);
+        const plain::Reals Hv = plain_hessian_product(p, v);
+        plain::Reals value, slope;
+        for (std::size_t k = 0; k < p.nw(); ++k) {
+            value.push_back(-2.5L * g[k]);
+            slope.push_back(-2.5L * Hv[k] + 0.75L * g[k]);
+        }
+        expect_close(swept.gradient.value, value, TOLERANCE);
+        expect_close(swept.gradient.derivatives[0], slope, TOLERANCE, "derivative");
+
+        // The value of the objective does not know the seed; its tangent is the gradient along v.
+        EXPECT_NEAR(static_cast<double>(p.shape.objective(p.w, p.x, p.y, p.nrows, p.xcols)),
+                    swept.value.value,
+                    TOLERANCE);
+        long double along = 0;
+        for (std::size_t k = 0; k < p.nw(); ++k) along += g[k] * v[k];
+        EXPECT_NEAR(static_cast<double>(along), swept.value.derivatives[0], TOLERANCE);
+    }
+}
+
+TEST(CarrierSweep, GivesTheResidualsWithTheirTangents)
+{
+    const DirectionCounts counts(1);
+    const Problem p = problem("sum");
+    Random random(5);
+    const Numbers v = random.list(p.nw());
+    const Swept swept = sweep(p, carrier_model(p, v), Scalar(1.0), MatrixCarrier(Matrix(), 1));
+    expect_close(
+        swept.R.value.store(), p.shape.residuals(p.w, p.x, p.y, p.nrows, p.xcols), TOLERANCE);
+    const plain::Reals J = plain_jacobian(p);
+    plain::Reals Jv(p.elements());
+    for (std::size_t e = 0; e < p.elements(); ++e) {
+        for (std::size_t k = 0; k < p.nw(); ++k) Jv[e] += J[e * p.nw() + k] * v[k];
+    }
+    expect_close(swept.R.derivatives[0].store(), Jv, TOLERANCE, "derivative");
+}
+
+TEST(CarrierSweep, ScalesTheGradientOfSlicesByItsSeed)
+{
+    const DirectionCounts counts(1);
+    const Problem p = problem("sum_log_dnorm_fat");
+    Random random(6);
+    const Numbers v = random.list(p.nw());
+    const plain::Reals g = p.shape.gradient(p.w, p.x, p.y, p.nrows, p.xcols);
+    const plain::Reals Hv = plain_hessian_product(p, v);
+    for (const int batch : {2, 5}) {
+        CarrierModel net = carrier_model(p, v), grad = zeros_like(net);
+        net.batch = batch;
+        net.threads = 2;
+        Scalar seed(3.0);
+        seed.derivatives[0] = -1.0;
+        adj_objv(net, rows_of(p.x, p), rows_of(p.y, p), seed, grad);
+        const VectorCarrier flat = getweights(grad);
+        plain::Reals value, slope;
+        for (std::size_t k = 0; k < p.nw(); ++k) {
+            value.push_back(3 * g[k]);
+            slope.push_back(3 * Hv[k] - g[k]);
+        }
+        expect_close(flat.value, value, TOLERANCE);
+        expect_close(flat.derivatives[0], slope, TOLERANCE, "derivative");
+    }
+}
+
+TEST(CarrierSweep, SaysInvalidDimsOnceForABiasThatFitsNowhereAndGoesOn)
+{
+    const DirectionCounts counts(1);
+    Problem p = problem("sum");
+    Random random(7);
+    const Numbers v = random.list(p.nw());
+    CarrierModel net = carrier_model(p, v);
+    // Five biases for a layer of four units: the layer then has none.
+    net.biases[0] = VectorCarrier(Vector(1.0, 5), 1);
+    Capture err = Capture::error();
+    VEMKN::computev(net, rows_of(p.x, p));
+    EXPECT_EQ("invalid dims\n", err.text());
+}
