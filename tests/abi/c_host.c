@@ -1,5 +1,5 @@
-/* A host in C99 that includes this one header and calls every function in it. Each return value but 0 is the line of the
- * check that failed. */
+/* A host in C99 that includes this one header and calls every function in it. Each return value but 0 is the line of
+ * the check that failed. */
 #include "vemkn.h"
 
 #define CHECK(condition) \

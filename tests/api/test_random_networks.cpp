@@ -2,6 +2,7 @@
 
 #include "support/calls.h"
 #include "support/capture.h"
+#include "support/size.h"
 
 // Networks drawn at random, every entry point against the plain loops.
 
@@ -48,7 +49,8 @@ class RandomNetworks : public testing::TestWithParam<Names> {};
 
 TEST_P(RandomNetworks, GiveWhatThePlainLoopsGive)
 {
-    for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+    const auto last = static_cast<std::uint64_t>(trials(60));
+    for (std::uint64_t seed = 1; seed <= last; ++seed) {
         Random random(seed);
         const plain::Network network = random_network(random, GetParam());
         const unsigned xcols = random.below(std::min(network.numin, network.sizes[0]) + 1);

@@ -45,8 +45,8 @@ long double tail_density(double x)
            (PI * (static_cast<long double>(x) * x + static_cast<long double>(GAMMA) * GAMMA));
 }
 
-// -log f + bias: a relative error of the density (its exponent, up to 18, is rounded a few times; exp and log are good to
-// four units in the last place in vector code) becomes an absolute error of the logarithm.
+// -log f + bias: a relative error of the density (its exponent, up to 18, is rounded a few times; exp and log are good
+// to four units in the last place in vector code) becomes an absolute error of the logarithm.
 double likelihood_tolerance(double y)
 {
     return EPS * (16 + 16 * std::fabs(y));

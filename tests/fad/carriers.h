@@ -80,14 +80,6 @@ inline MatrixCarrier random_matrix_carrier(Random& random,
     return A;
 }
 
-// One row of that value with n directions of random derivatives.
-inline MatrixCarrier row_carrier(Random& random, const Numbers& value, std::size_t n)
-{
-    MatrixCarrier A(Matrix(value.data(), 1, value.size()), n);
-    for (Matrix& derivative : A.derivatives) derivative = random_matrix(random, 1, value.size());
-    return A;
-}
-
 // A carrier of that shape full of leftovers, with another number of directions: what a result may have been before.
 inline MatrixCarrier leftover(std::size_t rows, std::size_t cols)
 {

@@ -20,7 +20,7 @@ struct Activation {
     // The function and its derivative on the branch that `at` selects, written for long doubles.
     Real (*value)(Real x, Real at);
     Real (*slope)(Real x, Real at);
-    // Points of every branch, away from none of the branch points: the truth does not cross over.
+    // Points on every branch and on its ends; none is too near, since the truth stays on the branch of its `at`.
     Numbers points;
 };
 
@@ -210,7 +210,7 @@ MatrixCarrier pulled(const Adjoint& adj, double x, double dx, double ybar, doubl
 TEST_P(EveryActivation, HasTheValueOfItsDoubleTwinToTheBit)
 {
     for (const std::size_t n : DIRECTIONS) {
-        // Lengths around those of vector registers; the last shape has more rows than columns.
+        // Lengths around multiples of those of vector registers.
         for (std::size_t length = 0; length <= 40; ++length) {
             Random random(length);
             const Matrix x = arguments(f(), random, 1, length);

@@ -197,7 +197,7 @@ TEST(CarrierAdjNormfunSum, IgnoresItsArgument)
 TEST(CarrierLogDnorm, HasTheValueOfItsDoubleTwinToTheBit)
 {
     for (const std::size_t n : DIRECTIONS) {
-        // Lengths around those of vector registers.
+        // Lengths around multiples of those of vector registers.
         for (std::size_t length = 0; length <= 40; ++length) {
             Random random(length);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);

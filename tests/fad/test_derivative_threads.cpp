@@ -75,8 +75,8 @@ Work g_work(VEMKNInfo* net, const Problem& p)
     };
 }
 
-// Every piece of work alone gives the truth; then each of four threads goes through all of them, from another one on, so
-// that different ones meet.
+// Every piece of work alone gives the truth; then each of four threads goes through all of them, from another one on,
+// so that different ones meet.
 void expect_the_same_side_by_side(const std::vector<Work>& work, int rounds)
 {
     std::vector<std::vector<std::uint64_t>> truth;

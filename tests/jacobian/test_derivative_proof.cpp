@@ -1,11 +1,13 @@
 #include "jacobian/derivative_calls.h"
+#include "support/size.h"
 
 // The derivative products against each other, against differences of gradients and against plain loops, over random
 // networks: every activation, norm and number of passes, batches below and above the rows, one to four threads.
 
 namespace {
 
-constexpr unsigned PROBLEMS = 336;  // 7 activations, 2 norms, 3 numbers of passes, 8 times
+const auto PROBLEMS =
+    static_cast<unsigned>(trials(336));  // 7 activations, 2 norms, 3 numbers of passes, 8 times
 
 // Slices and threads of problem i: slices longer than the batch, shorter, of one row; one to four threads.
 void set_slices(VEMKNInfo* net, unsigned i, const Problem& p)
@@ -160,8 +162,8 @@ TEST(DerivativeProof, HvIsTheDifferenceOfGradients)
             return call_g(net, moved).gradient;
         };
         // Four neighbours at distances h and 2h. With the long step what is left out is h^4/30 of the fifth derivative,
-        // about 1e-12 times what the chains of passes bring along, and rounding makes about EPS/h = 1e-13 of a gradient;
-        // with the short one rounding makes 1e-9 of it, times what the sums of a gradient lose.
+        // about 1e-12 times what the chains of passes bring along, and rounding makes about EPS/h = 1e-13 of a
+        // gradient; with the short one rounding makes 1e-9 of it, times what the sums of a gradient lose.
         const double h = std::ldexp(1.0, has_kinks(p) ? SHORT_STEP : LONG_STEP);
         const Numbers a = gradient_at(h), b = gradient_at(-h);
         const Numbers c = gradient_at(2 * h), d = gradient_at(-2 * h);

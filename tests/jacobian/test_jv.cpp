@@ -392,8 +392,8 @@ TEST(Jv, PassesAQuietNanInputOnToItsOwnRow)
 
 TEST(Jv, OfAQuietHandleGivesWhatTheArithmeticGives)
 {
-    // An infinite input of a linear network: its outputs and their derivatives would be infinite, but its own tangent is
-    // inf * 0.0.
+    // An infinite input of a linear network: its outputs and their derivatives would be infinite, but its own tangent
+    // is inf * 0.0.
     Problem p;
     p.shape = {.sizes = {1, 1}, .activation = "id"};
     p.nrows = 2;

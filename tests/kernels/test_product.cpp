@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "model/blas.h"
+#include "support/size.h"
 
 using namespace VEMKN;
 
@@ -56,7 +57,7 @@ TEST(Product, ComputesWithNothingBesideItsFactorsWhateverTheShape)
     std::uniform_real_distribution<double> number(-1.0, 1.0);
     const auto up_to = [&](std::size_t n) { return 1 + engine() % n; };
     const auto draw = [&] { return number(engine); };
-    for (int trial = 0; trial < 3000; ++trial) {
+    for (int trial = 0; trial < trials(3000); ++trial) {
         const std::size_t limit = trial % 2 == 0 ? 20 : 140;
         const std::size_t m = trial % 11 == 0 ? 1 : up_to(limit), k = up_to(limit);
         const std::size_t n = trial % 7 == 0 ? 1 : up_to(limit);

@@ -11,8 +11,8 @@
 #include "support/calls.h"
 #include "support/child.h"
 
-// Descriptions that nobody would write by mistake. Each costs no more than an error: no crash, no exception, little time
-// and little memory. They run in processes of their own, so that the peak of the memory can be read.
+// Descriptions that nobody would write by mistake. Each costs no more than an error: no crash, no exception, little
+// time and little memory. They run in processes of their own, so that the peak of the memory can be read.
 
 namespace {
 
