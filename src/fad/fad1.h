@@ -20,9 +20,15 @@ struct fad1 {
     std::valarray<T> derivatives;
 
     fad1() = default;
-    fad1(const fad1&) = default;
     fad1(fad1&&) = default;
     fad1& operator=(fad1&&) = default;
+
+    // Here and below derivatives are filled in once the carrier owns them: a std::valarray that fails to copy an element
+    // loses its storage.
+    fad1(const fad1& other) : value(other.value), derivatives(other.directions())
+    {
+        for (std::size_t k = 0; k < directions(); ++k) take(derivatives[k], other.derivatives[k]);
+    }
 
     fad1& operator=(const fad1& other)
     {
@@ -34,7 +40,12 @@ struct fad1 {
 
     // A constant with n directions. Deliberate: a derivative is the value times 0.0, not a literal zero, so that an
     // infinite or NaN entry has NaN derivatives.
-    fad1(const T& v, unsigned long n) : value(v), derivatives(zero_times(v), n) {}
+    fad1(const T& v, unsigned long n) : value(v), derivatives(n)
+    {
+        if (n == 0) return;
+        const T zero = zero_times(v);
+        for (T& derivative : derivatives) take(derivative, zero);
+    }
 
     // A constant with g_ndd directions.
     explicit fad1(const T& v) : fad1(v, g_ndd) {}

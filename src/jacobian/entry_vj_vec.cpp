@@ -32,7 +32,8 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         for (std::size_t i = 0; i < k; ++i) weightings[i] = RowsView(U).slice(i * nrows, nrows);
         MatrixTemplate<double> R;
         Trace trace;
-        std::valarray<DoubleModel> grads(zeros_like(model), k);
+        std::valarray<DoubleModel> grads(k);
+        for (DoubleModel& grad : grads) grad = zeros_like(model);
         adj_computev_vec(model, X, Y, R, weightings, grads);
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
