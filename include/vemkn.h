@@ -124,7 +124,7 @@ extern VEMKN_API uint64_t g_ndd;
  * its team) and all weights 0. Sets g_ndd to 1.
  * Ownership: text is copied.
  * Messages:  "Error: invalid network data\n" on standard error when one of the first five numbers is zero or the
- *            network is larger than the machine's memory; "invalid norm function name: " and the name on standard
+ *            network takes more than half of the machine's memory; "invalid norm function name: " and the name on standard
  *            output for an unknown norm; with the environment variable INFO set, a line about the build on standard
  *            output. The text is parsed for two internal models, so each of these appears twice.
  * Failure:   null text with a length throws std::logic_error, a negative length std::length_error.

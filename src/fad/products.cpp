@@ -69,7 +69,7 @@ void multiply(const Factor& A, const CarrierFactor& B, MatrixCarrier& C)
     for (std::size_t k = 0; k < C.directions(); ++k) {
         product(A, B.derivative(k), C.derivatives[k].data());
     }
-    if (!all_finite(A)) add_constant_tangents(A, B.value(), C);
+    if (C.directions() > 0 && !all_finite(A)) add_constant_tangents(A, B.value(), C);
 }
 
 }  // namespace

@@ -19,10 +19,11 @@ constexpr std::uint64_t DOUBLES_PER_PARAMETER = 3;
 constexpr std::uint64_t BYTES_PER_LAYER =
     2 * sizeof(unsigned) + 4 * (sizeof(MatrixTemplate<double>) + sizeof(std::valarray<double>));
 
-std::uint64_t machine_memory()
+// What both models may take: half of the machine's memory, since every computing call works on copies.
+std::uint64_t memory_limit()
 {
     return static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
-           static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+           static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) / 2;
 }
 
 // Whether the process may have that much memory beside what it has: reserves it, touches none of it, gives it back.
@@ -75,7 +76,7 @@ Description parse_description(const std::string& text)
     in >> d.numin >> d.numout >> d.nlayers >> d.nmult >> d.batch;
     if (d.numin == 0 || d.numout == 0 || d.nlayers == 0 || d.nmult == 0 || d.batch == 0) return d;
 
-    const std::uint64_t limit = machine_memory();
+    const std::uint64_t limit = memory_limit();
     const std::uint64_t layers_only = d.nlayers * BYTES_PER_LAYER;
     if (layers_only > limit || !can_reserve(layers_only)) return d;
     set_size(d.sizes, d.nlayers);

@@ -16,7 +16,7 @@ struct Description {
     std::valarray<unsigned int> sizes;
     std::string activation_name;
     std::string norm_name;
-    // None of the five numbers is 0, and both models of a handle fit the machine's memory.
+    // None of the five numbers is 0, and both models of a handle fit half of the machine's memory.
     bool valid = false;
 
     // Height and width of weight matrix i.
