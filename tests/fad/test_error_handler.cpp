@@ -189,7 +189,7 @@ TEST(EmptyHv, OfAQuietHandleTellsTheHandlerTwiceAndGivesNan)
     EXPECT_TRUE(std::isnan(value));
     for (const double g : gradient) EXPECT_EQ(0.0, g);
     for (const double h : hv) EXPECT_EQ(0.0, h);
-    releaseVEMKNet(net);
+    vemk_quiet(net, 0);
 }
 
 SCENE(empty_Jv)
