@@ -37,7 +37,9 @@ public:
         : file(std::move(file_name)),
           line(line_number),
           category(error_category),
-          message(std::move(text)) {}
+          message(std::move(text))
+    {
+    }
 
     virtual ~Error() = default;
 };
@@ -54,7 +56,8 @@ public:
 
     /** The one handler of the process, null until a host installs one; then messages go to standard error. Not locked:
      * install it while no call runs. */
-    static ErrorHandler*& getHandler() {
+    static ErrorHandler*& getHandler()
+    {
         static ErrorHandler* currentErrorHandler;
         return currentErrorHandler;
     }

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "eval/shares.h"
-#include "eval/shares.h"
 #include "eval/slices.h"
 
 using namespace VEMKN;

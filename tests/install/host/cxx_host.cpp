@@ -15,8 +15,8 @@ int main()
     Counter counter;
     yafad::ErrorHandler::getHandler() = &counter;
     VEMKNInfo* const net = initVEMKNet("2 1 2 1 8 2 2 id sum", 20);
-    const bool good = vemk_numel(net) == 9 && g_ndd == 1 &&
-                      std::strcmp(vemk_version(), VEMKN_VERSION) == 0;
+    const bool good =
+        vemk_numel(net) == 9 && g_ndd == 1 && std::strcmp(vemk_version(), VEMKN_VERSION) == 0;
     releaseVEMKNet(net);
     yafad::ErrorHandler::getHandler() = nullptr;
     return good && counter.reports == 0 ? 0 : 1;
