@@ -2,46 +2,47 @@
 
 #include "eval/activations.h"
 
-// Adjoints of the activations, in the order of eval/activations.h: x is the forward input, ybar the adjoint of its
-// result, xbar the adjoint of x. xbar is overwritten, never added to, and takes the shape of x; it may be ybar.
+// Adjoints of the activations, in the order of eval/activations.h: x is the forward input and kept what the forward
+// routine left there, ybar the adjoint of its result, xbar the adjoint of x. xbar is overwritten, never added to, and
+// takes the shape of x; it may be ybar.
 
 namespace VEMKN {
 
-template <class F>
-void adj_apply(const MatrixTemplate<double>& x,
-               const MatrixTemplate<double>& ybar,
-               MatrixTemplate<double>& xbar)
-{
-    xbar.resize(x.rows(), x.cols());
-    element_kernels<F>().pull(x.data(), ybar.data(), xbar.data(), x.size());
-}
-
 // xbar = ybar
 template <class Matrix>
-void adj_id(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+void adj_id(const Matrix& x, const MatrixTemplate<double>& kept, const Matrix& ybar, Matrix& xbar)
 {
-    adj_apply<Id>(x, ybar, xbar);
+    adj_apply<Id>(x, kept, ybar, xbar);
 }
 
 // xbar = ybar / (x*x + 1)
 template <class Matrix>
-void adj_act_atan(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+void adj_act_atan(const Matrix& x,
+                  const MatrixTemplate<double>& kept,
+                  const Matrix& ybar,
+                  Matrix& xbar)
 {
-    adj_apply<Atan>(x, ybar, xbar);
+    adj_apply<Atan>(x, kept, ybar, xbar);
 }
 
 // xbar = ybar for x >= 0, else 0
 template <class Matrix>
-void adj_act_relu(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+void adj_act_relu(const Matrix& x,
+                  const MatrixTemplate<double>& kept,
+                  const Matrix& ybar,
+                  Matrix& xbar)
 {
-    adj_apply<Relu>(x, ybar, xbar);
+    adj_apply<Relu>(x, kept, ybar, xbar);
 }
 
 // xbar = e/(1 + e) * ybar with e = exp(x) for x < 300, else ybar. Also the adjoint of softplus_shifted.
 template <class Matrix>
-void adj_softplus(const Matrix& x, const Matrix& ybar, Matrix& xbar)
+void adj_softplus(const Matrix& x,
+                  const MatrixTemplate<double>& kept,
+                  const Matrix& ybar,
+                  Matrix& xbar)
 {
-    adj_apply<Softplus>(x, ybar, xbar);
+    adj_apply<Softplus>(x, kept, ybar, xbar);
 }
 
 }  // namespace VEMKN

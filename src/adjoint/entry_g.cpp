@@ -20,15 +20,15 @@ int vemk_g(::VEMKNInfo* net,
         refusal.empty_batch(n)) {
         return REFUSED;
     }
-    return computing_call(*net, [&](Results& results) {
+    const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{n} * nin}};
+    return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
         DoubleModel grad = zeros_like(model);
         const double objective = adj_objv(model, X, Y, 1.0, grad);
 
-        const std::valarray<double> flat = getweights(grad);
         results.write(value, objective);
-        results.write(gradient, flat);
+        results.write(gradient, grad);
     });
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "eval/forward.h"
 
 // The backward sweep, forward() read from the bottom. With Hbar' the adjoint of a layer's output, every layer is
@@ -32,11 +34,11 @@ public:
     // None of them: a single slice is not worth the copies.
     TransposedWeights() = default;
 
-    explicit TransposedWeights(const Model& net)
+    explicit TransposedWeights(const Model& net) : transposed_(net.weights.size())
     {
-        for (const auto& W : net.weights) {
-            transposed_.emplace_back();
-            transpose(W, transposed_.back());
+        // With one pass nothing is passed down from the first layer.
+        for (std::size_t i = net.nmult == 1 ? 1 : 0; i < net.weights.size(); ++i) {
+            transpose(net.weights[i], transposed_[i]);
         }
     }
 
@@ -57,30 +59,40 @@ private:
     std::vector<typename Model::Matrix> transposed_;
 };
 
-// Working storage of a sweep, reused from slice to slice.
+// Working storage of a sweep, reused from slice to slice; no two layers share a matrix.
 template <class Model>
 struct Sweep {
-    typename Model::Matrix Zbar;
-    typename Model::Matrix Hbar;
-    typename Model::Matrix Cbar;
-    typename Model::Matrix gW;
-    typename Model::Vector gb;
+    struct Layer {
+        typename Model::Matrix Zbar;
+        typename Model::Matrix Hbar;  // adjoint of the layer's input; of C for the output layer
+        typename Model::Vector gb;
+    };
+
+    void set_layers(std::size_t n)
+    {
+        if (layers.size() != n) layers.resize(n);
+    }
+
+    std::vector<Layer> layers;
+    typename Model::Matrix last_Hbar;   // the column block of the last pass
+    MatrixTemplate<double> panel;       // rows of a product on their way into a sum
+    std::unique_ptr<Model> slice_grad;  // with more than one pass: the gradient of a slice
 };
 
-// Gradients of one layer from its input and Zbar; overwritten, or added to those of the passes swept before.
+// Gradients of one layer from its input and Zbar; overwritten or added to.
 template <class Model, class Input>
 void adj_layer(const Input& H,
                const typename Model::Matrix& Zbar,
-               bool add,
+               Into into,
                Sweep<Model>& work,
+               typename Model::Vector& slice_gb,
                typename Model::Matrix& gW,
                typename Model::Vector& gb)
 {
-    if (add) {
-        do_binmult(work.gW, transposed(H), Zbar);
-        colsum(Zbar, work.gb);
-        do_add(gW, work.gW);
-        do_add(gb, work.gb);
+    if (into == Into::add) {
+        do_binmult_add(gW, transposed(H), Zbar, work.panel);
+        colsum(Zbar, slice_gb);
+        do_add(gb, slice_gb);
     } else {
         do_binmult(gW, transposed(H), Zbar);
         colsum(Zbar, gb);
@@ -88,47 +100,68 @@ void adj_layer(const Input& H,
 }
 
 // Gradient of every weight and bias, from a tape that forward() filled and the adjoint Obar of the outputs. Every entry
-// of grad is overwritten. The tape is only read: several sweeps may share it.
+// of grad is overwritten, or added to. The tape is only read: several sweeps may share it.
+//
+// To add, the gradient of a layer is formed and added by do_add while it is in cache. With several passes a layer's
+// gradient is a sum itself, formed apart.
 template <class Model>
 void backward(const Model& net,
               const TransposedWeights<Model>& transposes,
               const Tape<typename Model::Matrix>& tape,
               const typename Model::Matrix& Obar,
               Sweep<Model>& work,
-              Model& grad)
+              Model& grad,
+              Into into)
 {
+    if (into == Into::add && net.nmult > 1) {
+        if (!work.slice_grad) work.slice_grad = std::make_unique<Model>(grad);
+        backward(net, transposes, tape, Obar, work, *work.slice_grad, Into::overwrite);
+        do_add(grad, *work.slice_grad);
+        return;
+    }
     const std::size_t hidden = net.weights.size() - 1;
     std::size_t step = net.nmult * hidden;
+    work.set_layers(hidden + 1);
 
     // The layer i that ran as this step, from the adjoint of its output.
-    const auto sweep_layer = [&](std::size_t i, const auto& Hbar, bool add) {
-        net.activation.adjoint(tape.Z(step), Hbar, work.Zbar);
+    const auto sweep_layer = [&](std::size_t i, const auto& Hbar, Into layer_into) {
+        auto& layer = work.layers[i];
+        const auto gradients = [&](const auto& H) {
+            adj_layer(H, layer.Zbar, layer_into, work, layer.gb, grad.weights[i], grad.biases[i]);
+        };
+        net.activation.adjoint(tape.Z(step), tape.kept(step), Hbar, layer.Zbar);
         if (i == hidden && net.nmult > 1) {
-            adj_layer(tape.C, work.Zbar, add, work, grad.weights[i], grad.biases[i]);
+            gradients(tape.C);
         } else if (step == 0) {
-            adj_layer(tape.X, work.Zbar, add, work, grad.weights[i], grad.biases[i]);
+            gradients(tape.X);
         } else {
-            adj_layer(tape.H(step), work.Zbar, add, work, grad.weights[i], grad.biases[i]);
+            gradients(tape.H(step));
         }
     };
+    const auto pass_down = [&](std::size_t i) {
+        transposes.pass_down(net, i, work.layers[i].Zbar, work.layers[i].Hbar);
+    };
 
-    sweep_layer(hidden, Obar, false);
+    sweep_layer(hidden, Obar, into);
     if (step == 0) return;
-    transposes.pass_down(net, hidden, work.Zbar, work.Cbar);
-    const std::size_t width = work.Cbar.cols() / net.nmult;
+    pass_down(hidden);
+    const typename Model::Matrix& Cbar = work.layers[hidden].Hbar;
+    const std::size_t width = Cbar.cols() / net.nmult;
     for (std::size_t pass = net.nmult; pass-- > 0;) {
         const bool last_pass = pass + 1 == net.nmult;
-        if (net.nmult == 1) {
-            std::swap(work.Hbar, work.Cbar);
-        } else if (last_pass) {
-            take_columns(work.Cbar, pass * width, width, work.Hbar);
-        } else {
-            add_columns(work.Cbar, pass * width, work.Hbar);
+        const typename Model::Matrix* Hbar = &Cbar;
+        if (net.nmult > 1 && last_pass) {
+            take_columns(Cbar, pass * width, width, work.last_Hbar);
+            Hbar = &work.last_Hbar;
+        } else if (net.nmult > 1) {
+            add_columns(Cbar, pass * width, work.layers[0].Hbar);
+            Hbar = &work.layers[0].Hbar;
         }
         for (std::size_t i = hidden; i-- > 0;) {
             --step;
-            sweep_layer(i, work.Hbar, !last_pass);
-            if (step > 0) transposes.pass_down(net, i, work.Zbar, work.Hbar);
+            sweep_layer(i, *Hbar, last_pass ? into : Into::add);
+            if (step > 0) pass_down(i);
+            Hbar = &work.layers[i].Hbar;
         }
     }
 }

@@ -3,29 +3,9 @@
 #include "eval/norms.h"
 
 // Adjoints of the norms, in the order of eval/norms.h: R (or x) is the forward input, vbar or sbar the adjoint of the
-// result, Rbar (or xbar) the adjoint of the input, overwritten. Rbar must have the shape of R.
+// result, Rbar (or xbar) the adjoint of the input, overwritten; it takes the shape of the input.
 
 namespace VEMKN {
-
-template <class F>
-void adj_apply(const std::valarray<double>& x,
-               const std::valarray<double>& ybar,
-               std::valarray<double>& xbar)
-{
-    set_size(xbar, x.size());
-    element_kernels<F>().pull(std::begin(x), std::begin(ybar), std::begin(xbar), x.size());
-}
-
-// s in each of n elements: the adjoint of sum.
-inline std::valarray<double> spread(double s, std::size_t n)
-{
-    return std::valarray<double>(s, n);
-}
-
-inline void assign_store(MatrixTemplate<double>& A, std::valarray<double>&& v)
-{
-    A.store() = std::move(v);
-}
 
 // xbar = w * f'(x) for the density f of FatDensity.
 inline void fat_dnorm_adjoint(const std::valarray<double>& x,
@@ -52,48 +32,44 @@ inline void adj_dcauchy(const std::valarray<double>& x,
     }
 }
 
-// Rbar = vbar
+// Rbar = vbar; Rbar may hold vbar, here and below.
 template <class Matrix>
-void adj_normfun(const Matrix&, const VectorOf<Matrix>& vbar, Matrix& Rbar)
+void adj_normfun(const Matrix& R, const VectorOf<Matrix>& vbar, Matrix& Rbar)
 {
-    assign_store(Rbar, VectorOf<Matrix>(vbar));
+    adj_apply_each<Id>(R, vbar, Rbar);
 }
 
 // Rbar = sbar everywhere
 template <class Matrix>
 void adj_normfun_sum(const Matrix& R, const ScalarOf<Matrix>& sbar, Matrix& Rbar)
 {
-    assign_store(Rbar, spread(sbar, R.size()));
+    adj_apply_same<Id>(R, sbar, Rbar);
 }
 
 // xbar = ybar * -f'(x)/f(x)
 template <class Vector>
 void adj_log_dnorm_vec(const Vector& x, const Vector& ybar, Vector& xbar)
 {
-    adj_apply<LogDnorm>(x, ybar, xbar);
+    adj_apply_each<LogDnorm>(x, ybar, xbar);
 }
 
 template <class Matrix>
 void adj_log_dnorm(const Matrix& R, const VectorOf<Matrix>& vbar, Matrix& Rbar)
 {
-    VectorOf<Matrix> xbar;
-    adj_log_dnorm_vec(asVector(R), vbar, xbar);
-    assign_store(Rbar, std::move(xbar));
+    adj_apply_each<LogDnorm>(R, vbar, Rbar);
 }
 
 // xbar = sbar * -f'(x)/f(x)
-template <class Vector, class Scalar>
-void adj_sum_log_dnorm_vec(const Vector& x, const Scalar& sbar, Vector& xbar)
+template <class Vector>
+void adj_sum_log_dnorm_vec(const Vector& x, const ScalarOf<Vector>& sbar, Vector& xbar)
 {
-    adj_log_dnorm_vec(x, spread(sbar, x.size()), xbar);
+    adj_apply_same<LogDnorm>(x, sbar, xbar);
 }
 
 template <class Matrix>
 void adj_sum_log_dnorm(const Matrix& R, const ScalarOf<Matrix>& sbar, Matrix& Rbar)
 {
-    VectorOf<Matrix> xbar;
-    adj_sum_log_dnorm_vec(asVector(R), sbar, xbar);
-    assign_store(Rbar, std::move(xbar));
+    adj_apply_same<LogDnorm>(R, sbar, Rbar);
 }
 
 }  // namespace VEMKN

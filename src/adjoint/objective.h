@@ -6,10 +6,11 @@
 
 namespace VEMKN {
 
+// A carrier's value: fad/active.h.
 inline double value_of(double s)
 {
     return s;
-}  // a carrier's value: fad/active.h
+}
 
 // Whatever a thread needs to differentiate slices; storage is allocated at the first slice and reused.
 template <class Model>
@@ -20,63 +21,45 @@ struct AdjointWork {
     Tape<typename Model::Matrix> tape;
     typename Model::Matrix outAdj;
     typename Model::Matrix R;
+    typename Model::SValue seed{0.0};
+    typename Model::SValue output_seed{0.0};
+    typename Model::SValue value{0.0};
     Sweep<Model> sweep;
 };
-
-// Adjoint of the outputs for the mean norm: Obar = seed/size(R) * d(summing norm)/dR.
-template <class Model>
-void adj_mean_norm(const Model& net,
-                   const typename Model::Matrix& R,
-                   typename Model::SValue seed,
-                   typename Model::Matrix& Obar)
-{
-    seed /= static_cast<double>(R.size());
-    net.summing_norm.adjoint(R, seed, Obar);
-}
-
-// Adjoint of the outputs for a weighted sum of element norms: Obar = U * d(element norm)/dR.
-//   U : shape of R        Obar : shape of R, overwritten; may be U
-template <class Model>
-void adj_element_norm(const Model& net,
-                      const typename Model::Matrix& R,
-                      const typename Model::Matrix& U,
-                      typename Model::Matrix& Obar)
-{
-    const typename Model::Vector weighting = asVector(U);
-    net.element_norm.adjoint(R, weighting, Obar);
-}
 
 // Objective of one slice and its gradient.
 //   X : rows x nin        Y : rows x nout
 //   seed : adjoint of the objective. Exactly 0.0 means that outAdj comes in as a weighting of the element norms, and
 //          that grad receives the gradient of that weighted sum
 //   outAdj : rows x nout; leaves as the adjoint of the outputs
-//   R : overwritten with the residuals        grad : overwritten
+//   R : overwritten with the residuals        grad : overwritten or added to        result : in work
 template <class Model>
-typename Model::SValue adj_computev(const Model& net,
-                                    const RowsView& X,
-                                    const RowsView& Y,
-                                    const typename Model::SValue& seed,
-                                    typename Model::Matrix& outAdj,
-                                    typename Model::Matrix& R,
-                                    AdjointWork<Model>& work,
-                                    Model& grad)
+const typename Model::SValue& adj_computev(const Model& net,
+                                           const RowsView& X,
+                                           const RowsView& Y,
+                                           const typename Model::SValue& seed,
+                                           typename Model::Matrix& outAdj,
+                                           typename Model::Matrix& R,
+                                           AdjointWork<Model>& work,
+                                           Model& grad,
+                                           Into into = Into::overwrite)
 {
     check_input_width(net, X.cols);
     std::swap(R, residuals(net, X, Y, work.tape));
-    typename Model::SValue value = mean_norm(net, R);
+    mean_norm(net, R, work.value);
     if (value_of(seed) != 0.0) {
-        adj_mean_norm(net, R, seed, outAdj);
+        work.output_seed = seed;
+        work.output_seed /= static_cast<double>(R.size());
+        net.summing_norm.adjoint(R, work.output_seed, outAdj);
     } else {
-        adj_element_norm(net, R, outAdj, outAdj);
+        net.element_norm.adjoint(R, asVector(outAdj), outAdj);
     }
-    backward(net, *work.transposes, work.tape, outAdj, work.sweep, grad);
-    return value;
+    backward(net, *work.transposes, work.tape, outAdj, work.sweep, grad, into);
+    return work.value;
 }
 
-// Differentiates slices and adds up their gradients: adj_slice(work, s, slice_grad) overwrites slice_grad with the
-// gradient of slice s and returns the slice's part of the value. Slices are added up by share, shares into grad; returns
-// the sum of the parts.
+// Differentiates slices and adds up their gradients: adj_slice(work, s, share_grad) adds the gradient of slice s and
+// returns the slice's part of the value. Slices are added up by share, shares into grad; returns the sum of the parts.
 template <class Model, class AdjSlice>
 typename Model::SValue adj_slices(const Model& net,
                                   const Slices& slices,
@@ -84,23 +67,29 @@ typename Model::SValue adj_slices(const Model& net,
                                   Model& grad)
 {
     using SValue = typename Model::SValue;
+    const TransposedWeights<Model> transposes(net);
+    const Shares shares(slices.number(), net.threads);
+    SValue total(0.0);
+    if (shares.number() == 1) {
+        // A single share needs no gradient of its own.
+        AdjointWork<Model> work(transposes);
+        for (std::size_t s = 0; s < slices.number(); ++s) total += adj_slice(work, s, grad);
+        return total;
+    }
 
     struct Local {
         Local(const Model& shapes, const TransposedWeights<Model>& transposes)
-            : work(transposes), slice_grad(zeros_like(shapes)), share_grad(slice_grad)
+            : work(transposes), share_grad(zeros_like(shapes))
         {
         }
 
         AdjointWork<Model> work;
-        Model slice_grad;
         Model share_grad;
         SValue sum{0.0};
     };
 
-    const TransposedWeights<Model> transposes(net);
-    SValue total(0.0);
     for_each_share(
-        Shares(slices.number(), net.threads),
+        shares,
         net.threads,
         [&] { return Local(net, transposes); },
         [](Local& local) {
@@ -108,8 +97,7 @@ typename Model::SValue adj_slices(const Model& net,
             local.sum = SValue(0.0);
         },
         [&](Local& local, std::size_t s) {
-            local.sum += adj_slice(local.work, s, local.slice_grad);
-            do_add(local.share_grad, local.slice_grad);
+            local.sum += adj_slice(local.work, s, local.share_grad);
         },
         [&](const Local& local) {
             do_add(grad, local.share_grad);
@@ -131,19 +119,12 @@ typename Model::SValue adj_objv(const Model& net,
     using SValue = typename Model::SValue;
     check_input_width(net, X.cols);
 
-    const auto adj_rows = [&](AdjointWork<Model>& work,
-                              const RowsView& Xs,
-                              const RowsView& Ys,
-                              const SValue& slice_seed,
-                              Model& slice_grad) {
-        set_zero(work.outAdj, Ys.rows, Ys.cols);
-        return adj_computev(net, Xs, Ys, slice_seed, work.outAdj, work.R, work, slice_grad);
-    };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
         const TransposedWeights<Model> none;
         AdjointWork<Model> work(none);
-        return adj_rows(work, X, Y, seed, grad);
+        set_zero(work.outAdj, Y.rows, Y.cols);
+        return adj_computev(net, X, Y, seed, work.outAdj, work.R, work, grad);
     }
 
     const auto elements = static_cast<double>(Y.size());
@@ -151,14 +132,15 @@ typename Model::SValue adj_objv(const Model& net,
     SValue value = adj_slices(
         net,
         slices,
-        [&](AdjointWork<Model>& work, std::size_t s, Model& slice_grad) {
-            const RowsView Ys = slices.cut(Y, s);
-            SValue slice_seed = seed;
-            slice_seed *= static_cast<double>(Ys.rows);
-            slice_seed *= static_cast<double>(Ys.cols);
-            SValue part = adj_rows(work, slices.cut(X, s), Ys, slice_seed, slice_grad);
-            part *= static_cast<double>(Ys.size());
-            return part;
+        [&](AdjointWork<Model>& work, std::size_t s, Model& share_grad) -> const SValue& {
+            const RowsView Xs = slices.cut(X, s), Ys = slices.cut(Y, s);
+            work.seed = seed;
+            work.seed *= static_cast<double>(Ys.rows);
+            work.seed *= static_cast<double>(Ys.cols);
+            set_zero(work.outAdj, Ys.rows, Ys.cols);
+            adj_computev(net, Xs, Ys, work.seed, work.outAdj, work.R, work, share_grad, Into::add);
+            work.value *= static_cast<double>(Ys.size());
+            return work.value;
         },
         grad);
     value /= elements;

@@ -65,6 +65,14 @@ public:
         note(values);
     }
 
+    // The parameters of a gradient, in their flat order.
+    void write(double* out, const DoubleModel& grad)
+    {
+        for_each_parameter(grad, [&](const auto& part, std::size_t first) {
+            write(out == nullptr ? out : out + first, asVector(part));
+        });
+    }
+
     // Whether everything written under watch was finite, wanted or not.
     bool all_finite() const { return all_finite_; }
 
@@ -86,7 +94,7 @@ template <class Model>
 Model with_weights(const Model& model, const double* w)
 {
     Model copy = model;
-    if (w != nullptr) setweights(copy, std::valarray<double>(w, numel(model)));
+    if (w != nullptr) setweights(copy, w);
     return copy;
 }
 

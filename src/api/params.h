@@ -21,12 +21,17 @@ std::uint64_t numel(const Model& net)
     return n;
 }
 
-// part = flat[first ...], as many elements as part has; and the reverse.
+// part = flat[first ...], as many elements as part has; and the reverse. flat is a vector, or where its elements lie.
+inline void take_elements(const double* flat, std::size_t first, std::valarray<double>& part)
+{
+    std::copy_n(flat + first, part.size(), std::begin(part));
+}
+
 inline void take_elements(const std::valarray<double>& flat,
                           std::size_t first,
                           std::valarray<double>& part)
 {
-    std::copy_n(std::begin(flat) + first, part.size(), std::begin(part));
+    take_elements(std::begin(flat), first, part);
 }
 
 inline void put_elements(std::valarray<double>& flat,
@@ -36,9 +41,8 @@ inline void put_elements(std::valarray<double>& flat,
     std::copy(std::begin(part), std::end(part), std::begin(flat) + first);
 }
 
-inline void take_elements(const std::valarray<double>& flat,
-                          std::size_t first,
-                          MatrixTemplate<double>& part)
+template <class Flat>
+void take_elements(const Flat& flat, std::size_t first, MatrixTemplate<double>& part)
 {
     take_elements(flat, first, part.store());
 }
@@ -50,35 +54,33 @@ inline void put_elements(std::valarray<double>& flat,
     put_elements(flat, first, part.store());
 }
 
-// Sets every bias and weight from a flat vector of numel(net) elements.
-template <class Model>
-void setweights(Model& net, const typename Model::Vector& flat)
+// visit(part, first) for every bias vector and weight matrix in the flat order, with the place of its first element.
+template <class Model, class Visit>
+void for_each_parameter(Model& net, const Visit& visit)
 {
-    assert(flat.size() == numel(net));
-    std::size_t at = 0;
-    const auto take = [&](auto& part) {
-        take_elements(flat, at, part);
-        at += part.size();
-    };
+    std::size_t first = 0;
     for (std::size_t i = 0; i < net.weights.size(); ++i) {
-        take(net.biases[i]);
-        take(net.weights[i]);
+        visit(net.biases[i], first);
+        first += net.biases[i].size();
+        visit(net.weights[i], first);
+        first += net.weights[i].size();
     }
+}
+
+// Sets every bias and weight from numel(net) elements.
+template <class Model, class Flat>
+void setweights(Model& net, const Flat& flat)
+{
+    for_each_parameter(net,
+                       [&](auto& part, std::size_t first) { take_elements(flat, first, part); });
 }
 
 // Every bias and weight in one flat vector; flat has numel(net) elements already.
 template <class Model>
 void getweights(const Model& net, typename Model::Vector& flat)
 {
-    std::size_t at = 0;
-    const auto put = [&](const auto& part) {
-        put_elements(flat, at, part);
-        at += part.size();
-    };
-    for (std::size_t i = 0; i < net.weights.size(); ++i) {
-        put(net.biases[i]);
-        put(net.weights[i]);
-    }
+    for_each_parameter(
+        net, [&](const auto& part, std::size_t first) { put_elements(flat, first, part); });
 }
 
 template <class Model>
@@ -107,12 +109,26 @@ void setweights0(Model& net)
     for (auto& b : net.biases) set_zero(b);
 }
 
-// A model of the same shapes with all weights and biases 0.0: the start of a gradient.
-template <class Model>
-Model zeros_like(const Model& net)
+// A vector or matrix of that shape, zeros.
+inline std::valarray<double> zeros_like(const std::valarray<double>& v)
 {
-    Model zeros = net;
-    setweights0(zeros);
+    return std::valarray<double>(v.size());
+}
+
+inline MatrixTemplate<double> zeros_like(const MatrixTemplate<double>& A)
+{
+    return MatrixTemplate<double>(A.rows(), A.cols());
+}
+
+// The weights and biases of a model of the same shapes, all 0.0, without its functions: the start of a gradient.
+template <class Matrix, class Vector, class Scalar>
+NNTemplate<Matrix, Vector, Scalar> zeros_like(const NNTemplate<Matrix, Vector, Scalar>& net)
+{
+    NNTemplate<Matrix, Vector, Scalar> zeros;
+    zeros.weights.reserve(net.weights.size());
+    zeros.biases.reserve(net.biases.size());
+    for (const Matrix& W : net.weights) zeros.weights.push_back(zeros_like(W));
+    for (const Vector& b : net.biases) zeros.biases.push_back(zeros_like(b));
     return zeros;
 }
 

@@ -1,57 +1,49 @@
 #pragma once
 
-#include "kernels/kernels.h"
-#include "model/matrix.h"
+#include "eval/element_loops.h"
 
 // The activations, over any matrix type. Each takes the pre-activation x and overwrites y with the result, in the
-// shape of x; y may be x. `apply` is what a matrix type provides: the loop below for
-// doubles, its counterpart in fad/activations.h for carriers.
+// shape of x; y may be x. What its adjoint needs besides x goes into kept. `apply` is what a matrix type provides: the
+// loops of eval/element_loops.h for doubles, their counterpart in fad/activations.h for carriers.
 
 namespace VEMKN {
 
-template <class F>
-void apply(const MatrixTemplate<double>& x, MatrixTemplate<double>& y)
-{
-    y.resize(x.rows(), x.cols());
-    element_kernels<F>().value(x.data(), y.data(), x.size());
-}
-
 // y = x
 template <class Matrix>
-void id(const Matrix& x, Matrix& y)
+void id(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
 {
-    apply<Id>(x, y);
+    apply<Id>(x, y, kept);
 }
 
 // y = atan(x)
 template <class Matrix>
-void act_atan(const Matrix& x, Matrix& y)
+void act_atan(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
 {
-    apply<Atan>(x, y);
+    apply<Atan>(x, y, kept);
 }
 
 // y = x for x >= 0, else 0
 template <class Matrix>
-void act_relu(const Matrix& x, Matrix& y)
+void act_relu(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
 {
-    apply<Relu>(x, y);
+    apply<Relu>(x, y, kept);
 }
 
 // y = log(1 + e^x)
 template <class Matrix>
-void softplus(const Matrix& x, Matrix& y)
+void softplus(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
 {
-    apply<Softplus>(x, y);
+    apply<Softplus>(x, y, kept);
 }
 
 // Deliberate: nothing is shifted. A shift of -1 on a copy would be thrown away; the result is softplus to the bit.
 template <class Matrix>
-void softplus_shifted(const Matrix& x, Matrix& y)
+void softplus_shifted(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
 {
-    softplus(x, y);
+    softplus(x, y, kept);
 }
 
-// The same five, returning the result.
+// The same five, returning the result and keeping nothing.
 
 template <class Matrix>
 Matrix id(const Matrix& x)
@@ -63,7 +55,8 @@ template <class Matrix>
 Matrix act_atan(const Matrix& x)
 {
     Matrix y;
-    act_atan(x, y);
+    MatrixTemplate<double> kept;
+    act_atan(x, y, kept);
     return y;
 }
 
@@ -71,7 +64,8 @@ template <class Matrix>
 Matrix act_relu(const Matrix& x)
 {
     Matrix y;
-    act_relu(x, y);
+    MatrixTemplate<double> kept;
+    act_relu(x, y, kept);
     return y;
 }
 
@@ -79,7 +73,8 @@ template <class Matrix>
 Matrix softplus(const Matrix& x)
 {
     Matrix y;
-    softplus(x, y);
+    MatrixTemplate<double> kept;
+    softplus(x, y, kept);
     return y;
 }
 

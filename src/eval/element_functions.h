@@ -3,11 +3,17 @@
 // The functions that act on one element each: activations, and the likelihood. Each is one struct that holds all there
 // is to know of it:
 //
-//   value(x)                  y
-//   pull(x, ybar)             the adjoint of x, in the order of operations that fixes its last bits
-//   value_slope(x)            y, and dy/dx for tangents
-//   pull_slope_bend(x, ybar)  the adjoint of x, dy/dx, and ybar * d2y/dx2 for the tangents of the adjoint
-//   adj_tangent(...)          the tangent of the adjoint from those: slope * ybar' + bend * x'
+//   HAS_INNER                    whether it has an inner function t = inner(x): the exponential that all of the others
+//                                need, computed once and kept from the forward pass to the sweep. Where there is none, x
+//                                itself is handed over as t
+//   value(x, t)                  y
+//   pull(x, t, ybar)             the adjoint of x, in the order of operations that fixes its last bits
+//   value_slope(x, t)            y, and dy/dx for tangents
+//   pull_slope_bend(x, t, ybar)  the adjoint of x, dy/dx, and ybar * d2y/dx2 for the tangents of the adjoint
+//   adj_tangent(...)             the tangent of the adjoint from those: slope * ybar' + bend * x'
+//
+// inner() is a function of its own for speed as well: exp and the log of its result in one loop are a chain of dependent
+// instructions too long for a processor to overlap with the next element's (docs/performance.md).
 //
 // They are written over a lane type L (see kernels/lane.h): one double, or as many as a vector register holds. A branch is
 // a quiet comparison and a selection, so that a quiet NaN takes the "else" without a trap; and since every lane computes
@@ -36,14 +42,16 @@ struct ProductRule {
 
 // y = x
 struct Id {
+    static constexpr bool HAS_INNER = false;
+
     template <class L, class V = typename L::V>
-    static V value(V x)
+    static V value(V x, V)
     {
         return x;
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V, V ybar)
+    static V pull(V, V, V ybar)
     {
         return ybar;
     }
@@ -51,14 +59,16 @@ struct Id {
 
 // y = max(x, 0), slope 1 at x = 0; keeps -0.0 and NaN.
 struct Relu {
+    static constexpr bool HAS_INNER = false;
+
     template <class L, class V = typename L::V>
-    static V value(V x)
+    static V value(V x, V)
     {
         return L::select(L::less(x, L::set(0.0)), L::set(0.0), x);
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar)
+    static V pull(V x, V, V ybar)
     {
         return L::select(L::less(x, L::set(0.0)), L::set(0.0), ybar);
     }
@@ -66,82 +76,91 @@ struct Relu {
 
 // y = atan(x)
 struct Atan : ProductRule {
+    static constexpr bool HAS_INNER = false;
+
     template <class L, class V = typename L::V>
-    static V value(V x)
+    static V value(V x, V)
     {
         return L::atan(x);
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar)
+    static V pull(V x, V, V ybar)
     {
         return ybar / (x * x + L::set(1.0));
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x)
+    static ValueSlope<L> value_slope(V x, V)
     {
-        return {value<L>(x), L::set(1.0) / (x * x + L::set(1.0))};
+        return {L::atan(x), L::set(1.0) / (x * x + L::set(1.0))};
     }
 
     template <class L, class V = typename L::V>
-    static PullSlopeBend<L> pull_slope_bend(V x, V ybar)
+    static PullSlopeBend<L> pull_slope_bend(V x, V t, V ybar)
     {
         const V slope = L::set(1.0) / (x * x + L::set(1.0));
-        return {pull<L>(x, ybar), slope, ybar * (L::set(-2.0) * x * slope * slope)};
+        return {pull<L>(x, t, ybar), slope, ybar * (L::set(-2.0) * x * slope * slope)};
     }
 };
 
 // y = log(1 + e^x). From CUTOFF on y = x to double precision; the cut-off keeps exp from overflowing.
 struct Softplus {
+    static constexpr bool HAS_INNER = true;
     static constexpr double CUTOFF = 300.0;
 
+    // e = exp(x), from the cut-off on a stand-in that nobody uses
     template <class L, class V = typename L::V>
-    static V value(V x)
+    static V inner(V x)
     {
-        return value_slope<L>(x).value;
-    }
-
-    // slope = e/(1 + e) with e = exp(x), 1 from the cut-off on
-    template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x)
-    {
-        const auto below = L::less(x, L::set(CUTOFF));
-        const V e = exp_below<L>(below, x);
-        const V one = L::set(1.0);
-        return {L::select(below, L::log(e + one), x), L::select(below, e / (one + e), one)};
+        return L::exp(L::select(below<L>(x), x, L::set(0.0)));
     }
 
     template <class L, class V = typename L::V>
-    static V pull(V x, V ybar)
+    static V value(V x, V e)
     {
-        return pull_slope_bend<L>(x, ybar).pull;
+        return L::select(below<L>(x), L::log(e + L::set(1.0)), x);
+    }
+
+    // slope = e/(1 + e), 1 from the cut-off on
+    template <class L, class V = typename L::V>
+    static V slope(V x, V e)
+    {
+        return L::select(below<L>(x), e / (L::set(1.0) + e), L::set(1.0));
     }
 
     template <class L, class V = typename L::V>
-    static PullSlopeBend<L> pull_slope_bend(V x, V ybar)
+    static V pull(V x, V e, V ybar)
     {
-        const auto below = L::less(x, L::set(CUTOFF));
-        const V e = exp_below<L>(below, x);
-        const V one = L::set(1.0);
-        const V slope = L::select(below, e / (one + e), one);
-        const V curvature = L::select(below, slope / (one + e), L::set(0.0));
-        return {slope * ybar, slope, curvature * ybar};
+        return slope<L>(x, e) * ybar;
+    }
+
+    template <class L, class V = typename L::V>
+    static ValueSlope<L> value_slope(V x, V e)
+    {
+        return {value<L>(x, e), slope<L>(x, e)};
+    }
+
+    template <class L, class V = typename L::V>
+    static PullSlopeBend<L> pull_slope_bend(V x, V e, V ybar)
+    {
+        const V s = slope<L>(x, e);
+        const V curvature = L::select(below<L>(x), s / (L::set(1.0) + e), L::set(0.0));
+        return {s * ybar, s, curvature * ybar};
     }
 
     // From the cut-off on y = x, so x' does not enter, whatever it is.
     template <class L, class V = typename L::V>
     static V adj_tangent(V x, V slope, V dybar, V bend, V dx)
     {
-        const auto below = L::less(x, L::set(CUTOFF));
-        return slope * dybar + bend * L::select(below, dx, L::set(0.0));
+        return slope * dybar + bend * L::select(below<L>(x), dx, L::set(0.0));
     }
 
 private:
-    template <class L, class Mask, class V>
-    static V exp_below(Mask below, V x)
+    template <class L, class V = typename L::V>
+    static auto below(V x)
     {
-        return L::exp(L::select(below, x, L::set(0.0)));
+        return L::less(x, L::set(CUTOFF));
     }
 };
 
@@ -210,36 +229,42 @@ private:
 
 // y = -log f(x) + BIAS with f the density above: 4.5 x^2 in the core, exactly 0 at 0.
 struct LogDnorm : ProductRule {
+    static constexpr bool HAS_INNER = true;
     // The standard deviation of the core, and the logarithm of the core's density at zero, -log(sigma*sqrt(2*pi)).
     static constexpr double SIGMA = 0.3333333333333333;
     static constexpr double BIAS = 0.17967375546343706;
 
     template <class L, class V = typename L::V>
-    static V value(V x)
+    static V inner(V x)
     {
-        const V y = -L::log(FatDensity::value<L>(x, SIGMA)) + L::set(BIAS);
+        return FatDensity::value<L>(x, SIGMA);
+    }
+
+    template <class L, class V = typename L::V>
+    static V value(V x, V f)
+    {
+        const V y = -L::log(f) + L::set(BIAS);
         // A vector logarithm may miss the last bit of BIAS.
         return L::select(L::equal(x, L::set(0.0)), L::set(0.0), y);
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x)
+    static V pull(V x, V f, V ybar)
     {
-        return {value<L>(x), slope_and_curvature<L>(x).slope};
-    }
-
-    template <class L, class V = typename L::V>
-    static V pull(V x, V ybar)
-    {
-        const V f = FatDensity::value<L>(x, SIGMA);
         return FatDensity::pull<L>(x, -ybar / f, f, SIGMA);
     }
 
     template <class L, class V = typename L::V>
-    static PullSlopeBend<L> pull_slope_bend(V x, V ybar)
+    static ValueSlope<L> value_slope(V x, V f)
+    {
+        return {value<L>(x, f), slope_and_curvature<L>(x).slope};
+    }
+
+    template <class L, class V = typename L::V>
+    static PullSlopeBend<L> pull_slope_bend(V x, V f, V ybar)
     {
         const auto s = slope_and_curvature<L>(x);
-        return {pull<L>(x, ybar), s.slope, s.curvature * ybar};
+        return {pull<L>(x, f, ybar), s.slope, s.curvature * ybar};
     }
 
 private:

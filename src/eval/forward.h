@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "eval/input_width.h"
@@ -19,8 +20,8 @@
 namespace VEMKN {
 
 // What one run over a slice of rows computes, step by step: a step is one layer of one pass, in the order in which they
-// run. With keep, all of it stays for a backward sweep; without, only what the next step needs. A tape is reused from
-// slice to slice, so that its storage is allocated once.
+// run. With keep, all of it stays for a backward sweep; rolling, a pass writes over the pass before the last. A tape is
+// reused from slice to slice, and no two layers share a matrix, so that storage is allocated at the first slice only.
 template <class Matrix>
 class Tape {
 public:
@@ -28,14 +29,28 @@ public:
 
     explicit Tape(Memory memory = Memory::keep) : keep_(memory == Memory::keep) {}
 
-    Matrix& Z(std::size_t step) { return at(Z_, keep_ ? step : 0); }
+    // Gets the tape ready for `passes` passes through `hidden` hidden layers and the output layer.
+    void set_steps(std::size_t hidden, std::size_t passes)
+    {
+        last_ = hidden * passes;
+        turn_ = hidden * (keep_ ? passes : std::min<std::size_t>(passes, 2));
+        if (steps_.size() != turn_ + 1) steps_.resize(turn_ + 1);
+    }
 
-    const Matrix& Z(std::size_t step) const { return Z_[keep_ ? step : 0]; }
+    // Pre-activation of a step. A rolling tape has none: the step's output serves as both.
+    Matrix& Z(std::size_t step, Matrix& output) { return keep_ ? at(step).Z : output; }
 
-    // Input of a step but the first, whose input is X.
-    Matrix& H(std::size_t step) { return at(H_, keep_ ? step : step % 2); }
+    const Matrix& Z(std::size_t step) const { return at(step).Z; }
 
-    const Matrix& H(std::size_t step) const { return H_[keep_ ? step : step % 2]; }
+    // What the activation kept for its adjoint.
+    MatrixTemplate<double>& kept(std::size_t step) { return at(step).kept; }
+
+    const MatrixTemplate<double>& kept(std::size_t step) const { return at(step).kept; }
+
+    // Input of a step but the first, whose input is X: the output of the hidden step before.
+    Matrix& H(std::size_t step) { return at(step - 1).output; }
+
+    const Matrix& H(std::size_t step) const { return at(step - 1).output; }
 
     // Padded input rows, a constant: the caller's own rows where nothing had to be padded.
     RowsView X;
@@ -55,29 +70,36 @@ public:
     }
 
 private:
-    static Matrix& at(std::vector<Matrix>& list, std::size_t i)
-    {
-        if (list.size() <= i) list.resize(i + 1);
-        return list[i];
-    }
+    struct Step {
+        Matrix Z;
+        MatrixTemplate<double> kept;
+        Matrix output;
+    };
+
+    // Hidden steps take turns; the output layer has the last place to itself.
+    Step& at(std::size_t step) { return steps_[step == last_ ? turn_ : step % turn_]; }
+
+    const Step& at(std::size_t step) const { return steps_[step == last_ ? turn_ : step % turn_]; }
 
     bool keep_;
-    std::vector<Matrix> H_;
-    std::vector<Matrix> Z_;
+    std::size_t last_ = 0;
+    std::size_t turn_ = 0;
+    std::vector<Step> steps_;
     MatrixTemplate<double> padding_;
 };
 
-// (1) and (2) for one layer; out may not be the input. Input is a matrix of the model, or rows of constants.
+// (1) and (2) for one layer. Z may be out, but out not the input. Input is a matrix of the model, or rows of constants.
 template <class Model, class Input>
 void layer(const Model& net,
            std::size_t i,
            const Input& H,
            typename Model::Matrix& Z,
-           typename Model::Matrix& out)
+           typename Model::Matrix& out,
+           typename Model::Kept& kept)
 {
     do_mult(H, net.weights[i], Z);
     do_binplus(Z, Z, net.biases[i]);
-    net.activation.forward(Z, out);
+    net.activation.forward(Z, out, kept);
 }
 
 // Runs the network over rows and leaves the outputs in tape.O.
@@ -85,19 +107,23 @@ template <class Model>
 void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix>& tape)
 {
     const std::size_t hidden = net.weights.size() - 1;
+    tape.set_steps(hidden, net.nmult);
     tape.X = tape.padded(rows, net.weights[0].rows());
 
     std::size_t step = 0;
-    const auto run_layer = [&](std::size_t i, typename Model::Matrix& out) {
+    const auto run_layer = [&](std::size_t i, const auto& H, typename Model::Matrix& out) {
+        layer(net, i, H, tape.Z(step, out), out, tape.kept(step));
+    };
+    const auto run_next_layer = [&](std::size_t i, typename Model::Matrix& out) {
         if (step == 0) {
-            layer(net, i, tape.X, tape.Z(step), out);
+            run_layer(i, tape.X, out);
         } else {
-            layer(net, i, tape.H(step), tape.Z(step), out);
+            run_layer(i, tape.H(step), out);
         }
     };
     for (std::size_t pass = 0; pass < net.nmult; ++pass) {
         for (std::size_t i = 0; i < hidden; ++i) {
-            run_layer(i, tape.H(step + 1));
+            run_next_layer(i, tape.H(step + 1));
             ++step;
         }
         if (net.nmult > 1) {
@@ -107,9 +133,9 @@ void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix
         }
     }
     if (net.nmult > 1) {
-        layer(net, hidden, tape.C, tape.Z(step), tape.O);
+        run_layer(hidden, tape.C, tape.O);
     } else {
-        run_layer(hidden, tape.O);
+        run_next_layer(hidden, tape.O);
     }
 }
 

@@ -3,31 +3,15 @@
 #include <type_traits>
 #include <valarray>
 
-#include "kernels/kernels.h"
+#include "eval/element_loops.h"
 #include "kernels/lane.h"
 #include "model/matrix.h"
 
-// The norms, over any matrix type: an element norm gives one value an element, a summing norm their sum. The
-// primitives that a vector type provides (apply, sum, asVector) are below for doubles, in fad for carriers.
+// The norms, over any matrix type: an element norm gives one value an element, a summing norm their sum, from the first
+// element to the last. The primitives that a container type provides (apply_to, sum_of) are in eval/element_loops.h for
+// doubles, in fad/activations.h for carriers.
 
 namespace VEMKN {
-
-template <class F>
-std::valarray<double> apply(const std::valarray<double>& x)
-{
-    std::valarray<double> y(x.size());
-    element_kernels<F>().value(std::begin(x), std::begin(y), x.size());
-    return y;
-}
-
-// From the first element to the last; 0.0 for no elements.
-inline double sum(const std::valarray<double>& v)
-{
-    if (v.size() == 0) return 0.0;
-    double s = v[0];
-    for (std::size_t i = 1; i < v.size(); ++i) s += v[i];
-    return s;
-}
 
 // The density f of FatDensity, element by element.
 inline std::valarray<double> fat_dnorm(const std::valarray<double>& x, double sigma)
@@ -37,50 +21,106 @@ inline std::valarray<double> fat_dnorm(const std::valarray<double>& x, double si
     return f;
 }
 
-// The vector and scalar types that go with a matrix type.
-template <class Matrix>
-using VectorOf = std::decay_t<decltype(asVector(std::declval<const Matrix&>()))>;
-template <class Matrix>
-using ScalarOf = decltype(sum(std::declval<const VectorOf<Matrix>&>()));
-
-// v = R
-template <class Matrix>
-VectorOf<Matrix> normfun(const Matrix& R)
+// The vector and scalar types that go with doubles; those that go with carriers are told in fad/linear.h.
+inline std::valarray<double> vector_like(const std::valarray<double>& x)
 {
-    return asVector(R);
+    return std::valarray<double>(x.size());
+}
+
+inline std::valarray<double> vector_like(const MatrixTemplate<double>& x)
+{
+    return std::valarray<double>(x.size());
+}
+
+inline double scalar_like(const std::valarray<double>&)
+{
+    return 0.0;
+}
+
+inline double scalar_like(const MatrixTemplate<double>&)
+{
+    return 0.0;
+}
+
+template <class T>
+using VectorOf = decltype(vector_like(std::declval<const T&>()));
+template <class T>
+using ScalarOf = decltype(scalar_like(std::declval<const T&>()));
+
+// v = R; v has the number of elements of R already, here and below.
+template <class Matrix>
+void normfun(const Matrix& R, VectorOf<Matrix>& v)
+{
+    apply_to<Id>(R, v);
 }
 
 // s = sum of R, signed: neither squares nor absolute values
 template <class Matrix>
-ScalarOf<Matrix> normfun_sum(const Matrix& R)
+void normfun_sum(const Matrix& R, ScalarOf<Matrix>& s)
 {
-    return sum(asVector(R));
+    sum_of<Id>(R, s);
 }
 
-// v = -log f(x) + BIAS
+// v = -log f(R) + BIAS
+template <class Matrix>
+void log_dnorm(const Matrix& R, VectorOf<Matrix>& v)
+{
+    apply_to<LogDnorm>(R, v);
+}
+
+// s = sum of log_dnorm
+template <class Matrix>
+void sum_log_dnorm(const Matrix& R, ScalarOf<Matrix>& s)
+{
+    sum_of<LogDnorm>(R, s);
+}
+
+// The same four, returning the result; of the likelihood for vectors too.
+
+template <class Matrix>
+VectorOf<Matrix> normfun(const Matrix& R)
+{
+    VectorOf<Matrix> v = vector_like(R);
+    normfun(R, v);
+    return v;
+}
+
+template <class Matrix>
+ScalarOf<Matrix> normfun_sum(const Matrix& R)
+{
+    ScalarOf<Matrix> s = scalar_like(R);
+    normfun_sum(R, s);
+    return s;
+}
+
 template <class Vector>
 Vector log_dnorm_vec(const Vector& x)
 {
-    return apply<LogDnorm>(x);
+    Vector v = vector_like(x);
+    apply_to<LogDnorm>(x, v);
+    return v;
 }
 
 template <class Matrix>
 VectorOf<Matrix> log_dnorm(const Matrix& R)
 {
-    return log_dnorm_vec(asVector(R));
+    VectorOf<Matrix> v = vector_like(R);
+    log_dnorm(R, v);
+    return v;
 }
 
-// s = sum of log_dnorm_vec
 template <class Vector>
-auto sum_log_dnorm_vec(const Vector& x)
+ScalarOf<Vector> sum_log_dnorm_vec(const Vector& x)
 {
-    return sum(log_dnorm_vec(x));
+    ScalarOf<Vector> s = scalar_like(x);
+    sum_of<LogDnorm>(x, s);
+    return s;
 }
 
 template <class Matrix>
 ScalarOf<Matrix> sum_log_dnorm(const Matrix& R)
 {
-    return sum_log_dnorm_vec(asVector(R));
+    return sum_log_dnorm_vec(R);
 }
 
 }  // namespace VEMKN

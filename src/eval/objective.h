@@ -18,12 +18,19 @@ typename Model::Matrix& residuals(const Model& net,
     return tape.O;
 }
 
-// The mean over the elements of R of their norm.
+// mean = the mean over the elements of R of their norm.
+template <class Model>
+void mean_norm(const Model& net, const typename Model::Matrix& R, typename Model::SValue& mean)
+{
+    net.summing_norm.forward(R, mean);
+    mean /= static_cast<double>(R.size());
+}
+
 template <class Model>
 typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix& R)
 {
-    typename Model::SValue mean = net.summing_norm.forward(R);
-    mean /= static_cast<double>(R.size());
+    typename Model::SValue mean(0.0);
+    mean_norm(net, R, mean);
     return mean;
 }
 
@@ -39,11 +46,13 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 
     struct Local {
         Tape<Matrix> tape{Tape<Matrix>::Memory::rolling};
+        SValue part{0.0};
         SValue sum{0.0};
     };
 
-    const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) {
-        return mean_norm(net, residuals(net, Xs, Ys, local.tape));
+    const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) -> SValue& {
+        mean_norm(net, residuals(net, Xs, Ys, local.tape), local.part);
+        return local.part;
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
@@ -59,7 +68,7 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
         [](Local& local) { local.sum = SValue(0.0); },
         [&](Local& local, std::size_t s) {
             const RowsView Ys = slices.cut(Y, s);
-            SValue part = slice_mean(local, slices.cut(X, s), Ys);
+            SValue& part = slice_mean(local, slices.cut(X, s), Ys);
             part *= static_cast<double>(Ys.size());
             local.sum += part;
         },
@@ -80,22 +89,24 @@ void element_norms(const Model& net,
     check_input_width(net, X.cols);
 
     const Slices slices(X.rows, net.batch);
-    const auto make_tape = [] { return Tape<Matrix>(Tape<Matrix>::Memory::rolling); };
-    if (slices.single()) {
-        Tape<Matrix> tape = make_tape();
-        result = net.element_norm.forward(residuals(net, X, Y, tape));
-        return;
-    }
+
+    struct Local {
+        Tape<Matrix> tape{Tape<Matrix>::Memory::rolling};
+        typename Model::Vector part;
+    };
+
     for_each_share(
         Shares(slices.number(), net.threads),
         net.threads,
-        make_tape,
-        [](Tape<Matrix>&) {},
-        [&](Tape<Matrix>& tape, std::size_t s) {
-            const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), tape);
-            put_elements(result, slices.first_row(s) * Y.cols, net.element_norm.forward(R));
+        [] { return Local(); },
+        [](Local&) {},
+        [&](Local& local, std::size_t s) {
+            const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), local.tape);
+            if (local.part.size() != R.size()) local.part = vector_like(R);
+            net.element_norm.forward(R, local.part);
+            put_elements(result, slices.first_row(s) * Y.cols, local.part);
         },
-        [](const Tape<Matrix>&) {});  // slices write disjoint elements: nothing to merge
+        [](const Local&) {});  // slices write disjoint elements: nothing to merge
 }
 
 }  // namespace VEMKN

@@ -10,6 +10,7 @@
 
 #include "api/calls.h"
 #include "api/traps.h"
+#include "model/blas.h"
 
 namespace VEMKN {
 
@@ -90,11 +91,13 @@ void for_each_share(const Shares& shares,
 
     TeamException failure;
     const bool armed = ScopedTraps::armed_here();
+    const bool plain = PlainProducts::here();
     // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
     const ScopedTraps unarmed(false);
 #pragma omp parallel num_threads(team.size())
     {
         const ScopedTraps traps(armed);
+        const PlainProducts products(plain);
         std::optional<decltype(make_local())> local;
         failure.guard([&] { local.emplace(make_local()); });
 #pragma omp for ordered schedule(static, 1)

@@ -5,6 +5,7 @@
 #include <valarray>
 
 #include "fad/errors.h"
+#include "model/matrix.h"
 #include "vemkn.h"
 
 namespace yafad {
@@ -22,6 +23,15 @@ public:
     Active() = default;
 
     explicit Active(double number) : N(NDIR), value(number), derivatives(0.0, NDIR) {}
+
+    // Becomes the constant that Active(number) is.
+    void set_constant(double number)
+    {
+        N = NDIR;
+        value = number;
+        VEMKN::set_size(derivatives, NDIR);
+        derivatives = 0.0;
+    }
 
     Active& operator+=(const Active& other)
     {

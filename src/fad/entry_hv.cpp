@@ -28,7 +28,10 @@ int vemk_Hv(::VEMKNInfo* net,
     }
     const yafad::Seeding seeding(row_order, nw, nv);
     const yafad::DirectionLock lock(seeding.directions());
-    return computing_call(*net, [&](Results& results) {
+    const auto factors = {InputArray{w, nw},
+                          InputArray{v, std::uint64_t{nw} * nv},
+                          InputArray{x, std::uint64_t{n} * nin}};
+    return computing_call(*net, factors, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
         const InputRows X(x, n, nin);
         const InputRows Y(y, n, nout);
@@ -38,9 +41,10 @@ int vemk_Hv(::VEMKNInfo* net,
         trace.finish();
         if (Trace::wanted()) trace.print(J.value);
 
-        const yafad::VectorCarrier g = getweights(grad);
         results.write(value, J.value);
-        results.write(gradient, g.value);
-        seeding.write_derivatives(results, hv, g);
+        for_each_parameter(grad, [&](const auto& part, std::size_t first) {
+            results.write(gradient == nullptr ? gradient : gradient + first, asVector(part.value));
+            seeding.write_derivatives(results, hv, part, first, nw);
+        });
     });
 }

@@ -118,35 +118,8 @@ void each_part(const Linear& f, First&& first, Rest&&... rest)
     }
 }
 
-inline double* elements(std::valarray<double>& v)
-{
-    return std::begin(v);
-}
-
-inline const double* elements(const std::valarray<double>& v)
-{
-    return std::begin(v);
-}
-
-inline double* elements(MatrixTemplate<double>& m)
-{
-    return m.data();
-}
-
-inline const double* elements(const MatrixTemplate<double>& m)
-{
-    return m.data();
-}
-
-inline void take_shape(const std::valarray<double>& of, std::valarray<double>& v)
-{
-    VEMKN::set_size(v, of.size());
-}
-
-inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& m)
-{
-    m.resize(of.rows(), of.cols());
-}
+using VEMKN::elements;
+using VEMKN::take_shape;
 
 // y takes the shape and the number of directions of x; its contents are left to the caller.
 template <class T>

@@ -35,10 +35,22 @@ inline MatrixCarrier asMatrix(const VectorCarrier& v, std::size_t rows, std::siz
     return A;
 }
 
-// The elements of A, in its shape, take those of v.
-inline void assign_store(MatrixCarrier& A, VectorCarrier&& v)
+// A vector carrier with as many elements and directions as x, and a scalar one, as norms return them; contents are left to
+// the caller.
+template <class T>
+VectorCarrier vector_like(const fad1<T>& x)
 {
-    A = asMatrix(v, A.rows(), A.cols());
+    VectorCarrier v;
+    v.set_directions(x.directions());
+    VEMKN::set_size(v.value, x.size());
+    for (auto& derivative : v.derivatives) VEMKN::set_size(derivative, x.size());
+    return v;
+}
+
+template <class T>
+FO::Dynamic::Active<1> scalar_like(const fad1<T>&)
+{
+    return FO::Dynamic::Active<1>(0.0);
 }
 
 inline void colsum(const MatrixCarrier& A, VectorCarrier& out)
@@ -101,6 +113,14 @@ inline void take_columns(const MatrixCarrier& whole,
 }
 
 template <class T>
+fad1<T> zeros_like(const fad1<T>& a)
+{
+    fad1<T> zeros;
+    take_shape(a, zeros);
+    return zeros;
+}
+
+template <class T>
 void do_add(fad1<T>& a, const fad1<T>& b)
 {
     each_part([](auto& to, const auto& from) { VEMKN::do_add(to, from); }, a, b);
@@ -144,29 +164,5 @@ inline void subtract_rows(MatrixCarrier& R, const RowsView& Y)
 {
     VEMKN::subtract_rows(R.value, Y);
 }
-
-// Sum of the elements, from the first to the last.
-inline FO::Dynamic::Active<1> sum(const VectorCarrier& v)
-{
-    FO::Dynamic::Active<1> s(VEMKN::sum(v.value));
-    for (std::size_t k = 0; k < v.directions(); ++k) {
-        s.derivatives[k] = VEMKN::sum(v.derivatives[k]);
-    }
-    return s;
-}
-
-namespace FO::Dynamic {
-
-// s in each of n elements: the adjoint of sum. Stands where lookup by its argument finds it.
-inline VectorCarrier spread(const Active<1>& s, std::size_t n)
-{
-    VectorCarrier v;
-    v.value = VEMKN::spread(s.value, n);
-    v.set_directions(s.N);
-    for (std::size_t k = 0; k < s.N; ++k) v.derivatives[k] = VEMKN::spread(s.derivatives[k], n);
-    return v;
-}
-
-}  // namespace FO::Dynamic
 
 }  // namespace yafad

@@ -1,8 +1,5 @@
 #include "fad/products.h"
 
-#include <algorithm>
-#include <cmath>
-
 namespace yafad {
 
 using VEMKN::Factor;
@@ -47,14 +44,10 @@ void multiply(const CarrierFactor& A, const CarrierFactor& B, MatrixCarrier& C)
     }
 }
 
-bool all_finite(const Factor& A)
-{
-    return std::all_of(A.data, A.data + A.rows * A.cols, [](double a) { return std::isfinite(a); });
-}
-
 // dC_k += (A*0.0)*B, which is zero but where A is not finite.
 void add_constant_tangents(const Factor& A, const Factor& B, MatrixCarrier& C)
 {
+    if (C.directions() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
     MatrixTemplate<double> zero(A.data, A.rows, A.cols);
     zero.store() *= 0.0;
     Factor dA(zero);
@@ -69,7 +62,37 @@ void multiply(const Factor& A, const CarrierFactor& B, MatrixCarrier& C)
     for (std::size_t k = 0; k < C.directions(); ++k) {
         product(A, B.derivative(k), C.derivatives[k].data());
     }
-    if (C.directions() > 0 && !all_finite(A)) add_constant_tangents(A, B.value(), C);
+    add_constant_tangents(A, B.value(), C);
+}
+
+// C += A*B
+void multiply_add(const CarrierFactor& A,
+                  const CarrierFactor& B,
+                  MatrixCarrier& C,
+                  MatrixTemplate<double>& room)
+{
+    const Factor a = A.value(), b = B.value();
+    do_binmult_add(C.value, a, b, room);
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        const Factor da = A.derivative(k), db = B.derivative(k);
+        const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+            product(da.cut_rows(first, rows), b, to);
+            product(a.cut_rows(first, rows), db, to, Into::add);
+        };
+        add_in_panels(C.derivatives[k], a.used_cols(), room, form);
+    }
+}
+
+void multiply_add(const Factor& A,
+                  const CarrierFactor& B,
+                  MatrixCarrier& C,
+                  MatrixTemplate<double>& room)
+{
+    do_binmult_add(C.value, A, B.value(), room);
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        do_binmult_add(C.derivatives[k], A, B.derivative(k), room);
+    }
+    add_constant_tangents(A, B.value(), C);
 }
 
 }  // namespace
@@ -101,6 +124,22 @@ void do_binmult(MatrixCarrier& C,
 void do_binmult(MatrixCarrier& C, const Factor& A, const MatrixCarrier& B)
 {
     multiply(A, CarrierFactor{B, false}, C);
+}
+
+void do_binmult_add(MatrixCarrier& C,
+                    const TransposedFAD1<MatrixTemplate<double>>& A,
+                    const MatrixCarrier& B,
+                    MatrixTemplate<double>& room)
+{
+    multiply_add(CarrierFactor{A.carrier, true}, CarrierFactor{B, false}, C, room);
+}
+
+void do_binmult_add(MatrixCarrier& C,
+                    const Factor& A,
+                    const MatrixCarrier& B,
+                    MatrixTemplate<double>& room)
+{
+    multiply_add(A, CarrierFactor{B, false}, C, room);
 }
 
 void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b)

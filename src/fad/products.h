@@ -42,6 +42,16 @@ void do_binmult(MatrixCarrier& C,
 // C = A*B for a constant factor A, transposed or not; non-finite entries as in do_mult.
 void do_binmult(MatrixCarrier& C, const VEMKN::Factor& A, const MatrixCarrier& B);
 
+// C += A*B, value and derivatives each formed first and then added; room as for doubles.
+void do_binmult_add(MatrixCarrier& C,
+                    const TransposedFAD1<MatrixTemplate<double>>& A,
+                    const MatrixCarrier& B,
+                    MatrixTemplate<double>& room);
+void do_binmult_add(MatrixCarrier& C,
+                    const VEMKN::Factor& A,
+                    const MatrixCarrier& B,
+                    MatrixTemplate<double>& room);
+
 // C = A + b by the rule of the double twin, on the value and on every derivative. C may be A.
 void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b);
 

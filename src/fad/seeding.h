@@ -20,28 +20,42 @@ public:
     // Deliberate: a single weight with a single direction is differentiated along 1.0 whatever the caller passed.
     bool is_identity() const { return nw_ == 1 && nv_ == 1; }
 
-    // The weights w with the directions v as derivatives; null v: zeros.
-    VectorCarrier seeded(const std::valarray<double>& w, const double* v) const
+    // part = the weights w[first ...] with the entries of the directions v there as derivatives. Where there are none
+    // (null v, or fewer directions than tangents), those of a constant: the weight times 0.0, which is formed in any case,
+    // so that an infinite weight raises its exception.
+    template <class T>
+    void seed(fad1<T>& part, std::size_t first, const double* w, const double* v) const
     {
-        VectorCarrier carrier(w, directions());
-        if (is_identity()) {
-            carrier.derivatives[0] = 1.0;
-        } else if (v != nullptr) {
-            for (std::size_t d = 0; d < nv_; ++d) {
-                std::valarray<double>& tangent = carrier.derivatives[d];
-                for (std::size_t k = 0; k < nw_; ++k) tangent[k] = v[index(k, d, nw_)];
+        part.set_directions(directions());
+        for (T& derivative : part.derivatives) VEMKN::take_shape(part.value, derivative);
+        std::copy_n(w + first, part.size(), elements(part.value));
+        if (directions() == 0) return;
+        const std::valarray<double> of_constant = VEMKN::asVector(part.value) * 0.0;
+        for (std::size_t d = 0; d < part.directions(); ++d) {
+            double* const tangent = elements(part.derivatives[d]);
+            const bool given = v != nullptr && d < nv_;
+            for (std::size_t k = 0; k < part.size(); ++k) {
+                if (is_identity()) {
+                    tangent[k] = 1.0;
+                } else {
+                    tangent[k] = given ? v[index(first + k, d, nw_)] : of_constant[k];
+                }
             }
         }
-        return carrier;
     }
 
-    // out = the first nv derivatives of result, in the caller's order.
-    void write_derivatives(VEMKN::Results& results, double* out, const VectorCarrier& result) const
+    // out = the first nv derivatives of result in the caller's order, where out holds nv directions of n entries and
+    // result is those from entry `first` on.
+    template <class T>
+    void write_derivatives(VEMKN::Results& results,
+                           double* out,
+                           const fad1<T>& result,
+                           std::size_t first,
+                           std::size_t n) const
     {
-        const std::size_t n = result.size();
         for (std::size_t d = 0; d < nv_; ++d) {
-            results.write(out == nullptr ? out : out + index(0, d, n),
-                          result.derivatives[d],
+            results.write(out == nullptr ? out : out + index(first, d, n),
+                          VEMKN::asVector(result.derivatives[d]),
                           row_order_ ? 1 : nv_);
         }
     }

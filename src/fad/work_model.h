@@ -13,10 +13,12 @@ inline CarrierModel with_tangents(const VEMKNInfo& net,
                                   const double* w,
                                   const double* v)
 {
-    const std::valarray<double> weights =
-        w == nullptr ? getweights(net.model) : std::valarray<double>(w, numel(net.model));
     CarrierModel model = net.derivative_model;
-    setweights(model, seeding.seeded(weights, v));
+    const std::valarray<double> own =
+        w == nullptr ? getweights(net.model) : std::valarray<double>();
+    const double* const weights = w == nullptr ? std::begin(own) : w;
+    for_each_parameter(
+        model, [&](auto& part, std::size_t first) { seeding.seed(part, first, weights, v); });
     return model;
 }
 

@@ -27,7 +27,10 @@ int vemk_Jv(::VEMKNInfo* net,
     }
     const yafad::Seeding seeding(row_order, nw, nv);
     const yafad::DirectionLock lock(seeding.directions());
-    return computing_call(*net, [&](Results& results) {
+    const auto factors = {InputArray{w, nw},
+                          InputArray{v, std::uint64_t{nw} * nv},
+                          InputArray{x, std::uint64_t{nrows} * xcols}};
+    return computing_call(*net, factors, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -39,6 +42,6 @@ int vemk_Jv(::VEMKNInfo* net,
         if (Trace::wanted()) trace.print(mean_norm(model, asMatrix(result, nrows, ycols)).value);
 
         results.write(f, result.value);
-        seeding.write_derivatives(results, jac, result);
+        seeding.write_derivatives(results, jac, result, 0, result.size());
     });
 }

@@ -22,7 +22,10 @@ int vemk_vJ(::VEMKNInfo* net,
     if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
-    return computing_call(*net, [&](Results& results) {
+    const auto factors = {InputArray{w, nw},
+                          InputArray{u, std::uint64_t{nrows} * ycols},
+                          InputArray{x, std::uint64_t{nrows} * xcols}};
+    return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -34,8 +37,7 @@ int vemk_vJ(::VEMKNInfo* net,
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
-        const std::valarray<double> flat = getweights(grad);
         results.write(r_out, R.store());
-        results.write(g_out, flat);
+        results.write(g_out, grad);
     });
 }

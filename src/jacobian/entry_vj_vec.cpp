@@ -23,7 +23,10 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         refusal.too_many("weighting values", nrows, ycols, k)) {
         return REFUSED;
     }
-    return computing_call(*net, [&](Results& results) {
+    const auto factors = {InputArray{w, nw},
+                          InputArray{u, std::uint64_t{k} * nrows * ycols},
+                          InputArray{x, std::uint64_t{nrows} * xcols}};
+    return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X(x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
@@ -38,9 +41,9 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
-        std::valarray<double> products(std::size_t{k} * nw);
-        for (std::size_t i = 0; i < k; ++i) put_elements(products, i * nw, getweights(grads[i]));
         results.write(r_out, R.store());
-        results.write(g_out, products);
+        for (std::size_t i = 0; i < k; ++i) {
+            results.write(g_out == nullptr ? g_out : g_out + i * nw, grads[i]);
+        }
     });
 }

@@ -6,6 +6,15 @@
 
 namespace VEMKN {
 
+// Adjoint of the outputs for the sum of U times the element norms of R.
+//   U : shape of R, constants        Obar : overwritten
+template <class Matrix, class Model>
+void adj_weighted(const Model& net, const Matrix& R, const RowsView& U, Matrix& Obar)
+{
+    Obar = Matrix(U.data, U.rows, U.cols);
+    net.element_norm.adjoint(R, asVector(Obar), Obar);
+}
+
 // Gradient of the sum over all elements of U times the element norm of the residuals.
 //   X : n x nin        Y, U : n x nout        R : overwritten with the residuals
 //   grad : zeroed by the caller; a batch of one slice overwrites it, several slices are added
@@ -26,28 +35,27 @@ void adj_residuals(const Model& net,
                               const RowsView& Xs,
                               const RowsView& Ys,
                               const RowsView& Us,
-                              Model& slice_grad) -> const Matrix& {
+                              Model& rows_grad,
+                              Into into) -> const Matrix& {
         const Matrix& slice_R = residuals(net, Xs, Ys, work.tape);
-        work.outAdj = Matrix(Us.data, Us.rows, Us.cols);
-        adj_element_norm(net, slice_R, work.outAdj, work.outAdj);
-        backward(net, *work.transposes, work.tape, work.outAdj, work.sweep, slice_grad);
+        adj_weighted(net, slice_R, Us, work.outAdj);
+        backward(net, *work.transposes, work.tape, work.outAdj, work.sweep, rows_grad, into);
         return slice_R;
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
         const TransposedWeights<Model> none;
         AdjointWork<Model> work(none);
-        R = adj_rows(work, X, Y, U, grad);
+        R = adj_rows(work, X, Y, U, grad, Into::overwrite);
         return;
     }
     adj_slices(
         net,
         slices,
-        [&](AdjointWork<Model>& work, std::size_t s, Model& slice_grad) {
-            const Matrix& slice_R =
-                adj_rows(work, slices.cut(X, s), slices.cut(Y, s), slices.cut(U, s), slice_grad);
-            put_rows(R, slices.first_row(s), slice_R);
-            return typename Model::SValue(0.0);
+        [&](AdjointWork<Model> & work, std::size_t s, Model & share_grad) -> const auto& {
+            const RowsView Xs = slices.cut(X, s), Ys = slices.cut(Y, s), Us = slices.cut(U, s);
+            put_rows(R, slices.first_row(s), adj_rows(work, Xs, Ys, Us, share_grad, Into::add));
+            return work.value;  // no value is asked for: it stays zero
         },
         grad);
 }
@@ -84,26 +92,20 @@ void adj_computev_vec(const Model& net,
     const TransposedWeights<Model> transposes(net);
 
     struct Local {
-        explicit Local(const Model& shapes) : block_grad(zeros_like(shapes)) {}
-
         Matrix outAdj;
         Sweep<Model> sweep;
-        Model block_grad;
     };
 
     const auto sweep_block = [&](Local& local, std::size_t i, std::size_t b) {
-        const RowsView Ub = blocks.cut(RowsView(U[i]), b);
-        local.outAdj = Matrix(Ub.data, Ub.rows, Ub.cols);
-        adj_element_norm(net, tapes[b].O, local.outAdj, local.outAdj);
-        backward(net, transposes, tapes[b], local.outAdj, local.sweep, local.block_grad);
-        do_add(grads[i], local.block_grad);
+        adj_weighted(net, tapes[b].O, blocks.cut(RowsView(U[i]), b), local.outAdj);
+        backward(net, transposes, tapes[b], local.outAdj, local.sweep, grads[i], Into::add);
     };
     for (Model& grad : grads) setweights0(grad);
     const Shares sweeps(U.size(), net.threads);
     for_each_share(
         Shares(sweeps.number(), net.threads),
         net.threads,
-        [&] { return Local(net); },
+        [] { return Local(); },
         [](Local&) {},
         [&](Local& local, std::size_t item) {
             const auto share = static_cast<unsigned>(item);

@@ -9,16 +9,19 @@
 
 namespace VEMKN {
 
-// The loops of one element function; see eval/element_functions.h for what they compute.
+// The loops of one element function; see eval/element_functions.h for what they compute. t is what inner() gave for x, or x
+// itself where there is no inner function, and inner then null.
 struct ElementKernels {
-    void (*value)(const double* x, double* y, std::size_t n);
-    void (*pull)(const double* x, const double* ybar, double* xbar, std::size_t n);
+    void (*inner)(const double* x, double* t, std::size_t n);
+    void (*value)(const double* x, const double* t, double* y, std::size_t n);
+    void (*pull)(const double* x, const double* t, const double* ybar, double* xbar, std::size_t n);
 };
 
 // The further loops of one that is not piecewise linear.
 struct SmoothKernels : ElementKernels {
-    void (*value_slope)(const double* x, double* y, double* slope, std::size_t n);
+    void (*value_slope)(const double* x, const double* t, double* y, double* slope, std::size_t n);
     void (*pull_slope_bend)(const double* x,
+                            const double* t,
                             const double* ybar,
                             double* xbar,
                             double* slope,
@@ -47,6 +50,8 @@ struct Kernels {
     void (*add)(const double* a, double* to, std::size_t n);
     // to -= a
     void (*subtract)(const double* a, double* to, std::size_t n);
+    // whether no element of a is infinite or NaN
+    bool (*all_finite)(const double* a, std::size_t n);
     // every row of the rows x cols matrix to += a
     void (*add_to_rows)(const double* a, double* to, std::size_t rows, std::size_t cols);
     // to = sum of the rows of the rows x cols matrix a, from the last to the first; at least one row

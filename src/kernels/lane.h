@@ -7,6 +7,7 @@
 //   WIDTH                     doubles in a V
 //   set(a)                    a in every double
 //   load(p), store(p, v)      WIDTH doubles of memory
+//   load_part(p, n, rest)     n < WIDTH doubles of memory, followed by those of rest
 //   less(a, b), equal(a, b)   quiet comparisons, giving a mask
 //   select(mask, a, b)        a where the mask is true, else b
 //   abs, exp, log, atan       of the C maths library; the vector ones of its vector part

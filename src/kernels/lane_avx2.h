@@ -25,6 +25,12 @@ struct Lane {
 
     static void store(double* p, V v) { _mm256_storeu_pd(p, v); }
 
+    static V load_part(const double* p, int n, V rest)
+    {
+        const __m256i part = first(n);
+        return _mm256_blendv_pd(rest, _mm256_maskload_pd(p, part), _mm256_castsi256_pd(part));
+    }
+
     static Mask less(V a, V b) { return _mm256_cmp_pd(a, b, _CMP_LT_OQ); }
 
     static Mask equal(V a, V b) { return _mm256_cmp_pd(a, b, _CMP_EQ_OQ); }
@@ -48,6 +54,13 @@ struct Lane {
     static V log(V a) { return log_of<Lane, _ZGVdN4v_log>(a); }
 
     static V atan(V a) { return atan_of<Lane, _ZGVdN4v_atan>(a); }
+
+private:
+    // All ones in the first n doubles.
+    static __m256i first(int n)
+    {
+        return _mm256_cmpgt_epi64(_mm256_set1_epi64x(n), _mm256_set_epi64x(3, 2, 1, 0));
+    }
 };
 
 }  // namespace

@@ -25,6 +25,11 @@ struct Lane {
 
     static void store(double* p, V v) { _mm512_storeu_pd(p, v); }
 
+    static V load_part(const double* p, int n, V rest)
+    {
+        return _mm512_mask_loadu_pd(rest, first(n), p);
+    }
+
     static Mask less(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_LT_OQ); }
 
     static Mask equal(V a, V b) { return _mm512_cmp_pd_mask(a, b, _CMP_EQ_OQ); }
@@ -48,6 +53,9 @@ struct Lane {
     static V log(V a) { return log_of<Lane, _ZGVeN8v_log>(a); }
 
     static V atan(V a) { return atan_of<Lane, _ZGVeN8v_atan>(a); }
+
+private:
+    static Mask first(int n) { return static_cast<Mask>((1U << n) - 1U); }
 };
 
 }  // namespace

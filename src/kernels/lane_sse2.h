@@ -27,6 +27,9 @@ struct Lane {
 
     // This instruction set compares quietly for order and equality only, so a NaN is set to zero before it is compared
     // for size.
+    // n is 1: the only part of a vector.
+    static V load_part(const double* p, int, V rest) { return _mm_loadl_pd(rest, p); }
+
     static Mask less(V a, V b)
     {
         const Mask ordered = _mm_cmpord_pd(a, b);

@@ -3,6 +3,7 @@
 #include <cblas.h>
 
 #include <limits>
+#include <utility>
 
 #include "api/messages.h"
 #include "kernels/kernels.h"
@@ -23,8 +24,8 @@ CBLAS_TRANSPOSE order(bool transposed)
     return transposed ? CblasTrans : CblasNoTrans;
 }
 
-// y = A*x or y += A*x for A as used.
-void matrix_times_vector(const Factor& A, const double* x, double* y, Into into)
+// y = A*x or y += A*x for A as used; neighbouring elements of x lie `step` apart.
+void matrix_times_vector(const Factor& A, const double* x, std::size_t step, double* y, Into into)
 {
     // The vector routine scales y by beta, which would turn a leftover infinity into a NaN and a trap.
     if (into == Into::overwrite) std::fill_n(y, A.used_rows(), 0.0);
@@ -34,30 +35,74 @@ void matrix_times_vector(const Factor& A, const double* x, double* y, Into into)
                 dimension(A.cols),
                 1.0,
                 A.data,
-                dimension(A.cols),
+                dimension(A.stride),
                 x,
-                1,
+                dimension(step),
                 into == Into::add ? 1.0 : 0.0,
                 y,
                 1);
 }
 
-// For dimensions that the 32-bit integers of BLAS cannot express.
+// C = A*B or C += A*B where the rows of C lie `stride` apart.
+void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
+{
+    cblas_dgemm(CblasRowMajor,
+                order(A.transposed),
+                order(B.transposed),
+                dimension(A.used_rows()),
+                dimension(B.used_cols()),
+                dimension(A.used_cols()),
+                1.0,
+                A.data,
+                dimension(A.stride),
+                B.data,
+                dimension(B.stride),
+                into == Into::add ? 1.0 : 0.0,
+                C,
+                dimension(stride));
+}
+
+thread_local bool plain_products = false;
+
+// For dimensions that the 32-bit integers of BLAS cannot express, and for PlainProducts.
 void plain_product(const Factor& A, const Factor& B, double* C, Into into)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     if (into == Into::overwrite) std::fill_n(C, m * n, 0.0);
     for (std::size_t i = 0; i < m; ++i) {
         for (std::size_t l = 0; l < k; ++l) {
-            const double a = A.transposed ? A.data[l * A.cols + i] : A.data[i * A.cols + l];
+            const double a = A.transposed ? A.data[l * A.stride + i] : A.data[i * A.stride + l];
             for (std::size_t j = 0; j < n; ++j) {
-                C[i * n + j] += a * (B.transposed ? B.data[j * B.cols + l] : B.data[l * n + j]);
+                C[i * n + j] +=
+                    a * (B.transposed ? B.data[j * B.stride + l] : B.data[l * B.stride + j]);
             }
         }
     }
 }
 
 }  // namespace
+
+PlainProducts::PlainProducts(bool on) : before_(std::exchange(plain_products, on)) {}
+
+PlainProducts::~PlainProducts()
+{
+    plain_products = before_;
+}
+
+bool PlainProducts::here()
+{
+    return plain_products;
+}
+
+// Up to 10^6 multiplications BLAS has kernels that copy nothing. A product somewhat larger is faster in panels of that
+// size, a multiple of 32 long; from where they would be shorter than 64 it is not (docs/performance.md).
+std::size_t panel_length(std::size_t whole, std::size_t others)
+{
+    constexpr std::size_t SMALL_PRODUCT = 1'000'000, STEP = 32, SHORTEST = 64;
+    if (others == 0) return whole;
+    const std::size_t panel = SMALL_PRODUCT / others / STEP * STEP;
+    return panel < SHORTEST || panel > whole ? whole : panel;
+}
 
 void product(const Factor& A, const Factor& B, double* C, Into into)
 {
@@ -67,30 +112,27 @@ void product(const Factor& A, const Factor& B, double* C, Into into)
         if (into == Into::overwrite) std::fill_n(C, m * n, 0.0);
         return;
     }
-    if (std::max({m, k, n}) > MAX_BLAS_DIMENSION) {
+    if (plain_products || std::max({m, k, n, A.stride, B.stride}) > MAX_BLAS_DIMENSION) {
         plain_product(A, B, C, into);
     } else if (m == 1) {
         // The row a*B is the column B^T*a.
         Factor Bt = B;
         Bt.transposed = !B.transposed;
-        matrix_times_vector(Bt, A.data, C, into);
+        matrix_times_vector(Bt, A.data, A.transposed ? A.stride : 1, C, into);
     } else if (n == 1) {
-        matrix_times_vector(A, B.data, C, into);
+        matrix_times_vector(A, B.data, B.transposed ? 1 : B.stride, C, into);
+    } else if (A.transposed) {
+        const std::size_t panel = panel_length(m, n * k);
+        for (std::size_t i = 0; i < m; i += panel) {
+            const std::size_t rows = std::min(panel, m - i);
+            matrix_times_matrix(A.cut_rows(i, rows), B, C + i * n, n, into);
+        }
     } else {
-        cblas_dgemm(CblasRowMajor,
-                    order(A.transposed),
-                    order(B.transposed),
-                    dimension(m),
-                    dimension(n),
-                    dimension(k),
-                    1.0,
-                    A.data,
-                    dimension(A.cols),
-                    B.data,
-                    dimension(B.cols),
-                    into == Into::add ? 1.0 : 0.0,
-                    C,
-                    dimension(n));
+        const std::size_t panel = panel_length(n, m * k);
+        for (std::size_t j = 0; j < n; j += panel) {
+            const std::size_t cols = std::min(panel, n - j);
+            matrix_times_matrix(A, B.cut_cols(j, cols), C + j, n, into);
+        }
     }
 }
 

@@ -4,14 +4,16 @@
 
 namespace VEMKN {
 
-// One factor of a product: a stored rows x cols matrix, to be used as it stands or transposed.
+// One factor of a product: rows x cols elements of a stored matrix whose rows are `stride` apart, to be used as they
+// stand or transposed.
 struct Factor {
     const double* data;
     std::size_t rows;
     std::size_t cols;
+    std::size_t stride;
     bool transposed = false;
 
-    Factor(RowsView m) : data(m.data), rows(m.rows), cols(m.cols) {}
+    Factor(RowsView m) : data(m.data), rows(m.rows), cols(m.cols), stride(m.cols) {}
 
     Factor(const MatrixTemplate<double>& m) : Factor(RowsView(m)) {}
 
@@ -19,6 +21,20 @@ struct Factor {
     std::size_t used_rows() const { return transposed ? cols : rows; }
 
     std::size_t used_cols() const { return transposed ? rows : cols; }
+
+    // Some rows, or columns, of the factor as used.
+    Factor cut_rows(std::size_t first, std::size_t n) const { return cut(first, n, !transposed); }
+
+    Factor cut_cols(std::size_t first, std::size_t n) const { return cut(first, n, transposed); }
+
+private:
+    Factor cut(std::size_t first, std::size_t n, bool stored_rows) const
+    {
+        Factor part = *this;
+        part.data += first * (stored_rows ? stride : 1);
+        (stored_rows ? part.rows : part.cols) = n;
+        return part;
+    }
 };
 
 inline Factor transposed(RowsView m)
@@ -34,6 +50,23 @@ inline Factor transposed(const MatrixTemplate<double>& m)
 }
 
 enum class Into { overwrite, add };
+
+// While one of these lives with `on` set, the calling thread forms its products by plain loops. BLAS kernels compute with
+// whole registers: in the lanes beyond a matrix's edge an infinite factor meets a zero, which raises an exception that
+// the product itself does not. So a call whose arrays are not all finite does without them.
+class PlainProducts {
+public:
+    explicit PlainProducts(bool on);
+    ~PlainProducts();
+    PlainProducts(const PlainProducts&) = delete;
+    PlainProducts& operator=(const PlainProducts&) = delete;
+
+    // Whether the calling thread does so.
+    static bool here();
+
+private:
+    bool before_;
+};
 
 // C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n row by row.
 // A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included.
@@ -51,6 +84,39 @@ inline void do_binmult(MatrixTemplate<double>& C, const Factor& A, const Factor&
 {
     C.resize(A.used_rows(), B.used_cols());
     product(A, B, C.data());
+}
+
+// How much of a dimension `whole` to multiply at once where the other two have `others` elements together.
+std::size_t panel_length(std::size_t whole, std::size_t others);
+
+// C += P for a product P with that inner dimension. form(first, rows, to) writes some rows of P; they are formed first and
+// then added, a panel at a time so that it is added from cache. room holds a panel and grows to it.
+template <class Form>
+void add_in_panels(MatrixTemplate<double>& C,
+                   std::size_t inner,
+                   MatrixTemplate<double>& room,
+                   const Form& form)
+{
+    const std::size_t cols = C.cols();
+    if (C.size() == 0) return;
+    const std::size_t panel = panel_length(C.rows(), cols * inner);
+    if (room.size() < panel * cols) room.resize(panel, cols);
+    for (std::size_t first = 0; first < C.rows(); first += panel) {
+        const std::size_t rows = std::min(panel, C.rows() - first);
+        form(first, rows, room.data());
+        kernels().add(room.data(), C.data() + first * cols, rows * cols);
+    }
+}
+
+// C += A*B; C has the shape of the product.
+inline void do_binmult_add(MatrixTemplate<double>& C,
+                           const Factor& A,
+                           const Factor& B,
+                           MatrixTemplate<double>& room)
+{
+    add_in_panels(C, A.used_cols(), room, [&](std::size_t first, std::size_t rows, double* to) {
+        product(A.cut_rows(first, rows), B, to);
+    });
 }
 
 // C = A + b: element by element where b has as many entries as A has elements, else b on every row of A where

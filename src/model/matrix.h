@@ -122,10 +122,47 @@ struct RowsView {
     }
 };
 
-// The store of a matrix as a vector.
+// The store of a matrix as a vector; a vector is its own.
+inline const std::valarray<double>& asVector(const std::valarray<double>& v)
+{
+    return v;
+}
+
 inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A)
 {
     return A.store();
+}
+
+// The elements of a vector or a matrix.
+inline double* elements(std::valarray<double>& v)
+{
+    return std::begin(v);
+}
+
+inline const double* elements(const std::valarray<double>& v)
+{
+    return std::begin(v);
+}
+
+inline double* elements(MatrixTemplate<double>& m)
+{
+    return m.data();
+}
+
+inline const double* elements(const MatrixTemplate<double>& m)
+{
+    return m.data();
+}
+
+// to takes the shape of `of`; its contents are left to the caller.
+inline void take_shape(const std::valarray<double>& of, std::valarray<double>& to)
+{
+    set_size(to, of.size());
+}
+
+inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& to)
+{
+    to.resize(of.rows(), of.cols());
 }
 
 // Sum over the rows of every column, each summed from the last row up to the first.

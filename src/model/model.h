@@ -29,17 +29,19 @@ struct NNTemplate {
     using Vector = VectorT;
     using SValue = Scalar;
 
-    // y = act(x); xbar = adjoint of x, from x and the adjoint of y.
+    // y = act(x), and what the adjoint needs of it besides x into kept; xbar = adjoint of x, from x, kept and the adjoint
+    // of y.
+    using Kept = MatrixTemplate<double>;
     using ActivationPair =
-        FunctionPair<void (*)(const Matrix& x, Matrix& y),
-                     void (*)(const Matrix& x, const Matrix& ybar, Matrix& xbar)>;
+        FunctionPair<void (*)(const Matrix& x, Matrix& y, Kept& kept),
+                     void (*)(const Matrix& x, const Kept& kept, const Matrix& ybar, Matrix& xbar)>;
     // s = sum over the elements of R of their norm; Rbar from R and the adjoint of s.
     using SummingNormPair =
-        FunctionPair<SValue (*)(const Matrix& R),
+        FunctionPair<void (*)(const Matrix& R, SValue& s),
                      void (*)(const Matrix& R, const SValue& sbar, Matrix& Rbar)>;
-    // v = the norm of every element of R; Rbar from R and the adjoint of v.
+    // v = the norm of every element of R, with as many elements already; Rbar from R and the adjoint of v.
     using ElementNormPair =
-        FunctionPair<Vector (*)(const Matrix& R),
+        FunctionPair<void (*)(const Matrix& R, Vector& v),
                      void (*)(const Matrix& R, const Vector& vbar, Matrix& Rbar)>;
 
     std::uint32_t numin = 0;

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "adjoint/activations.h"
+#include "support/activation_forms.h"
 #include "support/fp_state.h"
 #include "support/numbers.h"
 #include "support/plain_network.h"
@@ -15,11 +15,16 @@ struct Adjoint {
     void (*pull)(const Matrix& x, const Matrix& ybar, Matrix& xbar);
 };
 
+constexpr auto ADJ_SOFTPLUS = adjoint_of<Matrix, softplus<Matrix>, adj_softplus<Matrix>>;
+constexpr auto ADJ_ATAN = adjoint_of<Matrix, act_atan<Matrix>, adj_act_atan<Matrix>>;
+constexpr auto ADJ_RELU = adjoint_of<Matrix, act_relu<Matrix>, adj_act_relu<Matrix>>;
+constexpr auto ADJ_ID = adjoint_of<Matrix, id<Matrix>, adj_id<Matrix>>;
+
 const Adjoint ADJOINTS[] = {
-    {"softplus", adj_softplus<Matrix>},
-    {"atan", adj_act_atan<Matrix>},
-    {"relu", adj_act_relu<Matrix>},
-    {"id", adj_id<Matrix>},
+    {"softplus", ADJ_SOFTPLUS},
+    {"atan", ADJ_ATAN},
+    {"relu", ADJ_RELU},
+    {"id", ADJ_ID},
 };
 
 Matrix row(const Numbers& x)
@@ -151,68 +156,68 @@ INSTANTIATE_TEST_SUITE_P(Names, EveryAdjoint, testing::ValuesIn(ADJOINTS), name_
 
 TEST(AdjActRelu, PassesTheSeedAtExactlyZero)
 {
-    EXPECT_EQ(7.5, at(adj_act_relu<Matrix>, 0.0, 7.5));
-    EXPECT_EQ(7.5, at(adj_act_relu<Matrix>, -0.0, 7.5));
+    EXPECT_EQ(7.5, at(ADJ_RELU, 0.0, 7.5));
+    EXPECT_EQ(7.5, at(ADJ_RELU, -0.0, 7.5));
 }
 
 TEST(AdjActRelu, IsZeroJustBelowZeroAndTheSeedJustAbove)
 {
     for (const double tiny : {1e-300, 4.9e-324}) {
-        EXPECT_EQ(bits(0.0), bits(at(adj_act_relu<Matrix>, -tiny, -7.5)));
-        EXPECT_EQ(-7.5, at(adj_act_relu<Matrix>, tiny, -7.5));
+        EXPECT_EQ(bits(0.0), bits(at(ADJ_RELU, -tiny, -7.5)));
+        EXPECT_EQ(-7.5, at(ADJ_RELU, tiny, -7.5));
     }
-    EXPECT_EQ(0.0, at(adj_act_relu<Matrix>, -INF, 7.5));
-    EXPECT_EQ(7.5, at(adj_act_relu<Matrix>, INF, 7.5));
+    EXPECT_EQ(0.0, at(ADJ_RELU, -INF, 7.5));
+    EXPECT_EQ(7.5, at(ADJ_RELU, INF, 7.5));
 }
 
 TEST(AdjActRelu, DropsASeedOfNanBelowZero)
 {
     // A selection, not a product with 0.
-    EXPECT_EQ(bits(0.0), bits(at(adj_act_relu<Matrix>, -1.0, QUIET_NAN)));
-    EXPECT_EQ(bits(0.0), bits(at(adj_act_relu<Matrix>, -1.0, INF)));
+    EXPECT_EQ(bits(0.0), bits(at(ADJ_RELU, -1.0, QUIET_NAN)));
+    EXPECT_EQ(bits(0.0), bits(at(ADJ_RELU, -1.0, INF)));
 }
 
 TEST(AdjActRelu, PassesTheSeedWhereTheArgumentIsNan)
 {
-    EXPECT_EQ(7.5, at(adj_act_relu<Matrix>, QUIET_NAN, 7.5));
+    EXPECT_EQ(7.5, at(ADJ_RELU, QUIET_NAN, 7.5));
 }
 
 TEST(AdjActAtan, IsTheSeedAtZeroAndVanishesAtInfinity)
 {
-    EXPECT_EQ(7.5, at(adj_act_atan<Matrix>, 0.0, 7.5));
-    EXPECT_EQ(0.0, at(adj_act_atan<Matrix>, INF, 7.5));
-    EXPECT_EQ(3.75, at(adj_act_atan<Matrix>, -1.0, 7.5));
+    EXPECT_EQ(7.5, at(ADJ_ATAN, 0.0, 7.5));
+    EXPECT_EQ(0.0, at(ADJ_ATAN, INF, 7.5));
+    EXPECT_EQ(3.75, at(ADJ_ATAN, -1.0, 7.5));
 }
 
 TEST(AdjSoftplus, IsHalfTheSeedAtZero)
 {
-    EXPECT_EQ(3.75, at(adj_softplus<Matrix>, 0.0, 7.5));
-    EXPECT_EQ(3.75, at(adj_softplus<Matrix>, -0.0, 7.5));
+    EXPECT_EQ(3.75, at(ADJ_SOFTPLUS, 0.0, 7.5));
+    EXPECT_EQ(3.75, at(ADJ_SOFTPLUS, -0.0, 7.5));
 }
 
 TEST(AdjSoftplus, IsTheSeedFromTheCutOffOn)
 {
     for (const double x : {300.0, 300.00000000000006, 710.0, 1e308, INF}) {
-        EXPECT_EQ(0.1, at(adj_softplus<Matrix>, x, 0.1)) << x;
+        EXPECT_EQ(0.1, at(ADJ_SOFTPLUS, x, 0.1)) << x;
     }
     // And, to rounding, just below.
-    EXPECT_LE(ulps(at(adj_softplus<Matrix>, JUST_BELOW_300, 0.1), 0.1), 4);
+    EXPECT_LE(ulps(at(ADJ_SOFTPLUS, JUST_BELOW_300, 0.1), 0.1), 4);
 }
 
 TEST(AdjSoftplus, IsZeroWhereTheExponentialVanishes)
 {
-    EXPECT_EQ(0.0, at(adj_softplus<Matrix>, -800.0, 7.5));
-    EXPECT_EQ(0.0, at(adj_softplus<Matrix>, -INF, 7.5));
+    EXPECT_EQ(0.0, at(ADJ_SOFTPLUS, -800.0, 7.5));
+    EXPECT_EQ(0.0, at(ADJ_SOFTPLUS, -INF, 7.5));
 }
 
 TEST(AdjSoftplus, PassesTheSeedWhereTheArgumentIsNan)
 {
-    EXPECT_EQ(7.5, at(adj_softplus<Matrix>, QUIET_NAN, 7.5));
+    EXPECT_EQ(7.5, at(ADJ_SOFTPLUS, QUIET_NAN, 7.5));
 }
 
 TEST(AdjId, CopiesTheSeedToTheBit)
 {
     for (const double seed : {-0.0, INF, QUIET_NAN, 4.9e-324}) {
-        EXPECT_EQ(bits(seed), bits(at(adj_id<Matrix>, 3.0, seed)));
+        EXPECT_EQ(bits(seed), bits(at(ADJ_ID, 3.0, seed)));
     }
 }

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "eval/activations.h"
+#include "support/activation_forms.h"
 #include "support/fp_state.h"
 #include "support/numbers.h"
 #include "support/plain_network.h"
@@ -17,11 +17,11 @@ struct Activation {
 };
 
 const Activation ACTIVATIONS[] = {
-    {"softplus", softplus<Matrix>, softplus<Matrix>},
-    {"softplus_shifted", softplus_shifted<Matrix>, softplus_shifted<Matrix>},
-    {"atan", act_atan<Matrix>, act_atan<Matrix>},
-    {"relu", act_relu<Matrix>, act_relu<Matrix>},
-    {"id", id<Matrix>, id<Matrix>},
+    {"softplus", forward_of<Matrix, softplus<Matrix>>, softplus<Matrix>},
+    {"softplus_shifted", forward_of<Matrix, softplus_shifted<Matrix>>, softplus_shifted<Matrix>},
+    {"atan", forward_of<Matrix, act_atan<Matrix>>, act_atan<Matrix>},
+    {"relu", forward_of<Matrix, act_relu<Matrix>>, act_relu<Matrix>},
+    {"id", forward_of<Matrix, id<Matrix>>, id<Matrix>},
 };
 
 Matrix row(const Numbers& x)

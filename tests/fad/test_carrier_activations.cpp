@@ -1,5 +1,6 @@
 #include "fad/carriers.h"
 #include "fad/differences.h"
+#include "support/activation_forms.h"
 #include "support/fp_state.h"
 
 // The activations and their adjoints over carriers. An adjoint's tangents hold the second-order terms,
@@ -23,6 +24,12 @@ struct Activation {
     // Points on every branch and on its ends; none is too near, since the truth stays on the branch of its `at`.
     Numbers points;
 };
+
+using C = MatrixCarrier;
+constexpr auto ADJ_SOFTPLUS = adjoint_of<C, VEMKN::softplus<C>, VEMKN::adj_softplus<C>>;
+constexpr auto ADJ_ATAN = adjoint_of<C, VEMKN::act_atan<C>, VEMKN::adj_act_atan<C>>;
+constexpr auto ADJ_RELU = adjoint_of<C, VEMKN::act_relu<C>, VEMKN::adj_act_relu<C>>;
+constexpr auto ADJ_ID = adjoint_of<C, VEMKN::id<C>, VEMKN::adj_id<C>>;
 
 Real relu_value(Real x, Real at)
 {
@@ -73,50 +80,49 @@ const Numbers ATAN_POINTS = {
 const std::vector<Activation>& activations()
 {
     using namespace VEMKN;
-    using C = MatrixCarrier;
     static const std::vector<Activation> all = {
         {"id",
-         id<Matrix>,
+         forward_of<Matrix, id<Matrix>>,
+         forward_of<C, id<C>>,
          id<C>,
-         id<C>,
-         adj_id<Matrix>,
-         adj_id<C>,
+         adjoint_of<Matrix, id<Matrix>, adj_id<Matrix>>,
+         adjoint_of<C, id<C>, adj_id<C>>,
          [](Real x, Real) { return x; },
          [](Real, Real) { return Real(1); },
          {-1e300, -2, -0.0, 0.0, 1e-300, 3, 1e300}},
         {"relu",
-         act_relu<Matrix>,
+         forward_of<Matrix, act_relu<Matrix>>,
+         forward_of<C, act_relu<C>>,
          act_relu<C>,
-         act_relu<C>,
-         adj_act_relu<Matrix>,
-         adj_act_relu<C>,
+         adjoint_of<Matrix, act_relu<Matrix>, adj_act_relu<Matrix>>,
+         adjoint_of<C, act_relu<C>, adj_act_relu<C>>,
          relu_value,
          relu_slope,
          RELU_POINTS},
         {"atan",
-         act_atan<Matrix>,
+         forward_of<Matrix, act_atan<Matrix>>,
+         forward_of<C, act_atan<C>>,
          act_atan<C>,
-         act_atan<C>,
-         adj_act_atan<Matrix>,
-         adj_act_atan<C>,
+         adjoint_of<Matrix, act_atan<Matrix>, adj_act_atan<Matrix>>,
+         adjoint_of<C, act_atan<C>, adj_act_atan<C>>,
          [](Real x, Real) { return std::atan(x); },
          [](Real x, Real) { return 1 / (1 + x * x); },
          ATAN_POINTS},
         {"softplus",
-         softplus<Matrix>,
+         forward_of<Matrix, softplus<Matrix>>,
+         forward_of<C, softplus<C>>,
          softplus<C>,
-         softplus<C>,
-         adj_softplus<Matrix>,
-         adj_softplus<C>,
+         adjoint_of<Matrix, softplus<Matrix>, adj_softplus<Matrix>>,
+         adjoint_of<C, softplus<C>, adj_softplus<C>>,
          softplus_value,
          softplus_slope,
          SOFTPLUS_POINTS},
         {"softplus_shifted",
-         softplus_shifted<Matrix>,
+         forward_of<Matrix, softplus_shifted<Matrix>>,
+         forward_of<C, softplus_shifted<C>>,
          softplus_shifted<C>,
-         softplus_shifted<C>,
-         adj_softplus<Matrix>,
-         adj_softplus<C>,
+         adjoint_of<Matrix, softplus_shifted<Matrix>, adj_softplus<Matrix>>,
+         adjoint_of<C, softplus_shifted<C>, adj_softplus<C>>,
          softplus_value,
          softplus_slope,
          SOFTPLUS_POINTS},
@@ -399,7 +405,7 @@ TEST(CarrierId, CopiesEverything)
     x.derivatives[1].store() = {QUIET_NAN, -0.0, -INF, 1};
     expect_same_carrier(VEMKN::id(x), x);
     MatrixCarrier xbar;
-    VEMKN::adj_id(random_matrix_carrier(random, 1, 4, 2), x, xbar);
+    ADJ_ID(random_matrix_carrier(random, 1, 4, 2), x, xbar);
     expect_same_carrier(xbar, x);
 }
 
@@ -427,7 +433,7 @@ TEST(CarrierRelu, SelectsTangentsInsteadOfMultiplyingThem)
 
 TEST(CarrierAdjRelu, TakesTheBranchThatTheValueSelects)
 {
-    const auto adj = VEMKN::adj_act_relu<MatrixCarrier>;
+    const auto adj = ADJ_RELU;
     for (const double x : {0.0, -0.0, 1e-300, 2.0, INF, QUIET_NAN}) {
         SCOPED_TRACE(x);
         expect_one(pulled(adj, x, 5.0, 2.0, 3.0), 2.0, 3.0);
@@ -442,7 +448,7 @@ TEST(CarrierAdjRelu, TakesTheBranchThatTheValueSelects)
 
 TEST(CarrierAdjRelu, IgnoresTheTangentsOfItsArgument)
 {
-    const auto adj = VEMKN::adj_act_relu<MatrixCarrier>;
+    const auto adj = ADJ_RELU;
     for (const double dx : {0.0, INF, QUIET_NAN}) {
         expect_one(pulled(adj, 1.0, dx, 2.0, 3.0), 2.0, 3.0);
         expect_one(pulled(adj, -1.0, dx, 2.0, 3.0), 0.0, 0.0);
@@ -465,7 +471,7 @@ TEST(CarrierAtan, IsExactAtZeroAndFlatFarOut)
 
 TEST(CarrierAdjAtan, HasNoCurvatureAtZero)
 {
-    const auto adj = VEMKN::adj_act_atan<MatrixCarrier>;
+    const auto adj = ADJ_ATAN;
     expect_one(pulled(adj, 0.0, 5.0, 2.0, 3.0), 2.0, 3.0);
     // 3/2 - 2*2*1*5/4
     expect_one(pulled(adj, 1.0, 5.0, 2.0, 3.0), 1.0, -3.5);
@@ -510,8 +516,8 @@ TEST(CarrierSoftplusShifted, IsSoftplusToTheBit)
             random, Matrix(SOFTPLUS_POINTS.data(), 1, SOFTPLUS_POINTS.size()), n);
         expect_same_carrier(VEMKN::softplus_shifted(x), VEMKN::softplus(x));
         MatrixCarrier shifted, plain;
-        VEMKN::softplus_shifted(x, shifted);
-        VEMKN::softplus(x, plain);
+        forward_of<C, VEMKN::softplus_shifted<C>>(x, shifted);
+        forward_of<C, VEMKN::softplus<C>>(x, plain);
         expect_same_carrier(shifted, plain);
     }
 }
@@ -519,12 +525,12 @@ TEST(CarrierSoftplusShifted, IsSoftplusToTheBit)
 TEST(CarrierAdjSoftplus, IsExactAtZero)
 {
     // f' = 1/2, f'' = 1/4
-    expect_one(pulled(VEMKN::adj_softplus<MatrixCarrier>, 0.0, 5.0, 2.0, 3.0), 1.0, 4.0);
+    expect_one(pulled(ADJ_SOFTPLUS, 0.0, 5.0, 2.0, 3.0), 1.0, 4.0);
 }
 
 TEST(CarrierAdjSoftplus, PassesTheSeedFromTheCutOffOn)
 {
-    const auto adj = VEMKN::adj_softplus<MatrixCarrier>;
+    const auto adj = ADJ_SOFTPLUS;
     for (const double x : {300.0, ABOVE_300, 1e300, INF, QUIET_NAN}) {
         SCOPED_TRACE(x);
         expect_one(pulled(adj, x, 5.0, 2.0, 3.0), 2.0, 3.0);
@@ -535,7 +541,7 @@ TEST(CarrierAdjSoftplus, PassesTheSeedFromTheCutOffOn)
 TEST(CarrierAdjSoftplus, IgnoresTheTangentsOfItsArgumentFromTheCutOffOn)
 {
     // On that branch the result is the incoming adjoint, in which x does not occur.
-    const auto adj = VEMKN::adj_softplus<MatrixCarrier>;
+    const auto adj = ADJ_SOFTPLUS;
     for (const double dx : {INF, QUIET_NAN}) {
         expect_one(pulled(adj, 300.0, dx, 2.0, 3.0), 2.0, 3.0);
         expect_one(pulled(adj, 1e5, dx, 2.0, 3.0), 2.0, 3.0);

@@ -43,9 +43,29 @@ double ulp(long double exact)
     return std::nextafter(d, INF) - d;
 }
 
+// The loops from x alone, one after the other as they are meant to be called.
+
+Numbers inner_of(const ElementKernels& kernels, const double* x, std::size_t n)
+{
+    Numbers t(x, x + n);
+    if (kernels.inner != nullptr) kernels.inner(x, t.data(), n);
+    return t;
+}
+
+void value(const ElementKernels& kernels, const double* x, double* y, std::size_t n)
+{
+    kernels.value(x, inner_of(kernels, x, n).data(), y, n);
+}
+
+void pull(
+    const ElementKernels& kernels, const double* x, const double* ybar, double* xbar, std::size_t n)
+{
+    kernels.pull(x, inner_of(kernels, x, n).data(), ybar, xbar, n);
+}
+
 // The largest distance of computed from exact over seeded points, in units of the last place of exact or of `floor`,
 // whichever is larger.
-double worst_ulp(const std::function<void(const double*, double*, std::size_t)>& loop,
+double worst_ulp(const ElementKernels& kernels,
                  const std::function<long double(long double)>& exact,
                  double low,
                  double high,
@@ -55,7 +75,7 @@ double worst_ulp(const std::function<void(const double*, double*, std::size_t)>&
     std::uniform_real_distribution<double> draw(low, high);
     Numbers x(200000), y(x.size());
     for (double& a : x) a = draw(engine);
-    loop(x.data(), y.data(), x.size());
+    value(kernels, x.data(), y.data(), x.size());
     double worst = 0.0;
     for (std::size_t i = 0; i < x.size(); ++i) {
         const long double truth = exact(x[i]);
@@ -86,15 +106,25 @@ Numbers hard_points()
 }
 
 template <class F>
+double scalar_inner(double x)
+{
+    if constexpr (F::HAS_INNER) {
+        return F::template inner<ScalarLane>(x);
+    } else {
+        return x;
+    }
+}
+
+template <class F>
 double scalar_value(double x)
 {
-    return F::template value<ScalarLane>(x);
+    return F::template value<ScalarLane>(x, scalar_inner<F>(x));
 }
 
 template <class F>
 double scalar_pull(double x, double ybar)
 {
-    return F::template pull<ScalarLane>(x, ybar);
+    return F::template pull<ScalarLane>(x, scalar_inner<F>(x), ybar);
 }
 
 bool same_or_close(double a, double b, double ulps)
@@ -116,13 +146,13 @@ void expect_scalar_behaviour(const ElementKernels& kernels)
             x[lane] = point;
             double expected = 0.0;
             const int scalar_flags = raised([&] { expected = scalar_value<F>(point); });
-            EXPECT_EQ(scalar_flags, raised([&] { kernels.value(x.data(), y.data(), 9); }));
+            EXPECT_EQ(scalar_flags, raised([&] { value(kernels, x.data(), y.data(), 9); }));
             EXPECT_TRUE(same_or_close(y[lane], expected, 8)) << y[lane] << " " << expected;
 
             double adjoint = 0.0;
             const int adjoint_flags = raised([&] { adjoint = scalar_pull<F>(point, 1.5); });
             EXPECT_EQ(adjoint_flags,
-                      raised([&] { kernels.pull(x.data(), ybar.data(), xbar.data(), 9); }));
+                      raised([&] { pull(kernels, x.data(), ybar.data(), xbar.data(), 9); }));
             EXPECT_TRUE(same_or_close(xbar[lane], adjoint, 8)) << xbar[lane] << " " << adjoint;
         }
     }
@@ -147,12 +177,14 @@ TEST_P(KernelsOf, RaiseNothingForNumbersOfEverydaySize)
     for (double& number : x) number = std::copysign(std::pow(10.0, exponent(engine)), sign(engine));
     for (double& number : ybar) number = sign(engine);
     for (const SmoothKernels* smooth : {&k.atan, &k.softplus, &k.log_dnorm}) {
+        const std::size_t n = x.size();
         EXPECT_EQ(0, raised([&] {
-                      smooth->value(x.data(), a.data(), x.size());
-                      smooth->pull(x.data(), ybar.data(), a.data(), x.size());
-                      smooth->value_slope(x.data(), a.data(), b.data(), x.size());
+                      const Numbers t = inner_of(*smooth, x.data(), n);
+                      smooth->value(x.data(), t.data(), a.data(), n);
+                      smooth->pull(x.data(), t.data(), ybar.data(), a.data(), n);
+                      smooth->value_slope(x.data(), t.data(), a.data(), b.data(), n);
                       smooth->pull_slope_bend(
-                          x.data(), ybar.data(), a.data(), b.data(), c.data(), x.size());
+                          x.data(), t.data(), ybar.data(), a.data(), b.data(), c.data(), n);
                   }));
     }
 }
@@ -168,13 +200,13 @@ TEST_P(KernelsOf, StayWithinTheirErrorBounds)
     };
     // exp(x) + 1 is rounded to a double near 1, so the error below x = 0 is absolute: in units of the last place of 1 it
     // is at most 0.5 from that sum, 3.1/2 from exp and 1.6/2 from log.
-    EXPECT_LE(worst_ulp(k.softplus.value, softplus, -40.0, 0.0, 1.0), 2.9);
-    EXPECT_LE(worst_ulp(k.softplus.value, softplus, 0.0, 300.0, 0.0), 4.0);
+    EXPECT_LE(worst_ulp(k.softplus, softplus, -40.0, 0.0, 1.0), 2.9);
+    EXPECT_LE(worst_ulp(k.softplus, softplus, 0.0, 300.0, 0.0), 4.0);
     EXPECT_LE(worst_ulp(
-                  k.atan.value, [](long double x) { return std::atan(x); }, -50, 50, 0),
+                  k.atan, [](long double x) { return std::atan(x); }, -50, 50, 0),
               4.0);
     // The exponent up to -18 and its rounding decide here: units of the last place of 18.
-    EXPECT_LE(worst_ulp(k.log_dnorm.value, density, -2.0, 2.0, 18.0), 2.0);
+    EXPECT_LE(worst_ulp(k.log_dnorm, density, -2.0, 2.0, 18.0), 2.0);
 }
 
 TEST_P(KernelsOf, GiveAnElementTheSameBitsWhereverItStands)
@@ -185,10 +217,10 @@ TEST_P(KernelsOf, GiveAnElementTheSameBitsWhereverItStands)
     for (double& number : x) number = draw(engine);
     for (const SmoothKernels* smooth : {&k.atan, &k.softplus, &k.log_dnorm}) {
         Numbers whole(100), part(100);
-        smooth->value(x.data(), whole.data(), 100);
+        value(*smooth, x.data(), whole.data(), 100);
         for (std::size_t first = 0; first < 20; ++first) {
             for (std::size_t n = 0; n < 20; ++n) {
-                smooth->value(&x[first], part.data(), n);
+                value(*smooth, &x[first], part.data(), n);
                 EXPECT_EQ(0, std::memcmp(part.data(), &whole[first], n * sizeof(double)));
             }
         }
@@ -199,7 +231,7 @@ TEST_P(KernelsOf, GiveExactlyZeroForTheLikelihoodAtZero)
 {
     const Numbers x = {0.0, -0.0, 0.0};
     Numbers y(3, 1.0);
-    k.log_dnorm.value(x.data(), y.data(), 3);
+    value(k.log_dnorm, x.data(), y.data(), 3);
     EXPECT_EQ(Numbers(3, 0.0), y);
 }
 
@@ -236,10 +268,35 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
         kept = to;
         k.subtract(b.data(), to.data(), n);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(kept[i] - b[i], to[i]);
-        if (n == 0) continue;
-        Numbers matrix(3 * n, 2.0);
-        k.add_to_rows(a.data(), matrix.data(), 3, n);
-        for (std::size_t i = 0; i < 3 * n; ++i) EXPECT_EQ(2.0 + a[i % n], matrix[i]);
+    }
+}
+
+TEST_P(KernelsOf, AddToEveryRow)
+{
+    for (const std::size_t cols : {1u, 2u, 3u, 5u, 7u, 8u, 9u, 16u, 31u, 511u, 512u, 513u, 600u}) {
+        for (const std::size_t rows : {0u, 1u, 2u, 3u, 8u, 13u}) {
+            Numbers a(cols), matrix(rows * cols, 2.0);
+            for (std::size_t c = 0; c < cols; ++c) a[c] = static_cast<double>(c) + 0.5;
+            k.add_to_rows(a.data(), matrix.data(), rows, cols);
+            for (std::size_t i = 0; i < matrix.size(); ++i) EXPECT_EQ(2.0 + a[i % cols], matrix[i]);
+        }
+    }
+}
+
+TEST_P(KernelsOf, TellFiniteNumbersFromOthersQuietly)
+{
+    for (std::size_t n = 0; n < 20; ++n) {
+        Numbers a(n, -1.7e308);
+        EXPECT_TRUE(k.all_finite(a.data(), n));
+        for (std::size_t i = 0; i < n; ++i) {
+            for (const double odd : {INF, -INF, NAN_, -NAN_}) {
+                a[i] = odd;
+                bool finite = true;
+                EXPECT_EQ(0, raised([&] { finite = k.all_finite(a.data(), n); }));
+                EXPECT_FALSE(finite) << odd << " at " << i << " of " << n;
+            }
+            a[i] = 1.0;
+        }
     }
 }
 
