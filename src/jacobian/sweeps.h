@@ -60,10 +60,10 @@ void adj_residuals(const Model& net,
         grad);
 }
 
-// The same for several weightings: one forward pass over the whole batch, then one backward sweep for each U[i], shared
-// out over the threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
+// The same for several weightings: one forward pass, then one backward sweep for each U[i], shared out over the threads.
+// U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
 // Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a block
-// are read from memory once a share.
+// are read while in cache. A team takes several blocks a round; a single thread has nobody to wait for.
 template <class Model, class Weighting>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
@@ -75,47 +75,57 @@ void adj_computev_vec(const Model& net,
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
     R.resize(X.rows, Y.cols);
-
-    const Slices blocks(X.rows, ROWS_IN_CACHE);
-    std::vector<Tape<Matrix>> tapes(blocks.number());
-    for_each_share(
-        Shares(blocks.number(), net.threads),
-        net.threads,
-        [] { return nullptr; },
-        [](auto) {},
-        [&](auto, std::size_t b) {
-            const Matrix& block_R = residuals(net, blocks.cut(X, b), blocks.cut(Y, b), tapes[b]);
-            put_rows(R, blocks.first_row(b), block_R);
-        },
-        [](auto) {});  // blocks write rows of their own: nothing to merge
-
-    const TransposedWeights<Model> transposes(net);
+    for (Model& grad : grads) setweights0(grad);
 
     struct Local {
         Matrix outAdj;
         Sweep<Model> sweep;
     };
 
-    const auto sweep_block = [&](Local& local, std::size_t i, std::size_t b) {
-        adj_weighted(net, tapes[b].O, blocks.cut(RowsView(U[i]), b), local.outAdj);
-        backward(net, transposes, tapes[b], local.outAdj, local.sweep, grads[i], Into::add);
-    };
-    for (Model& grad : grads) setweights0(grad);
+    constexpr std::size_t BLOCKS_OF_A_ROUND = 32;
+    const Slices blocks(X.rows, ROWS_IN_CACHE);
+    const std::size_t round = net.threads == 1 ? 1 : BLOCKS_OF_A_ROUND;
     const Shares sweeps(U.size(), net.threads);
-    for_each_share(
-        Shares(sweeps.number(), net.threads),
-        net.threads,
-        [] { return Local(); },
-        [](Local&) {},
-        [&](Local& local, std::size_t item) {
-            const auto share = static_cast<unsigned>(item);
-            for (std::size_t b = 0; b < blocks.number(); ++b) {
-                for (std::size_t i = sweeps.begin(share); i < sweeps.end(share); ++i) {
-                    sweep_block(local, i, b);
+    const TransposedWeights<Model> transposes(net);
+    std::vector<Tape<Matrix>> tapes(std::min(round, blocks.number()));
+    std::vector<Local> locals(sweeps.number());
+
+    // Block `first + j` has tape j.
+    const auto run_block = [&](std::size_t first, std::size_t j) {
+        const std::size_t b = first + j;
+        const Matrix& block_R = residuals(net, blocks.cut(X, b), blocks.cut(Y, b), tapes[j]);
+        put_rows(R, blocks.first_row(b), block_R);
+    };
+    const auto sweep_block = [&](Local& local, std::size_t i, std::size_t first, std::size_t j) {
+        adj_weighted(net, tapes[j].O, blocks.cut(RowsView(U[i]), first + j), local.outAdj);
+        backward(net, transposes, tapes[j], local.outAdj, local.sweep, grads[i], Into::add);
+    };
+    const auto nothing = [](const auto&...) {};  // blocks and sweeps write to places of their own
+    const auto no_local = [] { return nullptr; };
+    for (std::size_t first = 0; first < blocks.number(); first += round) {
+        const std::size_t count = std::min(round, blocks.number() - first);
+        for_each_share(
+            Shares(count, net.threads),
+            net.threads,
+            no_local,
+            nothing,
+            [&](auto, std::size_t j) { run_block(first, j); },
+            nothing);
+        for_each_share(
+            Shares(sweeps.number(), net.threads),
+            net.threads,
+            no_local,
+            nothing,
+            [&](auto, std::size_t item) {
+                const auto share = static_cast<unsigned>(item);
+                for (std::size_t j = 0; j < count; ++j) {
+                    for (std::size_t i = sweeps.begin(share); i < sweeps.end(share); ++i) {
+                        sweep_block(locals[share], i, first, j);
+                    }
                 }
-            }
-        },
-        [](const Local&) {});  // sweeps write gradients of their own: nothing to merge
+            },
+            nothing);
+    }
 }
 
 }  // namespace VEMKN

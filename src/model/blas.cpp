@@ -95,13 +95,13 @@ bool PlainProducts::here()
 }
 
 // Up to 10^6 multiplications BLAS has kernels that copy nothing. A product somewhat larger is faster in panels of that
-// size, a multiple of 32 long; from where they would be shorter than 64 it is not (docs/performance.md).
+// size, a multiple of 32 long; one that takes more than eight of them is not (docs/performance.md).
 std::size_t panel_length(std::size_t whole, std::size_t others)
 {
-    constexpr std::size_t SMALL_PRODUCT = 1'000'000, STEP = 32, SHORTEST = 64;
+    constexpr std::size_t SMALL_PRODUCT = 1'000'000, STEP = 32, MOST_PANELS = 8;
     if (others == 0) return whole;
     const std::size_t panel = SMALL_PRODUCT / others / STEP * STEP;
-    return panel < SHORTEST || panel > whole ? whole : panel;
+    return panel == 0 || panel > whole || MOST_PANELS * panel < whole ? whole : panel;
 }
 
 void product(const Factor& A, const Factor& B, double* C, Into into)
