@@ -7,7 +7,8 @@
 //
 //     network  activation  operation  contestant  median seconds of a call  smallest  largest
 //
-// Lines that begin with # say what ran where. Exit status 1: a contestant's numbers differ from the library's.
+// compare_cpp --core prints OpenBLAS's name for this processor and nothing else. With --verbose a line that begins with #
+// tells how a hand-written program was set up. Exit status 1: a contestant's numbers differ from the library's.
 
 #include <cblas.h>
 
@@ -52,18 +53,29 @@ Options read_options(int argc, char** argv)
             o.verbose = true;
             continue;
         }
+        if (name == "--core") {
+            std::puts(openblas_get_corename());
+            std::exit(0);
+        }
         if (i + 1 == argc) {
             std::cerr << "compare_cpp: " << name << " needs a value\n";
             std::exit(2);
         }
         const std::string value = argv[++i];
-        if (name == "--only") o.only = split(value);
-        else if (name == "--nets") o.nets = split(value);
-        else if (name == "--ops") o.ops = split(value);
-        else if (name == "--activations") o.activations = split(value);
-        else if (name == "--rounds") o.rounds = std::stoi(value);
-        else if (name == "--round-seconds") o.round_seconds = std::stod(value);
-        else if (name == "--batch") o.batch = std::stoi(value);
+        if (name == "--only")
+            o.only = split(value);
+        else if (name == "--nets")
+            o.nets = split(value);
+        else if (name == "--ops")
+            o.ops = split(value);
+        else if (name == "--activations")
+            o.activations = split(value);
+        else if (name == "--rounds")
+            o.rounds = std::stoi(value);
+        else if (name == "--round-seconds")
+            o.round_seconds = std::stod(value);
+        else if (name == "--batch")
+            o.batch = std::stoi(value);
         else {
             std::cerr << "compare_cpp: unknown option " << name << '\n';
             std::exit(2);
@@ -101,7 +113,10 @@ double difference(const std::vector<double>& expected, const std::vector<double>
 
 constexpr double TOLERANCE = 1e-10;
 
-void check(const Question& q, const std::string& name, const Answer& expected, Contestant& contestant)
+void check(const Question& q,
+           const std::string& name,
+           const Answer& expected,
+           Contestant& contestant)
 {
     Answer got = blank_answer(q);
     for (std::vector<double>& part : got) std::fill(part.begin(), part.end(), NAN);
@@ -180,7 +195,6 @@ int main(int argc, char** argv)
 {
     const Options o = read_options(argc, argv);
     openblas_set_num_threads(1);
-    std::printf("# openblas_core %s\n", openblas_get_corename());
     for (const bench::Shape& shape : bench::shapes()) {
         if (!wanted(o.nets, shape.name)) continue;
         for (const std::string& activation : o.activations) {

@@ -49,11 +49,16 @@ inline Answer blank_answer(const Question& q)
     const std::size_t nw = q.problem.nw, elements = q.problem.y.size(), N = q.operation.directions;
     const auto zeros = [](std::size_t n) { return std::vector<double>(n); };
     switch (q.operation.kind) {
-        case Operation::obj: return {zeros(1)};
-        case Operation::g: return {zeros(1), zeros(nw)};
-        case Operation::Hv: return {zeros(1), zeros(nw), zeros(nw * N)};
-        case Operation::Jv: return {zeros(elements), zeros(elements * N)};
-        case Operation::vJ_vec: return {zeros(elements), zeros(nw * N)};
+        case Operation::obj:
+            return {zeros(1)};
+        case Operation::g:
+            return {zeros(1), zeros(nw)};
+        case Operation::Hv:
+            return {zeros(1), zeros(nw), zeros(nw * N)};
+        case Operation::Jv:
+            return {zeros(elements), zeros(elements * N)};
+        case Operation::vJ_vec:
+            return {zeros(elements), zeros(nw * N)};
     }
     return {};
 }
@@ -63,6 +68,7 @@ public:
     virtual ~Contestant() = default;
     // Writes every array of a blank answer.
     virtual void answer(Answer& answer) = 0;
+
     // How it was set up, for the log.
     virtual std::string setup() const { return ""; }
 };

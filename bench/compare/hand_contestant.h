@@ -78,13 +78,21 @@ private:
         const double* v = q_.directions.data();
         const int N = static_cast<int>(q_.operation.directions);
         switch (q_.operation.kind) {
-            case Operation::obj: a[0][0] = network.obj(batch); break;
-            case Operation::g: a[0][0] = network.g(batch, a[1].data()); break;
+            case Operation::obj:
+                a[0][0] = network.obj(batch);
+                break;
+            case Operation::g:
+                a[0][0] = network.g(batch, a[1].data());
+                break;
             case Operation::Hv:
                 a[0][0] = network.Hv(batch, v, N, a[1].data(), a[2].data());
                 break;
-            case Operation::Jv: network.Jv(batch, v, N, a[0].data(), a[1].data()); break;
-            case Operation::vJ_vec: network.vJ_vec(batch, v, N, a[0].data(), a[1].data()); break;
+            case Operation::Jv:
+                network.Jv(batch, v, N, a[0].data(), a[1].data());
+                break;
+            case Operation::vJ_vec:
+                network.vJ_vec(batch, v, N, a[0].data(), a[1].data());
+                break;
         }
     }
 

@@ -41,7 +41,8 @@ public:
         const std::size_t m = static_cast<std::size_t>(padded(size.rows));
         std::size_t offset = 0, widest = 0;
         for (std::size_t l = 0; l + 1 < widths.size(); ++l) {
-            layers_.push_back({static_cast<int>(widths[l]), static_cast<int>(widths[l + 1]), offset});
+            layers_.push_back(
+                {static_cast<int>(widths[l]), static_cast<int>(widths[l + 1]), offset});
             offset += (widths[l] + 1) * widths[l + 1];
         }
         nw_ = offset;
@@ -195,13 +196,8 @@ private:
             const Layer& layer = layers_[l];
             std::fill_n(H_[l].data(), b.m, 1.0);
             double* Z = H_[l + 1].data() + b.m;
-            Backend::times_transposed(b.m,
-                                      layer.n,
-                                      layer.k + 1,
-                                      H_[l].data(),
-                                      b.batch.w + layer.offset,
-                                      Z,
-                                      false);
+            Backend::times_transposed(
+                b.m, layer.n, layer.k + 1, H_[l].data(), b.batch.w + layer.offset, Z, false);
             elements(l, Z, b.size(layer.n));
         }
     }
@@ -400,7 +396,8 @@ private:
     {
         const int n = numout();
         for (int d = 0; d < group.G; ++d) {
-            const std::size_t row = static_cast<std::size_t>(group.begin + d) * b.batch.rows + b.first;
+            const std::size_t row =
+                static_cast<std::size_t>(group.begin + d) * b.batch.rows + b.first;
             const double* ud = u + row * n;
             for (int j = 0; j < n; ++j) {
                 double* out = dbar_[0].data() + b.size(j * group.G + d);

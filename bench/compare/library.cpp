@@ -8,8 +8,7 @@ namespace {
 class Library : public Contestant {
 public:
     Library(const Question& q, unsigned threads, int batch)
-        : q_(q),
-          net_(initVEMKNet(q.problem.text.data(), static_cast<int>(q.problem.text.size())))
+        : q_(q), net_(initVEMKNet(q.problem.text.data(), static_cast<int>(q.problem.text.size())))
     {
         vemk_setpar(net_, threads, batch);
     }
@@ -27,12 +26,18 @@ public:
         const unsigned N = q_.operation.directions;
         const auto out = [&a](std::size_t i) { return a[i].data(); };
         switch (q_.operation.kind) {
-            case Operation::obj: vemk_obj(net_, w, nw, x, y, n, nin, nout, out(0)); break;
-            case Operation::g: vemk_g(net_, w, nw, x, y, n, nin, nout, out(0), out(1)); break;
+            case Operation::obj:
+                vemk_obj(net_, w, nw, x, y, n, nin, nout, out(0));
+                break;
+            case Operation::g:
+                vemk_g(net_, w, nw, x, y, n, nin, nout, out(0), out(1));
+                break;
             case Operation::Hv:
                 vemk_Hv(net_, w, nw, v, N, x, y, n, nin, nout, out(0), out(1), out(2));
                 break;
-            case Operation::Jv: vemk_Jv(net_, w, nw, v, N, x, y, n, nin, nout, out(0), out(1)); break;
+            case Operation::Jv:
+                vemk_Jv(net_, w, nw, v, N, x, y, n, nin, nout, out(0), out(1));
+                break;
             case Operation::vJ_vec:
                 vemk_vJ_vec(net_, w, nw, v, N, x, y, n, nin, nout, out(0), out(1));
                 break;

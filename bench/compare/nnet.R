@@ -38,8 +38,8 @@ none <- integer(length(wts))
 all <- rep(1L, length(wts))
 ns <- asNamespace("nnet")
 
-.C(ns$VR_set_net, as.integer(net$n), as.integer(net$nconn), as.integer(net$conn),
-   double(length(wts)), as.integer(net$nsunits), 0L, 0L, 0L)
+invisible(.C(ns$VR_set_net, as.integer(net$n), as.integer(net$nconn), as.integer(net$conn),
+             double(length(wts)), as.integer(net$nsunits), 0L, 0L, 0L))
 
 optimiser <- function(maxit, mask, abstol) {
     .C(ns$VR_dovm, nrow(x), z, weights, length(wts), wts = wts, val = double(1), as.integer(maxit),
@@ -52,7 +52,7 @@ objective_and_gradient <- function() optimiser(100, none, 0)$val
 # One accepted step of steepest descent goes from w to w - s g, with s a power of 0.2; the step that a difference of the
 # objective agrees with best tells s.
 gradient <- function() {
-    step <- wts - optimiser(100, all, Inf)$wts
+    step <- wts - optimiser(100, all, 1e300)$wts
     along <- step / sqrt(sum(step^2))
     value_at <- function(w) {
         .C(ns$VR_dovm, nrow(x), z, weights, length(w), wts = w, val = double(1), 0L,

@@ -23,6 +23,7 @@ from with_sklearn import Sklearn
 from with_torch import Batched, Eager, Torch, Traced
 
 TOLERANCE = 1e-10
+SECONDS_OF_ALL_ROUNDS = 20.0  # fewer rounds for operations that take seconds
 TORCH: dict[str, type[Torch]] = {way.name: way for way in (Eager, Batched, Traced)}
 NAMES = [*TORCH, Sklearn.name, Nnet.name]
 
@@ -57,12 +58,18 @@ def contestants(names: list[str], p: Problem, operation: str, directory: Path) -
     return entrants
 
 
-def check(entrant: Contestant, library: Answer, what: str) -> None:
+def check(entrant: Contestant, library: Answer, what: str) -> float:
+    """Seconds that the answer took, the first one."""
     expected = entrant.expected() or library
-    for part, (right, got) in enumerate(zip(expected, entrant.answer(), strict=True)):
-        off = np.max(np.abs(right - got)) / np.max(np.abs(right))
+    start = time.perf_counter()
+    answer = entrant.answer()
+    seconds = time.perf_counter() - start
+    for part, (right, got) in enumerate(zip(expected, answer, strict=True)):
+        largest = max(np.max(np.abs(right)), 1e-300)  # with relu, 2-5-1 has no derivative but 0
+        off = np.max(np.abs(right - got)) / largest
         if not off <= TOLERANCE:
             sys.exit(f"{entrant.name}, {what}: part {part} is off by {off:.3g}")
+    return seconds
 
 
 def seconds_of_a_call(entrant: Contestant, calls: int) -> float:
@@ -75,13 +82,17 @@ def seconds_of_a_call(entrant: Contestant, calls: int) -> float:
     return (time.perf_counter() - start) / calls
 
 
+def warm_seconds(entrant: Contestant, first: float) -> float:
+    """The first call serves where it took long; a short one tells little of the next."""
+    return first if first > 1.0 else seconds_of_a_call(entrant, 1)
+
+
 def take_turns(
-    entrants: list[Contestant], rounds: int, round_seconds: float
+    entrants: list[Contestant], seconds: list[float], options: argparse.Namespace
 ) -> dict[str, list[float]]:
     """Each for as many calls as fit into a turn; who begins changes from round to round."""
-    calls = [
-        max(1, min(20000, int(round_seconds / seconds_of_a_call(entrant, 1)))) for entrant in entrants
-    ]
+    calls = [max(1, min(20000, int(options.round_seconds / s))) for s in seconds]
+    rounds = max(1, min(options.rounds, int(SECONDS_OF_ALL_ROUNDS / sum(seconds))))
     times: dict[str, list[float]] = {entrant.name: [] for entrant in entrants}
     for turn in range(rounds):
         for i in range(len(entrants)):
@@ -98,9 +109,9 @@ def compare(options: argparse.Namespace, net: str, p: Problem, directory: Path) 
             continue
         library = Library(library_path, p, operation)
         expected = library.answer()
-        for rival in rivals:
-            check(rival, expected, f"{net} {p.activation} {operation}")
-        times = take_turns([library, *rivals], options.rounds, options.round_seconds)
+        entrants: list[Contestant] = [library, *rivals]
+        first = [check(e, expected, f"{net} {p.activation} {operation}") for e in entrants]
+        times = take_turns(entrants, list(map(warm_seconds, entrants, first)), options)
         for name, t in times.items():
             figures = (f"{s:.4g}" for s in (statistics.median(t), min(t), max(t)))
             print(net, p.activation, operation, name, *figures, sep="\t", flush=True)

@@ -24,6 +24,11 @@ ACTIVATIONS: dict[str, Callable[[torch.Tensor], torch.Tensor]] = {
 }
 
 
+def normed(residuals: torch.Tensor) -> torch.Tensor:
+    square = residuals.square()
+    return torch.where(square < 4.0, 4.5 * square, torch.log(square + GAMMA_SQUARED) + TAIL)
+
+
 class Network:
     """The network over a tuple of tensors: biases and weights, layer by layer."""
 
@@ -43,8 +48,7 @@ class Network:
         return h - self.y
 
     def norms(self, parameters: Tensors) -> torch.Tensor:
-        square = self.residuals(parameters).square()
-        return torch.where(square < 4.0, 4.5 * square, torch.log(square + GAMMA_SQUARED) + TAIL)
+        return normed(self.residuals(parameters))
 
     def objective(self, parameters: Tensors) -> torch.Tensor:
         return self.norms(parameters).mean()
@@ -126,8 +130,7 @@ class Eager(Torch):
     def vJ_vec(self) -> tuple[torch.Tensor, list[Tensors]]:
         parameters = self.net.parameters
         residuals = self.net.residuals(parameters)
-        square = residuals.square()
-        norms = torch.where(square < 4.0, 4.5 * square, torch.log(square + GAMMA_SQUARED) + TAIL)
+        norms = normed(residuals)
         products = [
             torch.autograd.grad(norms, parameters, u, retain_graph=True) for u in self.weightings
         ]
@@ -159,13 +162,13 @@ class Batched(Torch):
             return functorch.jvp(lambda *p: self.net.norms(p), self.net.parameters, v)
 
         with torch.no_grad():
-            return functorch.vmap(tangent, out_dims=(None, 0))(self.stacked)
+            values, tangents = functorch.vmap(tangent)(self.stacked)
+        return values[0], tangents
 
     def vJ_vec(self) -> tuple[torch.Tensor, list[Tensors]]:
         parameters = self.net.parameters
         residuals = self.net.residuals(parameters)
-        square = residuals.square()
-        norms = torch.where(square < 4.0, 4.5 * square, torch.log(square + GAMMA_SQUARED) + TAIL)
+        norms = normed(residuals)
         products = torch.autograd.grad(norms, parameters, self.weightings, is_grads_batched=True)
         return residuals, self.unstacked(products)
 
