@@ -1,9 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
+#include "hand_directions.h"
 #include "hand_elements.h"
 
 // The network by hand, for fixed shapes, activation and norm, over a back end that multiplies matrices.
@@ -23,13 +23,6 @@ namespace compare {
 struct BlockSize {
     int rows;
     int directions;
-};
-
-struct Batch {
-    const double* w;
-    const double* x;
-    const double* y;
-    int rows;
 };
 
 template <class Backend, class Activation>
@@ -57,7 +50,7 @@ public:
         }
         const std::size_t G = static_cast<std::size_t>(std::max(size.directions, 1));
         for (const unsigned width : widths) dH_.emplace_back(m * width * G);
-        for (std::vector<double>& b : dbar_) b.resize(m * widest * G);
+        for (Doubles& b : dbar_) b.resize(m * widest * G);
         R_.resize(m * widths.back());
         bend_.resize(m * widths.back());
     }
@@ -67,7 +60,7 @@ public:
         double sum = 0.0;
         for_each_block(batch, [&](const Block& b) {
             forward(b, [&](std::size_t, double* z, std::size_t n) { Activation::values(z, n); });
-            sum += HandNorm::sum(residuals(b), b.size(numout()));
+            sum += HandNorm::sum(residuals_of(b), b.size(numout()));
         });
         return sum / elements(batch);
     }
@@ -77,7 +70,7 @@ public:
         double sum = 0.0;
         for_each_block(batch, [&](const Block& b) {
             forward_with_slopes(b);
-            const double* R = residuals(b);
+            const double* R = residuals_of(b);
             sum += HandNorm::sum(R, b.size(numout()));
             HandNorm::slopes(R, bar_.back().data(), 1.0 / elements(batch), b.size(numout()));
             backward(b, gradient, [&](std::size_t l, double* bar, std::size_t n) {
@@ -90,19 +83,20 @@ public:
     // v, hv: entry k of direction d at [k*N + d]
     double Hv(const Batch& batch, const double* v, int N, double* gradient, double* hv)
     {
-        pack_directions(v, N);
+        make_groups(N);
+        for (Group& group : groups_) pack(layers_, group, v, N);
         double sum = 0.0;
         const double scale = 1.0 / elements(batch);
         for_each_block(batch, [&](const Block& b) {
             forward(b, [&](std::size_t l, double* z, std::size_t n) {
                 Activation::bendings(z, slope_[l].data(), ratio_[l].data(), n);
             });
-            const double* R = residuals(b);
+            const double* R = residuals_of(b);
             sum += HandNorm::sum(R, b.size(numout()));
             HandNorm::bendings(R, bar_.back().data(), bend_.data(), scale, b.size(numout()));
             clear_padding(b, bend_.data(), numout());
             backward(b, gradient, [&](std::size_t l, double* bar, std::size_t n) {
-                multiply(ratio_[l].data(), bar, n);
+                if (Activation::bends) multiply(ratio_[l].data(), bar, n);
                 multiply(bar, slope_[l].data(), n);
             });
             for (Group& group : groups_) {
@@ -110,26 +104,28 @@ public:
                 backward_tangents(b, group);
             }
         });
-        for (const Group& group : groups_) unpack(group, N, hv);
+        for (const Group& group : groups_) unpack(layers_, group, N, hv);
         return sum * scale;
     }
 
     // f: rows x numout; jac: element i along direction d at [i*N + d]
     void Jv(const Batch& batch, const double* v, int N, double* f, double* jac)
     {
-        pack_directions(v, N);
+        make_groups(N);
+        for (Group& group : groups_) pack(layers_, group, v, N);
         for_each_block(batch, [&](const Block& b) {
             forward_with_slopes(b);
-            const double* R = residuals(b);
+            const double* R = residuals_of(b);
             const std::size_t n = b.size(numout());
             HandNorm::slopes(R, bar_.back().data(), 1.0, n);
             multiply(slope_.back().data(), bar_.back().data(), n);
-            put_norms(b, R, f);
+            put_rows(b, R, numout(), f);
             for (Group& group : groups_) {
                 forward_tangents(b, group);
-                put_tangents(b, group, N, jac);
+                put_tangents(b, group, dH_.back().data(), numout(), N, jac);
             }
         });
+        HandNorm::values(f, static_cast<std::size_t>(batch.rows) * numout());
     }
 
     // u, gradients: one block after the other, each in the order of the targets and of the weights
@@ -138,11 +134,11 @@ public:
         make_groups(N);
         for_each_block(batch, [&](const Block& b) {
             forward_with_slopes(b);
-            const double* R = residuals(b);
-            put_rows(b, R, r);
+            const double* R = residuals_of(b);
+            put_rows(b, R, numout(), r);
             HandNorm::slopes(R, bar_.back().data(), 1.0, b.size(numout()));
             for (Group& group : groups_) {
-                weigh(b, group, u);
+                weigh(b, group, u, bar_.back().data(), numout(), dbar_[0].data());
                 backward_weightings(b, group);
             }
         });
@@ -150,31 +146,6 @@ public:
     }
 
 private:
-    struct Layer {
-        int k, n;  // inputs, outputs
-        std::size_t offset;
-    };
-
-    // Rows first ... first + rows - 1 of the batch, m of them with the padding.
-    struct Block {
-        const Batch& batch;
-        int first, rows, m;
-
-        std::size_t size(int width) const { return static_cast<std::size_t>(m) * width; }
-    };
-
-    // Directions first ... first + G - 1. Within a layer of k inputs and n outputs
-    //   by_output  (1+k) x n x G    biases and weights of the directions; empty for weightings
-    //   by_input   k x G x n        weights
-    //   first      (1+k) x n x G    [1 H]^T Zbar'
-    //   second     k x G x n        H'^T Zbar, none for layer 0
-    struct Group {
-        int begin, G;
-        std::vector<double> by_output, by_input, first, second;
-    };
-
-    static int padded(int rows) { return (rows + 7) / 8 * 8; }
-
     int numout() const { return widths_.back(); }
 
     double elements(const Batch& batch) const { return static_cast<double>(batch.rows) * numout(); }
@@ -191,7 +162,7 @@ private:
     template <class Elements>
     void forward(const Block& b, const Elements& elements)
     {
-        load_inputs(b);
+        load_inputs(b, widths_.front(), H_[0].data() + b.m);
         for (std::size_t l = 0; l < layers_.size(); ++l) {
             const Layer& layer = layers_[l];
             std::fill_n(H_[l].data(), b.m, 1.0);
@@ -252,8 +223,8 @@ private:
         }
     }
 
-    // Zbar' = act' Hbar' + (act''/act' Hbar) H'; its products with [1 H], and with W to get at the layer before. The other
-    // halves of these two product rules are H'^T Zbar and Zbar W'^T.
+    // Zbar' = act' Hbar' + (act''/act' Hbar) H'; its products with [1 H], and with W to get at the layer before. The
+    // other halves of these two product rules are H'^T Zbar and Zbar W'^T.
     void backward_tangents(const Block& b, Group& group)
     {
         const int G = group.G;
@@ -315,128 +286,15 @@ private:
                                   b.first > 0);
     }
 
-    static std::size_t weight_offset(const Layer& layer) { return layer.offset + layer.n; }
-
     static const double* weights(const Block& b, const Layer& layer)
     {
         return b.batch.w + weight_offset(layer);
     }
 
-    // a *= s
-    static void multiply(double* __restrict a, const double* __restrict s, std::size_t n)
+    const double* residuals_of(const Block& b)
     {
-        for (std::size_t i = 0; i < n; ++i) a[i] *= s[i];
-    }
-
-    // The same for G directions in a.
-    static void multiply_each(double* a, const double* s, const Block& b, int width, int G)
-    {
-        for (int j = 0; j < width; ++j) {
-            for (int d = 0; d < G; ++d) multiply(a + b.size(j * G + d), s + b.size(j), b.size(1));
-        }
-    }
-
-    // a += s h for G directions in a and h
-    static void add_products(
-        double* a, const double* s, const double* h, const Block& b, int width, int G)
-    {
-        for (int j = 0; j < width; ++j) {
-            for (int d = 0; d < G; ++d) {
-                const std::size_t at = b.size(j * G + d);
-                add_product(a + at, s + b.size(j), h + at, b.size(1));
-            }
-        }
-    }
-
-    static void add_product(double* __restrict a,
-                            const double* __restrict s,
-                            const double* __restrict h,
-                            std::size_t n)
-    {
-        for (std::size_t i = 0; i < n; ++i) a[i] += s[i] * h[i];
-    }
-
-    // Transposed into features; zeros below.
-    void load_inputs(const Block& b)
-    {
-        const int k = widths_.front();
-        const double* x = b.batch.x + static_cast<std::size_t>(b.first) * k;
-        double* H = H_[0].data() + b.m;
-        int r = 0;
-        for (; r + 8 <= b.rows; r += 8, x += 8 * k) {
-            for (int i = 0; i < k; ++i) {
-                for (int s = 0; s < 8; ++s) H[b.size(i) + r + s] = x[s * k + i];
-            }
-        }
-        for (; r < b.m; ++r, x += k) {
-            for (int i = 0; i < k; ++i) H[b.size(i) + r] = r < b.rows ? x[i] : 0.0;
-        }
-    }
-
-    // R = outputs - targets, zero in the padding
-    const double* residuals(const Block& b)
-    {
-        const int n = numout();
-        const double* y = b.batch.y + static_cast<std::size_t>(b.first) * n;
-        const double* O = H_.back().data() + b.m;
-        for (int j = 0; j < n; ++j) {
-            for (int r = 0; r < b.rows; ++r) R_[b.size(j) + r] = O[b.size(j) + r] - y[r * n + j];
-        }
-        clear_padding(b, R_.data(), n);
+        residuals(b, H_.back().data() + b.m, numout(), R_.data());
         return R_.data();
-    }
-
-    static void clear_padding(const Block& b, double* a, int width)
-    {
-        for (int j = 0; j < width; ++j) std::fill(a + b.size(j) + b.rows, a + b.size(j + 1), 0.0);
-    }
-
-    // dbar_[0] = u n'(R)
-    void weigh(const Block& b, const Group& group, const double* u)
-    {
-        const int n = numout();
-        for (int d = 0; d < group.G; ++d) {
-            const std::size_t row =
-                static_cast<std::size_t>(group.begin + d) * b.batch.rows + b.first;
-            const double* ud = u + row * n;
-            for (int j = 0; j < n; ++j) {
-                double* out = dbar_[0].data() + b.size(j * group.G + d);
-                const double* slope = bar_.back().data() + b.size(j);
-                for (int r = 0; r < b.rows; ++r) out[r] = ud[r * n + j] * slope[r];
-                std::fill(out + b.rows, out + b.m, 0.0);
-            }
-        }
-    }
-
-    // Back to row by row.
-    void put_rows(const Block& b, const double* features, double* out) const
-    {
-        const int n = numout();
-        out += static_cast<std::size_t>(b.first) * n;
-        for (int r = 0; r < b.rows; ++r) {
-            for (int j = 0; j < n; ++j) out[r * n + j] = features[b.size(j) + r];
-        }
-    }
-
-    void put_norms(const Block& b, const double* R, double* out) const
-    {
-        const int n = numout();
-        put_rows(b, R, out);
-        out += static_cast<std::size_t>(b.first) * n;
-        HandNorm::values(out, static_cast<std::size_t>(b.rows) * n);
-    }
-
-    void put_tangents(const Block& b, const Group& group, int N, double* out) const
-    {
-        const int n = numout(), G = group.G;
-        const double* dO = dH_.back().data();
-        out += static_cast<std::size_t>(b.first) * n * N + group.begin;
-        for (int j = 0; j < n; ++j) {
-            for (int r = 0; r < b.rows; ++r) {
-                double* to = out + static_cast<std::size_t>(r * n + j) * N;
-                for (int d = 0; d < G; ++d) to[d] = dO[b.size(j * G + d) + r];
-            }
-        }
     }
 
     void make_groups(int N)
@@ -446,72 +304,21 @@ private:
         groups_.clear();
         for (int begin = 0; begin < N; begin += size_.directions) {
             const int G = std::min(size_.directions, N - begin);
-            const std::vector<double> zeros(nw_ * G);
+            const Doubles zeros(nw_ * G);
             groups_.push_back({begin, G, zeros, zeros, zeros, zeros});
         }
     }
 
-    void pack_directions(const double* v, int N)
-    {
-        make_groups(N);
-        for (Group& group : groups_) {
-            for (std::size_t k = 0; k < nw_; ++k) {
-                std::copy_n(v + k * N + group.begin, group.G, &group.by_output[k * group.G]);
-            }
-            for (const Layer& layer : layers_) pack_by_input(layer, group);
-        }
-    }
-
-    static void pack_by_input(const Layer& layer, Group& group)
-    {
-        const int G = group.G, n = layer.n;
-        const std::size_t at = weight_offset(layer) * G;
-        for (int i = 0; i < layer.k; ++i) {
-            const double* from = &group.by_output[at + static_cast<std::size_t>(i) * n * G];
-            double* to = &group.by_input[at + static_cast<std::size_t>(i) * n * G];
-            for (int j = 0; j < n; ++j) {
-                for (int d = 0; d < G; ++d) to[d * n + j] = from[j * G + d];
-            }
-        }
-    }
-
-    void unpack(const Group& group, int N, double* hv) const
-    {
-        const int G = group.G;
-        for (std::size_t k = 0; k < nw_; ++k) {
-            std::copy_n(&group.first[k * G], G, hv + k * N + group.begin);
-        }
-        for (std::size_t l = 1; l < layers_.size(); ++l) {
-            const Layer& layer = layers_[l];
-            for (int i = 0; i < layer.k; ++i) {
-                const std::size_t at = weight_offset(layer) + static_cast<std::size_t>(i) * layer.n;
-                for (int j = 0; j < layer.n; ++j) {
-                    double* to = hv + (at + j) * N + group.begin;
-                    for (int d = 0; d < G; ++d) to[d] += group.second[at * G + d * layer.n + j];
-                }
-            }
-        }
-    }
-
-    void unpack_weightings(const Group& group, double* gradients) const
-    {
-        for (std::size_t k = 0; k < nw_; ++k) {
-            for (int d = 0; d < group.G; ++d) {
-                gradients[(group.begin + d) * nw_ + k] = group.first[k * group.G + d];
-            }
-        }
-    }
-
-    // All matrices feature by feature. H_[l] are the inputs of layer l, with ones in front; slope_[l], ratio_[l] belong to
-    // the outputs of layer l; dH_ and dbar_ are for a group of directions.
+    // All matrices feature by feature. H_[l] are the inputs of layer l, with ones in front; slope_[l], ratio_[l] belong
+    // to the outputs of layer l; dH_ and dbar_ are for a group of directions.
     BlockSize size_;
     std::vector<int> widths_;
     std::vector<Layer> layers_;
     std::size_t nw_ = 0;
     int number_ = -1;
     std::vector<Group> groups_;
-    std::vector<std::vector<double>> H_, dH_, slope_, ratio_, bar_;
-    std::vector<double> dbar_[2], R_, bend_;
+    std::vector<Doubles> H_, dH_, slope_, ratio_, bar_;
+    Doubles dbar_[2], R_, bend_;
 };
 
 }  // namespace compare

@@ -1,6 +1,7 @@
 """The library beside PyTorch, scikit-learn and R's nnet, in one process: see README.md.
 
-Prints the lines of compare_cpp: network, activation, operation, contestant, median seconds of a call, smallest, largest.
+Prints the lines of compare_cpp: network, activation, operation, contestant, median seconds of a call, smallest,
+largest.
 Exit status 1: a contestant's numbers are not those that they have to be.
 """
 

@@ -1,7 +1,7 @@
 """scikit-learn's multi-layer perceptron: relu, identity in the last layer, half the mean square.
 
-It has no call for a gradient at given weights, so its own _backprop is called, as its optimiser does. Its function is not
-the library's; it has the same shape, and is checked against the plain evaluation below.
+It has no call for a gradient at given weights, so its own _backprop is called, as its optimiser does. Its function is
+not the library's; it has the same shape, and is checked against the plain evaluation below.
 """
 
 from __future__ import annotations
