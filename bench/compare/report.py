@@ -20,7 +20,7 @@ Times = dict[Key, dict[str, float]]
 
 HANDS = ["hand_blas", "hand_eigen"]
 RIVALS = ["torch_eager", "torch_vmap", "torch_jit", "sklearn", "nnet"]
-MARKERS = dict(zip(HANDS + RIVALS, "os^v<DP"))
+MARKERS = {name: (f"C{i}", marker) for i, (name, marker) in enumerate(zip(HANDS + RIVALS, "os^v<DP"))}
 ROWS = {"2-5-1": 100, "8-16-16-1": 1000, "10-32-1": 200000}
 
 
@@ -108,11 +108,11 @@ def plot(times: Times, path: Path) -> None:
     )
     for axis, net in zip(axes[0], nets):
         rows = {key[2]: row for key, row in softplus.items() if key[0] == net}
-        for name, marker in MARKERS.items():
+        for name, (colour, marker) in MARKERS.items():
             unit = "library" if name in HANDS else "library_ctypes"
             points = [(op, r[name] / r[unit]) for op, r in rows.items() if name in r and unit in r]
             if points:
-                axis.plot(*zip(*points), marker, label=name, markersize=5)
+                axis.plot(*zip(*points), marker, color=colour, label=name, markersize=5)
         axis.axhline(1.0, color="black", linewidth=0.8)
         axis.set_yscale("log")
         axis.set_title(label(net), fontsize=9)
