@@ -63,8 +63,8 @@ private:
 template <class Model>
 struct Sweep {
     struct Layer {
-        typename Model::Matrix Zbar;
-        typename Model::Matrix Hbar;  // adjoint of the layer's input; of C for the output layer
+        // Adjoint of the layer's input, of C for the output layer; the Zbar of the layer before overwrites it.
+        typename Model::Matrix Hbar;
         typename Model::Vector gb;
     };
 
@@ -74,7 +74,8 @@ struct Sweep {
     }
 
     std::vector<Layer> layers;
-    typename Model::Matrix last_Hbar;   // the column block of the last pass
+    typename Model::Matrix output_Zbar;
+    typename Model::Matrix pass_Hbar;   // with more than one pass: adjoint of a pass's output
     MatrixTemplate<double> panel;       // rows of a product on their way into a sum
     std::unique_ptr<Model> slice_grad;  // with more than one pass: the gradient of a slice
 };
@@ -123,13 +124,13 @@ void backward(const Model& net,
     std::size_t step = net.nmult * hidden;
     work.set_layers(hidden + 1);
 
-    // The layer i that ran as this step, from the adjoint of its output.
-    const auto sweep_layer = [&](std::size_t i, const auto& Hbar, Into layer_into) {
-        auto& layer = work.layers[i];
+    // The layer i that ran as this step, from the adjoint of its output. Zbar may be Hbar.
+    const auto sweep_layer = [&](std::size_t i, const auto& Hbar, auto& Zbar, Into layer_into) {
         const auto gradients = [&](const auto& H) {
-            adj_layer(H, layer.Zbar, layer_into, work, layer.gb, grad.weights[i], grad.biases[i]);
+            auto& slice_gb = work.layers[i].gb;
+            adj_layer(H, Zbar, layer_into, work, slice_gb, grad.weights[i], grad.biases[i]);
         };
-        net.activation.adjoint(tape.Z(step), tape.kept(step), Hbar, layer.Zbar);
+        net.activation.adjoint(tape.Z(step), tape.kept(step), Hbar, Zbar);
         if (i == hidden && net.nmult > 1) {
             gradients(tape.C);
         } else if (step == 0) {
@@ -138,29 +139,27 @@ void backward(const Model& net,
             gradients(tape.H(step));
         }
     };
-    const auto pass_down = [&](std::size_t i) {
-        transposes.pass_down(net, i, work.layers[i].Zbar, work.layers[i].Hbar);
-    };
 
-    sweep_layer(hidden, Obar, into);
+    sweep_layer(hidden, Obar, work.output_Zbar, into);
     if (step == 0) return;
-    pass_down(hidden);
-    const typename Model::Matrix& Cbar = work.layers[hidden].Hbar;
+    typename Model::Matrix& Cbar = work.layers[hidden].Hbar;
+    transposes.pass_down(net, hidden, work.output_Zbar, Cbar);
     const std::size_t width = Cbar.cols() / net.nmult;
     for (std::size_t pass = net.nmult; pass-- > 0;) {
         const bool last_pass = pass + 1 == net.nmult;
-        const typename Model::Matrix* Hbar = &Cbar;
+        typename Model::Matrix* Hbar = &Cbar;
         if (net.nmult > 1 && last_pass) {
-            take_columns(Cbar, pass * width, width, work.last_Hbar);
-            Hbar = &work.last_Hbar;
+            Hbar = &work.pass_Hbar;
+            take_columns(Cbar, pass * width, width, *Hbar);
         } else if (net.nmult > 1) {
-            add_columns(Cbar, pass * width, work.layers[0].Hbar);
-            Hbar = &work.layers[0].Hbar;
+            std::swap(work.layers[0].Hbar, work.pass_Hbar);
+            Hbar = &work.pass_Hbar;
+            add_columns(Cbar, pass * width, *Hbar);
         }
         for (std::size_t i = hidden; i-- > 0;) {
             --step;
-            sweep_layer(i, *Hbar, last_pass ? into : Into::add);
-            if (step > 0) pass_down(i);
+            sweep_layer(i, *Hbar, *Hbar, last_pass ? into : Into::add);
+            if (step > 0) transposes.pass_down(net, i, *Hbar, work.layers[i].Hbar);
             Hbar = &work.layers[i].Hbar;
         }
     }

@@ -86,3 +86,50 @@ TEST(Product, ComputesWithNothingBesideItsFactorsWhateverTheShape)
         ASSERT_NEAR(static_cast<double>(exact), c.data()[i * n + j], bound);
     }
 }
+
+TEST(ProductSum, AddsEveryPanelAndWhatIsLeftOver)
+{
+    // Panels of 96 rows and one row more, of 224 and one, one of the whole, none.
+    MatrixTemplate<double> room;
+    std::mt19937_64 engine(12);
+    std::uniform_real_distribution<double> number(-1.0, 1.0);
+    const std::size_t shapes[][3] = {
+        {97, 32, 256}, {225, 40, 100}, {512, 32, 512}, {5, 3, 1}, {0, 3, 2}};
+    for (const auto& [m, k, n] : shapes) {
+        SCOPED_TRACE(testing::Message() << m << " x " << k << " x " << n);
+        MatrixTemplate<double> A(k, m), B(k, n), C(m, n);
+        for (MatrixTemplate<double>* matrix : {&A, &B, &C}) {
+            for (double& element : matrix->store()) element = number(engine);
+        }
+        const MatrixTemplate<double> before = C;
+        do_binmult_add(C, transposed(A), B, room);
+        for (int trial = 0; trial < 2000 && C.size() > 0; ++trial) {
+            const std::size_t i = trial < 3 ? m - 1 : engine() % m, j = engine() % n;
+            long double exact = before(i, j);
+            for (std::size_t l = 0; l < k; ++l) {
+                exact += static_cast<long double>(A(l, i)) * B(l, j);
+            }
+            ASSERT_NEAR(static_cast<double>(exact), C(i, j), 1e-12) << i << ", " << j;
+        }
+    }
+}
+
+TEST(PlainProducts, MeetNoZeroBesideAnInfinity)
+{
+    const double inf = std::numeric_limits<double>::infinity();
+    const std::vector<double> a = {1, inf, 2, 3, 4, 5}, ones(6, 1.0);
+    const RowsView A(a.data(), 3, 2), B(ones.data(), 2, 3);
+    std::vector<double> C(9, std::numeric_limits<double>::quiet_NaN());
+    EXPECT_FALSE(PlainProducts::here());
+    {
+        const PlainProducts plain(true);
+        EXPECT_TRUE(PlainProducts::here());
+        std::feclearexcept(FE_ALL_EXCEPT);
+        feenableexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW);
+        product(A, B, C.data());
+        product(A, transposed(RowsView(ones.data(), 3, 2)), C.data(), Into::add);
+        fedisableexcept(FE_ALL_EXCEPT);
+    }
+    EXPECT_FALSE(PlainProducts::here());
+    EXPECT_EQ((std::vector<double>{inf, inf, inf, 10, 10, 10, 18, 18, 18}), C);
+}
