@@ -150,7 +150,7 @@ const std::vector<Text>& texts()
     return all;
 }
 
-class HostileText : public testing::TestWithParam<std::size_t> {
+class Fault14 : public testing::TestWithParam<std::size_t> {
 protected:
     const Text& text() const { return texts()[GetParam()]; }
 };
@@ -192,7 +192,7 @@ SCENE(parses)
               << "\n";
 }
 
-TEST_P(HostileText, CostsNoMoreThanAnError)
+TEST_P(Fault14, HostileText_NoSignalAndLittleTimeAndMemory)
 {
     const child::Outcome outcome = child::play("parses", {std::to_string(GetParam())});
     ASSERT_TRUE(outcome.exited_with(0)) << outcome.description().substr(0, 1000);
@@ -211,4 +211,4 @@ TEST_P(HostileText, CostsNoMoreThanAnError)
     EXPECT_EQ(text().parameters == NO_LAYERS, says_invalid) << outcome.err.substr(0, 1000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Texts, HostileText, testing::ValuesIn(indices()), text_name);
+INSTANTIATE_TEST_SUITE_P(Texts, Fault14, testing::ValuesIn(indices()), text_name);
