@@ -20,7 +20,7 @@ int vemk_compute(::VEMKNInfo* net,
     }
     return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, nrows, ncols);
+        const InputRows X = network_input(model, x, nrows, ncols);
         results.write(out, computev(model, X).store());
     });
 }
@@ -41,7 +41,7 @@ int vemk_residual(::VEMKNInfo* net,
     }
     return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, nrows, xcols);
+        const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         MatrixTemplate<double> R = computev(model, X);
         subtract_rows(R, Y);

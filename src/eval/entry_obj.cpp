@@ -21,7 +21,7 @@ int vemk_obj(::VEMKNInfo* net,
     }
     return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         results.write(result, objv(model, X, Y));
     });
@@ -43,7 +43,7 @@ int vemk_objv(::VEMKNInfo* net,
     }
     return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         std::valarray<double> values(std::size_t{n} * nout);
         element_norms(model, X, Y, values);

@@ -30,7 +30,7 @@ int vemk_Hv(::VEMKNInfo* net,
     const yafad::DirectionLock lock(seeding.directions());
     return computing_call(*net, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         Trace trace;
         CarrierModel grad = zeros_like(model);

@@ -24,7 +24,7 @@ int vemk_vJ(::VEMKNInfo* net,
     }
     return computing_call(*net, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, nrows, xcols);
+        const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, nrows, ycols);
         MatrixTemplate<double> R;
