@@ -33,10 +33,10 @@ void expect_serial_bits(std::size_t hosts, bool one_handle, int calls)
         nets.push_back(std::make_unique<Network>(usual_network().text()));
         ASSERT_EQ(0, vemk_setpar(*nets.back(), 2, 8));
     }
+    const int blas_threads = openblas_get_num_threads(), omp_threads = omp_get_max_threads();
     std::vector<AllBits> expected;
     for (const Request& q : asked) expected.push_back(all_bits(*nets[0], q));
 
-    const int blas_threads = openblas_get_num_threads(), omp_threads = omp_get_max_threads();
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (std::size_t host = 0; host < hosts; ++host) {

@@ -12,6 +12,9 @@ struct Request {
     Batch batch;
     Numbers v;  // long enough for both
     unsigned nv = 1;
+    bool own_weights = false;  // no weights are handed over: the handle's own are meant
+
+    const double* w() const { return own_weights ? nullptr : batch.w.data(); }
 
     unsigned nw() const { return static_cast<unsigned>(batch.w.size()); }
 
@@ -33,7 +36,9 @@ struct AnyEntry {
 inline Request random_request(
     const plain::Network& network, unsigned nrows, unsigned xcols, unsigned nv, std::uint64_t seed)
 {
-    Request q{.batch = random_batch(network, nrows, xcols, seed), .v = {}, .nv = nv};
+    Request q;
+    q.batch = random_batch(network, nrows, xcols, seed);
+    q.nv = nv;
     q.v = Random(~seed).list(std::max<std::size_t>(1, nv) *
                              std::max<std::size_t>(q.nw(), q.elements()));
     return q;
@@ -48,6 +53,7 @@ Reply run_plain(VEMKNInfo* net, const Request& q)
     const Entry& entry = ENTRIES[WHICH];
     const bool value_first = std::string("vemk_g") == entry.name;
     Call c = q.batch.call();
+    c.w = q.w();
     Reply reply{0, Numbers((value_first ? 1 : 0) + entry.array_size(c, vemk_numout(net)))};
     c.value = reply.numbers.data();
     c.array = reply.numbers.data() + (value_first ? 1 : 0);
@@ -77,7 +83,7 @@ inline Reply run_Hv(VEMKNInfo* net, const Request& q)
     Reply reply{0, Numbers(1 + q.nw() * (std::size_t{1} + q.nv))};
     double* const out = reply.numbers.data();
     reply.status = vemk_Hv(net,
-                           b.w.data(),
+                           q.w(),
                            q.nw(),
                            q.v.data(),
                            q.nv,
@@ -98,7 +104,7 @@ inline Reply run_Jv(VEMKNInfo* net, const Request& q)
     Reply reply{0, Numbers(q.elements() * (1 + q.nv))};
     double* const out = reply.numbers.data();
     reply.status = vemk_Jv(net,
-                           b.w.data(),
+                           q.w(),
                            q.nw(),
                            q.v.data(),
                            q.nv,
@@ -118,7 +124,7 @@ inline Reply run_vJ(VEMKNInfo* net, const Request& q)
     Reply reply{0, Numbers(q.elements() + q.nw())};
     double* const out = reply.numbers.data();
     reply.status = vemk_vJ(net,
-                           b.w.data(),
+                           q.w(),
                            q.nw(),
                            q.v.data(),
                            0,
@@ -138,7 +144,7 @@ inline Reply run_vJ_vec(VEMKNInfo* net, const Request& q)
     Reply reply{0, Numbers(q.elements() + std::size_t{q.nv} * q.nw())};
     double* const out = reply.numbers.data();
     reply.status = vemk_vJ_vec(net,
-                               b.w.data(),
+                               q.w(),
                                q.nw(),
                                q.v.data(),
                                q.nv,
