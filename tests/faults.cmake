@@ -56,3 +56,12 @@ vemkn_host_test(Fault03.StaleFlagsOfNumPy_NormalResult "${VEMKN_PYTHON}" ${pytho
 vemkn_host_test(Fault03.StaleFlagsOfR_NormalResult "${VEMKN_RSCRIPT}" ${r_host} stale_flags)
 vemkn_host_test(Fault09.ForkByMultiprocessing_TheSameBits "${VEMKN_PYTHON}" ${python_host} fork)
 vemkn_host_test(Fault09.ForkByMclapply_TheSameBits "${VEMKN_RSCRIPT}" ${r_host} fork)
+
+# Whether the gate for races sees one.
+if(VEMKN_SANITIZE MATCHES "thread")
+    add_executable(planted_race support/planted_race.cpp)
+    target_link_libraries(planted_race PRIVATE vemkn_objects vemkn_flags OpenMP::OpenMP_CXX)
+    add_test(NAME ThreadSanitizer.SeesAPlantedRace COMMAND planted_race)
+    set_tests_properties(ThreadSanitizer.SeesAPlantedRace PROPERTIES LABELS threads
+        PASS_REGULAR_EXPRESSION "WARNING: ThreadSanitizer: data race")
+endif()

@@ -1,5 +1,10 @@
 # Calls and texts that nobody thought of.
 
 vemkn_test(fuzz/test_random_calls LABELS unit deriv)
-# The plain loops multiply complex numbers that are all finite: no look at each product for infinities.
-target_compile_options(test_random_calls PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fcx-limited-range>)
+
+# libFuzzer comes with clang. Off but in the preset fuzz: everything has to be made for it.
+if(VEMKN_FUZZ)
+    add_executable(fuzz_description fuzz/fuzz_description.cpp)
+    target_link_libraries(fuzz_description PRIVATE vemkn_objects vemkn_flags)
+    target_link_options(fuzz_description PRIVATE -fsanitize=fuzzer)
+endif()

@@ -57,7 +57,7 @@ private:
         network.numout = 1 + random.below(3);
         network.nmult = random.below(3) == 0 ? 2 + random.below(2) : 1;
         const unsigned layers = 2 + random.below(random.below(4) == 0 ? 3 : 1);
-        const unsigned widest = random.below(6) == 0 ? 20 : 5;
+        const unsigned widest = random.below(8) == 0 ? 11 : 5;
         for (unsigned i = 0; i < layers; ++i) network.sizes.push_back(random.below(widest));
         // The chain fits where the last hidden width is the first size.
         if (network.nmult > 1) network.sizes.back() = network.sizes.front();
