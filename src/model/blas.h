@@ -11,7 +11,7 @@ struct Factor {
     std::size_t cols;
     bool transposed = false;
 
-    Factor(RowsView m) : data(m.data), rows(m.rows), cols(m.cols) {}
+    Factor(const RowsView& m) : data(m.data), rows(m.rows), cols(m.cols) {}
 
     Factor(const MatrixTemplate<double>& m) : Factor(RowsView(m)) {}
 

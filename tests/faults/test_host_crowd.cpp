@@ -27,13 +27,13 @@ using AllBits = std::vector<std::vector<std::uint64_t>>;
 // `hosts` threads call every entry point that often, each on its own handle or all on one.
 void expect_serial_bits(std::size_t hosts, bool one_handle, int calls)
 {
+    const int blas_threads = openblas_get_num_threads(), omp_threads = omp_get_max_threads();
     const std::vector<Request> asked = requests();
     std::vector<std::unique_ptr<Network>> nets;
     for (std::size_t i = 0; i < (one_handle ? 1 : hosts); ++i) {
         nets.push_back(std::make_unique<Network>(usual_network().text()));
         ASSERT_EQ(0, vemk_setpar(*nets.back(), 2, 8));
     }
-    const int blas_threads = openblas_get_num_threads(), omp_threads = omp_get_max_threads();
     std::vector<AllBits> expected;
     for (const Request& q : asked) expected.push_back(all_bits(*nets[0], q));
 
