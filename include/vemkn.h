@@ -140,8 +140,8 @@ VEMKN_API void releaseVEMKNet(VEMKNInfo* net);
 /** Sets the number of threads and the slice size.
  *
  * @param[in,out] net      handle
- * @param[in]     threads  1 ... 99999: number of shares that the slices are dealt to. The team of threads that works
- *                         on them never exceeds the number of shares, nor what OpenBLAS stands.
+ * @param[in]     threads  1 ... 99999: number of shares that the slices are dealt to, 64 of them at most. The team of
+ *                         threads that works on them never exceeds the number of shares, nor what OpenBLAS stands.
  * @param[in]     batch    rows of a slice, at least 1; anything else leaves the slice size as it is, silently
  * @return 0; -1 for threads out of range or a null handle, and nothing is changed.
  * Threads: must not overlap with other calls on this handle. */

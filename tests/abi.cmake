@@ -18,6 +18,12 @@ vemkn_script_test(Library.ExportsTheIntendedSymbolsOnly LABELS abi SCRIPT abi/ex
 # nosan: a sanitizer brings libraries of its own.
 vemkn_script_test(Library.NeedsNoUnusualLibrary LABELS abi nosan SCRIPT abi/needed_libraries.cmake
     VARIABLES LIBRARY=$<TARGET_FILE:vemkn> READELF=${CMAKE_READELF})
+# nosan: sanitizers do without most of it. Nor does a build that is not optimised.
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    vemkn_script_test(Library.IsHardenedAndKeepsToTheArithmeticOfTheStandard LABELS abi nosan SCRIPT abi/hardening.cmake
+        VARIABLES LIBRARY=$<TARGET_FILE:vemkn> READELF=${CMAKE_READELF} NM=${CMAKE_NM}
+                  COMMANDS=${PROJECT_BINARY_DIR}/compile_commands.json LINK=${PROJECT_BINARY_DIR}/build.ninja)
+endif()
 vemkn_script_test(CHost.CompilesAsC99AndCallsEveryFunction LABELS abi SCRIPT abi/c_host.cmake
     VARIABLES CC=${CMAKE_C_COMPILER} SANITIZE=${VEMKN_SANITIZE}
               HOST=${CMAKE_CURRENT_SOURCE_DIR}/abi/c_host.c INCLUDE=${PROJECT_SOURCE_DIR}/include

@@ -23,7 +23,7 @@ int vemk_g(::VEMKNInfo* net,
     const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{n} * nin}};
     return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         DoubleModel grad = zeros_like(model);
         const double objective = adj_objv(model, X, Y, 1.0, grad);

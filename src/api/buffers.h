@@ -5,6 +5,7 @@
 #include <valarray>
 
 #include "api/params.h"
+#include "eval/input_width.h"
 #include "model/matrix.h"
 
 // Caller buffers on their way in and out. Inputs are read where they lie and outputs written at the end of a call, so
@@ -30,6 +31,14 @@ private:
     MatrixTemplate<double> zeros_;
     RowsView view_;
 };
+
+// The input rows of a model. Too many columns end the process before zeros are made for that many.
+template <class Model>
+InputRows network_input(const Model& model, const double* data, std::size_t rows, std::size_t cols)
+{
+    check_input_width(model, cols);
+    return InputRows(data, rows, cols);
+}
 
 // A copy of n values, or n zeros in place of a null pointer.
 inline std::valarray<double> input_vector(const double* data, std::size_t n)

@@ -59,17 +59,8 @@ bool Refusal::residuals(unsigned nrows, unsigned ycols) const
 bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c) const
 {
     constexpr std::uint64_t limit = std::uint64_t{1} << 32;
-    // a*b fits in 64 bits, the whole product may not.
-    const unsigned __int128 all = static_cast<unsigned __int128>(a * b) * c;
-    if (all < limit) return false;
-    const bool fits = all <= UINT64_MAX;
-    return refuse("the number of ",
-                  what,
-                  ", ",
-                  fits ? "" : "more than ",
-                  fits ? static_cast<std::uint64_t>(all) : UINT64_MAX,
-                  ", is not below ",
-                  limit);
+    const std::uint64_t all = a * b * c;
+    return all >= limit && refuse("the number of ", what, ", ", all, ", is not below ", limit);
 }
 
 bool Refusal::directions(bool row_order, unsigned nw, unsigned nv) const

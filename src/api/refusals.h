@@ -34,7 +34,7 @@ public:
 
     // The number of target columns against the number of outputs, and the number of residuals.
     bool residuals(unsigned nrows, unsigned ycols) const;
-    // A product of counts that must stay below 2^32.
+    // A product of 32-bit counts that must stay below 2^32; of three only where that of the first two is known to.
     bool too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) const;
     // The number of direction values, and more directions than the tangents of row order.
     bool directions(bool row_order, unsigned nw, unsigned nv) const;

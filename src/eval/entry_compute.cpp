@@ -21,7 +21,7 @@ int vemk_compute(::VEMKNInfo* net,
     const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{nrows} * ncols}};
     return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, nrows, ncols);
+        const InputRows X = network_input(model, x, nrows, ncols);
         results.write(out, computev(model, X).store());
     });
 }
@@ -43,7 +43,7 @@ int vemk_residual(::VEMKNInfo* net,
     const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{nrows} * xcols}};
     return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, nrows, xcols);
+        const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         MatrixTemplate<double> R = computev(model, X);
         subtract_rows(R, Y);

@@ -22,7 +22,7 @@ int vemk_obj(::VEMKNInfo* net,
     const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{n} * nin}};
     return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         results.write(result, objv(model, X, Y));
     });
@@ -45,7 +45,7 @@ int vemk_objv(::VEMKNInfo* net,
     const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{n} * nin}};
     return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         std::valarray<double> values(std::size_t{n} * nout);
         element_norms(model, X, Y, values);

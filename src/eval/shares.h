@@ -18,12 +18,17 @@ namespace VEMKN {
 // ceil(count/threads) items, one block a share. Shares depend on these two numbers only, never on how many threads
 // really work, and each has sums of its own that are merged in share order: so the bits of a result do not depend on
 // the team either.
+//
+// As many shares as threads may work inside the library keep any team busy; of more, nearly all the time would go into
+// handing the merge from one thread to the next.
 class Shares {
 public:
+    static constexpr unsigned MAX_NUMBER = 64;
+
     Shares(std::size_t count, unsigned threads)
         : count_(count),
-          block_(static_cast<std::size_t>(
-              std::ceil(static_cast<double>(count) / static_cast<double>(threads)))),
+          block_(static_cast<std::size_t>(std::ceil(
+              static_cast<double>(count) / static_cast<double>(std::min(threads, MAX_NUMBER))))),
           number_(count == 0 ? 0 : static_cast<unsigned>((count + block_ - 1) / block_))
     {
     }

@@ -33,7 +33,7 @@ int vemk_Hv(::VEMKNInfo* net,
                           InputArray{x, std::uint64_t{n} * nin}};
     return computing_call(*net, factors, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
-        const InputRows X(x, n, nin);
+        const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         Trace trace;
         CarrierModel grad = zeros_like(model);

@@ -20,8 +20,8 @@ struct fad1 {
     std::valarray<T> derivatives;
 
     fad1() = default;
-    fad1(fad1&&) = default;
-    fad1& operator=(fad1&&) = default;
+    fad1(fad1&&) noexcept = default;
+    fad1& operator=(fad1&&) noexcept = default;
 
     // Here and below derivatives are filled in once the carrier owns them: a std::valarray that fails to copy an element
     // loses its storage.
@@ -51,7 +51,7 @@ struct fad1 {
     explicit fad1(const T& v) : fad1(v, g_ndd) {}
 
     // The vector of n copies of x with g_ndd directions: here n is the length.
-    fad1(const double& x, unsigned long n) requires std::is_same_v<T, std::valarray<double>>
+    fad1(const double& x, unsigned long n) requires(std::is_same_v<T, std::valarray<double>>)
         : fad1(T(x, n), g_ndd)
     {
     }
@@ -68,8 +68,8 @@ struct fad1 {
     void set_directions(std::size_t n) { VEMKN::set_size(derivatives, n); }
 
     // The entries that the mask selects, of the value and of every derivative.
-    fad1 operator[](
-        const std::valarray<bool>& mask) const requires std::is_same_v<T, std::valarray<double>>
+    fad1 operator[](const std::valarray<bool>& mask) const
+        requires(std::is_same_v<T, std::valarray<double>>)
     {
         fad1 part;
         part.value = value[mask];
@@ -80,7 +80,7 @@ struct fad1 {
 
     // The reverse: the entries that the mask selects take those of part, in ascending order.
     void scatter(const std::valarray<bool>& mask,
-                 const fad1& part) requires std::is_same_v<T, std::valarray<double>>
+                 const fad1& part) requires(std::is_same_v<T, std::valarray<double>>)
     {
         value[mask] = part.value;
         for (std::size_t k = 0; k < directions(); ++k) derivatives[k][mask] = part.derivatives[k];

@@ -32,7 +32,7 @@ int vemk_Jv(::VEMKNInfo* net,
                           InputArray{x, std::uint64_t{nrows} * xcols}};
     return computing_call(*net, factors, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
-        const InputRows X(x, nrows, xcols);
+        const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         Trace trace;
         yafad::VectorCarrier result(0.0, std::size_t{nrows} * ycols);

@@ -28,7 +28,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
                           InputArray{x, std::uint64_t{nrows} * xcols}};
     return computing_call(*net, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
-        const InputRows X(x, nrows, xcols);
+        const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, std::size_t{k} * nrows, ycols);
         std::valarray<RowsView> weightings(k);

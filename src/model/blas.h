@@ -13,7 +13,7 @@ struct Factor {
     std::size_t stride;
     bool transposed = false;
 
-    Factor(RowsView m) : data(m.data), rows(m.rows), cols(m.cols), stride(m.cols) {}
+    Factor(const RowsView& m) : data(m.data), rows(m.rows), cols(m.cols), stride(m.cols) {}
 
     Factor(const MatrixTemplate<double>& m) : Factor(RowsView(m)) {}
 

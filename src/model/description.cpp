@@ -12,8 +12,8 @@ namespace VEMKN {
 
 namespace {
 
-// Doubles that a handle holds for each parameter: one in the double model, a value and one tangent in the other.
-constexpr std::uint64_t DOUBLES_PER_PARAMETER = 3;
+// What a handle holds for each parameter: a double in the double model, a value and one tangent in the other.
+constexpr std::uint64_t BYTES_PER_PARAMETER = 3 * sizeof(double);
 
 // What a layer costs in both models beside its parameters: sizes, matrix and vector objects.
 constexpr std::uint64_t BYTES_PER_LAYER =
@@ -45,7 +45,7 @@ std::uint64_t bytes_needed(const Description& d, std::uint64_t limit)
         // At most 2^32 * 2^32 + 2^32 parameters, so the product by 24 needs the wider type.
         const unsigned __int128 parameters =
             static_cast<unsigned __int128>(d.rows(i)) * d.cols(i) + d.cols(i);
-        const unsigned __int128 layer = parameters * (DOUBLES_PER_PARAMETER * sizeof(double));
+        const unsigned __int128 layer = parameters * BYTES_PER_PARAMETER;
         if (layer > limit) return limit + 1;
         bytes += static_cast<std::uint64_t>(layer);
     }

@@ -44,8 +44,8 @@ public:
     }
 
     MatrixTemplate(const MatrixTemplate&) = default;
-    MatrixTemplate(MatrixTemplate&&) = default;
-    MatrixTemplate& operator=(MatrixTemplate&&) = default;
+    MatrixTemplate(MatrixTemplate&&) noexcept = default;
+    MatrixTemplate& operator=(MatrixTemplate&&) noexcept = default;
 
     MatrixTemplate& operator=(const MatrixTemplate& other)
     {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 #include <thread>
@@ -323,7 +324,7 @@ TEST_P(Team, WritesNoOutputWhenMemoryLacks)
     for (int count = 0;; ++count) {
         ASSERT_LT(count, 10000);
         value = -5;
-        array.assign(array.size(), -5);
+        std::fill(array.begin(), array.end(), -5);
         lack::from_allocation(count);
         bool caught = false;
         try {

@@ -86,6 +86,14 @@ TEST(Shares, AreNeverEmpty)
     EXPECT_EQ(Blocks{}, dealt(0, 4));
 }
 
+TEST(Shares, AreAtMostSixtyFour)
+{
+    EXPECT_EQ(64u, Shares(100'000, 99999).number());
+    EXPECT_EQ(64u, Shares(65 * 64, 65).number());
+    EXPECT_EQ(50u, Shares(100, 99999).number());
+    EXPECT_EQ((Blocks{{0, 1}, {1, 2}, {2, 3}}), dealt(3, 64));
+}
+
 TEST(Shares, CoverEverySliceOnce)
 {
     for (std::size_t count = 0; count < 60; ++count) {

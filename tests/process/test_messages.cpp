@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <regex.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <iomanip>
@@ -234,35 +232,6 @@ TEST(Messages, DoNotDependOnTheStylesOfTheHostsStreams)
     expect_success(outcome);
     EXPECT_EQ(BANNER + twice("invalid norm function name: l2\n"), outcome.out);
     EXPECT_EQ(twice(INVALID) + REFUSED, outcome.err);
-}
-
-SCENE(writes_nowhere)
-{
-    for (const std::string& file : arguments) {
-        const int nowhere = open(file.c_str(), O_WRONLY);
-        dup2(nowhere, STDOUT_FILENO);
-        dup2(nowhere, STDERR_FILENO);
-        close(nowhere);
-    }
-    std::cout.exceptions(std::ios::badbit | std::ios::failbit);
-    std::cerr.exceptions(std::ios::badbit | std::ios::failbit);
-    Network("3 2 2 1 8 3 4 relu l2");
-    Network("0 2 2 1 8 3 4 relu sum");
-    refuse_with_large_numbers();
-    call_everything(Network(GOOD));
-    _exit(7);  // flushing the host's own streams may fail now
-}
-
-TEST(Messages, AreNoErrorOnClosedStreams)
-{
-    const child::Outcome outcome = child::play("writes_nowhere", {}, {.closed_streams = true});
-    EXPECT_TRUE(outcome.exited_with(7)) << outcome.description();
-}
-
-TEST(Messages, AreNoErrorOnAFullDevice)
-{
-    const child::Outcome outcome = child::play("writes_nowhere", {"/dev/full"});
-    EXPECT_TRUE(outcome.exited_with(7)) << outcome.description();
 }
 
 SCENE(has_buffers_of_its_own)

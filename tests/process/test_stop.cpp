@@ -21,18 +21,10 @@ void says_how_the_end_looks()
 class TooManyColumns : public testing::TestWithParam<Entry> {
 protected:
     // Calls the entry point in a process of its own.
-    void expect_stop(const std::string& text,
-                     unsigned nrows,
-                     unsigned xcols,
-                     unsigned limit,
-                     unsigned threads = 1) const
+    void expect_stop(const std::string& text, unsigned nrows, unsigned xcols, unsigned limit) const
     {
-        const child::Outcome outcome = child::play("calls_with",
-                                                   {GetParam().name,
-                                                    text,
-                                                    std::to_string(nrows),
-                                                    std::to_string(xcols),
-                                                    std::to_string(threads)});
+        const child::Outcome outcome = child::play(
+            "calls_with", {GetParam().name, text, std::to_string(nrows), std::to_string(xcols)});
         EXPECT_TRUE(outcome.exited_with(3)) << outcome.description();
         EXPECT_EQ("too many predicates: " + std::to_string(xcols) + " > " + std::to_string(limit) +
                       "\nstop: too many predicates\n",
@@ -49,7 +41,6 @@ SCENE(calls_with)
 {
     const std::string text = arguments.at(1);
     VEMKNInfo* const net = initVEMKNet(text.data(), static_cast<int>(text.size()));
-    vemk_setpar(net, static_cast<unsigned>(std::stoul(arguments.at(4))), 1);
     static Numbers w, x, y, array;
     w.resize(vemk_numel(net));
     const auto nrows = static_cast<unsigned>(std::stoul(arguments.at(2)));
@@ -92,14 +83,6 @@ TEST_P(TooManyColumns, AreCountedAgainstTheInputsFirst)
     expect_stop("4 2 2 1 8 3 4 softplus sum", 3, 5, 4);
 }
 
-TEST_P(TooManyColumns, EndTheProcessOnceAndCleanlyWithManySlices)
-{
-    // Before any team is opened: ending the process from a worker would crash now and then.
-    for (int repetition = 0; repetition < 10; ++repetition) {
-        expect_stop("4 2 2 1 8 5 3 softplus sum", 64, 5, 4, 8);
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(Entries, TooManyColumns, testing::ValuesIn(ENTRIES), name_of);
 
 TEST_P(TooManyColumnsOfNoRows, EndTheProcessToo)
@@ -117,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(Entries,
 TEST(AsManyColumnsAsInputs, AreFine)
 {
     const child::Outcome outcome =
-        child::play("calls_with", {"vemk_compute", "4 2 2 1 8 4 3 softplus sum", "3", "4", "1"});
+        child::play("calls_with", {"vemk_compute", "4 2 2 1 8 4 3 softplus sum", "3", "4"});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
     EXPECT_EQ(BANNER + "returned\ntraps at exit: 0\n", outcome.out);
 }

@@ -2,6 +2,7 @@
 
 #include <cfenv>
 #include <cmath>
+#include <limits>
 
 // What the tests read and set of a thread's floating-point environment (x86-64: SSE and x87 have one each).
 
@@ -32,7 +33,7 @@ struct FpState {
 inline void leave_stale_flags()
 {
     __builtin_ia32_ldmxcsr(__builtin_ia32_stmxcsr() | LIBRARY_TRAPS);
-    volatile long double zero = 0.0L, huge = 1e4000L, result = 0.0L;
+    volatile long double zero = 0.0L, huge = std::numeric_limits<long double>::max(), result = 0.0L;
     result = zero / zero;
     result = huge / zero;
     result = huge * huge;

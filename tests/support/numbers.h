@@ -62,6 +62,7 @@ template <class List>
 std::vector<std::uint64_t> bits_of(const List& list)
 {
     std::vector<std::uint64_t> patterns;
+    patterns.reserve(std::size(list));
     for (const double x : list) patterns.push_back(bits(x));
     return patterns;
 }

@@ -1,22 +1,21 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <iostream>
-#include <sstream>
 
-#include "support/calls.h"
+#include "support/all_entries.h"
 #include "support/child.h"
 
 // Results in processes whose environment says how many threads there may be.
 
 namespace {
 
-plain::Network medium()
+void print(const std::vector<std::vector<std::uint64_t>>& lists)
 {
-    return {.numin = 5,
-            .numout = 2,
-            .sizes = {5, 8, 6},
-            .activation = "softplus",
-            .norm = "sum_log_dnorm_fat"};
+    for (const auto& patterns : lists) {
+        if (patterns.empty()) std::cout << "refused\n";
+        for (const std::uint64_t pattern : patterns) std::cout << std::hex << pattern << "\n";
+    }
 }
 
 using Environment = std::map<std::string, std::string>;
@@ -33,19 +32,15 @@ std::string bits_under(const Environment& environment)
 
 SCENE(prints_results)
 {
-    const Network net(medium().text());
-    const Batch batch = random_batch(medium(), 203, 5, 1);
+    const Network net(usual_network().text());
+    const Request q = random_request(usual_network(), 203, 5, 2, 1);
     for (const unsigned threads : {2u, 8u, 99999u}) {
         vemk_setpar(net, threads, 8);
-        for (const Entry& entry : ENTRIES) {
-            for (const std::uint64_t pattern : bits_of(results_of(entry, net, batch))) {
-                std::cout << std::hex << pattern << "\n";
-            }
-        }
+        print(all_bits(net, q));
     }
 }
 
-TEST(Environment, DoesNotChangeABitOfTheResults)
+TEST(Fault10, ThreadLimitsInTheEnvironment_TheSameBits)
 {
     const std::string expected = bits_under({});
     const Environment environments[] = {
@@ -64,6 +59,40 @@ TEST(Environment, DoesNotChangeABitOfTheResults)
     for (const Environment& environment : environments) {
         const auto& [name, value] = *environment.begin();
         EXPECT_EQ(expected, bits_under(environment)) << name << "=" << value;
+    }
+}
+
+SCENE(calls_inside_a_host_region)
+{
+    const Network net(usual_network().text());
+    vemk_setpar(net, 4, 8);
+    const Request q = random_request(usual_network(), 203, 5, 2, 1);
+    const auto expected = all_bits(net, q);
+    std::atomic<int> wrong{0}, calls{0};
+#pragma omp parallel num_threads(3)
+    for (int repetition = 0; repetition < 10; ++repetition, ++calls) {
+        if (all_bits(net, q) != expected) ++wrong;
+    }
+    // And one level deeper.
+#pragma omp parallel num_threads(2)
+#pragma omp parallel num_threads(2)
+    {
+        if (all_bits(net, q) != expected) ++wrong;
+        ++calls;
+    }
+    std::cout << calls << " calls, " << wrong << " wrong" << std::endl;
+}
+
+TEST(Fault10, CallsInsideARegionOfTheHost_TheSameBits)
+{
+    // Levels: how many regions inside each other may have teams.
+    const std::pair<const char*, int> levels[] = {{"1", 32}, {"2", 34}, {"3", 34}};
+    for (const auto& [level, calls] : levels) {
+        const child::Outcome outcome = child::play(
+            "calls_inside_a_host_region", {}, {.environment = {{"OMP_MAX_ACTIVE_LEVELS", level}}});
+        EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+        const std::string said = std::to_string(calls) + " calls, 0 wrong\n";
+        EXPECT_NE(std::string::npos, outcome.out.find(said)) << level << outcome.description();
     }
 }
 
@@ -87,7 +116,7 @@ SCENE(works_through_many_slices)
     std::cout << "done\n";
 }
 
-TEST(Environment, LosesNoSliceWhereTheTeamIsSmallerThanAsked)
+TEST(Fault10, TeamSmallerThanAsked_NoSliceIsLost)
 {
     for (const char* limit : {"1", "3"}) {
         const child::Outcome outcome = child::play(
@@ -95,20 +124,4 @@ TEST(Environment, LosesNoSliceWhereTheTeamIsSmallerThanAsked)
         EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
         EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out);
     }
-}
-
-TEST(OpenBlasVariant, OfAnyKindGivesRightResults)
-{
-    // Systems ship OpenBLAS with threads of its own, with OpenMP and without threads; a host may load any of them.
-    std::istringstream folders(VEMKN_OPENBLAS_FOLDERS);
-    std::string folder;
-    int variants = 0;
-    while (std::getline(folders, folder, ':')) {
-        const child::Outcome outcome = child::play(
-            "works_through_many_slices", {}, {.environment = {{"LD_LIBRARY_PATH", folder}}});
-        EXPECT_TRUE(outcome.exited_with(0)) << folder << ": " << outcome.description();
-        EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out) << folder;
-        ++variants;
-    }
-    if (variants == 0) GTEST_SKIP() << "no other variant is installed";
 }

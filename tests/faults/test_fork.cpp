@@ -8,22 +8,13 @@
 #include <mutex>
 #include <thread>
 
+#include "support/all_entries.h"
 #include "support/allocations.h"
-#include "support/calls.h"
 #include "support/fp_state.h"
 
 // A host that forks. In the child a call runs on one thread, with the same results.
 
 namespace {
-
-plain::Network medium()
-{
-    return {.numin = 5,
-            .numout = 2,
-            .sizes = {5, 8, 6},
-            .activation = "softplus",
-            .norm = "sum_log_dnorm_fat"};
-}
 
 // Whether f returns true in a child of this process.
 bool in_child(const std::function<bool()>& f)
@@ -39,32 +30,32 @@ bool in_child(const std::function<bool()>& f)
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-std::vector<std::uint64_t> everything(VEMKNInfo* net, const Batch& batch)
+std::vector<std::uint64_t> everything(VEMKNInfo* net, const Request& q)
 {
     std::vector<std::uint64_t> all;
-    for (const Entry& entry : ENTRIES) {
-        const auto patterns = bits_of(results_of(entry, net, batch));
+    for (const auto& patterns : all_bits(net, q)) {
+        EXPECT_FALSE(patterns.empty());
         all.insert(all.end(), patterns.begin(), patterns.end());
     }
     return all;
 }
 
-class Fork : public testing::Test {
+class Fault09 : public testing::Test {
 protected:
-    Fork() { vemk_setpar(net_, 4, 8); }
+    Fault09() { vemk_setpar(net_, 4, 8); }
 
-    std::vector<std::uint64_t> everything() const { return ::everything(net_, batch_); }
+    std::vector<std::uint64_t> everything() const { return ::everything(net_, request_); }
 
     bool same(const std::vector<std::uint64_t>& expected) const { return everything() == expected; }
 
 private:
-    Network net_{medium().text()};
-    Batch batch_ = random_batch(medium(), 203, 5, 1);
+    Network net_{usual_network().text()};
+    Request request_ = random_request(usual_network(), 203, 5, 2, 1);
 };
 
 }  // namespace
 
-TEST_F(Fork, GivesTheChildTheSameBits)
+TEST_F(Fault09, ForkAfterAThreadedCall_TheChildGetsTheSameBits)
 {
     const auto expected = everything();
     EXPECT_TRUE(in_child([&] { return same(expected); }));
@@ -72,7 +63,7 @@ TEST_F(Fork, GivesTheChildTheSameBits)
     EXPECT_TRUE(same(expected));
 }
 
-TEST_F(Fork, GivesTheChildTheSameBitsBeforeTheParentHadATeam)
+TEST_F(Fault09, ForkBeforeTheParentHadATeam_TheChildGetsTheSameBits)
 {
     std::vector<std::uint64_t> of_child;
     int channel[2];
@@ -89,7 +80,7 @@ TEST_F(Fork, GivesTheChildTheSameBitsBeforeTheParentHadATeam)
     EXPECT_EQ(expected, of_child);
 }
 
-TEST_F(Fork, WorksInAGrandchild)
+TEST_F(Fault09, ForkInTheChild_TheGrandchildGetsTheSameBits)
 {
     const auto expected = everything();
     EXPECT_TRUE(in_child([&] {
@@ -97,7 +88,7 @@ TEST_F(Fork, WorksInAGrandchild)
     }));
 }
 
-TEST_F(Fork, KeepsTheFrameInTheChild)
+TEST_F(Fault09, CallInTheChild_TrapsOffAndBlasThreadsAsTheChildSetThem)
 {
     openblas_set_num_threads(2);
     everything();
@@ -109,13 +100,13 @@ TEST_F(Fork, KeepsTheFrameInTheChild)
     openblas_set_num_threads(1);
 }
 
-TEST_F(Fork, LetsTheChildMakeHandlesOfItsOwn)
+TEST_F(Fault09, HandleMadeInTheChild_TheSameBits)
 {
     const auto expected = everything();
     EXPECT_TRUE(in_child([&] {
-        const Network other(medium().text());
+        const Network other(usual_network().text());
         vemk_setpar(other, 4, 8);
-        return ::everything(other, random_batch(medium(), 203, 5, 1)) == expected;
+        return ::everything(other, random_request(usual_network(), 203, 5, 2, 1)) == expected;
     }));
 }
 
@@ -143,7 +134,7 @@ void stop_in_the_middle()
 
 }  // namespace
 
-TEST_F(Fork, DuringACallOfAnotherThreadLeavesTheChildTheCountsOfTheHost)
+TEST_F(Fault09, ForkDuringACallOfAnotherThread_TheChildHasTheCountsOfTheHost)
 {
     const auto expected = everything();
     openblas_set_num_threads(2);
