@@ -1,6 +1,7 @@
 // Every entry point on five networks, three activations, one and two threads. Beside each time stand
 //
 //   x_products  the ratio to the bare BLAS products of the same shapes on one thread
+//   x_limit     the ratio to what the fastest products and the element functions alone would take (limit.h), on as many threads
 //   x_g         of a derivative product: the ratio to vemk_g on the same network
 //   x_forward   of a Jacobian-vector product: the ratio to N + 1 forward passes, each as vemk_objv makes it
 //
@@ -15,124 +16,18 @@
 #include <memory>
 #include <tuple>
 
-#include "problem.h"
+#include "entries.h"
+#include "limit.h"
 #include "yardstick.h"
 
 namespace {
 
+using bench::Entry;
 using bench::Problem;
 using bench::Products;
 using bench::Shape;
 
 constexpr unsigned BATCH = 32;
-
-// An entry point as the table knows it: its name, how many directions or weightings it gets, and how many forward and
-// backward products its result asks for in units of one pass.
-struct Entry {
-    const char* name;
-    unsigned directions;
-    double forward_passes;
-    double backward_passes;
-    void (*call)(const Problem&,
-                 unsigned directions,
-                 std::vector<double>& in,
-                 std::vector<double>& out);
-};
-
-void compute(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
-{
-    vemk_compute(p.net, p.w.data(), p.nw, p.x.data(), p.rows, p.nin, 0, out.data());
-}
-
-void obj(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
-{
-    vemk_obj(p.net, p.w.data(), p.nw, p.x.data(), p.y.data(), p.rows, p.nin, p.nout, out.data());
-}
-
-void objv(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
-{
-    vemk_objv(p.net, p.w.data(), p.nw, p.x.data(), p.y.data(), p.rows, p.nin, p.nout, out.data());
-}
-
-void g(const Problem& p, unsigned, std::vector<double>&, std::vector<double>& out)
-{
-    vemk_g(p.net,
-           p.w.data(),
-           p.nw,
-           p.x.data(),
-           p.y.data(),
-           p.rows,
-           p.nin,
-           p.nout,
-           out.data(),
-           out.data() + 1);
-}
-
-void Hv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<double>& out)
-{
-    vemk_Hv(p.net,
-            p.w.data(),
-            p.nw,
-            in.data(),
-            n,
-            p.x.data(),
-            p.y.data(),
-            p.rows,
-            p.nin,
-            p.nout,
-            out.data(),
-            out.data() + 1,
-            out.data() + 1 + p.nw);
-}
-
-void Jv(const Problem& p, unsigned n, std::vector<double>& in, std::vector<double>& out)
-{
-    const std::size_t elements = std::size_t{p.rows} * p.nout;
-    vemk_Jv(p.net,
-            p.w.data(),
-            p.nw,
-            in.data(),
-            n,
-            p.x.data(),
-            p.y.data(),
-            p.rows,
-            p.nin,
-            p.nout,
-            out.data(),
-            out.data() + elements);
-}
-
-void vJ(const Problem& p, unsigned, std::vector<double>& in, std::vector<double>& out)
-{
-    vemk_vJ(p.net,
-            p.w.data(),
-            p.nw,
-            in.data(),
-            0,
-            p.x.data(),
-            p.y.data(),
-            p.rows,
-            p.nin,
-            p.nout,
-            out.data(),
-            out.data() + p.y.size());
-}
-
-void vJ_vec(const Problem& p, unsigned k, std::vector<double>& in, std::vector<double>& out)
-{
-    vemk_vJ_vec(p.net,
-                p.w.data(),
-                p.nw,
-                in.data(),
-                k,
-                p.x.data(),
-                p.y.data(),
-                p.rows,
-                p.nin,
-                p.nout,
-                out.data(),
-                out.data() + p.y.size());
-}
 
 const Problem& problem(const Shape& shape, const std::string& activation)
 {
@@ -149,7 +44,8 @@ double unit_seconds(const Problem& p, const char* what, unsigned threads)
     const auto [entry, is_new] = measured.try_emplace({&p, what, threads}, 0.0);
     if (is_new) {
         std::vector<double> in, out(1 + p.nw + p.y.size());
-        entry->second = bench::median_seconds([&] { (*what == 'g' ? g : objv)(p, 0, in, out); });
+        entry->second =
+            bench::median_seconds([&] { (*what == 'g' ? bench::g : bench::objv)(p, 0, in, out); });
     }
     return entry->second;
 }
@@ -170,9 +66,8 @@ void run(benchmark::State& state,
 {
     const Problem& p = problem(shape, activation);
     vemk_setpar(p.net, threads, BATCH);
-    const std::size_t N = std::max(entry.directions, 1u);
-    std::vector<double> in = bench::uniform(N * std::max<std::size_t>(p.nw, p.y.size()), 7);
-    std::vector<double> out(1 + (N + 1) * (p.nw + p.y.size()));
+    const std::vector<double> in = bench::numbers_in(p, entry.directions);
+    std::vector<double> out = bench::numbers_out(p, entry.directions);
     const Products bare = products(shape);
     const double yardstick =
         entry.forward_passes * bare.forward + entry.backward_passes * bare.backward;
@@ -190,9 +85,10 @@ void run(benchmark::State& state,
     state.counters["products_us"] = 1e6 * yardstick;
     const double mean = seconds / static_cast<double>(state.iterations());
     state.counters["x_products"] = mean / yardstick;
+    state.counters["x_limit"] = mean / bench::limit_seconds(entry, shape, activation, threads);
     if (entry.directions == 0) return;
     state.counters["x_g"] = mean / unit_seconds(p, "g", threads);
-    if (entry.call == Jv) {
+    if (entry.call == bench::Jv) {
         state.counters["x_forward"] =
             mean / ((entry.directions + 1) * unit_seconds(p, "objv", threads));
     }
@@ -208,22 +104,7 @@ bool too_large(const Entry& entry, const Shape& shape)
 
 int main(int argc, char** argv)
 {
-    const std::vector<Entry> entries = {
-        {"compute", 0, 1, 0, compute},
-        {"obj", 0, 1, 0, obj},
-        {"objv", 0, 1, 0, objv},
-        {"g", 0, 1, 1, g},
-        {"Hv1", 1, 3, 3, Hv},
-        {"Hv8", 8, 17, 17, Hv},
-        {"Hv64", 64, 129, 129, Hv},
-        {"Jv1", 1, 3, 0, Jv},
-        {"Jv8", 8, 17, 0, Jv},
-        {"Jv64", 64, 129, 0, Jv},
-        {"vJ1", 1, 1, 1, vJ},
-        {"vJ_vec8", 8, 1, 8, vJ_vec},
-        {"vJ_vec64", 64, 1, 64, vJ_vec},
-    };
-    for (const Entry& entry : entries) {
+    for (const Entry& entry : bench::entries()) {
         for (const Shape& shape : bench::shapes()) {
             if (too_large(entry, shape)) continue;
             for (const char* activation : {"softplus", "atan", "relu"}) {
@@ -243,6 +124,7 @@ int main(int argc, char** argv)
     }
     benchmark::AddCustomContext("openblas_core", openblas_get_corename());
     benchmark::AddCustomContext("openblas", openblas_get_config());
+    benchmark::AddCustomContext("dgemm_gflops", std::to_string(bench::product_gflops()));
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

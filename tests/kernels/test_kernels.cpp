@@ -10,6 +10,7 @@
 
 #include "kernels/kernels.h"
 #include "kernels/lane.h"
+#include "support/accuracy.h"
 
 using namespace VEMKN;
 
@@ -37,12 +38,6 @@ int raised(const std::function<void()>& work)
     return std::fetestexcept(TRAPS);
 }
 
-double ulp(long double exact)
-{
-    const double d = std::fabs(static_cast<double>(exact));
-    return std::nextafter(d, INF) - d;
-}
-
 // The loops from x alone, one after the other as they are meant to be called.
 
 Numbers inner_of(const ElementKernels& kernels, const double* x, std::size_t n)
@@ -61,28 +56,6 @@ void pull(
     const ElementKernels& kernels, const double* x, const double* ybar, double* xbar, std::size_t n)
 {
     kernels.pull(x, inner_of(kernels, x, n).data(), ybar, xbar, n);
-}
-
-// The largest distance of computed from exact over seeded points, in units of the last place of exact or of `floor`,
-// whichever is larger.
-double worst_ulp(const ElementKernels& kernels,
-                 const std::function<long double(long double)>& exact,
-                 double low,
-                 double high,
-                 double floor)
-{
-    std::mt19937_64 engine(12345);
-    std::uniform_real_distribution<double> draw(low, high);
-    Numbers x(200000), y(x.size());
-    for (double& a : x) a = draw(engine);
-    value(kernels, x.data(), y.data(), x.size());
-    double worst = 0.0;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        const long double truth = exact(x[i]);
-        const double unit = std::max(ulp(truth), ulp(floor));
-        worst = std::max(worst, static_cast<double>(std::fabs(y[i] - truth)) / unit);
-    }
-    return worst;
 }
 
 class KernelsOf : public testing::TestWithParam<InstructionSet> {
@@ -131,7 +104,7 @@ bool same_or_close(double a, double b, double ulps)
 {
     if (std::isnan(b)) return std::isnan(a);
     if (a == b) return std::signbit(a) == std::signbit(b);
-    return std::fabs(a - b) <= ulps * ulp(b);
+    return std::fabs(a - b) <= ulps * accuracy::ulp(b);
 }
 
 // value and pull of one function at every hard point, in every lane of a vector beside harmless neighbours: the scalar
@@ -191,22 +164,15 @@ TEST_P(KernelsOf, RaiseNothingForNumbersOfEverydaySize)
 
 TEST_P(KernelsOf, StayWithinTheirErrorBounds)
 {
-    // The bounds are those of the vector functions of the maths library with the roundings of the formula on top.
-    const auto softplus = [](long double x) { return std::log1p(std::exp(x)); };
-    const auto density = [](long double x) {
-        const long double sigma = LogDnorm::SIGMA;
-        return -logl(expl(x * x / (-2 * sigma * sigma)) / sqrtl(2 * M_PIl * sigma * sigma)) +
-               (long double)LogDnorm::BIAS;
-    };
-    // exp(x) + 1 is rounded to a double near 1, so the error below x = 0 is absolute: in units of the last place of 1 it
-    // is at most 0.5 from that sum, 3.1/2 from exp and 1.6/2 from log.
-    EXPECT_LE(worst_ulp(k.softplus, softplus, -40.0, 0.0, 1.0), 2.9);
-    EXPECT_LE(worst_ulp(k.softplus, softplus, 0.0, 300.0, 0.0), 4.0);
-    EXPECT_LE(worst_ulp(
-                  k.atan, [](long double x) { return std::atan(x); }, -50, 50, 0),
-              4.0);
-    // The exponent up to -18 and its rounding decide here: units of the last place of 18.
-    EXPECT_LE(worst_ulp(k.log_dnorm, density, -2.0, 2.0, 18.0), 2.0);
+    for (const accuracy::Group<long double>& group : accuracy::groups<long double>()) {
+        std::vector<double> worst(group.rows.size(), 0.0);
+        accuracy::Block<long double>(group, 200000, 12345).raise(k, worst);
+        for (std::size_t r = 0; r < worst.size(); ++r) {
+            EXPECT_LE(worst[r], group.rows[r].bound)
+                << group.name << ", " << group.rows[r].what << ", points " << group.low << " to "
+                << group.high;
+        }
+    }
 }
 
 TEST_P(KernelsOf, GiveAnElementTheSameBitsWhereverItStands)

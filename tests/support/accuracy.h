@@ -1,0 +1,200 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kernels/kernels.h"
+
+// How far the element kernels may be off, row by row: what docs/accuracy.md tabulates and bench/ulp.cpp measures against
+// MPFR, and what tests/kernels holds every instruction set to against long double. Real is the number type of the truth:
+// it has + - * / and unary minus, exp, log, atan, a constructor from double and a conversion to long double.
+
+namespace accuracy {
+
+// Outputs of the kernels of one element function.
+enum Quantity { INNER, VALUE, SLOPE, PULL, BEND, QUANTITIES };
+
+// What they are at a point, with pull and bend still to be multiplied by ybar.
+template <class Real>
+using Truth = std::array<Real, QUANTITIES>;
+
+struct Row {
+    Quantity quantity;
+    const char* what;
+    // The error counts in units of the last place of the exact result, or of this number where that is larger in magnitude.
+    double floor;
+    // The largest error of 10^7 points and a tenth more: the worst points are rare, and any other sample may meet a worse one.
+    double bound;
+};
+
+// Points of one range of arguments, and what is measured there.
+template <class Real>
+struct Group {
+    const char* name;
+    VEMKN::SmoothKernels VEMKN::Kernels::*kernels;
+    double low, high;
+    // Magnitudes spread evenly over the exponents, and both signs where low is negative; else uniform.
+    bool logarithmic;
+    Truth<Real> (*truth)(double);
+    std::vector<Row> rows;
+    // For the logarithm alone: the kernels get points as t, this as x, so that nothing but the logarithm is in the error.
+    bool points_are_inner = false;
+};
+
+template <class Real>
+Truth<Real> softplus(double a)
+{
+    using std::exp, std::log;
+    const Real one(1.0), e = exp(Real(a)), sum = one + e;
+    const Real slope = e / sum;
+    return {e, log(sum), slope, slope, slope / sum};
+}
+
+template <class Real>
+Truth<Real> atan_(double a)
+{
+    using std::atan;
+    const Real one(1.0), x(a), slope = one / (x * x + one);
+    return {x, atan(x), slope, slope, -(Real(2.0) * x) * slope * slope};
+}
+
+// With the constants as the doubles that they are in the library.
+template <class Real>
+Truth<Real> log_dnorm(double a)
+{
+    using std::exp, std::log, std::sqrt;
+    using VEMKN::FatDensity, VEMKN::LogDnorm;
+    const Real x(a), two(2.0), sigma(LogDnorm::SIGMA), bias(LogDnorm::BIAS);
+    if (std::fabs(a) < 6.0 * LogDnorm::SIGMA) {
+        const Real variance = sigma * sigma, exponent = x * x / (two * variance);
+        const Real norm = sqrt(Real(FatDensity::TWO_PI) * variance), slope = x / variance;
+        return {
+            exp(-exponent) / norm, exponent + log(norm) + bias, slope, slope, Real(1.0) / variance};
+    }
+    const Real q = Real(1.0) / (x * x + Real(FatDensity::TAIL_SCALE_SQ));
+    const Real f = Real(FatDensity::TAIL_SCALE) * q / Real(FatDensity::PI);
+    const Real slope = two * x * q;
+    return {f, bias - log(f), slope, slope, two * q - slope * slope};
+}
+
+// log(1 + e) of an e, with the sum as the double that it is: log of numbers from 1 on.
+template <class Real>
+Truth<Real> log_of_sum(double e)
+{
+    using std::log;
+    return {Real(e), log(Real(1.0 + e)), Real(0.0), Real(0.0), Real(0.0)};
+}
+
+// exp(x) + 1 is rounded to a double near 1, so the error of softplus below x = 0 is absolute: units of the last place of 1.
+// In the likelihood's core the exponent and its rounding decide, and the bias cancels near 0: units of the last place of
+// the largest exponent. The density itself carries the rounding of its exponent as a relative error: that many ulps.
+template <class Real>
+const std::vector<Group<Real>>& groups()
+{
+    using VEMKN::Kernels;
+    // clang-format off
+    static const std::vector<Group<Real>> all = {
+        {"softplus", &Kernels::softplus, -40, 40, false, softplus<Real>, {
+            {INNER, "inner: exp(x)", 0, 3.5}, {VALUE, "value", 1, 2.9}, {SLOPE, "slope", 0, 5},
+            {PULL, "pull", 0, 6}, {BEND, "bend", 0, 8.2}}},
+        {"softplus", &Kernels::softplus, -700, 300, false, softplus<Real>, {
+            {INNER, "inner: exp(x)", 0, 3.4}, {VALUE, "value", 1, 2.8}, {SLOPE, "slope", 0, 4.2},
+            {PULL, "pull", 0, 5.2}, {BEND, "bend", 0, 6.9}}},
+        {"log", &Kernels::softplus, 1e-16, 1e130, true, log_of_sum<Real>, {
+            {VALUE, "value: log(1 + e) of e", 0, 1.8}}, true},
+        {"atan", &Kernels::atan, -5, 5, false, atan_<Real>, {
+            {VALUE, "value", 0, 1.9}, {SLOPE, "slope", 0, 2.2}, {PULL, "pull", 0, 2.2}, {BEND, "bend", 0, 6}}},
+        {"atan", &Kernels::atan, -1e100, 1e100, true, atan_<Real>, {
+            {VALUE, "value", 0, 2.6}, {SLOPE, "slope", 0, 2.6}, {PULL, "pull", 0, 2.5}, {BEND, "bend", 0, 6.4}}},
+        {"log_dnorm", &Kernels::log_dnorm, -1, 1, false, log_dnorm<Real>, {
+            {INNER, "inner: density", 0, 11.5}, {VALUE, "value", 4.5, 2.3}, {SLOPE, "slope", 0, 1.1},
+            {PULL, "pull", 0, 3.7}, {BEND, "bend", 0, 1.7}}},
+        {"log_dnorm", &Kernels::log_dnorm, -2, 2, false, log_dnorm<Real>, {
+            {INNER, "inner: density", 0, 38.2}, {VALUE, "value", 18, 2.3}, {SLOPE, "slope", 0, 1.1},
+            {PULL, "pull", 0, 3.8}, {BEND, "bend", 0, 1.7}}},
+        {"log_dnorm", &Kernels::log_dnorm, 2, 1e70, true, log_dnorm<Real>, {
+            {INNER, "inner: density", 0, 3.5}, {VALUE, "value", 0, 1.5}, {SLOPE, "slope", 0, 3.1},
+            {PULL, "pull", 0, 6.3}, {BEND, "bend", 0, 11.5}}},
+    };
+    // clang-format on
+    return all;
+}
+
+inline double ulp(long double exact)
+{
+    const double d = std::fabs(static_cast<double>(exact));
+    return std::nextafter(d, std::numeric_limits<double>::infinity()) - d;
+}
+
+// The smallest magnitude of a logarithmic range that has both signs.
+constexpr double SMALLEST = 1e-30;
+
+// Seeded points of a group, with the truth of each.
+template <class Real>
+struct Block {
+    Block(const Group<Real>& a_group, std::size_t n, unsigned seed)
+        : group(a_group), x(n), ybar(n), exact(n)
+    {
+        std::mt19937_64 engine(seed);
+        std::uniform_real_distribution<double> unit(0.0, 1.0), sign(-1.0, 1.0);
+        const bool signs = group.low < 0.0;
+        const double first = std::log(signs ? SMALLEST : group.low);
+        for (std::size_t i = 0; i < n; ++i) {
+            const double at = unit(engine);
+            ybar[i] = sign(engine);
+            if (group.logarithmic) {
+                x[i] = std::exp(first + at * (std::log(group.high) - first));
+                if (signs) x[i] = std::copysign(x[i], sign(engine));
+            } else {
+                x[i] = group.low + at * (group.high - group.low);
+            }
+            const Truth<Real> truth = group.truth(x[i]);
+            for (int q = 0; q < QUANTITIES; ++q) {
+                exact[i][q] = static_cast<long double>(truth[q]);
+                if (q == PULL || q == BEND) exact[i][q] *= static_cast<long double>(ybar[i]);
+            }
+        }
+    }
+
+    // Raises worst, one entry a row of the group, to the largest errors of these kernels here.
+    void raise(const VEMKN::Kernels& kernels, std::vector<double>& worst) const
+    {
+        const VEMKN::SmoothKernels& k = kernels.*group.kernels;
+        const std::size_t n = x.size();
+        std::array<std::vector<double>, QUANTITIES> y;
+        for (std::vector<double>& numbers : y) numbers.resize(n);
+        if (group.points_are_inner) {
+            k.value(std::vector<double>(n, 0.0).data(), x.data(), y[VALUE].data(), n);
+        } else {
+            y[INNER] = x;
+            if (k.inner != nullptr) k.inner(x.data(), y[INNER].data(), n);
+            const double* t = y[INNER].data();
+            std::vector<double> again(n);
+            k.value_slope(x.data(), t, y[VALUE].data(), y[SLOPE].data(), n);
+            k.pull_slope_bend(
+                x.data(), t, ybar.data(), again.data(), again.data(), y[BEND].data(), n);
+            k.value(x.data(), t, y[VALUE].data(), n);
+            k.pull(x.data(), t, ybar.data(), y[PULL].data(), n);
+        }
+        for (std::size_t r = 0; r < worst.size(); ++r) {
+            const Row& row = group.rows[r];
+            for (std::size_t i = 0; i < n; ++i) {
+                const long double truth = exact[i][row.quantity];
+                const double off = static_cast<double>(std::fabs(y[row.quantity][i] - truth));
+                const double error = off / std::max(ulp(truth), ulp(row.floor));
+                // so that NaN gets through
+                if (!(error <= worst[r])) worst[r] = error;
+            }
+        }
+    }
+
+    const Group<Real>& group;
+    std::vector<double> x, ybar;
+    std::vector<std::array<long double, QUANTITIES>> exact;
+};
+
+}  // namespace accuracy
