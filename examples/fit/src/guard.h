@@ -7,15 +7,15 @@ namespace fit {
 
 /** Keeps the weights where the network can be evaluated.
  *
- * The library arms floating-point traps while it computes, so one overflow ends the process, and a
- * line search that extrapolates may try any step: weights of 1e30 in three layers, squared in the
- * objective, are an overflow. Every step is therefore checked before the library sees it: with the
+ * A line search that extrapolates may try any step: weights of 1e30 in three layers, squared in the
+ * objective, are an overflow. The library's quiet mode then gives an infinity, which the objective
+ * hands on, but well before that all digits are lost, and gradients overflow earlier than values.
+ * Every step is therefore checked before the library sees it: with the
  * largest magnitude of each input, the largest magnitude that any pre-activation can have is carried
  * from layer to layer, for no more than one row's work. Beyond 1e6 a step is refused. That is far
  * from trouble, as trouble begins where the square of something overflows, at 1e154, and far from
  * any use. A lower limit would act as a wall: small data sets are overfitted with pre-activations of
- * several hundreds, and it is the held-out rows that should put an end to that. The library's quiet
- * mode would hand back a NaN instead, which a line search can do nothing with. Box bounds on the
+ * several hundreds, and it is the held-out rows that should put an end to that. Box bounds on the
  * weights would have to be very narrow to promise the same, as they multiply up over the layers. */
 class Guard {
 public:

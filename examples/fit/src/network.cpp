@@ -6,9 +6,10 @@
 namespace fit {
 namespace {
 
+// 1 is no refusal: it says that not all results are finite, which whoever reads them will see.
 void accepted(int status, const char* call)
 {
-    if (status != 0) throw std::runtime_error(std::string(call) + ": the library refused the call");
+    if (status < 0) throw std::runtime_error(std::string(call) + ": the library refused the call");
 }
 
 unsigned count(Eigen::Index n)
@@ -55,6 +56,8 @@ Network::Network(const Shape& shape, const std::string& norm, const Threads& thr
       description_(describe(shape, norm, threads.batch)),
       net_(initVEMKNet(description_.data(), static_cast<int>(description_.size())))
 {
+    // A step too far shall cost a step, not the process.
+    accepted(vemk_quiet(net_.get(), 1), "vemk_quiet");
     accepted(vemk_setpar(net_.get(), threads.count, threads.batch), "vemk_setpar");
     // Column d of a direction matrix is direction d; this is how Matrix lies in memory.
     vemk_major(net_.get(), 0);

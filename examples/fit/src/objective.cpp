@@ -1,6 +1,7 @@
 #include "objective.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace fit {
@@ -32,7 +33,10 @@ double Objective::value(const Vector& w)
         return std::numeric_limits<double>::infinity();
     }
     ++counts.values;
-    return safe_value(w);
+    const double value = safe_value(w);
+    if (std::isfinite(value)) return value;
+    ++counts.refused;
+    return std::numeric_limits<double>::infinity();
 }
 
 double NormObjective::safe_value(const Vector& w)
