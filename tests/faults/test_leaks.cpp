@@ -4,6 +4,7 @@
 #include "support/all_entries.h"
 
 // Of LeakSanitizer, in programs that have it: whether something leaked up to now.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): its name
 extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
 
 namespace {

@@ -105,7 +105,7 @@ protected:
         const Network net(p.shape.text());
         Capture err = Capture::error(), out = Capture::output();
         GetParam().call(net, p);
-        const std::string output = out.text();
+        std::string output = out.text();
         EXPECT_EQ("", err.text());
         return output;
     }

@@ -22,7 +22,7 @@ public:
         if (area == MAP_FAILED) return;
         for (std::size_t at = 0; at < bytes_; at += BLOCK) {
             void* const place = static_cast<char*>(area) + at;
-            mmap(place, BLOCK, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0);
+            if (mmap(place, BLOCK, PROT_READ, MAP_SHARED | MAP_FIXED, file, 0) != place) return;
         }
         close(file);
         data_ = static_cast<double*>(area);

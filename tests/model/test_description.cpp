@@ -15,7 +15,7 @@ DoubleModel parse(const std::string& text)
 }
 
 // What the parser says about a text on one stream; the banner may come first, once a process.
-std::string without_banner(std::string text)
+std::string without_banner(const std::string& text)
 {
     const std::string banner = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
     return text.rfind(banner, 0) == 0 ? text.substr(banner.size()) : text;
