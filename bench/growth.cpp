@@ -1,0 +1,186 @@
+// How the cost of a call grows: times over rows, width, layers and directions, the memory of a call, and the overhead of
+// the smallest one. bench/growth runs it and makes tables and a plot of what it prints, tab-separated:
+//
+//     vemkn_growth rows|width|layers|directions|overhead     section  entry  threads  x  seconds
+//     vemkn_growth memory                                    memory   entry  network  peak bytes  bytes kept
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "entries.h"
+#include "yardstick.h"
+
+namespace {
+
+// What operator new has given out, which is all memory of the library but OpenBLAS's own.
+std::atomic<std::size_t> in_use, peak;
+
+}  // namespace
+
+void* operator new(std::size_t n)
+{
+    void* p = std::malloc(n);
+    if (p == nullptr) throw std::bad_alloc();
+    const std::size_t now = in_use += malloc_usable_size(p);
+    std::size_t before = peak;
+    while (now > before && !peak.compare_exchange_weak(before, now)) {
+    }
+    return p;
+}
+
+void operator delete(void* p) noexcept
+{
+    in_use -= malloc_usable_size(p);
+    std::free(p);
+}
+
+void operator delete(void* p, std::size_t) noexcept
+{
+    operator delete(p);
+}
+
+namespace {
+
+using bench::Entry;
+using bench::Problem;
+using bench::Shape;
+
+constexpr int BATCH = 32;
+
+// An entry point with a number of directions; all others as in bench::entries().
+struct Curve {
+    const char* name;
+    bench::Call* call;
+    unsigned directions;
+};
+
+const std::vector<Curve>& curves()
+{
+    static const std::vector<Curve> all = {{"obj", bench::obj, 0},
+                                           {"g", bench::g, 0},
+                                           {"Hv1", bench::Hv, 1},
+                                           {"Jv1", bench::Jv, 1},
+                                           {"vJ_vec8", bench::vJ_vec, 8}};
+    return all;
+}
+
+void print_time(const char* section, const Curve& curve, const Problem& p, double x)
+{
+    const std::vector<double> in = bench::numbers_in(p, curve.directions);
+    std::vector<double> out = bench::numbers_out(p, curve.directions);
+    for (const unsigned threads : {1u, 2u}) {
+        vemk_setpar(p.net, threads, BATCH);
+        const double seconds =
+            bench::median_seconds([&] { curve.call(p, curve.directions, in, out); });
+        std::printf("%s\t%s\t%u\t%.10g\t%.6g\n", section, curve.name, threads, x, seconds);
+        std::fflush(stdout);
+    }
+}
+
+void print_times(const char* section, const Shape& shape, double x, std::size_t curves_from_first)
+{
+    const Problem p(shape, "softplus", "sum_log_dnorm_fat");
+    for (std::size_t c = 0; c < curves_from_first; ++c) print_time(section, curves()[c], p, x);
+}
+
+void over_rows()
+{
+    for (const unsigned rows :
+         {100u, 316u, 1000u, 3162u, 10000u, 31623u, 100000u, 316228u, 1000000u}) {
+        print_times("rows", {"10-32-1", {10, 32, 1}, rows}, rows, curves().size());
+    }
+    // the objective and its gradient alone
+    print_times("rows", {"10-32-1", {10, 32, 1}, 10000000}, 1e7, 2);
+}
+
+void over_width()
+{
+    for (const unsigned width : {4u, 8u, 16u, 32u, 64u, 128u, 256u, 512u}) {
+        print_times("width", {"10-w-w-1", {10, width, width, 1}, 1000}, width, curves().size());
+    }
+}
+
+void over_layers()
+{
+    for (unsigned layers = 2; layers <= 8; ++layers) {
+        Shape shape = {"10-32-...-1", {10}, 1000};
+        shape.widths.insert(shape.widths.end(), layers - 1, 32);
+        shape.widths.push_back(1);
+        print_times("layers", shape, layers, curves().size());
+    }
+}
+
+void over_directions()
+{
+    const Shape shape = {"8-16-16-1", {8, 16, 16, 1}, 1000};
+    const Problem p(shape, "softplus", "sum_log_dnorm_fat");
+    for (unsigned n = 1; n <= 256; n *= 2) {
+        print_time("directions", {"Hv", bench::Hv, n}, p, n);
+        print_time("directions", {"Jv", bench::Jv, n}, p, n);
+        print_time("directions", {"vJ_vec", bench::vJ_vec, n}, p, n);
+    }
+}
+
+void overhead()
+{
+    const Shape shape = {"2-5-1", {2, 5, 1}, 1};
+    const Problem p(shape, "softplus", "sum_log_dnorm_fat");
+    for (const Entry& entry : bench::entries()) {
+        if (entry.directions > 8) continue;
+        print_time("overhead", {entry.name, entry.call, entry.directions}, p, 1);
+    }
+}
+
+void memory()
+{
+    for (const Shape& shape : bench::shapes()) {
+        for (const Entry& entry : bench::entries()) {
+            if (entry.call != bench::g && entry.call != bench::Hv) continue;
+            const Problem p(shape, "softplus", "sum_log_dnorm_fat");
+            vemk_setpar(p.net, 1, BATCH);
+            const std::vector<double> in = bench::numbers_in(p, entry.directions);
+            std::vector<double> out = bench::numbers_out(p, entry.directions);
+            const std::size_t before = in_use;
+            peak = before;
+            entry.call(p, entry.directions, in, out);
+            const std::size_t kept = in_use - before;
+            std::printf("memory\t%s\t%s, %u rows\t%zu\t%zu\n",
+                        entry.name,
+                        shape.name,
+                        shape.rows,
+                        peak - before,
+                        kept);
+            std::fflush(stdout);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    struct Section {
+        const char* name;
+        void (*run)();
+    };
+
+    constexpr Section SECTIONS[] = {{"rows", over_rows},
+                                    {"width", over_width},
+                                    {"layers", over_layers},
+                                    {"directions", over_directions},
+                                    {"overhead", overhead},
+                                    {"memory", memory}};
+    for (const Section& section : SECTIONS) {
+        if (argc == 2 && std::strcmp(argv[1], section.name) == 0) {
+            section.run();
+            return 0;
+        }
+    }
+    std::fputs("usage: vemkn_growth rows|width|layers|directions|overhead|memory\n", stderr);
+    return 2;
+}
