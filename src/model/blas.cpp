@@ -119,7 +119,7 @@ void product(const Factor& A, const Factor& B, double* C, Into into)
         Factor Bt = B;
         Bt.transposed = !B.transposed;
         matrix_times_vector(Bt, A.data, A.transposed ? A.stride : 1, C, into);
-    } else if (n == 1 && !A.transposed) {
+    } else if (n == 1) {
         matrix_times_vector(A, B.data, B.transposed ? 1 : B.stride, C, into);
     } else if (A.transposed) {
         const std::size_t panel = panel_length(m, n * k);
