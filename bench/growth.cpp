@@ -90,8 +90,7 @@ void print_times(const char* section, const Shape& shape, double x, std::size_t 
 
 void over_rows()
 {
-    for (const unsigned rows :
-         {100u, 316u, 1000u, 3162u, 10000u, 31623u, 100000u, 316228u, 1000000u}) {
+    for (const unsigned rows : {100u, 316u, 1000u, 3162u, 10000u, 100000u, 1000000u}) {
         print_times("rows", {"10-32-1", {10, 32, 1}, rows}, rows, curves().size());
     }
     // the objective and its gradient alone
