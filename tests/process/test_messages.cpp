@@ -221,8 +221,8 @@ SCENE(has_streams_of_its_own_style)
         *stream << std::hex << std::showbase << std::uppercase << std::setfill('*') << std::left;
         stream->width(40);
     }
-    Network("3 2 2 1 8 3 4 relu l2");
-    Network("0 2 2 1 8 3 4 relu sum");
+    const Network unknown_norm("3 2 2 1 8 3 4 relu l2");
+    const Network invalid("0 2 2 1 8 3 4 relu sum");
     refuse_with_large_numbers();
 }
 
@@ -238,8 +238,8 @@ SCENE(has_buffers_of_its_own)
 {
     std::cout.rdbuf(nullptr);
     std::cerr.rdbuf(nullptr);
-    Network("3 2 2 1 8 3 4 relu l2");
-    Network("0 2 2 1 8 3 4 relu sum");
+    const Network unknown_norm("3 2 2 1 8 3 4 relu l2");
+    const Network invalid("0 2 2 1 8 3 4 relu sum");
 }
 
 TEST(Messages, AreNoErrorOnStreamsWithoutABuffer)

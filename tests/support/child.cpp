@@ -65,7 +65,10 @@ std::vector<std::string> environment_with(const std::map<std::string, std::strin
         const std::string text = *entry;
         if (changes.count(text.substr(0, text.find('='))) == 0) all.push_back(text);
     }
-    for (const auto& [name, value] : changes) all.push_back(name + "=" + value);
+    for (const auto& [name, value] : changes) {
+        all.push_back(name);
+        all.back().append("=").append(value);
+    }
     return all;
 }
 
