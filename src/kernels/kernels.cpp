@@ -27,18 +27,13 @@ const Kernels& kernels_of(InstructionSet set)
 
 namespace {
 
-const Kernels* in_use = &kernels_of(best_instruction_set());
+const Kernels& IN_USE = kernels_of(best_instruction_set());
 
 }  // namespace
 
 const Kernels& kernels()
 {
-    return *in_use;
-}
-
-void use_kernels(InstructionSet set)
-{
-    in_use = &kernels_of(set);
+    return IN_USE;
 }
 
 }  // namespace VEMKN

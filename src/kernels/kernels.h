@@ -69,9 +69,6 @@ const Kernels& kernels_of(InstructionSet set);
 // The kernels in use.
 const Kernels& kernels();
 
-// Puts others into use, for tests; not while a call runs.
-void use_kernels(InstructionSet set);
-
 // The loops of element function F.
 template <class F>
 const auto& element_kernels();
