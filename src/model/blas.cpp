@@ -62,7 +62,9 @@ void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_
                 dimension(stride));
 }
 
-thread_local bool plain_products = false;
+// In the block that every thread has from its start, as libgomp's own: an access is one instruction, and a library that is
+// loaded later needs no storage made for it.
+[[gnu::tls_model("initial-exec")]] thread_local bool plain_products = false;
 
 // For dimensions that the 32-bit integers of BLAS cannot express, and for PlainProducts.
 void plain_product(const Factor& A, const Factor& B, double* C, Into into)
