@@ -57,7 +57,7 @@
  *
  * ## Results and threads
  *
- * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares, and the shares' sums are added in
+ * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares (64 at most), and the shares' sums are added in
  * a fixed order: the same input with the same threads and batch gives the same bits on one machine, run after run,
  * however many threads really ran. A team has at most as many threads as there are shares, or processors (16 where
  * there are fewer). Calls may overlap in time, on one handle too, as long as no setter runs on it meanwhile; at most 64
@@ -335,7 +335,7 @@ VEMKN_API int vemk_objv(VEMKNInfo* net, const double* w, unsigned nw, const doub
  * @param[in]  r       array of length [a*b]
  * @param[in]  a, b    dimensions
  * @param[out] result  one double; 0.0 for no elements
- * @return 0; -1 for a null handle, an unknown norm name or 2^32 or more elements.
+ * @return 0; -1 for a null handle, an unknown norm name or 2^32 or more elements; 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   an element beyond about 7.6e153 overflows in the likelihood: SIGFPE.
@@ -348,7 +348,7 @@ VEMKN_API int vemk_norm(VEMKNInfo* net, const double* r, unsigned a, unsigned b,
  * @param[in]  x    array of length [n]
  * @param[in]  n    number of elements; 0 writes nothing
  * @param[out] out  array of length [n]
- * @return 0; -1 for a null handle or an unknown norm name.
+ * @return 0; -1 for a null handle or an unknown norm name; 1 as told at vemk_quiet.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   as vemk_norm.

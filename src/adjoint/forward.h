@@ -103,7 +103,7 @@ void adj_layer(const Input& H,
 // Gradient of every weight and bias, from a tape that forward() filled and the adjoint Obar of the outputs. Every entry
 // of grad is overwritten, or added to. The tape is only read: several sweeps may share it.
 //
-// To add, the gradient of a layer is formed and added by do_add while it is in cache. With several passes a layer's
+// To add, the gradient of a layer is formed first and then added, while it is in cache. With several passes a layer's
 // gradient is a sum itself, formed apart.
 template <class Model>
 void backward(const Model& net,

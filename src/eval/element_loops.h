@@ -43,6 +43,13 @@ void shape_kept(const MatrixTemplate<double>& x, MatrixTemplate<double>& kept)
     if constexpr (F::HAS_INNER) take_shape(x, kept);
 }
 
+// Room there for element `at` and those after it; null where nothing is kept.
+template <class F>
+double* kept_room(MatrixTemplate<double>& kept, std::size_t at)
+{
+    return F::HAS_INNER ? kept.data() + at : nullptr;
+}
+
 // Where that lies.
 template <class F>
 const double* kept_of(const MatrixTemplate<double>& x, const MatrixTemplate<double>& kept)
@@ -57,7 +64,7 @@ void apply(const MatrixTemplate<double>& x, MatrixTemplate<double>& y, MatrixTem
     take_shape(x, y);
     shape_kept<F>(x, kept);
     for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = inner_of<F>(x.data() + at, kept.data() + at, n);
+        const double* const t = inner_of<F>(x.data() + at, kept_room<F>(kept, at), n);
         element_kernels<F>().value(x.data() + at, t, y.data() + at, n);
     });
 }

@@ -18,8 +18,8 @@ int vemk_compute(::VEMKNInfo* net,
         refusal.too_many("results", nrows, net->model.numout)) {
         return REFUSED;
     }
-    const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{nrows} * ncols}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {input_rows(*net, x, nrows, ncols)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X = network_input(model, x, nrows, ncols);
         results.write(out, computev(model, X).store());
@@ -40,8 +40,8 @@ int vemk_residual(::VEMKNInfo* net,
     if (refusal.network() || refusal.weight_count(w, nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
-    const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{nrows} * xcols}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {input_rows(*net, x, nrows, xcols)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);

@@ -10,7 +10,7 @@ int vemk_norm(::VEMKNInfo* net, const double* r, unsigned a, unsigned b, double*
     if (refusal.null_handle() || refusal.norm() || refusal.too_many("elements", a, b)) {
         return REFUSED;
     }
-    return computing_call(*net, {}, [&](Results& results) {
+    return computing_call(*net, [&](Results& results) {
         MatrixTemplate<double> R(a, b);
         R.store() = input_vector(r, R.size());
         results.write(result, R.size() == 0 ? 0.0 : mean_norm(net->model, R));
@@ -21,7 +21,7 @@ int vemk_logp(::VEMKNInfo* net, const double* x, unsigned n, double* out)
 {
     const Refusal refusal("vemk_logp", net);
     if (refusal.null_handle() || refusal.norm()) return REFUSED;
-    return computing_call(*net, {}, [&](Results& results) {
+    return computing_call(*net, [&](Results& results) {
         MatrixTemplate<double> R(n, 1);
         R.store() = input_vector(x, n);
         std::valarray<double> values(n);

@@ -19,8 +19,8 @@ int vemk_obj(::VEMKNInfo* net,
         refusal.empty_batch(n)) {
         return REFUSED;
     }
-    const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{n} * nin}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {input_rows(*net, x, n, nin)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
@@ -42,8 +42,8 @@ int vemk_objv(::VEMKNInfo* net,
     if (refusal.normed_network() || refusal.weight_count(w, nw) || refusal.residuals(n, nout)) {
         return REFUSED;
     }
-    const auto factors = {InputArray{w, nw}, InputArray{x, std::uint64_t{n} * nin}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {input_rows(*net, x, n, nin)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);

@@ -49,7 +49,8 @@ void apply(const MatrixCarrier& x, MatrixCarrier& y, MatrixTemplate<double>& kep
     take_shape(x, y);
     VEMKN::shape_kept<F>(x.value, kept);
     VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, kept.data() + at, n);
+        const double* const t =
+            VEMKN::inner_of<F>(elements(x.value) + at, VEMKN::kept_room<F>(kept, at), n);
         apply_block<F>(x, t, at, n, y.value.data() + at, [&](std::size_t k, const auto& loop) {
             loop(y.derivatives[k].data() + at);
         });

@@ -28,10 +28,9 @@ int vemk_Hv(::VEMKNInfo* net,
     }
     const yafad::Seeding seeding(row_order, nw, nv);
     const yafad::DirectionLock lock(seeding.directions());
-    const auto factors = {InputArray{w, nw},
-                          InputArray{v, std::uint64_t{nw} * nv},
-                          InputArray{x, std::uint64_t{n} * nin}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {InputArray{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv},
+                          input_rows(*net, x, n, nin)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);

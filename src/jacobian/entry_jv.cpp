@@ -27,10 +27,9 @@ int vemk_Jv(::VEMKNInfo* net,
     }
     const yafad::Seeding seeding(row_order, nw, nv);
     const yafad::DirectionLock lock(seeding.directions());
-    const auto factors = {InputArray{w, nw},
-                          InputArray{v, std::uint64_t{nw} * nv},
-                          InputArray{x, std::uint64_t{nrows} * xcols}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {InputArray{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv},
+                          input_rows(*net, x, nrows, xcols)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const CarrierModel model = with_tangents(*net, seeding, w, v);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);

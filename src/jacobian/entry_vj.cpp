@@ -22,10 +22,9 @@ int vemk_vJ(::VEMKNInfo* net,
     if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(nrows, ycols)) {
         return REFUSED;
     }
-    const auto factors = {InputArray{w, nw},
-                          InputArray{u, std::uint64_t{nrows} * ycols},
-                          InputArray{x, std::uint64_t{nrows} * xcols}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {InputArray{u, std::uint64_t{nrows} * ycols},
+                          input_rows(*net, x, nrows, xcols)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);

@@ -23,10 +23,9 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         refusal.too_many("weighting values", nrows, ycols, k)) {
         return REFUSED;
     }
-    const auto factors = {InputArray{w, nw},
-                          InputArray{u, std::uint64_t{k} * nrows * ycols},
-                          InputArray{x, std::uint64_t{nrows} * xcols}};
-    return computing_call(*net, factors, [&](Results& results) {
+    const auto factors = {InputArray{u, std::uint64_t{k} * nrows * ycols},
+                          input_rows(*net, x, nrows, xcols)};
+    return computing_call(*net, w, factors, [&](Results& results) {
         const DoubleModel model = with_weights(net->model, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);

@@ -11,7 +11,8 @@ namespace VEMKN {
 template <class Matrix, class Model>
 void adj_weighted(const Model& net, const Matrix& R, const RowsView& U, Matrix& Obar)
 {
-    Obar = Matrix(U.data, U.rows, U.cols);
+    Obar.resize(U.rows, U.cols);
+    std::copy_n(U.data, U.size(), Obar.data());
     net.element_norm.adjoint(R, asVector(Obar), Obar);
 }
 

@@ -25,11 +25,11 @@ struct Lane {
 
     static void store(double* p, V v) { _mm_storeu_pd(p, v); }
 
-    // This instruction set compares quietly for order and equality only, so a NaN is set to zero before it is compared
-    // for size.
     // n is 1: the only part of a vector.
     static V load_part(const double* p, int, V rest) { return _mm_loadl_pd(rest, p); }
 
+    // This instruction set compares quietly for order and equality only, so a NaN is set to zero before it is compared
+    // for size.
     static Mask less(V a, V b)
     {
         const Mask ordered = _mm_cmpord_pd(a, b);

@@ -101,6 +101,45 @@ TEST_P(Trap, LetsInfinitiesPassThatMeetNothing)
 
 INSTANTIATE_TEST_SUITE_P(Entries, Trap, testing::ValuesIn(ENTRIES), name_of);
 
+TEST(Traps, LetInfiniteWeightsOfTheHandlePassThatMeetNothing)
+{
+    // A network of five units, no multiple of any vector's length: lanes stand beyond the edge of its matrices.
+    const Network net("2 1 2 1 8 2 5 relu sum");
+    Numbers w(vemk_numel(net), 1.0);
+    w[5] = INF;
+    ASSERT_EQ(0, vemk_setweights(net, w.data(), static_cast<unsigned>(w.size())));
+    const Numbers x(40, 1.0), y(20, 1.0);
+    double value = 0.0;
+    EXPECT_EQ(
+        0,
+        vemk_obj(
+            net, nullptr, static_cast<unsigned>(w.size()), x.data(), y.data(), 20, 2, 1, &value));
+    EXPECT_EQ(INF, value);
+    EXPECT_EQ(
+        0,
+        vemk_obj(
+            net, w.data(), static_cast<unsigned>(w.size()), x.data(), y.data(), 20, 2, 1, &value));
+    EXPECT_EQ(INF, value);
+}
+
+TEST(Traps, LeaveAnInputAloneThatHasTooManyColumns)
+{
+    const Network net("2 1 2 1 8 2 5 relu sum");
+    const Numbers w(vemk_numel(net), 1.0), x(6, 1.0), y(3, 1.0);
+    double value = 0.0;
+    EXPECT_EXIT(vemk_obj(net,
+                         w.data(),
+                         static_cast<unsigned>(w.size()),
+                         x.data(),
+                         y.data(),
+                         3,
+                         4000000000U,
+                         1,
+                         &value),
+                testing::ExitedWithCode(3),
+                "too many predicates: 4000000000 > 2");
+}
+
 TEST_P(LikelihoodTrap, CatchesASquareThatOverflows)
 {
     expect_sigfpe("sum_log_dnorm_fat", [](Batch& b) { b.y[5] = 1.4e154; });
