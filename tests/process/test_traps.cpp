@@ -6,6 +6,7 @@
 #include <functional>
 #include <iostream>
 #include <thread>
+#include <utility>
 
 #include "support/calls.h"
 #include "support/child.h"
@@ -103,23 +104,18 @@ INSTANTIATE_TEST_SUITE_P(Entries, Trap, testing::ValuesIn(ENTRIES), name_of);
 
 TEST(Traps, LetInfiniteWeightsOfTheHandlePassThatMeetNothing)
 {
-    // A network of five units, no multiple of any vector's length: lanes stand beyond the edge of its matrices.
-    const Network net("2 1 2 1 8 2 5 relu sum");
+    // A hidden unit is infinite, and goes into a product with three columns: no multiple of any vector's length.
+    const Network net("2 3 2 1 8 2 5 relu sum");
     Numbers w(vemk_numel(net), 1.0);
+    const auto nw = static_cast<unsigned>(w.size());
     w[5] = INF;
-    ASSERT_EQ(0, vemk_setweights(net, w.data(), static_cast<unsigned>(w.size())));
-    const Numbers x(40, 1.0), y(20, 1.0);
-    double value = 0.0;
-    EXPECT_EQ(
-        0,
-        vemk_obj(
-            net, nullptr, static_cast<unsigned>(w.size()), x.data(), y.data(), 20, 2, 1, &value));
-    EXPECT_EQ(INF, value);
-    EXPECT_EQ(
-        0,
-        vemk_obj(
-            net, w.data(), static_cast<unsigned>(w.size()), x.data(), y.data(), 20, 2, 1, &value));
-    EXPECT_EQ(INF, value);
+    ASSERT_EQ(0, vemk_setweights(net, w.data(), nw));
+    const Numbers x(40, 1.0), y(60, 1.0);
+    for (const double* weights : {static_cast<const double*>(nullptr), std::as_const(w).data()}) {
+        double value = 0.0;
+        EXPECT_EQ(0, vemk_obj(net, weights, nw, x.data(), y.data(), 20, 2, 3, &value));
+        EXPECT_EQ(INF, value);
+    }
 }
 
 TEST(Traps, LeaveAnInputAloneThatHasTooManyColumns)
