@@ -61,10 +61,11 @@ void adj_residuals(const Model& net,
         grad);
 }
 
-// The same for several weightings: one forward pass, then one backward sweep for each U[i], shared out over the threads.
-// U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
-// Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a block
-// are read while in cache. A team takes several blocks a round; a single thread has nobody to wait for.
+// The same for several weightings: one forward pass, then one backward sweep for each U[i], shared out over the
+// threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
+// Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a
+// block are read while in cache. A team takes several blocks for each thread a round; a single thread has nobody to
+// wait for.
 template <class Model, class Weighting>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
@@ -83,9 +84,10 @@ void adj_computev_vec(const Model& net,
         Sweep<Model> sweep;
     };
 
-    constexpr std::size_t BLOCKS_OF_A_ROUND = 32;
+    constexpr std::size_t BLOCKS_OF_A_SHARE = 16;
     const Slices blocks(X.rows, ROWS_IN_CACHE);
-    const std::size_t round = net.threads == 1 ? 1 : BLOCKS_OF_A_ROUND;
+    const std::size_t shares = std::min(net.threads, Shares::MAX_NUMBER);
+    const std::size_t round = shares == 1 ? 1 : BLOCKS_OF_A_SHARE * shares;
     const Shares sweeps(U.size(), net.threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<Tape<Matrix>> tapes(std::min(round, blocks.number()));
