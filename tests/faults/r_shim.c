@@ -4,7 +4,13 @@
 static VEMKNInfo* net;
 
 VEMKN_API void shim_create(char** text, int* length);
-VEMKN_API void shim_gradient(double* w, int* nw, double* x, double* y, int* rows, double* value, double* gradient,
+VEMKN_API void shim_gradient(double* w,
+                             int* nw,
+                             double* x,
+                             double* y,
+                             int* rows,
+                             double* value,
+                             double* gradient,
                              int* status);
 
 void shim_create(char** text, int* length)
@@ -13,7 +19,14 @@ void shim_create(char** text, int* length)
     vemk_setpar(net, 4, 8);
 }
 
-void shim_gradient(double* w, int* nw, double* x, double* y, int* rows, double* value, double* gradient, int* status)
+void shim_gradient(double* w,
+                   int* nw,
+                   double* x,
+                   double* y,
+                   int* rows,
+                   double* value,
+                   double* gradient,
+                   int* status)
 {
     *status = vemk_g(net, w, (unsigned)*nw, x, y, (unsigned)*rows, 3, 2, value, gradient);
 }
