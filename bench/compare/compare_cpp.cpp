@@ -1,6 +1,6 @@
-// The library beside hand-written programs, in one process: see README.md.
+// The library beside hand-written programs and a tool for automatic differentiation, in one process: see README.md.
 //
-//     compare_cpp [--only library,library2,hand_blas,hand_eigen] [--nets 2-5-1,...] [--ops obj,g,...]
+//     compare_cpp [--only library,library2,hand_blas,hand_eigen,adolc] [--nets 2-5-1,...] [--ops obj,g,...]
 //                 [--activations softplus,atan,relu] [--rounds 7] [--round-seconds 0.02] [--batch 32]
 //
 // One line on standard output for each time, tab-separated:
@@ -95,6 +95,7 @@ std::unique_ptr<Contestant> make(const std::string& name, const Question& q, int
     if (name == "library2") return make_library(q, 2, batch);
     if (name == "hand_blas") return make_hand_blas(q);
     if (name == "hand_eigen") return make_hand_eigen(q);
+    if (name == "adolc") return make_adolc(q);
     std::cerr << "compare_cpp: unknown contestant " << name << '\n';
     std::exit(2);
 }
@@ -145,17 +146,20 @@ double seconds_of_a_call(Contestant& contestant, Answer& answer, int calls)
     return std::chrono::duration<double>(Clock::now() - start).count() / calls;
 }
 
-// Contestants take turns, each for as many calls as fit into a turn; who begins changes from round to round.
+// Contestants take turns, each for as many calls as fit into a turn; who begins changes from round to round. One whose call
+// takes longer than a second has had its turn with the first.
 void take_turns(std::vector<Entrant>& entrants, const Options& o, Answer& scratch)
 {
     std::vector<int> calls;
     for (Entrant& e : entrants) {
         const double once = seconds_of_a_call(*e.contestant, scratch, 1);
         calls.push_back(std::clamp(static_cast<int>(o.round_seconds / once), 1, 20000));
+        if (once > 1.0) e.seconds.push_back(once);
     }
     for (int round = 0; round < o.rounds; ++round) {
         for (std::size_t turn = 0; turn < entrants.size(); ++turn) {
             const std::size_t i = (turn + static_cast<std::size_t>(round)) % entrants.size();
+            if (entrants[i].seconds.size() == 1 && entrants[i].seconds[0] > 1.0) continue;
             entrants[i].seconds.push_back(
                 seconds_of_a_call(*entrants[i].contestant, scratch, calls[i]));
         }
@@ -168,7 +172,9 @@ void compare_on(const Question& q, const Options& o)
     make_library(q, 1, o.batch)->answer(expected);
     std::vector<Entrant> entrants;
     for (const std::string& name : o.only) {
-        entrants.push_back({name, make(name, q, o.batch), {}});
+        std::unique_ptr<Contestant> contestant = make(name, q, o.batch);
+        if (!contestant) continue;
+        entrants.push_back({name, std::move(contestant), {}});
         check(q, name, expected, *entrants.back().contestant);
     }
     take_turns(entrants, o, scratch);

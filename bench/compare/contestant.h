@@ -77,5 +77,7 @@ public:
 std::unique_ptr<Contestant> make_library(const Question& question, unsigned threads, int batch);
 std::unique_ptr<Contestant> make_hand_blas(const Question& question);
 std::unique_ptr<Contestant> make_hand_eigen(const Question& question);
+// Null for a question that would take it minutes.
+std::unique_ptr<Contestant> make_adolc(const Question& question);
 
 }  // namespace compare

@@ -19,8 +19,9 @@ Key = tuple[str, str, str]  # network, activation, operation
 Times = dict[Key, dict[str, float]]
 
 HANDS = ["hand_blas", "hand_eigen"]
+IN_CPP = [*HANDS, "adolc"]
 RIVALS = ["torch_eager", "torch_vmap", "torch_jit", "sklearn", "nnet"]
-MARKERS = {name: (f"C{i}", marker) for i, (name, marker) in enumerate(zip(HANDS + RIVALS, "os^v<DP"))}
+MARKERS = {name: (f"C{i}", marker) for i, (name, marker) in enumerate(zip(IN_CPP + RIVALS, "osX^v<DP"))}
 ROWS = {"2-5-1": 100, "8-16-16-1": 1000, "10-32-1": 200000}
 
 
@@ -74,7 +75,8 @@ def hand_table(times: Times, activation: str) -> str:
     if not rows:
         return ""
     two = any("library2" in row for row in rows.values())
-    names = ["library"] + (["library2"] if two else []) + HANDS
+    tools = [n for n in IN_CPP if any(n in row for row in rows.values())]
+    names = ["library"] + (["library2"] if two else []) + tools
     heads = {"library2": "library, 2 threads"}
     body = [
         [label(net), operation, *(in_words(row.get(n)) for n in names)]
@@ -82,7 +84,7 @@ def hand_table(times: Times, activation: str) -> str:
         for (net, _, operation), row in rows.items()
     ]
     head = ["network", "operation", *(heads.get(n, n) for n in names), "library / hand"]
-    return f"### Hand-written programs, {activation}\n\n{table(head, body)}\n"
+    return f"### C++ programs, {activation}\n\n{table(head, body)}\n"
 
 
 def rival_table(times: Times, activation: str) -> str:
@@ -109,7 +111,7 @@ def plot(times: Times, path: Path) -> None:
     for axis, net in zip(axes[0], nets):
         rows = {key[2]: row for key, row in softplus.items() if key[0] == net}
         for name, (colour, marker) in MARKERS.items():
-            unit = "library" if name in HANDS else "library_ctypes"
+            unit = "library" if name in IN_CPP else "library_ctypes"
             points = [(op, r[name] / r[unit]) for op, r in rows.items() if name in r and unit in r]
             if points:
                 axis.plot(*zip(*points), marker, color=colour, label=name, markersize=5)
@@ -121,7 +123,7 @@ def plot(times: Times, path: Path) -> None:
     axes[0][0].set_ylabel("time / library's time, one thread")
     entries = {text: handle for axis in axes[0] for handle, text in zip(*axis.get_legend_handles_labels())}
     figure.legend(
-        entries.values(), entries.keys(), ncol=7, loc="lower center", bbox_to_anchor=(0.5, 1.0), fontsize=8
+        entries.values(), entries.keys(), ncol=8, loc="lower center", bbox_to_anchor=(0.5, 1.0), fontsize=8
     )
     figure.savefig(path, dpi=130, bbox_inches="tight")
 
