@@ -1,4 +1,4 @@
-/* libvemkn: values and exact derivatives of a small dense feed-forward network, for optimisers and fits.
+/** @mainpage libvemkn: values and exact derivatives of a small dense feed-forward network, for optimisers and fits
  *
  * SPDX-License-Identifier: BSD-3-Clause
  *
@@ -74,12 +74,16 @@
 #ifndef VEMKN_H
 #define VEMKN_H
 
+/** @file
+ * The whole C interface, for C99 and C++20. What holds for all of it is told on the main page, its head comment. */
+
 #include <stdint.h>
 
+/** Version of this header, "year.month.build". That of the library which runs is vemk_version. */
 #define VEMKN_VERSION "2026.9.1175"
-#define VEMKN_VERSION_MAJOR 2026
-#define VEMKN_VERSION_MINOR 9
-#define VEMKN_VERSION_PATCH 1175
+#define VEMKN_VERSION_MAJOR 2026 /**< year of VEMKN_VERSION */
+#define VEMKN_VERSION_MINOR 9    /**< month of VEMKN_VERSION */
+#define VEMKN_VERSION_PATCH 1175 /**< build of VEMKN_VERSION */
 
 #if defined(__GNUC__)
 #define VEMKN_API __attribute__((visibility("default")))
@@ -91,10 +95,10 @@
 namespace VEMKN {
 struct VEMKNInfo;
 }
-typedef VEMKN::VEMKNInfo VEMKNInfo;
+typedef VEMKN::VEMKNInfo VEMKNInfo; /**< what a handle points to; its layout is nobody's business */
 extern "C" {
 #else
-typedef struct VEMKNInfo VEMKNInfo;
+typedef struct VEMKNInfo VEMKNInfo; /**< what a handle points to; its layout is nobody's business */
 #endif
 
 /** Storage order of direction matrices and of their results in vemk_Hv and vemk_Jv: 0 (the start value) means that
@@ -175,7 +179,8 @@ VEMKN_API int vemk_quiet(VEMKNInfo* net, int on);
  * Threads: must not overlap with vemk_Hv and vemk_Jv. */
 VEMKN_API int vemk_major(VEMKNInfo* net, int rowmajor);
 
-/** Version of the library that runs, as VEMKN_VERSION in the form "year.month.build".
+/** Version of the library that runs.
+ * @return VEMKN_VERSION of its header, "year.month.build"
  * Ownership: a constant.
  * Threads:   may run at any time. */
 VEMKN_API const char* vemk_version(void);
@@ -183,17 +188,20 @@ VEMKN_API const char* vemk_version(void);
 /* --------------------------------------------------------------------------------------- shapes and parameters */
 
 /** Number of input columns that the network takes, the first number of its description.
- * @param[in] net  handle; null gives 0
+ * @param[in] net  handle
+ * @return the number; 0 for a null handle
  * Threads: reads the handle only. */
 VEMKN_API unsigned vemk_numin(VEMKNInfo* net);
 
 /** Number of output columns.
- * @param[in] net  handle; null gives 0
+ * @param[in] net  handle
+ * @return the number; 0 for a null handle
  * Threads: reads the handle only. */
 VEMKN_API unsigned vemk_numout(VEMKNInfo* net);
 
-/** Number of weights and biases, the length of the flat vector; 0 for a network without layers.
- * @param[in] net  handle; null gives 0
+/** Number of weights and biases, the length of the flat vector.
+ * @param[in] net  handle
+ * @return the number; 0 for a network without layers and for a null handle
  * Threads: reads the handle only. */
 VEMKN_API uint64_t vemk_numel(VEMKNInfo* net);
 
@@ -220,12 +228,14 @@ VEMKN_API int vemk_weights(VEMKNInfo* net, unsigned layer, double* buffer, unsig
 VEMKN_API int vemk_bias(VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length);
 
 /** Log density of the likelihood's core at zero, ln(3/sqrt(2 pi)) = 0.17967375546343706.
- * @param[in] net  handle; null gives 0.0
+ * @param[in] net  handle
+ * @return that constant; 0.0 for a null handle
  * Threads: reads the handle only. */
 VEMKN_API double vemk_logp_bias(VEMKNInfo* net);
 
 /** Standard deviation of the likelihood's core, 1/3.
- * @param[in] net  handle; null gives 0.0
+ * @param[in] net  handle
+ * @return that constant; 0.0 for a null handle
  * Threads: reads the handle only. */
 VEMKN_API double vemk_logp_sigma(VEMKNInfo* net);
 
