@@ -65,7 +65,7 @@ void adj_residuals(const Model& net,
 // threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
 // Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a
 // block are read while in cache. A team takes several blocks for each thread a round; a single thread has nobody to
-// wait for.
+// wait for. A batch that fits one slice of the model is too little work for a team.
 template <class Model, class Weighting>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
@@ -86,9 +86,10 @@ void adj_computev_vec(const Model& net,
 
     constexpr std::size_t BLOCKS_OF_A_SHARE = 16;
     const Slices blocks(X.rows, ROWS_IN_CACHE);
-    const std::size_t shares = std::min(net.threads, Shares::MAX_NUMBER);
+    const unsigned threads = Slices(X.rows, net.batch).single() ? 1 : net.threads;
+    const std::size_t shares = std::min(threads, Shares::MAX_NUMBER);
     const std::size_t round = shares == 1 ? 1 : BLOCKS_OF_A_SHARE * shares;
-    const Shares sweeps(U.size(), net.threads);
+    const Shares sweeps(U.size(), threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<Tape<Matrix>> tapes(std::min(round, blocks.number()));
     std::vector<Local> locals(sweeps.number());
@@ -108,15 +109,15 @@ void adj_computev_vec(const Model& net,
     for (std::size_t first = 0; first < blocks.number(); first += round) {
         const std::size_t count = std::min(round, blocks.number() - first);
         for_each_share(
-            Shares(count, net.threads),
-            net.threads,
+            Shares(count, threads),
+            threads,
             no_local,
             nothing,
             [&](auto, std::size_t j) { run_block(first, j); },
             nothing);
         for_each_share(
-            Shares(sweeps.number(), net.threads),
-            net.threads,
+            Shares(sweeps.number(), threads),
+            threads,
             no_local,
             nothing,
             [&](auto, std::size_t item) {

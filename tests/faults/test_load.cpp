@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cfenv>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
@@ -10,6 +9,7 @@
 #include "support/child.h"
 #include "support/fp_state.h"
 #include "support/numbers.h"
+#include "support/process_status.h"
 #include "vemkn.h"
 
 // A host that loads the library when it needs it. This program is not linked with it.
@@ -73,17 +73,6 @@ private:
     const Library& library_;
     VEMKNInfo* net_;
 };
-
-long status_number(const std::string& name)
-{
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    long number = -1;
-    while (status >> word) {
-        if (word == name) status >> number;
-    }
-    return number;
-}
 
 }  // namespace
 
