@@ -148,8 +148,8 @@ weightings <- function(u, rows, numout) {
 #' library where they are asked for the same weights, one after the other, as `optim` and `nlminb` do.
 #'
 #' @inheritParams vemkn_objective
-#' @return A list of functions of a weight vector: `fn`, the objective; `gr`, its gradient; `he`, its Hessian; `nlm`, the
-#'   objective with attribute `"gradient"`.
+#' @return A list of functions of a weight vector: `fn`, the objective; `gr`, its gradient; `he`, its Hessian; `nlm`,
+#'   the objective with attribute `"gradient"`.
 #' @details A line search may step so far that the objective is `Inf` or `NaN`. The methods `"BFGS"` and `"CG"` of
 #'   `optim` and `nlminb` take a smaller step then; `"L-BFGS-B"` ends with an error.
 #' @examples

@@ -126,7 +126,8 @@ summary.vemkn_fit <- function(object, least_curvature = NULL, ...) {
 #' @export
 print.summary.vemkn_fit <- function(x, digits = 5, ...) {
     print(x$fit, digits = digits)
-    cat("calls     ", sum(x$fit$counts, na.rm = TRUE), "of objective and gradient\n\nResiduals in the units of the targets:\n")
+    cat("calls     ", sum(x$fit$counts, na.rm = TRUE), "of objective and gradient\n")
+    cat("\nResiduals in the units of the targets:\n")
     print(x$errors, digits = digits)
     cat("\nWeights in the units of the network:\n")
     print(x$coefficients, digits = digits)

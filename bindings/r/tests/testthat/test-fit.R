@@ -50,19 +50,29 @@ test_that("vcov, coef and standard errors of predictions agree", {
     set.seed(5)
     x <- matrix(runif(160, -1, 1), 80)
     y <- cbind(exp(x[, 1]), 2 + x[, 2]) + rnorm(160, sd = 0.05)
-    fit <- vemkn_fit(x, y, hidden = 3, core = c(0.05, 0.1), decay = 1, starts = 2, threads = 2)
-    expect_named(coef(fit), rownames(vcov(fit)))
+    fit <- vemkn_fit(x, y, hidden = 3, core = c(0.05, 0.1), decay = 1, starts = 2, method = "nlminb", threads = 2)
+    # The posterior once more in plain R: its gradient vanishes at the fit, its curvature is the inverse of vcov.
+    posterior <- function(w) {
+        sum(plain_norm(plain_outputs(c(2, 3, 2), "softplus", w, fit$x) - fit$y)) + sum(w^2) / 2
+    }
+    slope <- function(w) differences(posterior, w, diag(17), step = 1e-4)
+    w <- unname(coef(fit))
+    # Beside a curvature of at least 1, so the weights are within 1e-3 of the optimum.
+    expect_lt(max(abs(slope(w))), 1e-3)
+    # Differences of differences: rounding leaves eps * 500 / 1e-4^2 = 1e-5 beside a least curvature of about 1.
+    curvature <- differences(slope, w, diag(17), step = 1e-4)
+    expect_equal(unname(vcov(fit, least_curvature = 0.01)), solve((curvature + t(curvature)) / 2), tolerance = 1e-4)
+    expect_named(coef(fit), rownames(vcov(fit, least_curvature = 0.01)))
     expect_identical(names(coef(fit))[c(1, 4, 5, 17)], c("b1[1]", "W1[1,1]", "W1[1,2]", "W2[3,2]"))
-    expect_equal(vcov(fit), t(vcov(fit)))
 
-    p <- predict(fit, x[1:3, ], se.fit = TRUE)
+    p <- predict(fit, x[1:3, ], se.fit = TRUE, least_curvature = 0.01)
     output <- function(w) {
         net <- fit$net
         weights(net) <- w
         as.vector(predict(replace(fit, "net", list(net)), x[1:3, ]))
     }
     jacobian <- differences(output, unname(coef(fit)), diag(17))
-    expected <- sqrt(diag(jacobian %*% vcov(fit) %*% t(jacobian)))
+    expected <- sqrt(diag(jacobian %*% vcov(fit, least_curvature = 0.01) %*% t(jacobian)))
     expect_equal(as.vector(p$se.fit), unname(expected), tolerance = 1e-6)
     # In the units of y: the two targets have cores of their own.
     expect_equal(fitted(fit) + residuals(fit), y, tolerance = rounding)
