@@ -1,0 +1,55 @@
+# Checks for callers of R. The compiled code checks shapes once more.
+
+# A whole number from 1 on, or several of them.
+counts <- function(value, name, length = NULL) {
+    if (!is.numeric(value) || anyNA(value) || any(value < 1 | value != floor(value) | value > .Machine$integer.max)) {
+        stop("'", name, "' has to be whole numbers from 1 on", call. = FALSE)
+    }
+    if (!is.null(length) && length(value) != length) stop("'", name, "' has to be one number", call. = FALSE)
+    as.integer(value)
+}
+
+refuse_long <- function(value, name) {
+    if (length(value) > .Machine$integer.max) {
+        stop("'", name, "' is a long vector, which is not supported", call. = FALSE)
+    }
+}
+
+check_network <- function(net) {
+    if (!inherits(net, "vemkn")) stop("'net' has to be a network made by vemkn()", call. = FALSE)
+}
+
+# The weights as doubles; NULL stands for the network's own.
+flat_weights <- function(net, weights) {
+    check_network(net)
+    if (is.null(weights)) return(net$weights)
+    if (!is.numeric(weights)) stop("'weights' has to be numeric", call. = FALSE)
+    if (length(weights) != net$numel) {
+        stop(length(weights), " weights, but the network has ", net$numel, call. = FALSE)
+    }
+    as.double(weights)
+}
+
+# A matrix of doubles with that many columns, and rows if it matters. A plain vector is one column.
+numeric_matrix <- function(value, name, columns = NULL, rows = NULL) {
+    refuse_long(value, name)
+    if (!is.numeric(value)) {
+        hint <- if (is.data.frame(value)) ": take as.matrix() or model.matrix()" else ""
+        stop("'", name, "' has to be a numeric vector or matrix", hint, call. = FALSE)
+    }
+    if (!is.matrix(value)) value <- matrix(value, ncol = 1)
+    if (!is.null(columns) && ncol(value) != columns) {
+        stop("'", name, "' has ", ncol(value), " columns, but the network has ", columns, call. = FALSE)
+    }
+    if (!is.null(rows) && nrow(value) != rows) {
+        stop("'", name, "' has ", nrow(value), " rows, but needs ", rows, call. = FALSE)
+    }
+    storage.mode(value) <- "double"
+    value
+}
+
+inputs <- function(net, x) numeric_matrix(x, "x", columns = net$sizes[1])
+
+targets <- function(net, y, x) numeric_matrix(y, "y", columns = net$numout, rows = nrow(x))
+
+check_rows <- function(x) if (nrow(x) == 0) stop("'x' has no rows", call. = FALSE)

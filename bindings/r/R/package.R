@@ -1,0 +1,27 @@
+#' Exact derivatives of small neural networks
+#'
+#' The package gives R the library libvemkn: a small dense feed-forward network, its residuals, a robust objective, and
+#' exact derivatives of it, for optimisers of the caller's own. [vemkn()] makes a network, [vemkn_functions()] what
+#' `optim` and `nlminb` want of it, [vemkn_fit()] is a complete robust fit.
+#'
+#' @section Matrices:
+#' R keeps a matrix column by column, the library row by row. The package transposes inputs, targets, directions and
+#' results on every call, unless there is one row or one column only, so callers never see the library's order. Two
+#' orders remain visible. *Weights*, gradients and Hessians are vectors in the library's flat order: layer by layer the
+#' biases, then the weight matrix row by row, one row for each input of the layer. *Elements* of several outputs, the
+#' rows of a Jacobian, stand in the order of `as.vector(y)`: all rows of the first output, then of the second.
+#'
+#' @section What the library does to R:
+#' Every network is in the library's quiet mode. Arithmetic that overflows does not end R: `Inf` and `NaN` flow through
+#' to the results, as they do from missing values in the data. All shapes are checked before a call, so that nothing
+#' reaches the library that it would answer by ending the process. While a call runs, OpenBLAS is set to one thread, and
+#' back afterwards. A call cannot be interrupted; [vemkn_hessian()] can between its blocks of directions. The library's
+#' first call prints one line with its version on standard output.
+#'
+#' After a fork (`parallel::mclapply`) networks go on working in the child, on one thread and with the same results.
+#'
+#' @name vemkn-package
+#' @docType package
+#' @useDynLib vemkn, .registration = TRUE, .fixes = "C_"
+#' @importFrom stats coef fitted lm.wfit mad median nlminb optim predict residuals rnorm sd vcov weights
+NULL

@@ -1,0 +1,111 @@
+/* The parts of the glue between R and libvemkn.
+ *
+ * handle.c     external pointers that own a network
+ * arguments.c  checks, and the way from R's columns to the library's rows
+ * calls.c      one function for each computing call
+ * library.cpp  the calls themselves, with C++ exceptions turned into a status
+ * init.c       registration
+ *
+ * Every R error is raised while no C++ frame is on the stack, and every buffer belongs to R. */
+#ifndef VEMKN_GLUE_H
+#define VEMKN_GLUE_H
+
+#include <vemkn.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------- library.cpp */
+
+/* What every computing call is given: the weights, the rows of x and y one after the other. y is
+ * null for the outputs alone. */
+struct batch {
+    VEMKNInfo* net;
+    const double* w;
+    const double* x;
+    const double* y;
+    unsigned nw, rows, xcols, ycols;
+};
+
+/* Beside the library's own -1 (refused), 0 and 1 (not all results are finite). */
+enum { no_memory = -2, exception_thrown = -3 };
+
+/* A quiet network, or a negative status. */
+int library_create(const char* text, int length, unsigned threads, int batch, VEMKNInfo** net);
+
+int library_compute(const struct batch* b, double* out);
+int library_residual(const struct batch* b, double* out);
+int library_objective(const struct batch* b, double* value);
+int library_gradient(const struct batch* b, double* value, double* gradient);
+
+/* Directions and products: matrices of nw (or of elements) x nv, row by row. */
+int library_hessian(const struct batch* b,
+                    const double* v,
+                    unsigned nv,
+                    double* value,
+                    double* gradient,
+                    double* product);
+int library_jacobian(
+    const struct batch* b, const double* v, unsigned nv, double* norms, double* product);
+
+/* Weightings: k blocks, each as y. Products: k blocks of nw. */
+int library_weighted(
+    const struct batch* b, const double* u, unsigned k, double* residual, double* product);
+
+#ifdef __cplusplus
+}
+#else
+
+#include <Rinternals.h>
+
+/* ---------------------------------------------------------------------------------- handle.c */
+
+/* The network of an external pointer. A pointer that comes from a saved workspace is nil: its
+ * network is built anew. R error for anything else. */
+VEMKNInfo* network_of(SEXP handle);
+
+/* ------------------------------------------------------------------------------- arguments.c */
+
+/* Checks all shapes against the network. R error for what does not fit. [y] is NULL in C where the
+ * call takes none, and then rows may be 0. */
+struct batch read_batch(SEXP handle, SEXP w, SEXP x, SEXP y);
+
+/* Whether [matrix] is a matrix of doubles with that many rows. R error otherwise. */
+enum { any_rows = -1 };
+
+void check_matrix(SEXP matrix, int rows, const char* name);
+
+/* A new matrix for results. R error for long vectors; to be protected by the caller. */
+SEXP new_matrix(double rows, double columns);
+
+/* The elements of a matrix of R row by row, in memory that R frees after the call. */
+const double* by_rows(SEXP matrix);
+
+/* As by_rows, for [blocks] matrices of rows x columns one after the other. */
+const double* blocks_by_rows(const double* from, int rows, int columns, int blocks);
+
+/* Where the library writes the rows of a result matrix, and their way into it afterwards. */
+double* row_buffer(SEXP matrix);
+void settle_rows(SEXP matrix, const double* rows);
+
+/* R error for a negative status. */
+void check_status(int status, const char* call);
+
+/* ---------------------------------------------------------------- entries: handle.c, calls.c */
+
+SEXP vemknr_create(SEXP text, SEXP threads, SEXP batch);
+SEXP vemknr_release(SEXP handle);
+SEXP vemknr_numel(SEXP handle);
+SEXP vemknr_version(void);
+
+SEXP vemknr_compute(SEXP handle, SEXP w, SEXP x);
+SEXP vemknr_residual(SEXP handle, SEXP w, SEXP x, SEXP y);
+SEXP vemknr_objective(SEXP handle, SEXP w, SEXP x, SEXP y);
+SEXP vemknr_gradient(SEXP handle, SEXP w, SEXP x, SEXP y);
+SEXP vemknr_hessian_product(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP v);
+SEXP vemknr_jacobian_product(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP v);
+SEXP vemknr_product_jacobian(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP u);
+
+#endif
+#endif

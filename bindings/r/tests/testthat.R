@@ -1,0 +1,4 @@
+library(testthat)
+library(vemkn)
+
+test_check("vemkn")
