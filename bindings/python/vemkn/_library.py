@@ -6,7 +6,7 @@ import ctypes
 import ctypes.util
 import os
 import threading
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from contextlib import contextmanager
 from pathlib import Path
 
@@ -22,7 +22,7 @@ _ROWS_X_Y_OUT = [_POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT, _
 _DIRECTIONS = [_POINTER, _COUNT, _POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
 
 # Name: what it returns, what it takes after the handle. Null pointers are None, arrays their address.
-_FUNCTIONS: dict[str, tuple[type, list[type]]] = {
+_FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
     "vemk_setpar": (ctypes.c_int, [_COUNT, ctypes.c_int]),
     "vemk_quiet": (ctypes.c_int, [ctypes.c_int]),
     "vemk_major": (ctypes.c_int, [ctypes.c_int]),

@@ -7,6 +7,7 @@ cases.
 
 from __future__ import annotations
 
+import math
 from typing import Any
 
 import numpy as np
@@ -47,8 +48,9 @@ class Problem:
     Arrays that need no conversion are not copied: a change of theirs is a change of the problem.
     No result is kept from one call to the next.
 
-    Values that are not finite come back as they are. SciPy's line searches and trust regions
-    shorten a step that leads to infinity; see the README for what each does with a NaN.
+    Where the objective is NaN, or its gradient is not finite, `fun` and `fun_and_grad` give infinity
+    as the value. SciPy's line searches and trust regions turn back from infinity; a NaN, which is
+    neither larger nor smaller than anything, would end them or lead them on.
     """
 
     def __init__(self, network: Network, x: ArrayLike, y: ArrayLike) -> None:
@@ -65,16 +67,19 @@ class Problem:
     # ----------------------------------------------------------------------- the network's objective
 
     def fun(self, w: ArrayLike) -> float:
-        """The objective."""
-        return self.network.objective(w, self.x, self.y)
+        """The objective; infinite where it is NaN."""
+        value = self.network.objective(w, self.x, self.y)
+        return math.inf if math.isnan(value) else value
 
     def grad(self, w: ArrayLike) -> Array:
         """Its gradient, shape (numel,)."""
-        return self.fun_and_grad(w)[1]
+        return self.network.value_and_grad(w, self.x, self.y)[1]
 
     def fun_and_grad(self, w: ArrayLike) -> tuple[float, Array]:
         """Both, as SciPy takes them with ``jac=True``."""
-        return self.network.value_and_grad(w, self.x, self.y)
+        value, gradient = self.network.value_and_grad(w, self.x, self.y)
+        finite = math.isfinite(value) and np.isfinite(gradient).all()
+        return value if finite else math.inf, gradient
 
     def hessp(self, w: ArrayLike, p: ArrayLike) -> Array:
         """Product of the Hessian with `p`, shape (numel,) or (numel, k)."""
