@@ -10,7 +10,7 @@ import scipy.optimize
 
 from ._arrays import Array
 from .network import Network
-from .optimize import Problem
+from .optimize import Problem, Wall
 
 # Enough for a median; the bisection need not see every row.
 _ROWS_LOOKED_AT = 500
@@ -72,11 +72,10 @@ class _Search:
     """One start: the objective as SciPy's search sees it, and the best weights so far."""
 
     def __init__(self, training: Problem, held_out: Problem | None, rule: StopRule) -> None:
-        self._training = training
+        self._wall = Wall(training)
         self._held_out = held_out
         self._rule = rule
         self._iterations = 0
-        self._highest = 0.0
         self._lowest, self._lowest_at = math.inf, np.empty(0)
         self._best: Outcome | None = None
         self._without_gain = 0
@@ -94,8 +93,7 @@ class _Search:
                 w, gain = self._lowest_at, before - self._lowest
         except _Stopped as stopped:
             ending = str(stopped)
-        if self._best is None:
-            raise ValueError("the objective is not finite at the start: X or y is too large")
+        assert self._best is not None, "the wall lets no search begin without a finite value"
         return replace(self._best, iterations=self._iterations, ending=ending)
 
     def _descend(self, w: Array) -> None:
@@ -116,13 +114,7 @@ class _Search:
             raise _Stopped(ITERATION_LIMIT)
 
     def _fun_and_grad(self, w: Array) -> tuple[float, Array]:
-        """A step too far gets a value above all seen, and a slope that leads back. The value is
-        finite and of the size of the others because the line search interpolates with it."""
-        value, gradient = self._training.fun_and_grad(w)
-        if not math.isfinite(value):
-            wall = 2.0 * self._highest + 1.0
-            return wall, wall / max(float(w @ w), 1.0) * w
-        self._highest = max(self._highest, abs(value))
+        value, gradient = self._wall(w)
         if value < self._lowest:
             self._lowest, self._lowest_at = value, w.copy()
             self._judge()

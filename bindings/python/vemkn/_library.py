@@ -128,7 +128,7 @@ class _DirectionOrder:
     def interleaved(self) -> Iterator[None]:
         with self._lock:
             if self._calls == 0:
-                self._found = self._variable.value
+                self._found = self.current
                 self._set(0)
             self._calls += 1
         try:
@@ -139,8 +139,12 @@ class _DirectionOrder:
                 if self._calls == 0:
                     self._set(self._found)
 
+    @property
+    def current(self) -> int:
+        return self._variable.value
+
     def _set(self, order: int) -> None:
-        if self._variable.value != order:
+        if self.current != order:
             library.vemk_major(None, order)
 
 

@@ -49,8 +49,8 @@ class Problem:
     No result is kept from one call to the next.
 
     Where the objective is NaN, or its gradient is not finite, `fun` and `fun_and_grad` give infinity
-    as the value. SciPy's line searches and trust regions turn back from infinity; a NaN, which is
-    neither larger nor smaller than anything, would end them or lead them on.
+    as the value. Optimisers turn back from infinity, if some clumsily; a NaN, which is neither larger
+    nor smaller than anything, would end them or lead them on. `minimize` does better, see there.
     """
 
     def __init__(self, network: Network, x: ArrayLike, y: ArrayLike) -> None:
@@ -128,6 +128,33 @@ class Problem:
         )
 
 
+class Wall:
+    """The objective and gradient of a problem, with something to climb where they are not finite.
+
+    A step too far gets a value above all seen, and a slope that leads back. The value is finite and
+    of the size of the others because line searches interpolate with it.
+
+    Raises
+    ------
+    ValueError
+        If the first call, at the start of a search, finds nothing finite.
+    """
+
+    def __init__(self, problem: Problem) -> None:
+        self._problem = problem
+        self._highest: float | None = None
+
+    def __call__(self, w: Array) -> tuple[float, Array]:
+        value, gradient = self._problem.fun_and_grad(w)
+        if math.isfinite(value):
+            self._highest = max(self._highest or 0.0, abs(value))
+            return value, gradient
+        if self._highest is None:
+            raise ValueError("the objective or its gradient is not finite at the start")
+        wall = 2.0 * self._highest + 1.0
+        return wall, wall / max(float(w @ w), 1.0) * w
+
+
 def minimize(
     problem: Problem, w0: ArrayLike, method: str = "L-BFGS-B", **keywords: Any
 ) -> OptimizeResult:
@@ -149,6 +176,12 @@ def minimize(
     -------
     scipy.optimize.OptimizeResult
         The weights are its ``x``.
+
+    Raises
+    ------
+    ValueError
+        For the norm "sum", and for a start where the objective is not finite. A later step to where it
+        is not finite is met with a finite value above all seen, so that the search turns back.
     """
     if problem.network.norm == "sum":
         raise ValueError('the norm "sum" has no minimum; use least_squares, or another norm')
@@ -158,7 +191,7 @@ def minimize(
         keywords = {"hessp": problem.hessp, **keywords}
     elif method.lower() in _WITH_MATRIX:
         keywords = {"hess": problem.hess, **keywords}
-    return scipy.optimize.minimize(problem.fun_and_grad, w0, jac=True, method=method, **keywords)
+    return scipy.optimize.minimize(Wall(problem), w0, jac=True, method=method, **keywords)
 
 
 def least_squares(
@@ -183,5 +216,13 @@ def least_squares(
     scipy.optimize.OptimizeResult
         The weights are its ``x``.
     """
-    jacobian = problem.jacobian if dense else problem.jacobian_operator
-    return scipy.optimize.least_squares(problem.residuals, w0, jac=jacobian, **keywords)
+    if dense:
+        return scipy.optimize.least_squares(
+            problem.residuals, w0, jac=problem.jacobian, **keywords
+        )
+    # SciPy's tolerance for a step, 1e-6, is too loose for how ill-conditioned networks are: with it
+    # a search creeps for thousands of steps where ten would do.
+    keywords = {"tr_options": {"atol": 1e-10, "btol": 1e-10}, **keywords}
+    return scipy.optimize.least_squares(
+        problem.residuals, w0, jac=problem.jacobian_operator, **keywords
+    )
