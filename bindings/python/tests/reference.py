@@ -1,8 +1,8 @@
 """The network once more, in plain NumPy, from its description in the header alone.
 
 All of it also works for complex weights, and every step but the kinks is analytic. So the gradient
-of anything is the imaginary part of its value at w + ih e, over h, with no cancellation: h can be so
-small that nothing but rounding is left.
+of anything is the imaginary part of its value at w + ih e, over h, with no cancellation: h can be
+so small that nothing but rounding is left.
 """
 
 from __future__ import annotations

@@ -1,4 +1,4 @@
-"""What array arguments may be, when they are copied, and what is refused before the library is called."""
+"""What array arguments may be, when they are copied, and what is refused before any call."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from typing import Any
 import numpy as np
 import pytest
 from conftest import ROWS, Case
-from vemkn import Network, _arrays, network
+from vemkn import Network, _arrays, _base
 
 
 def test_what_the_library_can_read_is_not_copied() -> None:
@@ -162,6 +162,6 @@ def test_more_than_the_library_counts(one: Case) -> None:
 
 def test_a_call_that_the_library_refuses_all_the_same() -> None:
     with pytest.raises(ValueError, match="vemk_g: the library refused"):
-        network._check_status("vemk_g", -1)
-    network._check_status("vemk_g", 0)
-    network._check_status("vemk_g", 1)
+        _base._check_status("vemk_g", -1)
+    _base._check_status("vemk_g", 0)
+    _base._check_status("vemk_g", 1)

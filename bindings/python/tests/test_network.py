@@ -39,7 +39,9 @@ def test_properties() -> None:
 
 
 def test_counts_may_be_numpys() -> None:
-    network = Network(np.int64(2), np.uint8(1), np.array([2, 3]), threads=np.int32(2))  # type: ignore
+    two: Any = np.int64(2)
+    sizes: Any = np.array([2, 3])
+    network = Network(two, 1, sizes, threads=two, batch=two)
     assert network.description == "2 1 2 1 32 2 3 softplus sum_log_dnorm_fat"
 
 
@@ -116,7 +118,7 @@ def test_the_handle_is_released_with_its_last_user() -> None:
 
 
 def test_ten_thousand_networks_leave_no_memory_behind() -> None:
-    """A handle of this network takes over 16 kB, so that 10,000 lost ones would take over 160 MB."""
+    """A handle of this network takes over 16 kB, so 10,000 lost ones would take over 160 MB."""
 
     def resident() -> int:
         return int(Path("/proc/self/statm").read_text().split()[1]) * 4096
@@ -181,7 +183,7 @@ def test_without_quiet_mode_an_overflow_ends_the_process() -> None:
 
 
 def test_threads_on_one_network() -> None:
-    """Different numbers of directions wait for each other inside; results are those of one thread."""
+    """Different numbers of directions wait for each other; results are those of one thread."""
     case = make_case("3 2 3 1 32 3 4 3 atan sum_log_dnorm_fat")
     network, numel = case.network, case.network.numel
     v = np.eye(numel)

@@ -23,7 +23,7 @@ from vemkn._scaling import InputMap, TargetMap, default_core
 from vemkn.sklearn import VemknRegressor
 
 
-@pytest.mark.filterwarnings("ignore:the fit has not converged:sklearn.exceptions.ConvergenceWarning")
+@pytest.mark.filterwarnings("ignore:the fit has not:sklearn.exceptions.ConvergenceWarning")
 @parametrize_with_checks([VemknRegressor()])  # type: ignore[misc]
 def test_scikit_learns_checks(estimator: Any, check: Callable[[Any], None]) -> None:
     check(estimator)

@@ -1,4 +1,4 @@
-"""How the estimator fits: starting weights, the objective, early stopping; the rules of vemkn-fit."""
+"""How the estimator fits, which is how vemkn-fit does: starts, searches, early stopping."""
 
 from __future__ import annotations
 
@@ -81,9 +81,9 @@ class _Search:
         self._without_gain = 0
 
     def run(self, w: Array) -> Outcome:
-        """The likelihood jumps where a residual leaves its core. A line search that meets such a jump
-        ends, and curvature measured across one is worthless, so the search begins anew from the
-        lowest point, with an empty memory, for as long as that gains anything worth having."""
+        """The likelihood jumps where a residual leaves its core. A line search that meets such a
+        jump ends, and curvature measured across one is worthless, so the search begins anew from
+        the lowest point, with an empty memory, for as long as that gains anything worth having."""
         ending = "converged"
         try:
             gain = math.inf
@@ -134,6 +134,6 @@ class _Search:
 
 
 def search(training: Problem, held_out: Problem | None, w: Array, rule: StopRule) -> Outcome:
-    """Minimises from w by L-BFGS until the objective no longer falls, or the held-out rows no longer
-    gain; gives the weights that did best on them."""
+    """Minimises from w by L-BFGS until the objective no longer falls, or the held-out rows no
+    longer gain; gives the weights that did best on them."""
     return _Search(training, held_out, rule).run(w)

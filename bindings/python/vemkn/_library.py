@@ -21,7 +21,7 @@ _IGNORED = ctypes.c_uint64
 _ROWS_X_Y_OUT = [_POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT, _POINTER]
 _DIRECTIONS = [_POINTER, _COUNT, _POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
 
-# Name: what it returns, what it takes after the handle. Null pointers are None, arrays their address.
+# Name: what it returns, what it takes after the handle.
 _FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
     "vemk_setpar": (ctypes.c_int, [_COUNT, ctypes.c_int]),
     "vemk_quiet": (ctypes.c_int, [ctypes.c_int]),

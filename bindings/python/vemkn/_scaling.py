@@ -1,4 +1,4 @@
-"""Brings data to where the library's likelihood and activations want them: the rules of vemkn-fit."""
+"""Brings data to where the likelihood and the activations want them, as vemkn-fit does."""
 
 from __future__ import annotations
 

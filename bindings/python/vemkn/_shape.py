@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterator
 from dataclasses import dataclass
+from functools import cached_property
 
 from ._arrays import LIMIT
 
@@ -29,7 +30,7 @@ class Shape:
         for size in self.sizes:
             _check_positive("sizes", size)
         if len(self.sizes) < 2:
-            raise ValueError(f"sizes has {len(self.sizes)} entries; a network has at least 2 layers")
+            raise ValueError(f"sizes: {len(self.sizes)} given, a network has at least 2 layers")
         if self.nmult > 1 and self.sizes[-1] != self.sizes[0]:
             raise ValueError(
                 f"nmult is {self.nmult}, so the last size, {self.sizes[-1]}, must equal the first, "
@@ -65,7 +66,7 @@ class Shape:
         yield from zip(self.sizes, self.sizes[1:])
         yield self.sizes[-1] * self.nmult, self.numout
 
-    @property
+    @cached_property
     def numel(self) -> int:
         return sum((rows + 1) * columns for rows, columns in self.layers())
 

@@ -2,11 +2,8 @@
 
 from __future__ import annotations
 
-import weakref
 from collections.abc import Sequence
 from operator import index
-from types import TracebackType
-from typing import Any
 
 import numpy as np
 from numpy.typing import ArrayLike
@@ -21,25 +18,12 @@ from ._arrays import (
     vector,
     weightings,
 )
-from ._library import direction_order, library
+from ._base import NetworkBase
+from ._library import direction_order
 from ._shape import Shape
 
-class _Handle:
-    """Owns a handle of the library, which is released with the last reference to this object.
 
-    Every call holds a reference while it runs, so closing a network under a call of another thread
-    is safe.
-    """
-
-    def __init__(self, text: str) -> None:
-        encoded = text.encode("ascii")
-        self.pointer: int = library.initVEMKNet(encoded, len(encoded))
-        finalizer = weakref.finalize(self, library.releaseVEMKNet, self.pointer)
-        # At exit a daemon thread may still compute, and the memory goes with the process.
-        finalizer.atexit = False
-
-
-class Network:
+class Network(NetworkBase):
     """A dense feed-forward network: values and exact derivatives for optimisers.
 
     Parameters
@@ -80,7 +64,7 @@ class Network:
     Inputs may have fewer columns than the network takes; missing ones count as zeros. Where the
     network has one input (or output), a vector of inputs (or targets) counts as one column.
 
-    A wrong shape raises ValueError, and what is not numbers TypeError, before the library is called.
+    A wrong shape raises ValueError, and what is not numbers TypeError, before any call.
 
     Methods let go of the interpreter's lock, and may run in several threads at once, on one network
     too. Setting `weights`, `threads`, `batch` or `quiet` must not overlap with a call on the same
@@ -131,54 +115,6 @@ class Network:
         network._open(Shape.parse(text), threads, batch, quiet)
         return network
 
-    def _open(self, shape: Shape, threads: int, batch: int, quiet: bool) -> None:
-        check_count("weights", [shape.numel])
-        self._shape = shape
-        self._handle: _Handle | None = _Handle(shape.text)
-        if library.vemk_numel(self._handle.pointer) != shape.numel:
-            raise ValueError(f"the library makes no network of {shape.text!r}")
-        self._set_parallel(threads, batch)
-        self.quiet = quiet
-
-    # ---------------------------------------------------------------------------- life and settings
-
-    def close(self) -> None:
-        """Lets go of the handle; calls after this one raise ValueError. Closing twice is no error."""
-        self._handle = None
-
-    @property
-    def closed(self) -> bool:
-        """Whether `close` has been called."""
-        return self._handle is None
-
-    def __enter__(self) -> Network:
-        self._live()
-        return self
-
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
-        self.close()
-
-    def __repr__(self) -> str:
-        settings = f"threads={self._threads}, batch={self._batch}, quiet={self._quiet}"
-        return f"Network.from_description({self.description!r}, {settings})"
-
-    def __getstate__(self) -> dict[str, Any]:
-        """The shape, the settings and the network's own weights."""
-        return {
-            "shape": self._shape,
-            "settings": (self._threads, self._batch, self._quiet),
-            "weights": self.weights,
-        }
-
-    def __setstate__(self, state: dict[str, Any]) -> None:
-        self._open(state["shape"], *state["settings"])
-        self.weights = state["weights"]
-
     def with_norm(self, norm: str) -> Network:
         """A new network like this one, own weights included, with another norm."""
         shape = self._shape
@@ -196,128 +132,7 @@ class Network:
         other.weights = self.weights
         return other
 
-    @property
-    def description(self) -> str:
-        """The text that the library makes this network from."""
-        return self._shape.text
-
-    @property
-    def numin(self) -> int:
-        """Number of input columns."""
-        return self._shape.numin
-
-    @property
-    def numout(self) -> int:
-        """Number of output columns."""
-        return self._shape.numout
-
-    @property
-    def sizes(self) -> tuple[int, ...]:
-        """Sizes of the layers' inputs."""
-        return self._shape.sizes
-
-    @property
-    def nmult(self) -> int:
-        """How often the hidden layers are applied."""
-        return self._shape.nmult
-
-    @property
-    def activation(self) -> str:
-        """Name of the activation."""
-        return self._shape.activation
-
-    @property
-    def norm(self) -> str:
-        """Name of the norm."""
-        return self._shape.norm
-
-    @property
-    def numel(self) -> int:
-        """Number of weights and biases."""
-        return self._shape.numel
-
-    @property
-    def sigma(self) -> float:
-        """Standard deviation of the likelihood's core, 1/3."""
-        return float(library.vemk_logp_sigma(self._live().pointer))
-
-    @property
-    def threads(self) -> int:
-        """Number of shares that the rows are dealt to, 1 to 99999; 64 of them at most are used."""
-        return self._threads
-
-    @threads.setter
-    def threads(self, threads: int) -> None:
-        self._set_parallel(threads, self._batch)
-
-    @property
-    def batch(self) -> int:
-        """Rows of a slice."""
-        return self._batch
-
-    @batch.setter
-    def batch(self, batch: int) -> None:
-        self._set_parallel(self._threads, batch)
-
-    def _set_parallel(self, threads: int, batch: int) -> None:
-        threads, batch = index(threads), index(batch)
-        if not 1 <= threads <= 99999:
-            raise ValueError(f"threads: {threads} is not within 1 ... 99999")
-        if not 1 <= batch < 2**31:
-            raise ValueError(f"batch: {batch} is not a positive count of 31 bits")
-        self._call("vemk_setpar", threads, batch)
-        self._threads, self._batch = threads, batch
-
-    @property
-    def quiet(self) -> bool:
-        """Whether results that are not finite come back instead of ending the process."""
-        return self._quiet
-
-    @quiet.setter
-    def quiet(self, quiet: bool) -> None:
-        self._call("vemk_quiet", int(quiet))
-        self._quiet = bool(quiet)
-
-    # ---------------------------------------------------------------------------------------- weights
-
-    @property
-    def weights(self) -> Array:
-        """The network's own weights, shape (numel,), zeros at first. Getting and setting copies."""
-        own = np.empty(self.numel)
-        self._call("vemk_getweights", own, self.numel)
-        return own
-
-    @weights.setter
-    def weights(self, w: ArrayLike) -> None:
-        self._call("vemk_setweights", vector("weights", w, self.numel), self.numel)
-
-    def split(self, w: ArrayLike) -> list[tuple[Array, Array]]:
-        """Biases and weight matrix of every layer, as views into a flat vector.
-
-        Parameters
-        ----------
-        w : array_like, shape (numel,)
-            Weights, a gradient or a product.
-
-        Returns
-        -------
-        list of (b, W)
-            b has the shape (outputs,), W (inputs, outputs), so that a layer is ``H @ W + b``. They
-            share the memory of `w` if it is an array of float64.
-        """
-        flat = numbers("w", w)
-        if flat.shape != (self.numel,):
-            raise ValueError(f"w has the shape {flat.shape}, needs ({self.numel},)")
-        flat = np.asarray(flat, dtype=np.float64)
-        layers = []
-        at = 0
-        for rows, columns in self._shape.layers():
-            end = at + columns + rows * columns
-            layers.append((flat[at : at + columns], flat[at + columns : end].reshape(rows, columns)))
-            at = end
-        return layers
-
-    # ---------------------------------------------------------------------- outputs and the objective
+    # ------------------------------------------------------------------- outputs and the objective
 
     def compute(self, w: ArrayLike | None, x: ArrayLike) -> Array:
         """Outputs of the network.
@@ -358,8 +173,10 @@ class Network:
         return self._of_every_residual("vemk_residual", w, x, y)
 
     def objective_each(self, w: ArrayLike | None, x: ArrayLike, y: ArrayLike) -> Array:
-        """The norm of every residual: under "sum" the residual itself, under "sum_log_dnorm_fat" its
-        negative log-likelihood. Their mean is the objective. Arguments and shapes as in `residual`.
+        """The norm of every residual, whose mean is the objective.
+
+        Under "sum" it is the residual itself, under "sum_log_dnorm_fat" its negative log-likelihood.
+        Arguments and shapes are as in `residual`.
         """
         return self._of_every_residual("vemk_objv", w, x, y)
 
@@ -390,7 +207,7 @@ class Network:
         return float(value)
 
     def element_norm(self, residuals: ArrayLike) -> Array:
-        """The norm of each of any residuals; no network is run. Result in the shape of `residuals`."""
+        """The norm of any residuals, in their shape; no network is run."""
         array = numbers("residuals", residuals)
         check_count("residuals", array.shape)
         flat = contiguous(array)
@@ -398,7 +215,7 @@ class Network:
         self._call("vemk_logp", flat, flat.size, out)
         return out
 
-    # ------------------------------------------------------------------------------------- derivatives
+    # --------------------------------------------------------------------------------- derivatives
 
     def value_and_grad(
         self, w: ArrayLike | None, x: ArrayLike, y: ArrayLike
@@ -559,18 +376,7 @@ class Network:
         )
         return residuals, gradients
 
-    # ------------------------------------------------------------------------------ what calls consist of
-
-    def _live(self) -> _Handle:
-        if self._handle is None:
-            raise ValueError("the network is closed")
-        return self._handle
-
-    def _call(self, name: str, *arguments: Array | int | None) -> None:
-        """Calls the library. Both the handle and the arrays live at least until it returns."""
-        handle = self._live()
-        raw = [each.ctypes.data if isinstance(each, np.ndarray) else each for each in arguments]
-        _check_status(name, getattr(library, name)(handle.pointer, *raw))
+    # ----------------------------------------------------------------------- arguments and results
 
     def _weights(self, w: ArrayLike | None) -> Array | None:
         return None if w is None else vector("w", w, self.numel)
@@ -601,9 +407,3 @@ def _counts(data: tuple[Array, Array]) -> tuple[int, int, int]:
 def _check_rows(name: str, array: Array, rows: int) -> None:
     if len(array) != rows:
         raise ValueError(f"{name} has {len(array)} rows, x has {rows}")
-
-
-def _check_status(name: str, status: int) -> None:
-    """1 is no refusal: it says that not all results are finite, which whoever reads them will see."""
-    if status < 0:
-        raise ValueError(f"{name}: the library refused the call, see standard error")

@@ -48,9 +48,10 @@ class Problem:
     Arrays that need no conversion are not copied: a change of theirs is a change of the problem.
     No result is kept from one call to the next.
 
-    Where the objective is NaN, or its gradient is not finite, `fun` and `fun_and_grad` give infinity
-    as the value. Optimisers turn back from infinity, if some clumsily; a NaN, which is neither larger
-    nor smaller than anything, would end them or lead them on. `minimize` does better, see there.
+    Where the objective is NaN, or its gradient is not finite, `fun` and `fun_and_grad` give
+    infinity as the value. Optimisers turn back from infinity, if some clumsily; a NaN, which is
+    neither larger nor smaller than anything, would end them or lead them on. `minimize` does
+    better, see there.
     """
 
     def __init__(self, network: Network, x: ArrayLike, y: ArrayLike) -> None:
@@ -64,7 +65,7 @@ class Problem:
         """Number of weights."""
         return self.network.numel
 
-    # ----------------------------------------------------------------------- the network's objective
+    # --------------------------------------------------------------------- the network's objective
 
     def fun(self, w: ArrayLike) -> float:
         """The objective; infinite where it is NaN."""
@@ -91,7 +92,7 @@ class Problem:
         # Rounding leaves it a few units in the last place from symmetric.
         return np.asarray(0.5 * (hessian + hessian.T))
 
-    # ---------------------------------------------------------------------------------- least squares
+    # ------------------------------------------------------------------------------- least squares
 
     def residuals(self, w: ArrayLike) -> Array:
         """Outputs minus targets, row by row, shape (rows * numout,)."""
@@ -167,8 +168,8 @@ def minimize(
     w0 : array_like, shape (numel,)
         Weights to begin with. Zeros are a bad choice: all hidden units would stay equal.
     method : str
-        Any of SciPy's. It gets the gradient, and the products of the Hessian or the Hessian if it
-        takes them: "L-BFGS-B", "BFGS", "CG"; "Newton-CG", "trust-krylov", "trust-ncg"; "trust-exact".
+        Any of SciPy's. "L-BFGS-B", "BFGS" and the like get the gradient; "Newton-CG",
+        "trust-krylov" and "trust-ncg" the products of the Hessian too, "trust-exact" the Hessian.
     **keywords
         Handed on: ``tol``, ``callback``, ``options`` and the like.
 
@@ -180,8 +181,8 @@ def minimize(
     Raises
     ------
     ValueError
-        For the norm "sum", and for a start where the objective is not finite. A later step to where it
-        is not finite is met with a finite value above all seen, so that the search turns back.
+        For the norm "sum", and for a start where the objective is not finite. A later step to where
+        it is not finite is met with a value above all seen, so that the search turns back.
     """
     if problem.network.norm == "sum":
         raise ValueError('the norm "sum" has no minimum; use least_squares, or another norm')

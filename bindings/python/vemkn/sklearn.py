@@ -220,7 +220,7 @@ class VemknRegressor(RegressorMixin, BaseEstimator):  # type: ignore[misc]
         self, training: Problem, held_out: Problem | None, random: np.random.RandomState
     ) -> list[Outcome]:
         rule = StopRule(self.max_iter, self.tol, self.patience)
-        # Each start draws from its own sequence, so adding starts leaves the earlier ones as they are.
+        # Each start draws from its own sequence, so more starts leave the earlier ones as they are.
         seeds = random.randint(2**31 - 1, size=self.n_starts)
         return [
             search(training, held_out, self._start(training, np.random.RandomState(seed)), rule)
