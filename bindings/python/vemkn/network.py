@@ -175,8 +175,8 @@ class Network(NetworkBase):
     def objective_each(self, w: ArrayLike | None, x: ArrayLike, y: ArrayLike) -> Array:
         """The norm of every residual, whose mean is the objective.
 
-        Under "sum" it is the residual itself, under "sum_log_dnorm_fat" its negative log-likelihood.
-        Arguments and shapes are as in `residual`.
+        Under "sum" it is the residual itself, else its negative log-likelihood. Arguments and shapes
+        are as in `residual`.
         """
         return self._of_every_residual("vemk_objv", w, x, y)
 
