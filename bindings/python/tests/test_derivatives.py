@@ -6,6 +6,8 @@ the reference's gradient: their error is the step's square times third derivativ
 
 from __future__ import annotations
 
+import os
+import threading
 from typing import Any
 
 import numpy as np
@@ -117,6 +119,28 @@ def test_the_process_wide_order_of_directions_is_left_as_found(order: int, one: 
         assert direction_order.current == order
     finally:
         library.vemk_major(None, 0)
+
+
+def test_a_forked_child_begins_with_the_order_as_found() -> None:
+    """Another thread is in the middle of a call, which the child does not have, when we fork."""
+    inside, forked = threading.Event(), threading.Event()
+
+    def call() -> None:
+        with direction_order.interleaved():
+            inside.set()
+            forked.wait()
+
+    library.vemk_major(None, 1)
+    thread = threading.Thread(target=call)
+    thread.start()
+    inside.wait()
+    child = os.fork()
+    if child == 0:
+        os._exit(7 if direction_order.current == 1 else 1)
+    forked.set()
+    thread.join()
+    library.vemk_major(None, 0)
+    assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 7
 
 
 def test_the_bits_depend_on_threads_and_batch_only() -> None:

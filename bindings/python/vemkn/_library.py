@@ -123,6 +123,7 @@ class _DirectionOrder:
         self._lock = threading.Lock()
         self._calls = 0
         self._found = 0
+        os.register_at_fork(after_in_child=self._begin_anew)
 
     @contextmanager
     def interleaved(self) -> Iterator[None]:
@@ -138,6 +139,13 @@ class _DirectionOrder:
                 self._calls -= 1
                 if self._calls == 0:
                     self._set(self._found)
+
+    def _begin_anew(self) -> None:
+        """The calls that other threads had under way are not in the child of a fork."""
+        if self._calls > 0:
+            self._set(self._found)
+        self._lock = threading.Lock()
+        self._calls = 0
 
     @property
     def current(self) -> int:
