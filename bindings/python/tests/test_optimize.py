@@ -7,6 +7,7 @@ from typing import Any
 import numpy as np
 import pytest
 import reference
+import scipy.optimize
 from conftest import Case
 from reference import assert_close
 from scipy.sparse.linalg import aslinearoperator
@@ -67,6 +68,21 @@ def test_least_squares_by_products_ends_at_the_same_optimum(
     result = least_squares(problem, start, xtol=1e-15, ftol=1e-15, gtol=1e-10)
     assert_close(result.x, optimum, 1e-4)
     assert_close(2 * result.cost, (problem.residuals(optimum) ** 2).sum(), 1e-9)
+
+
+def test_a_network_goes_without_a_problem(bump: tuple[Problem, Array], optimum: Array) -> None:
+    problem, start = bump
+    result = scipy.optimize.minimize(
+        problem.network.value_and_grad,
+        start,
+        args=(problem.x, problem.y),
+        jac=True,
+        hessp=problem.network.hvp,
+        method="Newton-CG",
+        options=ENDS["Newton-CG"],
+    )
+    assert result.nhev > 0
+    assert_close(result.x, optimum, 1e-4)
 
 
 def test_products_save_evaluations(bump: tuple[Problem, Array]) -> None:
