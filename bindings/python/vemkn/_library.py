@@ -1,0 +1,159 @@
+"""Finds the shared library, checks its version and declares its functions to ctypes."""
+
+from __future__ import annotations
+
+import ctypes
+import ctypes.util
+import os
+import threading
+from collections.abc import Iterator, Sequence
+from contextlib import contextmanager
+from pathlib import Path
+
+FILE_NAME = "libvemkn.so.1"
+# The first version with vemk_quiet, without which the process would not survive a NaN.
+OLDEST = (2026, 9, 1175)
+
+_POINTER = ctypes.c_void_p
+_COUNT = ctypes.c_uint
+_IGNORED = ctypes.c_uint64
+
+_ROWS_X_Y_OUT = [_POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT, _POINTER]
+_DIRECTIONS = [_POINTER, _COUNT, _POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
+
+# Name: what it returns, what it takes after the handle.
+_FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
+    "vemk_setpar": (ctypes.c_int, [_COUNT, ctypes.c_int]),
+    "vemk_quiet": (ctypes.c_int, [ctypes.c_int]),
+    "vemk_major": (ctypes.c_int, [ctypes.c_int]),
+    "vemk_numel": (ctypes.c_uint64, []),
+    "vemk_logp_bias": (ctypes.c_double, []),
+    "vemk_logp_sigma": (ctypes.c_double, []),
+    "vemk_setweights": (ctypes.c_int, [_POINTER, _COUNT]),
+    "vemk_getweights": (ctypes.c_int, [_POINTER, _COUNT]),
+    "vemk_compute": (
+        ctypes.c_int,
+        [_POINTER, _COUNT, _POINTER, _COUNT, _COUNT, _IGNORED, _POINTER],
+    ),
+    "vemk_residual": (ctypes.c_int, _ROWS_X_Y_OUT),
+    "vemk_obj": (ctypes.c_int, _ROWS_X_Y_OUT),
+    "vemk_objv": (ctypes.c_int, _ROWS_X_Y_OUT),
+    "vemk_norm": (ctypes.c_int, [_POINTER, _COUNT, _COUNT, _POINTER]),
+    "vemk_logp": (ctypes.c_int, [_POINTER, _COUNT, _POINTER]),
+    "vemk_g": (ctypes.c_int, [*_ROWS_X_Y_OUT, _POINTER]),
+    "vemk_Hv": (ctypes.c_int, [*_DIRECTIONS, _POINTER, _POINTER, _POINTER]),
+    "vemk_Jv": (ctypes.c_int, [*_DIRECTIONS, _POINTER, _POINTER]),
+    "vemk_vJ": (
+        ctypes.c_int,
+        [_POINTER, _COUNT, _POINTER, _IGNORED, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
+        + [_POINTER, _POINTER],
+    ),
+    "vemk_vJ_vec": (ctypes.c_int, [*_DIRECTIONS, _POINTER, _POINTER]),
+}
+
+
+def _candidates() -> Iterator[str]:
+    """Where to look, in this order. What VEMKN_LIBRARY names is the only place if it is set."""
+    named = os.environ.get("VEMKN_LIBRARY")
+    if named:
+        yield named
+        return
+    beside = Path(__file__).resolve().parent / FILE_NAME
+    if beside.exists():
+        yield str(beside)
+    yield FILE_NAME  # LD_LIBRARY_PATH and the system's folders
+    found = ctypes.util.find_library("vemkn")
+    if found and found != FILE_NAME:
+        yield found
+
+
+def _open() -> ctypes.CDLL:
+    failures = []
+    for candidate in _candidates():
+        try:
+            return ctypes.CDLL(candidate)
+        except OSError as error:
+            failures.append(str(error))
+    raise ImportError(
+        "vemkn cannot load the shared library libvemkn. Install it, or name the file in the "
+        "environment variable VEMKN_LIBRARY. Tried:\n  " + "\n  ".join(failures)
+    )
+
+
+def _version_of(loaded: ctypes.CDLL) -> str:
+    try:
+        function = loaded.vemk_version
+    except AttributeError:
+        raise ImportError(
+            f"{loaded._name} is not libvemkn, or an older one: it has no vemk_version"
+        ) from None
+    function.restype = ctypes.c_char_p
+    text: str = function().decode()
+    if tuple(int(number) for number in text.split(".")) < OLDEST:
+        oldest = ".".join(map(str, OLDEST))
+        raise ImportError(f"{loaded._name} is libvemkn {text}; vemkn needs {oldest} or newer")
+    return text
+
+
+def _declare(loaded: ctypes.CDLL) -> None:
+    loaded.initVEMKNet.restype = _POINTER
+    loaded.initVEMKNet.argtypes = [ctypes.c_char_p, ctypes.c_int]
+    loaded.releaseVEMKNet.restype = None
+    loaded.releaseVEMKNet.argtypes = [_POINTER]
+    for name, (result, arguments) in _FUNCTIONS.items():
+        function = getattr(loaded, name)
+        function.restype = result
+        function.argtypes = [_POINTER, *arguments]
+
+
+library = _open()
+version = _version_of(library)
+_declare(library)
+
+
+class _DirectionOrder:
+    """Keeps vemkn_rowmajor at 0 while any call of this package needs it so.
+
+    The variable belongs to the process, and other code in it may have set it. The first of the
+    calls under way sets it, the last one puts it back: it must not be written while one runs.
+    """
+
+    def __init__(self) -> None:
+        self._variable = ctypes.c_int.in_dll(library, "vemkn_rowmajor")
+        self._lock = threading.Lock()
+        self._calls = 0
+        self._found = 0
+        os.register_at_fork(after_in_child=self._begin_anew)
+
+    @contextmanager
+    def interleaved(self) -> Iterator[None]:
+        with self._lock:
+            if self._calls == 0:
+                self._found = self.current
+                self._set(0)
+            self._calls += 1
+        try:
+            yield
+        finally:
+            with self._lock:
+                self._calls -= 1
+                if self._calls == 0:
+                    self._set(self._found)
+
+    def _begin_anew(self) -> None:
+        """The calls that other threads had under way are not in the child of a fork."""
+        if self._calls > 0:
+            self._set(self._found)
+        self._lock = threading.Lock()
+        self._calls = 0
+
+    @property
+    def current(self) -> int:
+        return self._variable.value
+
+    def _set(self, order: int) -> None:
+        if self.current != order:
+            library.vemk_major(None, order)
+
+
+direction_order = _DirectionOrder()

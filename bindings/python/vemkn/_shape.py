@@ -1,0 +1,86 @@
+"""What a network looks like: the words of its description, checked."""
+
+from __future__ import annotations
+
+from collections.abc import Iterator
+from dataclasses import dataclass
+from functools import cached_property
+
+from ._arrays import LIMIT
+
+# softmax and softplus_shifted are softplus to the library.
+ACTIVATIONS = ("softplus", "atan", "relu", "id", "softmax", "softplus_shifted")
+NORMS = ("sum_log_dnorm_fat", "sum")
+
+
+@dataclass(frozen=True)
+class Shape:
+    """Counts and names of a network; every field is checked when one is made."""
+
+    numin: int
+    numout: int
+    sizes: tuple[int, ...]
+    nmult: int
+    activation: str
+    norm: str
+
+    def __post_init__(self) -> None:
+        for name in ("numin", "numout", "nmult"):
+            _check_positive(name, getattr(self, name))
+        for size in self.sizes:
+            _check_positive("sizes", size)
+        if len(self.sizes) < 2:
+            raise ValueError(f"sizes: {len(self.sizes)} given, a network has at least 2 layers")
+        if self.nmult > 1 and self.sizes[-1] != self.sizes[0]:
+            raise ValueError(
+                f"nmult is {self.nmult}, so the last size, {self.sizes[-1]}, must equal the first, "
+                f"{self.sizes[0]}"
+            )
+        _check_word("activation", self.activation, ACTIVATIONS)
+        _check_word("norm", self.norm, NORMS)
+
+    @staticmethod
+    def parse(text: str) -> Shape:
+        """From a description text; its fifth word, the batch, is not used."""
+        words = text.split()
+        try:
+            numin, numout, nlayers, nmult, _ = (int(word) for word in words[:5])
+            if nlayers < 0 or len(words) != 7 + nlayers:
+                raise ValueError
+            sizes = tuple(int(word) for word in words[5:-2])
+        except ValueError:
+            raise ValueError(
+                f"{text!r} is not of the form 'numin numout nlayers nmult batch', nlayers sizes, "
+                "activation, norm"
+            ) from None
+        return Shape(numin, numout, sizes, nmult, words[-2], words[-1])
+
+    @property
+    def text(self) -> str:
+        """The description that the library makes this network from. Its batch, 32, is not used."""
+        counts = (self.numin, self.numout, len(self.sizes), self.nmult, 32, *self.sizes)
+        return " ".join([*map(str, counts), self.activation, self.norm])
+
+    def layers(self) -> Iterator[tuple[int, int]]:
+        """Inputs and outputs of every layer."""
+        yield from zip(self.sizes, self.sizes[1:])
+        yield self.sizes[-1] * self.nmult, self.numout
+
+    @cached_property
+    def numel(self) -> int:
+        return sum((rows + 1) * columns for rows, columns in self.layers())
+
+    @property
+    def widest_input(self) -> int:
+        """Input columns that a call may hand in; one more would end the process."""
+        return min(self.numin, self.sizes[0])
+
+
+def _check_positive(name: str, value: int) -> None:
+    if not 0 < value < LIMIT:
+        raise ValueError(f"{name}: {value} is not a positive count of 32 bits")
+
+
+def _check_word(name: str, word: str, known: tuple[str, ...]) -> None:
+    if word not in known:
+        raise ValueError(f"{name}: {word!r} is none of {', '.join(known)}")
