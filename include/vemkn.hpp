@@ -20,11 +20,11 @@
  *         for (std::size_t k = 0; k < w.size(); ++k) w[k] = 0.3 * static_cast<double>(k % 4) - 0.4;
  *
  *         vemkn::Gradient here = net.value_and_gradient(w, x, y);
- *         for (double step = 1; step > 1e-9;) {
+ *         for (double step = 1; step > 1e-6;) {
  *             std::vector<double> trial = w;
  *             for (std::size_t k = 0; k < w.size(); ++k) trial[k] -= step * here.gradient[k];
  *             const vemkn::Gradient there = net.value_and_gradient(trial, x, y);
- *             if (there.finite && there.value < here.value - 1e-9) {
+ *             if (there.finite && there.value < here.value - 1e-6) {
  *                 w = trial;
  *                 here = there;
  *             } else {
