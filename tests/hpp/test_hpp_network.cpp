@@ -53,7 +53,7 @@ TEST(HppNetwork, ThrowsForATextThatDescribesNone)
                                    "1 4000000000 2 1 32 4000000000 4000000000 softplus sum"}) {
         EXPECT_THROW(vemkn::Network{text}, std::invalid_argument) << text;
     }
-    EXPECT_THROW(vemkn::Network(std::string_view()), std::invalid_argument);
+    EXPECT_THROW(vemkn::Network{std::string_view()}, std::invalid_argument);
     EXPECT_THROW(vemkn::Network(vemkn::Description{}), std::invalid_argument);
     EXPECT_THROW(vemkn::Network({.sizes = {1, 0}}), std::invalid_argument);
     EXPECT_NO_THROW(vemkn::Network("1 1 2 1 32 1 4 softplus sum"));
