@@ -85,7 +85,7 @@ TEST(HppNetwork, MovesWithItsWeightsAndLeavesNothingBehind)
     EXPECT_EQ(handle, second.handle());
     EXPECT_EQ(problem.w, second.weights());
 
-    // NOLINTBEGIN(bugprone-use-after-move): that is what is tested
+    // NOLINTBEGIN(bugprone-use-after-move, clang-analyzer-cplusplus.Move): what is tested
     EXPECT_THROW(first.handle(), std::logic_error);
     EXPECT_THROW(first.numin(), std::logic_error);
     EXPECT_THROW(first.weights(), std::logic_error);
@@ -99,7 +99,7 @@ TEST(HppNetwork, MovesWithItsWeightsAndLeavesNothingBehind)
     EXPECT_EQ(7u, first.numel());
     second = std::move(first);
     EXPECT_EQ(7u, second.numel());
-    // NOLINTEND(bugprone-use-after-move)
+    // NOLINTEND(bugprone-use-after-move, clang-analyzer-cplusplus.Move)
 }
 
 TEST(HppNetwork, RefusesSettingsOutOfRange)
