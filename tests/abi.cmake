@@ -61,6 +61,8 @@ foreach(standard 11 20)
             ${CMAKE_CXX_COMPILER} -std=c++${standard} -pedantic -x c++ ${includes})
     endforeach()
 endforeach()
+vemkn_header_test(Header.CompilesAsCxx20/vemkn.hpp ${PROJECT_SOURCE_DIR}/include/vemkn.hpp
+    ${CMAKE_CXX_COMPILER} -std=c++20 -pedantic -x c++ ${includes})
 
 # nosan: a host that is not sanitized itself cannot load a sanitized library.
 vemkn_script_test(Installation.ServesHostsAlsoAfterAMove LABELS install nosan

@@ -47,7 +47,7 @@ endfunction()
 
 set(first ${WORK}/prefix)
 run(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${first})
-foreach(file include/vemkn.h include/vemkn_errors.h ${LIBDIR}/libvemkn.so ${LIBDIR}/libvemkn.so.1
+foreach(file include/vemkn.h include/vemkn.hpp include/vemkn_errors.h share/man/man3/vemk_g.3 ${LIBDIR}/libvemkn.so ${LIBDIR}/libvemkn.so.1
              ${LIBDIR}/libvemkn.so.${VERSION} ${LIBDIR}/pkgconfig/vemkn.pc
              ${LIBDIR}/cmake/vemkn/vemknConfig.cmake)
     if(NOT EXISTS ${first}/${file})

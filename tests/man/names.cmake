@@ -1,0 +1,27 @@
+# Every exported function has a manual page by its name, which leads to a page that lists and explains it.
+#   LIST PAGES LINKS    pages in one folder, the one-line links to them in another (of an installation: the same)
+
+cmake_minimum_required(VERSION 3.25)
+
+file(STRINGS ${LIST} exported REGEX " T$")
+if(NOT exported)
+    message(FATAL_ERROR "${LIST} has no functions")
+endif()
+foreach(symbol IN LISTS exported)
+    string(REGEX REPLACE "@.*$" "" function "${symbol}")
+    if(NOT EXISTS ${LINKS}/${function}.3)
+        message(SEND_ERROR "${function} has no manual page")
+        continue()
+    endif()
+    file(READ ${LINKS}/${function}.3 link)
+    if(NOT link MATCHES "^\\.so man3/([a-z_]+\\.3)\n$")
+        message(SEND_ERROR "${function}.3 is no link: ${link}")
+        continue()
+    endif()
+    set(file ${CMAKE_MATCH_1})
+    file(READ ${PAGES}/${file} page)
+    if(NOT page MATCHES "\n\\.SH NAME\n([^\\]*\n)?${function}(,| )"
+       OR NOT page MATCHES "\n\\.SS ${function}\n" OR NOT page MATCHES "[ *]${function}\\(")
+        message(SEND_ERROR "${file} does not name ${function}")
+    endif()
+endforeach()
