@@ -1,4 +1,5 @@
-/* libvemkn for C++20: a handle that cleans up after itself, spans in, vectors out, exceptions for mistakes. Everything is
+/** @file
+ * libvemkn for C++20: a handle that cleans up after itself, spans in, vectors out, exceptions for mistakes. Everything is
  * inline, on the C interface of vemkn.h alone; what that says of descriptions, flat order, traps and process-wide state
  * holds here too.
  *
@@ -78,8 +79,10 @@
 
 namespace vemkn {
 
+/** What acts on every layer, the last one included. */
 enum class Activation { softplus, atan, relu, id };
 
+/** What is made of the residuals: the robust likelihood, or nothing. */
 enum class Norm { sum_log_dnorm_fat, sum };
 
 /** The words of a description text, see vemkn.h. */
@@ -87,10 +90,12 @@ struct Description {
     unsigned numin = 1;            /**< input columns */
     unsigned numout = 1;           /**< output columns */
     std::vector<unsigned> sizes{}; /**< widths of the layers' inputs, at least two */
-    Activation activation = Activation::softplus;
-    Norm norm = Norm::sum_log_dnorm_fat;
+    Activation activation = Activation::softplus; /**< of every layer */
+    Norm norm = Norm::sum_log_dnorm_fat;          /**< of the residuals */
     unsigned nmult = 1; /**< how often the hidden layers are applied */
 
+    /** The words as initVEMKNet takes them.
+     * @return the description text */
     std::string text() const
     {
         constexpr const char* activations[] = {"softplus", "atan", "relu", "id"};
@@ -109,33 +114,37 @@ enum class Order { interleaved, consecutive };
 
 /** Numbers of a batch, rows * numout() of them, row by row. */
 struct Values {
-    std::vector<double> values;
-    bool finite;
+    std::vector<double> values; /**< the numbers */
+    bool finite; /**< whether every number here is */
 };
 
+/** What Network::value_and_gradient computes. */
 struct Gradient {
     double value;                 /**< the objective */
     std::vector<double> gradient; /**< numel(), flat order */
-    bool finite;
+    bool finite; /**< whether every number here is */
 };
 
+/** What Network::hessian_product computes. */
 struct HessianProduct {
     double value;                 /**< the objective */
     std::vector<double> gradient; /**< numel(), flat order */
     std::vector<double> products; /**< numel() * nv, in the order of the directions */
-    bool finite;
+    bool finite; /**< whether every number here is */
 };
 
+/** What Network::jacobian_product computes. */
 struct JacobianProduct {
     std::vector<double> values;   /**< rows * numout(), the element norm of every residual */
     std::vector<double> products; /**< rows * numout() * nv, in the order of the directions */
-    bool finite;
+    bool finite; /**< whether every number here is */
 };
 
+/** What Network::product_jacobian computes. */
 struct ProductJacobian {
     std::vector<double> residuals; /**< rows * numout() */
     std::vector<double> products;  /**< k * numel(), one product after the other */
-    bool finite;
+    bool finite; /**< whether every number here is */
 };
 
 namespace detail {
@@ -215,19 +224,24 @@ public:
         if (!usable()) detail::wrong("\"" + std::string(text) + "\" describes no network");
     }
 
-    /** As Network(description.text()). */
+    /** As Network(description.text()).
+     * @param description  the words of the text */
     explicit Network(const Description& description) : Network(description.text()) {}
 
-    /** Input columns that x has: the first word of the text, or the first of the sizes where that is smaller. */
+    /** Input columns that x has: the first word of the text, or the first of the sizes where that is smaller.
+     * @return their number */
     unsigned numin() const { return std::min(vemk_numin(handle()), layer_rows(handle(), 0)); }
 
-    /** Output columns, and columns of y. */
+    /** Output columns, and columns of y.
+     * @return their number */
     unsigned numout() const { return vemk_numout(handle()); }
 
-    /** Number of weights and biases. */
+    /** Number of weights and biases.
+     * @return the length of the flat vector */
     std::size_t numel() const { return vemk_numel(handle()); }
 
     /** The handle, for what this class leaves out (the likelihood helpers, single layers); the network keeps it.
+     * @return never null
      * @throws std::logic_error for a network that has been moved from, as every member function does. */
     VEMKNInfo* handle() const
     {
@@ -236,6 +250,7 @@ public:
     }
 
     /** Number of shares that the rows are dealt to, and of threads at most; 1 in a new network outside parallel regions.
+     * @param threads  1 ... 99999
      * @throws std::invalid_argument unless 1 ... 99999 */
     void set_threads(unsigned threads)
     {
@@ -246,6 +261,7 @@ public:
     }
 
     /** Rows of a slice; 32 in a new network.
+     * @param rows  1 or more
      * @throws std::invalid_argument unless 1 or more */
     void set_batch(int rows)
     {
@@ -254,7 +270,8 @@ public:
         }
     }
 
-    /** Whether calls let numbers that are not finite pass (true) or arm traps (false, as in a new network). */
+    /** Whether calls let numbers that are not finite pass (true) or arm traps (false, as in a new network).
+     * @param on  true for the quiet mode */
     void set_quiet(bool on) { vemk_quiet(handle(), on ? 1 : 0); }
 
     /** The weights that the network keeps for its owner: zeros at first. No computation reads them unless they are handed
@@ -276,7 +293,8 @@ public:
 
     /** Outputs, on the calling thread.
      * @param w  numel() numbers, flat order
-     * @param x  rows * numin() */
+     * @param x  rows * numin()
+     * @return rows * numout() outputs */
     Values compute(std::span<const double> w, std::span<const double> x) const
     {
         const Shape s = shape(w, x, x.size() / numin());
@@ -290,7 +308,8 @@ public:
     /** Residuals, output minus target, on the calling thread.
      * @param w  numel() numbers, flat order
      * @param x  rows * numin()
-     * @param y  rows * numout() */
+     * @param y  rows * numout()
+     * @return rows * numout() residuals */
     Values residual(std::span<const double> w,
                     std::span<const double> x,
                     std::span<const double> y) const
@@ -298,7 +317,11 @@ public:
         return values("vemk_residual", vemk_residual, w, x, y);
     }
 
-    /** Objective, the mean norm of the residuals; arguments as in residual(). */
+    /** Objective, the mean norm of the residuals.
+     * @param w  numel() numbers, flat order
+     * @param x  rows * numin()
+     * @param y  rows * numout()
+     * @return the objective; whether it is finite says itself */
     double objective(std::span<const double> w,
                      std::span<const double> x,
                      std::span<const double> y) const
@@ -311,7 +334,11 @@ public:
         return value;
     }
 
-    /** The norm of every residual; arguments as in residual(). */
+    /** The norm of every residual.
+     * @param w  numel() numbers, flat order
+     * @param x  rows * numin()
+     * @param y  rows * numout()
+     * @return rows * numout() norms */
     Values objective_each(std::span<const double> w,
                           std::span<const double> x,
                           std::span<const double> y) const
@@ -319,7 +346,11 @@ public:
         return values("vemk_objv", vemk_objv, w, x, y);
     }
 
-    /** Objective and its gradient; arguments as in residual(). */
+    /** Objective and its gradient.
+     * @param w  numel() numbers, flat order
+     * @param x  rows * numin()
+     * @param y  rows * numout()
+     * @return both */
     Gradient value_and_gradient(std::span<const double> w,
                                 std::span<const double> x,
                                 std::span<const double> y) const
@@ -351,7 +382,8 @@ public:
      * @param v      numel() * nv, at least one direction
      * @param x      rows * numin()
      * @param y      rows * numout()
-     * @param order  of v and of the products */
+     * @param order  of v and of the products
+     * @return the objective, its gradient and the products */
     HessianProduct hessian_product(std::span<const double> w,
                                    std::span<const double> v,
                                    std::span<const double> x,
@@ -384,8 +416,13 @@ public:
         return r;
     }
 
-    /** The norm of every residual and its derivatives along nv directions; arguments, order and vemkn_rowmajor as in
-     * hessian_product(). */
+    /** The norm of every residual and its derivatives along nv directions; vemkn_rowmajor as in hessian_product().
+     * @param w      numel() numbers, flat order
+     * @param v      numel() * nv, at least one direction
+     * @param x      rows * numin()
+     * @param y      rows * numout()
+     * @param order  of v and of the products
+     * @return the norms and the products */
     JacobianProduct jacobian_product(std::span<const double> w,
                                      std::span<const double> v,
                                      std::span<const double> x,
@@ -424,7 +461,8 @@ public:
      * @param w  numel() numbers, flat order
      * @param u  k * rows * numout(), one weighting after the other, at least one
      * @param x  rows * numin()
-     * @param y  rows * numout() */
+     * @param y  rows * numout()
+     * @return the residuals and the products */
     ProductJacobian product_jacobian(std::span<const double> w,
                                      std::span<const double> u,
                                      std::span<const double> x,
