@@ -2,7 +2,6 @@
 
 #include <petsctao.h>
 
-#include <climits>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
