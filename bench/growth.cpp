@@ -6,7 +6,8 @@
 
 #include <malloc.h>
 
-#include <atomic>
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,8 +19,10 @@
 
 namespace {
 
-// What operator new has given out, which is all memory of the library but OpenBLAS's own.
-std::atomic<std::size_t> in_use, peak;
+// What operator new has given out while somebody counts, which is all memory of the library but OpenBLAS's own. Only calls
+// on one thread are counted, and nothing is while times are taken: threads that allocate would wait for each other here.
+bool counting = false;
+std::ptrdiff_t in_use, peak;
 
 }  // namespace
 
@@ -27,16 +30,16 @@ void* operator new(std::size_t n)
 {
     void* p = std::malloc(n);
     if (p == nullptr) throw std::bad_alloc();
-    const std::size_t now = in_use += malloc_usable_size(p);
-    std::size_t before = peak;
-    while (now > before && !peak.compare_exchange_weak(before, now)) {
+    if (counting) {
+        in_use += static_cast<std::ptrdiff_t>(malloc_usable_size(p));
+        peak = std::max(peak, in_use);
     }
     return p;
 }
 
 void operator delete(void* p) noexcept
 {
-    in_use -= malloc_usable_size(p);
+    if (counting) in_use -= static_cast<std::ptrdiff_t>(malloc_usable_size(p));
     std::free(p);
 }
 
@@ -159,16 +162,16 @@ void memory()
             vemk_setpar(p.net, 1, BATCH);
             const std::vector<double> in = bench::numbers_in(p, entry.directions);
             std::vector<double> out = bench::numbers_out(p, entry.directions);
-            const std::size_t before = in_use;
-            peak = before;
+            in_use = peak = 0;
+            counting = true;
             entry.call(p, entry.directions, in, out);
-            const std::size_t kept = in_use - before;
-            std::printf("memory\t%s\t%s, %u rows\t%zu\t%zu\n",
+            counting = false;
+            std::printf("memory\t%s\t%s, %u rows\t%td\t%td\n",
                         entry.name,
                         shape.name,
                         shape.rows,
-                        peak - before,
-                        kept);
+                        peak,
+                        in_use);
             std::fflush(stdout);
         }
     }

@@ -61,11 +61,21 @@ void adj_residuals(const Model& net,
         grad);
 }
 
+// How many blocks of rows to run forward before they are swept. A team waits twice a round, so a round is several blocks
+// for each share; but what they keep is taken from the system and given back every call, so it is a small part of the
+// rows. A single thread has nobody to wait for.
+inline std::size_t blocks_of_a_round(std::size_t blocks, unsigned threads)
+{
+    constexpr std::size_t LEAST_ROUNDS = 4, MOST_OF_A_SHARE = 16;
+    const std::size_t shares = std::min(threads, Shares::MAX_NUMBER);
+    if (shares == 1) return 1;
+    return shares * std::clamp(blocks / (LEAST_ROUNDS * shares), std::size_t{1}, MOST_OF_A_SHARE);
+}
+
 // The same for several weightings: one forward pass, then one backward sweep for each U[i], shared out over the
 // threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
 // Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a
-// block are read while in cache. A team takes several blocks for each thread a round; a single thread has nobody to
-// wait for. A batch that fits one slice of the model is too little work for a team.
+// block are read while in cache. A batch that fits one slice of the model is too little work for a team.
 template <class Model, class Weighting>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
@@ -84,11 +94,9 @@ void adj_computev_vec(const Model& net,
         Sweep<Model> sweep;
     };
 
-    constexpr std::size_t BLOCKS_OF_A_SHARE = 16;
     const Slices blocks(X.rows, ROWS_IN_CACHE);
     const unsigned threads = Slices(X.rows, net.batch).single() ? 1 : net.threads;
-    const std::size_t shares = std::min(threads, Shares::MAX_NUMBER);
-    const std::size_t round = shares == 1 ? 1 : BLOCKS_OF_A_SHARE * shares;
+    const std::size_t round = blocks_of_a_round(blocks.number(), threads);
     const Shares sweeps(U.size(), threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<Tape<Matrix>> tapes(std::min(round, blocks.number()));
