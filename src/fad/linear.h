@@ -72,6 +72,17 @@ inline void transpose(const MatrixCarrier& A, MatrixCarrier& At)
     each_part([](const auto& from, auto& to) { VEMKN::transpose(from, to); }, A, At);
 }
 
+inline void shape_rows(MatrixCarrier& whole, const MatrixCarrier& part, std::size_t rows)
+{
+    whole.set_directions(part.directions());
+    each_part([&](const auto& from, auto& to) { VEMKN::shape_rows(to, from, rows); }, part, whole);
+}
+
+inline void put_rows(MatrixCarrier& whole, std::size_t first, const MatrixCarrier& part)
+{
+    each_part([&](const auto& from, auto& to) { VEMKN::put_rows(to, first, from); }, part, whole);
+}
+
 inline void shape_columns(MatrixCarrier& whole, const MatrixCarrier& part, std::size_t n)
 {
     whole.set_directions(part.directions());

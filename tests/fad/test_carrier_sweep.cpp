@@ -226,3 +226,23 @@ TEST(CarrierSweep, SaysInvalidDimsOnceForABiasThatFitsNowhereAndGoesOn)
     VEMKN::computev(net, rows_of(p.x, p));
     EXPECT_EQ("invalid dims\n", err.text());
 }
+
+TEST(CarrierSweep, GivesTheOutputsOfManyRowsAsOfEachRow)
+{
+    const DirectionCounts counts(1);
+    Problem p = problem("sum");
+    p.nrows = 150;
+    Random random(8);
+    p.x = random.list(p.nrows * p.xcols);
+    const CarrierModel net = carrier_model(p, random.list(p.nw()));
+    const MatrixCarrier together = VEMKN::computev(net, rows_of(p.x, p));
+    ASSERT_EQ(p.nrows, together.value.rows());
+    for (std::size_t row = 0; row < p.nrows; ++row) {
+        const MatrixCarrier alone =
+            VEMKN::computev(net, RowsView(p.x.data() + row * p.xcols, 1, p.xcols));
+        for (std::size_t c = 0; c < p.shape.numout; ++c) {
+            EXPECT_NEAR(alone.value(0, c), together.value(row, c), TOLERANCE) << row;
+            EXPECT_NEAR(alone.derivatives[0](0, c), together.derivatives[0](row, c), TOLERANCE) << row;
+        }
+    }
+}
