@@ -108,6 +108,8 @@ test_that("data that cannot be fitted are errors", {
     expect_error(vemkn_fit(d$x, rep(1, 60)), "in every row")
     expect_error(vemkn_fit(d$x, d$y, core = -1), "positive")
     expect_error(vemkn_fit(d$x, d$y, core = 1:2), "one for each target")
+    expect_error(vemkn_fit(d$x, d$y, core = Inf), "'core' has to be one number")
+    expect_error(vemkn_fit(d$x, d$y, shift = -Inf), "'shift' has to be one number")
     expect_error(vemkn_fit(d$x, d$y, decay = -1), "decay")
     fit <- vemkn_fit(d$x, d$y, 2, starts = 1, maxit = 1)
     expect_error(predict(fit, d$x[, 1]), "'x' has 1 columns")
