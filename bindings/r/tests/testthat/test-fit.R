@@ -91,6 +91,11 @@ test_that("targets are scaled as the activation needs", {
     expect_equal(vemkn_fit(d$x, d$y, 2, starts = 1, maxit = 1)$target_map$core, 0.2, tolerance = 0.3)
 })
 
+test_that("inputs come to mean 0 and deviation 1, and constant ones to 0", {
+    x <- cbind(c(3, 5, 7), 0, 5)
+    expect_equal(vemkn:::apply_input_map(vemkn:::make_input_map(x), x), cbind(c(-1, 0, 1), 0, 0))
+})
+
 test_that("starts have the median output at the median target", {
     set.seed(1)
     x <- matrix(rnorm(202), 101)
