@@ -1,4 +1,5 @@
 #include <atomic>
+#include <memory>
 #include <thread>
 
 #include "hpp/problem.h"
@@ -40,6 +41,19 @@ TEST_F(HppOrder, IsPutBackAfterARefusedShape)
     EXPECT_THROW(net.hessian_product(problem.w, v, problem.x, problem.y), std::invalid_argument);
     EXPECT_THROW(net.jacobian_product(problem.w, v, problem.x, problem.y), std::invalid_argument);
     EXPECT_EQ(1, vemkn_rowmajor);
+}
+
+// What overlapping calls do, without leaving it to chance whether they overlap.
+TEST_F(HppOrder, IsPutBackByTheLastOfOverlappingCalls)
+{
+    vemk_major(nullptr, 7);
+    auto first = std::make_unique<vemkn::detail::Interleaved>();
+    auto second = std::make_unique<vemkn::detail::Interleaved>();
+    EXPECT_EQ(0, vemkn_rowmajor);
+    first.reset();
+    EXPECT_EQ(0, vemkn_rowmajor) << "the second is still under way";
+    second.reset();
+    EXPECT_EQ(7, vemkn_rowmajor);
 }
 
 TEST_F(HppOrder, CallsOfSeveralThreadsMayDifferInIt)

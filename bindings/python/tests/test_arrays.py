@@ -160,6 +160,22 @@ def test_more_than_the_library_counts(one: Case) -> None:
         n.element_norm(np.broadcast_to(0.0, (many,)))
 
 
+@pytest.mark.usefixtures("no_library")
+def test_more_weightings_of_no_rows_than_the_library_counts(one: Case) -> None:
+    many = np.empty((2**32 + 1, 0, 1))
+    with pytest.raises(ValueError, match="takes fewer than 4294967296"):
+        one.network.vjp_many(one.w, many, np.empty((0, 2)), np.empty((0, 1)))
+
+
+@pytest.mark.usefixtures("no_library")
+def test_masked_values_are_refused(one: Case) -> None:
+    masked: Any = one.x.view(np.ma.MaskedArray)
+    assert one.network._inputs(masked).shape == one.x.shape
+    masked[0, 0] = np.ma.masked
+    with pytest.raises(ValueError, match="x has masked values"):
+        one.network.compute(one.w, masked)
+
+
 def test_a_call_that_the_library_refuses_all_the_same() -> None:
     with pytest.raises(ValueError, match="vemk_g: the library refused"):
         _base._check_status("vemk_g", -1)

@@ -7,7 +7,9 @@ the reference's gradient: their error is the step's square times third derivativ
 from __future__ import annotations
 
 import os
+import sys
 import threading
+from collections.abc import Callable
 from typing import Any
 
 import numpy as np
@@ -15,6 +17,7 @@ import pytest
 import reference
 from conftest import ROWS, Case, make_case
 from reference import assert_close
+from vemkn import _library
 from vemkn._arrays import Array
 from vemkn._library import direction_order, library
 
@@ -141,6 +144,80 @@ def test_a_forked_child_begins_with_the_order_as_found() -> None:
     thread.join()
     library.vemk_major(None, 0)
     assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 7
+
+
+def call() -> None:
+    with direction_order.interleaved():
+        assert direction_order.current == 0
+
+
+def before_line(number: int, action: Callable[[], None]) -> Any:
+    """A trace function that acts, as a signal handler may, between two lines of the module."""
+    lines = 0
+
+    def trace(frame: Any, event: str, _: object) -> Any:
+        nonlocal lines
+        if frame.f_code.co_filename != _library.__file__:
+            return None
+        lines += event == "line"
+        if event == "line" and lines == number:
+            action()
+        return trace
+
+    return trace
+
+
+def test_a_call_may_interrupt_another_at_any_line() -> None:
+    """It must not wait for the one that it interrupts, and both need the order."""
+    interrupted: list[bool] = []
+    orders = []
+
+    def interrupt() -> None:
+        interrupted[-1] = True
+        call()
+
+    def use() -> None:
+        for number in range(1, 50):
+            interrupted.append(False)
+            sys.settrace(before_line(number, interrupt))
+            call()
+            sys.settrace(None)
+            orders.append(direction_order.current)
+
+    library.vemk_major(None, 1)
+    thread = threading.Thread(target=use, daemon=True)
+    thread.start()
+    thread.join(timeout=10)
+    library.vemk_major(None, 0)
+    assert not thread.is_alive(), "it waits"
+    assert interrupted[0] and not interrupted[-1], "some lines were not reached"
+    assert orders == [1] * len(interrupted)
+
+
+@pytest.mark.parametrize("when", [0, 1], ids=["before the call", "after it"])
+def test_an_exception_out_of_a_signal_handler_leaves_the_order_as_found(
+    when: int, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    really = direction_order._set
+    changes: list[int] = []
+
+    def change(order: int) -> None:
+        really(order)
+        changes.append(order)
+        if changes == [0, 1][: when + 1]:
+            raise KeyboardInterrupt
+
+    library.vemk_major(None, 1)
+    monkeypatch.setattr(direction_order, "_set", change)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            call()
+        assert direction_order.current == 1
+        library.vemk_major(None, 2)
+        call()
+        assert direction_order.current == 2
+    finally:
+        library.vemk_major(None, 0)
 
 
 def test_the_bits_depend_on_threads_and_batch_only() -> None:

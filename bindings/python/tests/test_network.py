@@ -171,6 +171,14 @@ def test_numbers_that_are_not_finite_flow_through(one: Case) -> None:
     assert np.isfinite(network.objective(one.w, x, y))
 
 
+def test_quiet_is_any_truth(one: Case) -> None:
+    """Also one whose number would be 0 in 32 bits."""
+    quiet: Any = 2**32
+    one.network.quiet = quiet
+    assert one.network.quiet is True
+    assert not np.isfinite(one.network.objective(np.full(one.network.numel, 1e200), one.x, one.y))
+
+
 def test_without_quiet_mode_an_overflow_ends_the_process() -> None:
     program = (
         "import numpy as np, vemkn\n"

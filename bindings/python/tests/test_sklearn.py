@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import itertools
 import pickle
 from collections.abc import Callable
 from typing import Any
@@ -20,6 +21,7 @@ from vemkn import Network
 from vemkn._arrays import Array
 from vemkn._fit import starting_weights
 from vemkn._scaling import InputMap, TargetMap, default_core
+from vemkn.optimize import Problem
 from vemkn.sklearn import VemknRegressor
 
 
@@ -113,6 +115,22 @@ def test_the_iteration_limit_is_told(data: tuple[Array, Array, Array]) -> None:
     with pytest.warns(ConvergenceWarning, match="within 2 iterations"):
         model = VemknRegressor(random_state=0, max_iter=2).fit(x, y)
     assert model.n_iter_ == 2
+
+
+def test_an_objective_of_exactly_0_ends_the_search(monkeypatch: pytest.MonkeyPatch) -> None:
+    """Which rounding makes of residuals up to about 1e-8, so for any data without scatter."""
+    evaluations = itertools.count()
+    really = Problem.fun_and_grad
+
+    def counted(problem: Problem, w: Any) -> tuple[float, Array]:
+        assert next(evaluations) < 10000, "the search does not end"
+        return really(problem, w)
+
+    monkeypatch.setattr(Problem, "fun_and_grad", counted)
+    x = np.linspace(-1.0, 1.0, 20)[:, np.newaxis]
+    model = VemknRegressor((1,), "id", random_state=0).fit(x, np.full(20, 3.0))
+    assert model.objective_ == 0.0
+    assert_close(model.predict(x), np.full(20, 3.0), 1e-6)
 
 
 @pytest.mark.parametrize(

@@ -20,6 +20,8 @@ LIMIT = 2**32
 
 def numbers(name: str, values: ArrayLike) -> NDArray[Any]:
     """An array of real numbers, of whatever type and layout."""
+    if isinstance(values, np.ma.MaskedArray) and np.any(values.mask):
+        raise ValueError(f"{name} has masked values: leave such rows out, or fill them")
     array = np.asarray(values)
     if array.dtype.kind in "biuf" or array.size == 0:
         return array
@@ -83,9 +85,9 @@ def weightings(name: str, values: ArrayLike, shape: tuple[int, int]) -> Array:
 
 
 def check_count(name: str, shape: Sequence[int]) -> None:
-    """Refuses what the library would refuse as too large."""
+    """Refuses what the library would refuse as too large, and any extent that it cannot count."""
     count = 1
     for extent in shape:
-        count *= extent
+        count *= max(extent, 1)
     if count >= LIMIT:
         raise ValueError(f"{name}: {count} values, the library takes fewer than {LIMIT}")

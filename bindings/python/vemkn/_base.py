@@ -170,8 +170,9 @@ class NetworkBase:
 
     @quiet.setter
     def quiet(self, quiet: bool) -> None:
+        quiet = bool(quiet)
         self._call("vemk_quiet", int(quiet))
-        self._quiet = bool(quiet)
+        self._quiet = quiet
 
     # ------------------------------------------------------------------------------------- weights
 

@@ -87,7 +87,8 @@ class _Search:
         ending = "converged"
         try:
             gain = math.inf
-            while gain >= _WORTH_A_NEW_SEARCH * abs(self._lowest):
+            # At 0 exactly, every gain would be worth it, and there is none.
+            while gain > 0.0 and gain >= _WORTH_A_NEW_SEARCH * abs(self._lowest):
                 before = self._lowest
                 self._descend(w)
                 w, gain = self._lowest_at, before - self._lowest

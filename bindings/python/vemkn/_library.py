@@ -116,36 +116,49 @@ class _DirectionOrder:
 
     The variable belongs to the process, and other code in it may have set it. The first of the
     calls under way sets it, the last one puts it back: it must not be written while one runs.
+
+    Between any two lines Python may run a signal handler, or a finaliser, that makes a call itself
+    or raises an exception. Hence a lock that its owner may take again, and steps in an order that
+    allows for another call, or for none of the rest, after each of them.
     """
 
     def __init__(self) -> None:
         self._variable = ctypes.c_int.in_dll(library, "vemkn_rowmajor")
-        self._lock = threading.Lock()
-        self._calls = 0
-        self._found = 0
+        self._lock = threading.RLock()
+        self._calls: set[object] = set()
+        self._found: int | None = None  # what to put back
         os.register_at_fork(after_in_child=self._begin_anew)
 
     @contextmanager
     def interleaved(self) -> Iterator[None]:
-        with self._lock:
-            if self._calls == 0:
-                self._found = self.current
-                self._set(0)
-            self._calls += 1
+        call = object()
         try:
+            with self._lock:
+                self._calls.add(call)
+                found = self.current
+                if self._found is None:
+                    self._found = found
+                self._set(0)
             yield
         finally:
-            with self._lock:
-                self._calls -= 1
-                if self._calls == 0:
-                    self._set(self._found)
+            try:
+                self._leave(call)
+            finally:
+                self._leave(call)  # in case of an exception within the first
+
+    def _leave(self, call: object) -> None:
+        with self._lock:
+            self._calls.discard(call)
+            found = self._found
+            if not self._calls and found is not None:
+                self._set(found)
+                self._found = None
 
     def _begin_anew(self) -> None:
         """The calls that other threads had under way are not in the child of a fork."""
-        if self._calls > 0:
-            self._set(self._found)
-        self._lock = threading.Lock()
-        self._calls = 0
+        self._lock = threading.RLock()
+        self._calls.clear()
+        self._leave(None)
 
     @property
     def current(self) -> int:

@@ -54,8 +54,8 @@ class Network(NetworkBase):
 
     Notes
     -----
-    Array arguments are anything array-like. They are copied only if they are not contiguous arrays
-    of float64 already. Results are new arrays.
+    Array arguments are anything array-like without masked values. They are copied only if they are
+    not contiguous arrays of float64 already. Results are new arrays.
 
     Weights are flat vectors: layer by layer the biases, then the weight matrix by rows, with one
     row for each input of the layer; see `split`. A method that is given None for the weights uses

@@ -182,7 +182,8 @@ def minimize(
     ------
     ValueError
         For the norm "sum", and for a start where the objective is not finite. A later step to where
-        it is not finite is met with a value above all seen, so that the search turns back.
+        it is not finite is met with a value above all seen, so that the search turns back. Methods
+        without gradients get infinity for both.
     """
     if problem.network.norm == "sum":
         raise ValueError('the norm "sum" has no minimum; use least_squares, or another norm')

@@ -53,7 +53,7 @@ default_shift <- function(y, core, activation) {
 
 make_target_map <- function(x, y, core, shift, activation) {
     for_each <- function(value, name) {
-        if (!is.numeric(value) || anyNA(value) || !length(value) %in% c(1, ncol(y))) {
+        if (!is.numeric(value) || !all(is.finite(value)) || !length(value) %in% c(1, ncol(y))) {
             stop("'", name, "' has to be one number, or one for each target", call. = FALSE)
         }
         rep_len(as.double(value), ncol(y))

@@ -91,6 +91,11 @@ test_that("targets are scaled as the activation needs", {
     expect_equal(vemkn_fit(d$x, d$y, 2, starts = 1, maxit = 1)$target_map$core, 0.2, tolerance = 0.3)
 })
 
+test_that("inputs come to mean 0 and deviation 1, and constant ones to 0", {
+    x <- cbind(c(3, 5, 7), 0, 5)
+    expect_equal(vemkn:::apply_input_map(vemkn:::make_input_map(x), x), cbind(c(-1, 0, 1), 0, 0))
+})
+
 test_that("starts have the median output at the median target", {
     set.seed(1)
     x <- matrix(rnorm(202), 101)
@@ -108,6 +113,8 @@ test_that("data that cannot be fitted are errors", {
     expect_error(vemkn_fit(d$x, rep(1, 60)), "in every row")
     expect_error(vemkn_fit(d$x, d$y, core = -1), "positive")
     expect_error(vemkn_fit(d$x, d$y, core = 1:2), "one for each target")
+    expect_error(vemkn_fit(d$x, d$y, core = Inf), "'core' has to be one number")
+    expect_error(vemkn_fit(d$x, d$y, shift = -Inf), "'shift' has to be one number")
     expect_error(vemkn_fit(d$x, d$y, decay = -1), "decay")
     fit <- vemkn_fit(d$x, d$y, 2, starts = 1, maxit = 1)
     expect_error(predict(fit, d$x[, 1]), "'x' has 1 columns")
