@@ -93,6 +93,16 @@ TEST_P(Minimise, KeepsToTheEvaluationLimit)
     EXPECT_LE(objective->counts.total(), 9U);  // a step of Gauss-Newton takes three calls
 }
 
+TEST_P(Minimise, EndsWhereNothingIsLeftToGain)
+{
+    const Vector w = start(1);
+    batch.y = network.outputs(w, batch.x);  // the objective is 0 from the beginning
+    objective = fit::make_objective(GetParam(), network, batch, guard);
+    fit::Monitor monitor({}, 50, silent);
+    EXPECT_NE(run({.max_evaluations = 100, .tolerance = 1e-7}, monitor), "evaluation limit");
+    EXPECT_LT(objective->counts.total(), 50U);
+}
+
 TEST_P(Minimise, StopsWhenTheHeldOutErrorRises)
 {
     double held_out = 0.0;
