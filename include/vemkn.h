@@ -59,8 +59,8 @@
  *
  * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares (64 at most), and the shares' sums are added in
  * a fixed order: the same input with the same threads and batch gives the same bits on one machine, run after run,
- * however many threads really ran. A team has at most as many threads as there are shares, or processors (16 where
- * there are fewer). Calls may overlap in time, on one handle too, as long as no setter runs on it meanwhile; at most 64
+ * however many threads really ran. A team has at most as many threads as there are shares, or processors (two where
+ * there is one). Calls may overlap in time, on one handle too, as long as no setter runs on it meanwhile; at most 64
  * threads work inside the library at once, further calls wait. Outputs of a call may overlap its inputs.
  *
  * ## Words used below

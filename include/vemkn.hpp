@@ -58,7 +58,9 @@
  * ## Threads
  *
  * Const member functions may run at the same time, on one network too; they return what they computed and change
- * nothing. The others must not overlap with any call on the same network.
+ * nothing. The others must not overlap with any call on the same network. A fork while another thread is inside
+ * hessian_product or jacobian_product leaves the child with that call's order; a child that goes on computing is forked
+ * outside them.
  */
 #ifndef VEMKN_HPP
 #define VEMKN_HPP

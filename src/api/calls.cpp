@@ -17,8 +17,9 @@ namespace {
 // threads), every thread inside a product takes one more, and from the 129th on it ends the process sooner or later.
 constexpr int MAX_THREADS_INSIDE = 64;
 
-// More threads than processors only cost time; the floor lets a small machine run teams of the usual sizes.
-constexpr int MIN_TEAM_LIMIT = 16;
+// More threads than processors only cost time: those that wait spin where others have work to do. The floor is for the
+// machine with one, where a team is a team all the same.
+constexpr int MIN_TEAM_LIMIT = 2;
 
 struct Process {
     std::mutex mutex;

@@ -242,7 +242,8 @@ TEST(CarrierSweep, GivesTheOutputsOfManyRowsAsOfEachRow)
             VEMKN::computev(net, RowsView(p.x.data() + row * p.xcols, 1, p.xcols));
         for (std::size_t c = 0; c < p.shape.numout; ++c) {
             EXPECT_NEAR(alone.value(0, c), together.value(row, c), TOLERANCE) << row;
-            EXPECT_NEAR(alone.derivatives[0](0, c), together.derivatives[0](row, c), TOLERANCE) << row;
+            EXPECT_NEAR(alone.derivatives[0](0, c), together.derivatives[0](row, c), TOLERANCE)
+                << row;
         }
     }
 }

@@ -52,7 +52,7 @@ SCENE(calls_from_many_threads)
     std::cout << wrong << " wrong\n";
 }
 
-TEST(Fault08, FiftyHostThreadsWithTeamsOfSixteen_TheSameBitsAndNoCrash)
+TEST(Fault08, FiftyHostThreadsWithTeams_TheSameBitsAndNoCrash)
 {
     const child::Outcome outcome =
         child::play("calls_from_many_threads", {"50", "16", "8192", "512"});
