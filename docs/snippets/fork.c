@@ -30,7 +30,9 @@ int main(void) {
             const int said = vemk_g(net, w, NW, x + first, y + first, rows, 1, 1, part, part + 1);
             _exit(said != 0 || write(ends[1], part, sizeof part) != sizeof part);
         }
+        close(ends[1]); /* the child's alone now: where it fails, the read ends instead of waiting */
         if (read(ends[0], part, sizeof part) != sizeof part) return 1;
+        close(ends[0]);
         for (int k = 0; k <= NW; ++k) sum[k] += (double)rows / ROWS * part[k]; /* weighted by rows */
     }
     /* :guide */
