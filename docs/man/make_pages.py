@@ -139,8 +139,8 @@ def declarations(header):
 
 
 def synopsis(code):
-    # A pointer stays with its name.
-    bound = code.replace("* ", "*\x01")
+    # A parameter stays on one line.
+    bound = re.sub("(?<!,) ", "\x01", code)
     lines = textwrap.wrap(bound, 76, subsequent_indent="    ", break_on_hyphens=False)
     lines = [line.replace("\x01", " ") for line in lines]
     return [".PP", ".nf", *[f"\\fB{line}\\fP" for line in lines], ".fi"]
