@@ -28,4 +28,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
         gzip(${docs}/CHANGELOG.md)
     endif()
     gzip(${docs}/changelog)
+
+    # Whatever the umask of who builds the packages.
+    execute_process(COMMAND chmod -R u=rwX,go=rX ${staged} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
