@@ -191,7 +191,7 @@ TEST(AsMatrix, IsUndoneByAsVector)
     for (const std::size_t n : DIRECTIONS) {
         Random random(4);
         const VectorCarrier v = vector_carrier(random, random.list(12), n);
-        for (const std::size_t rows : {1, 2, 3, 4, 6, 12}) {
+        for (const std::size_t rows : {1u, 2u, 3u, 4u, 6u, 12u}) {
             const MatrixCarrier A = yafad::asMatrix(v, rows, 12 / rows);
             expect_shape(A, rows, 12 / rows);
             expect_same_carrier(yafad::asVector(A), v);

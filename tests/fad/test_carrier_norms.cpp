@@ -283,7 +283,7 @@ TEST(CarrierSumLogDnorm, AddsUpTheElementsInOrder)
 {
     for (const std::size_t n : DIRECTIONS) {
         const DirectionCounts counts(n);
-        for (const std::size_t length : {0, 1, 7, 40}) {
+        for (const std::size_t length : {0u, 1u, 7u, 40u}) {
             Random random(6);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);
             const VectorCarrier elements = VEMKN::log_dnorm_vec(x);
@@ -397,7 +397,7 @@ TEST(CarrierAdjLogDnorm, RaisesNoExceptionThatItsOwnBranchDoesNot)
 TEST(CarrierAdjSumLogDnorm, IsThatOfTheElementsWithTheSeedEverywhere)
 {
     for (const std::size_t n : DIRECTIONS) {
-        for (const std::size_t length : {0, 1, 7, 40}) {
+        for (const std::size_t length : {0u, 1u, 7u, 40u}) {
             Random random(9);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);
             const Scalar sbar = scalar(random, n);

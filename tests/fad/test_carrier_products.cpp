@@ -168,7 +168,7 @@ TEST(CarrierDoMult, OfNonFiniteConstantRowsHasNanTangentsInThoseRows)
         for (std::size_t k = 0; k < 3; ++k) {
             for (std::size_t c = 0; c < 2; ++c) {
                 EXPECT_TRUE(std::isnan(C.derivatives[k](1, c)));
-                for (const std::size_t r : {0, 2}) {
+                for (const std::size_t r : {0u, 2u}) {
                     EXPECT_NEAR(truth.derivatives[k](r, c), C.derivatives[k](r, c), tolerance(4));
                 }
             }
@@ -318,7 +318,7 @@ TEST(CarrierDoBinplus, SaysInvalidDimsOnceAndFormsNoSum)
     for (const std::size_t N : DIRECTIONS) {
         Random random(9);
         const MatrixCarrier A = random_matrix_carrier(random, 3, 2, N);
-        for (const std::size_t length : {0, 1, 3, 5, 7}) {
+        for (const std::size_t length : {0u, 1u, 3u, 5u, 7u}) {
             SCOPED_TRACE(testing::Message() << length << " biases, " << N << " directions");
             const VectorCarrier b = vector_carrier(random, random.list(length, 1.0, 2.0), N);
             MatrixCarrier C = A;

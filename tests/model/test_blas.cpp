@@ -192,7 +192,7 @@ TEST(DoBinplus, SaysInvalidDimsAndSkipsABiasThatFitsNeitherRule)
 {
     const double a[] = {1, 2, 3, 4, 5, 6};
     const Matrix A(a, 2, 3);
-    for (const std::size_t length : {0, 1, 2, 4, 5, 7}) {
+    for (const std::size_t length : {0u, 1u, 2u, 4u, 5u, 7u}) {
         Matrix C;
         const Heard heard = listen([&] { do_binplus(C, A, std::valarray<double>(100.0, length)); });
         EXPECT_EQ("invalid dims\n", heard.err) << length;

@@ -106,7 +106,7 @@ TEST(Colsum, SumsFromTheLastRowUpInTallAndWideMatrices)
 {
     Random random(1);
     bool order_shows = false;
-    for (const std::size_t cols : {1, 2, 3, 4, 7, 8, 33}) {
+    for (const std::size_t cols : {1u, 2u, 3u, 4u, 7u, 8u, 33u}) {
         const std::size_t rows = 57;
         Numbers elements = random.list(rows * cols);
         for (double& x : elements) x = std::ldexp(x, static_cast<int>(random.below(40)));
