@@ -89,12 +89,12 @@ enum class Norm { sum_log_dnorm_fat, sum };
 
 /** The words of a description text, see vemkn.h. */
 struct Description {
-    unsigned numin = 1;            /**< input columns */
-    unsigned numout = 1;           /**< output columns */
-    std::vector<unsigned> sizes{}; /**< widths of the layers' inputs, at least two */
+    unsigned numin = 1;                           /**< input columns */
+    unsigned numout = 1;                          /**< output columns */
+    std::vector<unsigned> sizes{};                /**< widths of the layers' inputs, at least two */
     Activation activation = Activation::softplus; /**< of every layer */
     Norm norm = Norm::sum_log_dnorm_fat;          /**< of the residuals */
-    unsigned nmult = 1; /**< how often the hidden layers are applied */
+    unsigned nmult = 1;                           /**< how often the hidden layers are applied */
 
     /** The words as initVEMKNet takes them.
      * @return the description text */
@@ -117,14 +117,14 @@ enum class Order { interleaved, consecutive };
 /** Numbers of a batch, rows * numout() of them, row by row. */
 struct Values {
     std::vector<double> values; /**< the numbers */
-    bool finite; /**< whether every number here is */
+    bool finite;                /**< whether every number here is */
 };
 
 /** What Network::value_and_gradient computes. */
 struct Gradient {
     double value;                 /**< the objective */
     std::vector<double> gradient; /**< numel(), flat order */
-    bool finite; /**< whether every number here is */
+    bool finite;                  /**< whether every number here is */
 };
 
 /** What Network::hessian_product computes. */
@@ -132,21 +132,21 @@ struct HessianProduct {
     double value;                 /**< the objective */
     std::vector<double> gradient; /**< numel(), flat order */
     std::vector<double> products; /**< numel() * nv, in the order of the directions */
-    bool finite; /**< whether every number here is */
+    bool finite;                  /**< whether every number here is */
 };
 
 /** What Network::jacobian_product computes. */
 struct JacobianProduct {
     std::vector<double> values;   /**< rows * numout(), the element norm of every residual */
     std::vector<double> products; /**< rows * numout() * nv, in the order of the directions */
-    bool finite; /**< whether every number here is */
+    bool finite;                  /**< whether every number here is */
 };
 
 /** What Network::product_jacobian computes. */
 struct ProductJacobian {
     std::vector<double> residuals; /**< rows * numout() */
     std::vector<double> products;  /**< k * numel(), one product after the other */
-    bool finite; /**< whether every number here is */
+    bool finite;                   /**< whether every number here is */
 };
 
 namespace detail {

@@ -240,7 +240,8 @@ private:
 
 std::unique_ptr<Contestant> make_adolc(const Question& question)
 {
-    constexpr double MOST_OPERATIONS = 1e8;  // some ten nanoseconds each, and more for each later sweep
+    // Some ten nanoseconds each, and more for each later sweep.
+    constexpr double MOST_OPERATIONS = 1e8;
     const bench::Problem& p = question.problem;
     const double sweeps = std::max(1u, question.operation.directions);
     if (sweeps * p.rows * p.nw > MOST_OPERATIONS) return nullptr;

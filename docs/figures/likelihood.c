@@ -6,9 +6,9 @@
 #include <vemkn.h>
 
 int main(void) {
-    const char *text = "1 1 2 1 32 1 1 id sum_log_dnorm_fat";
+    const char* text = "1 1 2 1 32 1 1 id sum_log_dnorm_fat";
     const double last_bias[] = {0, 0, 1, 0};
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     for (int i = -600; i <= 600; ++i) {
         const double r = i / 100.0, y = -r;
         double n, gradient[4], hv[4];

@@ -4,8 +4,8 @@
 
 int main(void) {
     /* guide: */
-    const char *text = "1 1 2 3 32 1 1 id sum"; /* nmult 3: the one hidden layer runs three times */
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "1 1 2 3 32 1 1 id sum"; /* nmult 3: the one hidden layer runs three times */
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     /*                  b0   W0   b1   W1 has 1*3 rows, one for each pass */
     const double w[] = {0.0, 2.0, 0.0, 100.0, 10.0, 1.0};
     const double x = 1.0;

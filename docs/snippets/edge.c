@@ -4,8 +4,8 @@
 
 int main(void) {
     /* guide: */
-    const char *text = "1 1 2 1 32 1 1 id sum_log_dnorm_fat";
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "1 1 2 1 32 1 1 id sum_log_dnorm_fat";
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     const double y[] = {0, 0, 0, 1.9}; /* three points agree, one is off by less than six deviations */
     const double bias[] = {-0.3, -0.2, -0.101, -0.099, 0.2, 0.475, 0.6};
 

@@ -7,8 +7,8 @@
 
 /* guide: */
 static void call(double weight, unsigned columns) {
-    const char *text = "2 1 2 1 32 2 1 softplus sum_log_dnorm_fat";
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "2 1 2 1 32 2 1 softplus sum_log_dnorm_fat";
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     const double w[] = {0, weight, 0, 0, weight}, x[] = {1, 1, 1}, y = 0;
     double value = 0;
     vemk_obj(net, w, 5, x, &y, 1, columns, 1, &value);
@@ -16,7 +16,7 @@ static void call(double weight, unsigned columns) {
     releaseVEMKNet(net);
 }
 
-static void report(const char *what, double weight, unsigned columns) {
+static void report(const char* what, double weight, unsigned columns) {
     int status = 0;
     fflush(stdout);
     if (fork() == 0) { /* in a process of its own */

@@ -12,26 +12,21 @@ using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowM
 
 constexpr unsigned n = 400, nw = 4;
 
-static VEMKNInfo* network(const std::string& text)
-{
-    return initVEMKNet(text.data(), static_cast<int>(text.size()));
-}
+static VEMKNInfo* network(const std::string& text) { return initVEMKNet(text.data(), static_cast<int>(text.size())); }
 
 // guide:
 // The Hessian of the mean objective, from products with the unit vectors: symmetric, so the order does not matter.
-static Matrix hessian(VEMKNInfo* net, const VectorXd& w, const VectorXd& x, const VectorXd& y)
-{
+static Matrix hessian(VEMKNInfo* net, const VectorXd& w, const VectorXd& x, const VectorXd& y) {
     const Matrix units = Matrix::Identity(nw, nw);
     Matrix H(nw, nw);
-    const int said = vemk_Hv(
-        net, w.data(), nw, units.data(), nw, x.data(), y.data(), n, 1, 1, nullptr, nullptr, H.data());
+    const int said =
+        vemk_Hv(net, w.data(), nw, units.data(), nw, x.data(), y.data(), n, 1, 1, nullptr, nullptr, H.data());
     if (said != 0) std::exit(1);
     return H;
 }
 // :guide
 
-int main()
-{
+int main() {
     VEMKNInfo* net = network("1 1 2 1 32 1 1 atan sum_log_dnorm_fat");
     VEMKNInfo* plain = network("1 1 2 1 32 1 1 atan sum");
     const VectorXd truth = VectorXd{{0.5, 1.5, 0.2, 0.8}};

@@ -9,8 +9,8 @@
 enum { ROWS = 1000, PARTS = 3, NW = 13 };
 
 int main(void) {
-    const char *text = "1 1 2 1 32 1 4 softplus sum_log_dnorm_fat";
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "1 1 2 1 32 1 4 softplus sum_log_dnorm_fat";
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     double w[NW], x[ROWS], y[ROWS];
     for (int k = 0; k < NW; ++k) w[k] = 0.3 * (k % 4) - 0.4;
     for (int i = 0; i < ROWS; ++i) {

@@ -9,18 +9,13 @@
 using Eigen::VectorXd;
 using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
-static VEMKNInfo* network(const std::string& text)
-{
-    return initVEMKNet(text.data(), static_cast<int>(text.size()));
-}
+static VEMKNInfo* network(const std::string& text) { return initVEMKNet(text.data(), static_cast<int>(text.size())); }
 
-static void check(int said)
-{
+static void check(int said) {
     if (said != 0) std::exit(1);
 }
 
-int main()
-{
+int main() {
     // A smooth curve, a little scatter, and every tenth point far off.
     constexpr unsigned n = 60, nw = 10;
     VectorXd x(n), y(n), w(nw);
@@ -32,12 +27,12 @@ int main()
 
     // guide:
     VEMKNInfo* robust = network("1 1 2 1 32 1 3 softplus sum_log_dnorm_fat");
-    VEMKNInfo* plain = network("1 1 2 1 32 1 3 softplus sum"); // its norm: the residuals themselves
+    VEMKNInfo* plain = network("1 1 2 1 32 1 3 softplus sum");  // its norm: the residuals themselves
     const Matrix identity = Matrix::Identity(nw, nw);
     Matrix J(n, nw);
     VectorXd r(n), gradient(nw);
     double value, trial_value, damping = 1;
-    vemk_quiet(robust, 1); // a step may go too far
+    vemk_quiet(robust, 1);  // a step may go too far
     check(vemk_g(robust, w.data(), nw, x.data(), y.data(), n, 1, 1, &value, gradient.data()));
 
     for (int step = 0; step <= 30; ++step) {

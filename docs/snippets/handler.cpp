@@ -10,8 +10,7 @@ struct Listener : yafad::ErrorHandler {
     void report(yafad::Error& error) override { std::printf("told: %s\n", error.message.c_str()); }
 } listener;
 
-int main()
-{
+int main() {
     yafad::ErrorHandler::getHandler() = &listener;
     const std::string text = "1 1 2 1 32 1 1 softplus sum_log_dnorm_fat";
     VEMKNInfo* net = initVEMKNet(text.data(), static_cast<int>(text.size()));

@@ -4,8 +4,8 @@
 
 int main(void) {
     /* guide: */
-    const char *text = "1 1 2 1 32 1 1 id sum_log_dnorm_fat";
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text)); /* all weights 0, so all outputs 0 */
+    const char* text = "1 1 2 1 32 1 1 id sum_log_dnorm_fat";
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text)); /* all weights 0, so all outputs 0 */
     const double last_bias[] = {0, 0, 1, 0};               /* flat order: b0 W0 b1 W1 */
     const double residuals[] = {0.01, 1.0 / 3, 1.0, 1.99, 2.0, 3.0, 10.0, 91.0, 92.0};
 

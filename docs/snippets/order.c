@@ -4,8 +4,8 @@
 
 int main(void) {
     /* guide: */
-    const char *text = "3 2 3 1 32 3 5 4 atan sum"; /* 3 inputs, 5 and 4 units, 2 outputs */
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "3 2 3 1 32 3 5 4 atan sum"; /* 3 inputs, 5 and 4 units, 2 outputs */
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     const unsigned nw = (unsigned)vemk_numel(net);
 
     double w[54], W1[20];

@@ -4,8 +4,8 @@
 
 int main(void) {
     /* guide: */
-    const char *text = "1 1 2 1 32 1 1 softplus sum_log_dnorm_fat";
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "1 1 2 1 32 1 1 softplus sum_log_dnorm_fat";
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     const double y[] = {-1, -1, -1}; /* out of reach of softplus */
     double w[4] = {0}, gradient[4], value, out[3];
 

@@ -4,8 +4,8 @@
 
 int main(void) {
     /* guide: */
-    const char *text = "1 1 2 1 32 1 2 softplus sum_log_dnorm_fat";
-    VEMKNInfo *net = initVEMKNet(text, (int)strlen(text));
+    const char* text = "1 1 2 1 32 1 2 softplus sum_log_dnorm_fat";
+    VEMKNInfo* net = initVEMKNet(text, (int)strlen(text));
     const double x[] = {-1, 0, 1}, y[] = {1.0, 1.2, 2.0};
     const double steps[] = {1e200, 1e100, 1.0, 0.1, 0.01};
     double w[7] = {0}, trial[7], gradient[7], value, here;

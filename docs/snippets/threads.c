@@ -6,14 +6,14 @@
 /* guide: */
 enum { ROWS = 1000, NW = 13, STARTS = 8 };
 static double x[ROWS], y[ROWS];
-static VEMKNInfo *net; /* set up before the threads start, only read by them */
+static VEMKNInfo* net; /* set up before the threads start, only read by them */
 
 struct start {
     double w[NW], value, gradient[NW];
 };
 
-static void *evaluate(void *p) {
-    struct start *s = p;
+static void* evaluate(void* p) {
+    struct start* s = p;
     vemk_g(net, s->w, NW, x, y, ROWS, 1, 1, &s->value, s->gradient);
     return NULL;
 }
@@ -22,7 +22,7 @@ static void *evaluate(void *p) {
 int main(void) {
     static struct start starts[STARTS], again[STARTS];
     pthread_t threads[STARTS];
-    const char *text = "1 1 2 1 32 1 4 softplus sum_log_dnorm_fat";
+    const char* text = "1 1 2 1 32 1 4 softplus sum_log_dnorm_fat";
     net = initVEMKNet(text, (int)strlen(text));
     vemk_setpar(net, 2, 32);
     for (int i = 0; i < ROWS; ++i) {

@@ -113,7 +113,8 @@ std::string minimise_lbfgs(Objective& objective, Vector w, const StopRule& stop,
         const double gain = before - state.lowest;
         if (result == NLOPT_FORCED_STOP || result == NLOPT_MAXEVAL_REACHED) return ending(result);
         const double worth = 1e-4;
-        if (!(gain > worth * std::abs(state.lowest))) return ending(result);  // 0 gains nothing on 0
+        // Nothing gained on an objective of 0 is not worth having either.
+        if (!(gain > worth * std::abs(state.lowest))) return ending(result);
         w = state.lowest_at;
     }
 }
