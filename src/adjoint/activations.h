@@ -10,37 +10,28 @@ namespace VEMKN {
 
 // xbar = ybar
 template <class Matrix>
-void adj_id(const Matrix& x, const MatrixTemplate<double>& kept, const Matrix& ybar, Matrix& xbar)
+void adj_id(const Matrix& x, const Kept<Matrix>& kept, const Matrix& ybar, Matrix& xbar)
 {
     adj_apply<Id>(x, kept, ybar, xbar);
 }
 
 // xbar = ybar / (x*x + 1)
 template <class Matrix>
-void adj_act_atan(const Matrix& x,
-                  const MatrixTemplate<double>& kept,
-                  const Matrix& ybar,
-                  Matrix& xbar)
+void adj_act_atan(const Matrix& x, const Kept<Matrix>& kept, const Matrix& ybar, Matrix& xbar)
 {
     adj_apply<Atan>(x, kept, ybar, xbar);
 }
 
 // xbar = ybar for x >= 0, else 0
 template <class Matrix>
-void adj_act_relu(const Matrix& x,
-                  const MatrixTemplate<double>& kept,
-                  const Matrix& ybar,
-                  Matrix& xbar)
+void adj_act_relu(const Matrix& x, const Kept<Matrix>& kept, const Matrix& ybar, Matrix& xbar)
 {
     adj_apply<Relu>(x, kept, ybar, xbar);
 }
 
 // xbar = e/(1 + e) * ybar with e = exp(x) for x < 300, else ybar. Also the adjoint of softplus_shifted.
 template <class Matrix>
-void adj_softplus(const Matrix& x,
-                  const MatrixTemplate<double>& kept,
-                  const Matrix& ybar,
-                  Matrix& xbar)
+void adj_softplus(const Matrix& x, const Kept<Matrix>& kept, const Matrix& ybar, Matrix& xbar)
 {
     adj_apply<Softplus>(x, kept, ybar, xbar);
 }

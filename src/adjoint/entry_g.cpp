@@ -1,6 +1,7 @@
 #include "adjoint/objective.h"
 #include "api/computing_call.h"
 #include "api/refusals.h"
+#include "api/work_model.h"
 
 using namespace VEMKN;
 
@@ -22,10 +23,10 @@ int vemk_g(::VEMKNInfo* net,
     }
     const auto factors = {input_rows(*net, x, n, nin)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
-        DoubleModel grad = zeros_like(model);
+        WorkModel grad = zeros_like(model);
         const double objective = adj_objv(model, X, Y, 1.0, grad);
 
         results.write(value, objective);

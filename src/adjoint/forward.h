@@ -17,8 +17,8 @@
 namespace VEMKN {
 
 // a += b, layer by layer.
-template <class Model>
-void do_add(Model& a, const Model& b)
+template <class Matrix, class Vector, class Scalar>
+void do_add(NNTemplate<Matrix, Vector, Scalar>& a, const NNTemplate<Matrix, Vector, Scalar>& b)
 {
     for (std::size_t i = 0; i < b.weights.size(); ++i) {
         do_add(a.weights[i], b.weights[i]);
@@ -76,7 +76,7 @@ struct Sweep {
     std::vector<Layer> layers;
     typename Model::Matrix output_Zbar;
     typename Model::Matrix pass_Hbar;   // with more than one pass: adjoint of a pass's output
-    MatrixTemplate<double> panel;       // rows of a product on their way into a sum
+    typename Model::Kept panel;         // rows of a product on their way into a sum
     std::unique_ptr<Model> slice_grad;  // with more than one pass: the gradient of a slice
 };
 

@@ -53,10 +53,12 @@ public:
     // With watch, looks whether what is written is finite.
     explicit Results(bool watch) : watch_(watch) {}
 
-    void write(double* out, const std::valarray<double>& values)
+    // The elements of a vector or a matrix.
+    template <class Array>
+    void write(double* out, const Array& values)
     {
-        if (out != nullptr) std::copy(std::begin(values), std::end(values), out);
-        note(values);
+        if (out != nullptr) std::copy_n(elements(values), values.size(), out);
+        note(elements(values), values.size());
     }
 
     void write(double* out, double value)
@@ -66,19 +68,22 @@ public:
     }
 
     // The same into every entry_step-th place of out.
-    void write(double* out, const std::valarray<double>& values, std::size_t entry_step)
+    template <class Array>
+    void write(double* out, const Array& values, std::size_t entry_step)
     {
+        const double* const from = elements(values);
         for (std::size_t i = 0; out != nullptr && i < values.size(); ++i) {
-            out[i * entry_step] = values[i];
+            out[i * entry_step] = from[i];
         }
-        note(values);
+        note(from, values.size());
     }
 
     // The parameters of a gradient, in their flat order.
-    void write(double* out, const DoubleModel& grad)
+    template <class Matrix, class Vector>
+    void write(double* out, const NNTemplate<Matrix, Vector, double>& grad)
     {
         for_each_parameter(grad, [&](const auto& part, std::size_t first) {
-            write(out == nullptr ? out : out + first, asVector(part));
+            write(out == nullptr ? out : out + first, part);
         });
     }
 
@@ -88,23 +93,14 @@ public:
 private:
     void note(double value) { all_finite_ = all_finite_ && (!watch_ || std::isfinite(value)); }
 
-    void note(const std::valarray<double>& values)
+    void note(const double* values, std::size_t n)
     {
         if (!watch_) return;
-        for (const double value : values) note(value);
+        for (std::size_t i = 0; i < n; ++i) note(values[i]);
     }
 
     bool watch_;
     bool all_finite_ = true;
 };
-
-// The model at the caller's weights; at its own ones for a null w.
-template <class Model>
-Model with_weights(const Model& model, const double* w)
-{
-    Model copy = model;
-    if (w != nullptr) setweights(copy, w);
-    return copy;
-}
 
 }  // namespace VEMKN

@@ -22,36 +22,22 @@ std::uint64_t numel(const Model& net)
 }
 
 // part = flat[first ...], as many elements as part has; and the reverse. flat is a vector, or where its elements lie.
-inline void take_elements(const double* flat, std::size_t first, std::valarray<double>& part)
+template <class Part>
+void take_elements(const double* flat, std::size_t first, Part& part)
 {
-    std::copy_n(flat + first, part.size(), std::begin(part));
+    std::copy_n(flat + first, part.size(), elements(part));
 }
 
-inline void take_elements(const std::valarray<double>& flat,
-                          std::size_t first,
-                          std::valarray<double>& part)
+template <class Part>
+void take_elements(const std::valarray<double>& flat, std::size_t first, Part& part)
 {
     take_elements(std::begin(flat), first, part);
 }
 
-inline void put_elements(std::valarray<double>& flat,
-                         std::size_t first,
-                         const std::valarray<double>& part)
+template <class Array, class Part>
+void put_elements(Array& flat, std::size_t first, const Part& part)
 {
-    std::copy(std::begin(part), std::end(part), std::begin(flat) + first);
-}
-
-template <class Flat>
-void take_elements(const Flat& flat, std::size_t first, MatrixTemplate<double>& part)
-{
-    take_elements(flat, first, part.store());
-}
-
-inline void put_elements(std::valarray<double>& flat,
-                         std::size_t first,
-                         const MatrixTemplate<double>& part)
-{
-    put_elements(flat, first, part.store());
+    std::copy_n(elements(part), part.size(), elements(flat) + first);
 }
 
 // visit(part, first) for every bias vector and weight matrix in the flat order, with the place of its first element.
@@ -91,12 +77,14 @@ typename Model::Vector getweights(const Model& net)
     return flat;
 }
 
-inline void set_zero(std::valarray<double>& v)
+template <class Array>
+void set_zero(Array& v)
 {
     v = 0.0;
 }
 
-inline void set_zero(MatrixTemplate<double>& A)
+template <class Store>
+void set_zero(DoubleMatrix<Store>& A)
 {
     A.store() = 0.0;
 }
@@ -110,14 +98,18 @@ void setweights0(Model& net)
 }
 
 // A vector or matrix of that shape, zeros.
-inline std::valarray<double> zeros_like(const std::valarray<double>& v)
+template <class Array>
+Array zeros_like(const Array& v)
 {
-    return std::valarray<double>(v.size());
+    return Array(v.size());
 }
 
-inline MatrixTemplate<double> zeros_like(const MatrixTemplate<double>& A)
+template <class Store>
+DoubleMatrix<Store> zeros_like(const DoubleMatrix<Store>& A)
 {
-    return MatrixTemplate<double>(A.rows(), A.cols());
+    DoubleMatrix<Store> zeros;
+    set_zero(zeros, A.rows(), A.cols());
+    return zeros;
 }
 
 // The weights and biases of a model of the same shapes, all 0.0, without its functions: the start of a gradient.

@@ -10,35 +10,35 @@ namespace VEMKN {
 
 // y = x
 template <class Matrix>
-void id(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
+void id(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
 {
     apply<Id>(x, y, kept);
 }
 
 // y = atan(x)
 template <class Matrix>
-void act_atan(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
+void act_atan(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
 {
     apply<Atan>(x, y, kept);
 }
 
 // y = x for x >= 0, else 0
 template <class Matrix>
-void act_relu(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
+void act_relu(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
 {
     apply<Relu>(x, y, kept);
 }
 
 // y = log(1 + e^x)
 template <class Matrix>
-void softplus(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
+void softplus(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
 {
     apply<Softplus>(x, y, kept);
 }
 
 // Deliberate: nothing is shifted. A shift of -1 on a copy would be thrown away; the result is softplus to the bit.
 template <class Matrix>
-void softplus_shifted(const Matrix& x, Matrix& y, MatrixTemplate<double>& kept)
+void softplus_shifted(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
 {
     softplus(x, y, kept);
 }
@@ -55,7 +55,7 @@ template <class Matrix>
 Matrix act_atan(const Matrix& x)
 {
     Matrix y;
-    MatrixTemplate<double> kept;
+    Kept<Matrix> kept;
     act_atan(x, y, kept);
     return y;
 }
@@ -64,7 +64,7 @@ template <class Matrix>
 Matrix act_relu(const Matrix& x)
 {
     Matrix y;
-    MatrixTemplate<double> kept;
+    Kept<Matrix> kept;
     act_relu(x, y, kept);
     return y;
 }
@@ -73,7 +73,7 @@ template <class Matrix>
 Matrix softplus(const Matrix& x)
 {
     Matrix y;
-    MatrixTemplate<double> kept;
+    Kept<Matrix> kept;
     softplus(x, y, kept);
     return y;
 }

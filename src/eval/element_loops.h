@@ -14,7 +14,7 @@ inline constexpr std::size_t BLOCK = 512;
 
 // A block of intermediates.
 struct Block {
-    double data[BLOCK];
+    alignas(64) double data[BLOCK];
 };
 
 // body(at, n) for every block: n elements from element `at`.
@@ -37,29 +37,29 @@ const double* inner_of(const double* x, double* room, std::size_t n)
 }
 
 // What a forward pass keeps for the sweep: t of every element, or nothing where F has no inner function.
-template <class F>
-void shape_kept(const MatrixTemplate<double>& x, MatrixTemplate<double>& kept)
+template <class F, class Store>
+void shape_kept(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& kept)
 {
     if constexpr (F::HAS_INNER) take_shape(x, kept);
 }
 
 // Room there for element `at` and those after it; null where nothing is kept.
-template <class F>
-double* kept_room(MatrixTemplate<double>& kept, std::size_t at)
+template <class F, class Store>
+double* kept_room(DoubleMatrix<Store>& kept, std::size_t at)
 {
     return F::HAS_INNER ? kept.data() + at : nullptr;
 }
 
 // Where that lies.
-template <class F>
-const double* kept_of(const MatrixTemplate<double>& x, const MatrixTemplate<double>& kept)
+template <class F, class Store>
+const double* kept_of(const DoubleMatrix<Store>& x, const DoubleMatrix<Store>& kept)
 {
     return F::HAS_INNER ? kept.data() : x.data();
 }
 
 // y = F(x) and kept = t; y may be x.
-template <class F>
-void apply(const MatrixTemplate<double>& x, MatrixTemplate<double>& y, MatrixTemplate<double>& kept)
+template <class F, class Store>
+void apply(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& y, DoubleMatrix<Store>& kept)
 {
     take_shape(x, y);
     shape_kept<F>(x, kept);
@@ -70,24 +70,24 @@ void apply(const MatrixTemplate<double>& x, MatrixTemplate<double>& y, MatrixTem
 }
 
 // xbar from ybar and what the forward pass kept; xbar may be ybar.
-template <class F>
-void adj_apply(const MatrixTemplate<double>& x,
-               const MatrixTemplate<double>& kept,
-               const MatrixTemplate<double>& ybar,
-               MatrixTemplate<double>& xbar)
+template <class F, class Store>
+void adj_apply(const DoubleMatrix<Store>& x,
+               const DoubleMatrix<Store>& kept,
+               const DoubleMatrix<Store>& ybar,
+               DoubleMatrix<Store>& xbar)
 {
     take_shape(x, xbar);
     element_kernels<F>().pull(x.data(), kept_of<F>(x, kept), ybar.data(), xbar.data(), x.size());
 }
 
 // v = F(x), element by element of a vector or a matrix; v has their number already.
-template <class F, class T>
-void apply_to(const T& x, std::valarray<double>& v)
+template <class F, class T, class Array>
+void apply_to(const T& x, Array& v)
 {
     Block room;
     for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
         const double* const t = inner_of<F>(elements(x) + at, room.data, n);
-        element_kernels<F>().value(elements(x) + at, t, std::begin(v) + at, n);
+        element_kernels<F>().value(elements(x) + at, t, elements(v) + at, n);
     });
 }
 
@@ -131,10 +131,10 @@ void adj_apply_to(const T& x, const Adjoint& ybar, T& xbar)
 }
 
 // xbar from an adjoint for each element.
-template <class F, class T>
-void adj_apply_each(const T& x, const std::valarray<double>& ybar, T& xbar)
+template <class F, class T, class Array>
+void adj_apply_each(const T& x, const Array& ybar, T& xbar)
 {
-    const double* const all = std::begin(ybar);
+    const double* const all = elements(ybar);
     adj_apply_to<F>(
         x, [=](std::size_t at) { return all + at; }, xbar);
 }

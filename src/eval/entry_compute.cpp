@@ -1,5 +1,6 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
+#include "api/work_model.h"
 #include "eval/objective.h"
 
 using namespace VEMKN;
@@ -20,9 +21,9 @@ int vemk_compute(::VEMKNInfo* net,
     }
     const auto factors = {input_rows(*net, x, nrows, ncols)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, nrows, ncols);
-        results.write(out, computev(model, X).store());
+        results.write(out, computev(model, X));
     });
 }
 
@@ -42,11 +43,11 @@ int vemk_residual(::VEMKNInfo* net,
     }
     const auto factors = {input_rows(*net, x, nrows, xcols)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
-        MatrixTemplate<double> R = computev(model, X);
+        WorkMatrix R = computev(model, X);
         subtract_rows(R, Y);
-        results.write(out, R.store());
+        results.write(out, R);
     });
 }

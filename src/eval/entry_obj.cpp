@@ -1,5 +1,6 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
+#include "api/work_model.h"
 #include "eval/objective.h"
 
 using namespace VEMKN;
@@ -21,7 +22,7 @@ int vemk_obj(::VEMKNInfo* net,
     }
     const auto factors = {input_rows(*net, x, n, nin)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         results.write(result, objv(model, X, Y));
@@ -44,11 +45,14 @@ int vemk_objv(::VEMKNInfo* net,
     }
     const auto factors = {input_rows(*net, x, n, nin)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
-        std::valarray<double> values(std::size_t{n} * nout);
-        element_norms(model, X, Y, values);
+        AlignedArray values;
+        values.set_size(std::size_t{n} * nout);
+        element_norms(model, X, Y, [&](const AlignedArray& part, std::size_t first) {
+            put_elements(values, first, part);
+        });
         results.write(out, values);
     });
 }

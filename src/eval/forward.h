@@ -43,9 +43,9 @@ public:
     const Matrix& Z(std::size_t step) const { return at(step).Z; }
 
     // What the activation kept for its adjoint.
-    MatrixTemplate<double>& kept(std::size_t step) { return at(step).kept; }
+    Kept<Matrix>& kept(std::size_t step) { return at(step).kept; }
 
-    const MatrixTemplate<double>& kept(std::size_t step) const { return at(step).kept; }
+    const Kept<Matrix>& kept(std::size_t step) const { return at(step).kept; }
 
     // Input of a step but the first, whose input is X: the output of the hidden step before.
     Matrix& H(std::size_t step) { return at(step - 1).output; }
@@ -72,7 +72,7 @@ public:
 private:
     struct Step {
         Matrix Z;
-        MatrixTemplate<double> kept;
+        Kept<Matrix> kept;
         Matrix output;
     };
 
@@ -85,7 +85,7 @@ private:
     std::size_t last_ = 0;
     std::size_t turn_ = 0;
     std::vector<Step> steps_;
-    MatrixTemplate<double> padding_;
+    Kept<Matrix> padding_;
 };
 
 // (1) and (2) for one layer. Z may be out, but out not the input. Input is a matrix of the model, or rows of constants.

@@ -21,23 +21,22 @@ inline std::valarray<double> fat_dnorm(const std::valarray<double>& x, double si
     return f;
 }
 
-// The vector and scalar types that go with doubles; those that go with carriers are told in fad/linear.h.
-inline std::valarray<double> vector_like(const std::valarray<double>& x)
+// The vector and scalar types that go with doubles, a vector with as many elements as x; those that go with carriers are
+// told in fad/linear.h.
+template <class Array>
+Array vector_like(const Array& x)
 {
-    return std::valarray<double>(x.size());
+    return Array(x.size());
 }
 
-inline std::valarray<double> vector_like(const MatrixTemplate<double>& x)
+template <class Store>
+Store vector_like(const DoubleMatrix<Store>& x)
 {
-    return std::valarray<double>(x.size());
+    return Store(x.size());
 }
 
-inline double scalar_like(const std::valarray<double>&)
-{
-    return 0.0;
-}
-
-inline double scalar_like(const MatrixTemplate<double>&)
+template <class Array>
+double scalar_like(const Array&)
 {
     return 0.0;
 }

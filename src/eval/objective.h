@@ -78,12 +78,10 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 }
 
 // The element norm of every residual of a batch.
-//   X, Y : as objv        result : n*nout elements, row by row, of the right size already; overwritten
-template <class Model>
-void element_norms(const Model& net,
-                   const RowsView& X,
-                   const RowsView& Y,
-                   typename Model::Vector& result)
+//   X, Y : as objv        put(part, first) : takes those of a slice, row by row, the first of them being element `first` of
+//                         n*nout; several threads call it at the same time
+template <class Model, class Put>
+void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const Put& put)
 {
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
@@ -104,7 +102,7 @@ void element_norms(const Model& net,
             const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), local.tape);
             if (local.part.size() != R.size()) local.part = vector_like(R);
             net.element_norm.forward(R, local.part);
-            put_elements(result, slices.first_row(s) * Y.cols, local.part);
+            put(local.part, slices.first_row(s) * Y.cols);
         },
         [](const Local&) {});  // slices write disjoint elements: nothing to merge
 }

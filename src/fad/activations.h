@@ -43,8 +43,8 @@ void apply_block(
 }
 
 // y = F(x), and kept = t of the value; y may be x.
-template <class F>
-void apply(const MatrixCarrier& x, MatrixCarrier& y, MatrixTemplate<double>& kept)
+template <class F, class Store>
+void apply(const CarrierMatrix<Store>& x, CarrierMatrix<Store>& y, DoubleMatrix<Store>& kept)
 {
     take_shape(x, y);
     VEMKN::shape_kept<F>(x.value, kept);
@@ -58,8 +58,8 @@ void apply(const MatrixCarrier& x, MatrixCarrier& y, MatrixTemplate<double>& kep
 }
 
 // v = F(x); v has the number of elements and of directions of x already.
-template <class F, class T>
-void apply_to(const fad1<T>& x, VectorCarrier& v)
+template <class F, class T, class Array>
+void apply_to(const fad1<T>& x, fad1<Array>& v)
 {
     VEMKN::Block room;
     VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
@@ -88,7 +88,8 @@ void sum_of(const fad1<T>& x, FO::Dynamic::Active<1>& s)
 }
 
 // Sum of the elements, from the first to the last.
-inline FO::Dynamic::Active<1> sum(const VectorCarrier& v)
+template <class Array>
+FO::Dynamic::Active<1> sum(const fad1<Array>& v)
 {
     FO::Dynamic::Active<1> s(0.0);
     sum_of<VEMKN::Id>(v, s);
@@ -127,11 +128,11 @@ void adj_apply_block(const fad1<T>& x,
 }
 
 // xbar from ybar and what the forward pass kept; xbar may be ybar.
-template <class F>
-void adj_apply(const MatrixCarrier& x,
-               const MatrixTemplate<double>& kept,
-               const MatrixCarrier& ybar,
-               MatrixCarrier& xbar)
+template <class F, class Store>
+void adj_apply(const CarrierMatrix<Store>& x,
+               const DoubleMatrix<Store>& kept,
+               const CarrierMatrix<Store>& ybar,
+               CarrierMatrix<Store>& xbar)
 {
     take_shape(x, xbar);
     const double* const t = VEMKN::kept_of<F>(x.value, kept);
@@ -142,8 +143,8 @@ void adj_apply(const MatrixCarrier& x,
 }
 
 // xbar from an adjoint for each element, with nothing kept.
-template <class F, class T>
-void adj_apply_each(const fad1<T>& x, const VectorCarrier& ybar, fad1<T>& xbar)
+template <class F, class T, class Array>
+void adj_apply_each(const fad1<T>& x, const fad1<Array>& ybar, fad1<T>& xbar)
 {
     take_shape(x, xbar);
     VEMKN::Block room;

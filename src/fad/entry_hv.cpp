@@ -1,7 +1,7 @@
 #include "adjoint/objective.h"
 #include "api/computing_call.h"
 #include "api/refusals.h"
-#include "fad/work_model.h"
+#include "api/work_model.h"
 #include "jacobian/trace.h"
 
 using namespace VEMKN;
@@ -31,18 +31,18 @@ int vemk_Hv(::VEMKNInfo* net,
     const auto factors = {InputArray{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv},
                           input_rows(*net, x, n, nin)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const CarrierModel model = with_tangents(*net, seeding, w, v);
+        const CarrierWorkModel model = with_tangents(*net, seeding, w, v);
         const InputRows X = network_input(model, x, n, nin);
         const InputRows Y(y, n, nout);
         Trace trace;
-        CarrierModel grad = zeros_like(model);
-        const auto J = adj_objv(model, X, Y, CarrierModel::SValue(1.0), grad);
+        CarrierWorkModel grad = zeros_like(model);
+        const auto J = adj_objv(model, X, Y, CarrierWorkModel::SValue(1.0), grad);
         trace.finish();
         if (Trace::wanted()) trace.print(J.value);
 
         results.write(value, J.value);
         for_each_parameter(grad, [&](const auto& part, std::size_t first) {
-            results.write(gradient == nullptr ? gradient : gradient + first, asVector(part.value));
+            results.write(gradient == nullptr ? gradient : gradient + first, part.value);
             seeding.write_derivatives(results, hv, part, first, nw);
         });
     });

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <valarray>
 
@@ -9,11 +10,13 @@
 
 namespace yafad {
 
+using VEMKN::DoubleMatrix;
+using VEMKN::elements;
 using VEMKN::MatrixTemplate;
 using VEMKN::RowsView;
 
-// A value with its derivatives along N directions, each of the value's shape. T is std::valarray<double> or
-// MatrixTemplate<double>. A carrier owns its storage and is copied by value.
+// A value with its derivatives along N directions, each of the value's shape. T is a vector or a matrix of doubles, over
+// std::valarray or over AlignedArray. A carrier owns its storage and is copied by value.
 template <class T>
 struct fad1 {
     T value;
@@ -87,25 +90,34 @@ struct fad1 {
     }
 
 private:
-    static void take(std::valarray<double>& to, const std::valarray<double>& from)
+    template <class Array>
+    static void take(Array& to, const Array& from)
     {
         VEMKN::assign(to, from);
     }
 
-    static void take(MatrixTemplate<double>& to, const MatrixTemplate<double>& from) { to = from; }
-
-    static std::valarray<double> zero_times(const std::valarray<double>& v) { return v * 0.0; }
-
-    static MatrixTemplate<double> zero_times(const MatrixTemplate<double>& m)
+    template <class Store>
+    static void take(DoubleMatrix<Store>& to, const DoubleMatrix<Store>& from)
     {
-        MatrixTemplate<double> zero = m;
-        zero.store() *= 0.0;
+        to = from;
+    }
+
+    static T zero_times(const T& v)
+    {
+        T zero = v;
+        std::for_each_n(elements(zero), zero.size(), [](double& entry) { entry *= 0.0; });
         return zero;
     }
 };
 
 using VectorCarrier = fad1<std::valarray<double>>;
 using MatrixCarrier = fad1<MatrixTemplate<double>>;
+
+// A matrix and a vector carrier over either storage.
+template <class Store>
+using CarrierMatrix = fad1<DoubleMatrix<Store>>;
+template <class Store>
+using CarrierVector = fad1<Store>;
 
 // f(value of every argument), then f(derivative k of every argument) for each direction of the first one: how everything
 // linear acts on carriers.
@@ -118,7 +130,6 @@ void each_part(const Linear& f, First&& first, Rest&&... rest)
     }
 }
 
-using VEMKN::elements;
 using VEMKN::take_shape;
 
 // y takes the shape and the number of directions of x; its contents are left to the caller.
@@ -131,3 +142,8 @@ void take_shape(const fad1<T>& x, fad1<T>& y)
 }
 
 }  // namespace yafad
+
+template <class T>
+struct VEMKN::ValuesOf<yafad::fad1<T>> {
+    using type = T;
+};

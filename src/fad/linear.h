@@ -9,24 +9,23 @@
 
 namespace yafad {
 
-inline VectorCarrier asVector(const MatrixCarrier& A)
+template <class Store>
+CarrierVector<Store> asVector(const CarrierMatrix<Store>& A)
 {
-    VectorCarrier v;
+    CarrierVector<Store> v;
     v.set_directions(A.directions());
-    each_part([](std::valarray<double>& to,
-                 const MatrixTemplate<double>& from) { VEMKN::assign(to, from.store()); },
-              v,
-              A);
+    each_part([](auto& to, const auto& from) { VEMKN::assign(to, from.store()); }, v, A);
     return v;
 }
 
 // v in the shape rows x cols.
-inline MatrixCarrier asMatrix(const VectorCarrier& v, std::size_t rows, std::size_t cols)
+template <class Store>
+CarrierMatrix<Store> asMatrix(const CarrierVector<Store>& v, std::size_t rows, std::size_t cols)
 {
-    MatrixCarrier A;
+    CarrierMatrix<Store> A;
     A.set_directions(v.directions());
     each_part(
-        [&](MatrixTemplate<double>& to, const std::valarray<double>& from) {
+        [&](auto& to, const auto& from) {
             to.resize(rows, cols);
             VEMKN::assign(to.store(), from);
         },
@@ -38,9 +37,9 @@ inline MatrixCarrier asMatrix(const VectorCarrier& v, std::size_t rows, std::siz
 // A vector carrier with as many elements and directions as x, and a scalar one, as norms return them; contents are left to
 // the caller.
 template <class T>
-VectorCarrier vector_like(const fad1<T>& x)
+fad1<VEMKN::VectorOf<T>> vector_like(const fad1<T>& x)
 {
-    VectorCarrier v;
+    fad1<VEMKN::VectorOf<T>> v;
     v.set_directions(x.directions());
     VEMKN::set_size(v.value, x.size());
     for (auto& derivative : v.derivatives) VEMKN::set_size(derivative, x.size());
@@ -53,58 +52,67 @@ FO::Dynamic::Active<1> scalar_like(const fad1<T>&)
     return FO::Dynamic::Active<1>(0.0);
 }
 
-inline void colsum(const MatrixCarrier& A, VectorCarrier& out)
+template <class Store>
+void colsum(const CarrierMatrix<Store>& A, CarrierVector<Store>& out)
 {
     out.set_directions(A.directions());
     each_part([](const auto& from, auto& to) { VEMKN::colsum(from, to); }, A, out);
 }
 
-inline VectorCarrier colsum(const MatrixCarrier& A)
+template <class Store>
+CarrierVector<Store> colsum(const CarrierMatrix<Store>& A)
 {
-    VectorCarrier out;
+    CarrierVector<Store> out;
     colsum(A, out);
     return out;
 }
 
-inline void transpose(const MatrixCarrier& A, MatrixCarrier& At)
+template <class Store>
+void transpose(const CarrierMatrix<Store>& A, CarrierMatrix<Store>& At)
 {
     At.set_directions(A.directions());
     each_part([](const auto& from, auto& to) { VEMKN::transpose(from, to); }, A, At);
 }
 
-inline void shape_rows(MatrixCarrier& whole, const MatrixCarrier& part, std::size_t rows)
+template <class Store>
+void shape_rows(CarrierMatrix<Store>& whole, const CarrierMatrix<Store>& part, std::size_t rows)
 {
     whole.set_directions(part.directions());
     each_part([&](const auto& from, auto& to) { VEMKN::shape_rows(to, from, rows); }, part, whole);
 }
 
-inline void put_rows(MatrixCarrier& whole, std::size_t first, const MatrixCarrier& part)
+template <class Store>
+void put_rows(CarrierMatrix<Store>& whole, std::size_t first, const CarrierMatrix<Store>& part)
 {
     each_part([&](const auto& from, auto& to) { VEMKN::put_rows(to, first, from); }, part, whole);
 }
 
-inline void shape_columns(MatrixCarrier& whole, const MatrixCarrier& part, std::size_t n)
+template <class Store>
+void shape_columns(CarrierMatrix<Store>& whole, const CarrierMatrix<Store>& part, std::size_t n)
 {
     whole.set_directions(part.directions());
     each_part([&](const auto& from, auto& to) { VEMKN::shape_columns(to, from, n); }, part, whole);
 }
 
-inline void put_columns(MatrixCarrier& whole, std::size_t first, const MatrixCarrier& part)
+template <class Store>
+void put_columns(CarrierMatrix<Store>& whole, std::size_t first, const CarrierMatrix<Store>& part)
 {
     each_part(
         [&](const auto& from, auto& to) { VEMKN::put_columns(to, first, from); }, part, whole);
 }
 
-inline void add_columns(const MatrixCarrier& whole, std::size_t first, MatrixCarrier& part)
+template <class Store>
+void add_columns(const CarrierMatrix<Store>& whole, std::size_t first, CarrierMatrix<Store>& part)
 {
     each_part(
         [&](const auto& from, auto& to) { VEMKN::add_columns(from, first, to); }, whole, part);
 }
 
-inline void take_columns(const MatrixCarrier& whole,
-                         std::size_t first,
-                         std::size_t width,
-                         MatrixCarrier& part)
+template <class Store>
+void take_columns(const CarrierMatrix<Store>& whole,
+                  std::size_t first,
+                  std::size_t width,
+                  CarrierMatrix<Store>& part)
 {
     part.set_directions(whole.directions());
     each_part([&](const auto& from, auto& to) { VEMKN::take_columns(from, first, width, to); },
@@ -116,7 +124,8 @@ template <class T>
 fad1<T> zeros_like(const fad1<T>& a)
 {
     fad1<T> zeros;
-    take_shape(a, zeros);
+    zeros.set_directions(a.directions());
+    each_part([](const T& like, T& part) { part = VEMKN::zeros_like(like); }, a, zeros);
     return zeros;
 }
 
@@ -133,14 +142,15 @@ void set_zero(fad1<T>& a)
 }
 
 // A = zeros of that shape with g_ndd directions.
-inline void set_zero(MatrixCarrier& A, std::size_t rows, std::size_t cols)
+template <class Store>
+void set_zero(CarrierMatrix<Store>& A, std::size_t rows, std::size_t cols)
 {
     A.set_directions(g_ndd);
     each_part([&](auto& part) { VEMKN::set_zero(part, rows, cols); }, A);
 }
 
-template <class T>
-void take_elements(const VectorCarrier& flat, std::size_t first, fad1<T>& part)
+template <class Flat, class T>
+void take_elements(const fad1<Flat>& flat, std::size_t first, fad1<T>& part)
 {
     part.set_directions(flat.directions());
     each_part(
@@ -152,15 +162,27 @@ void take_elements(const VectorCarrier& flat, std::size_t first, fad1<T>& part)
         part);
 }
 
-template <class T>
-void put_elements(VectorCarrier& flat, std::size_t first, const fad1<T>& part)
+template <class Flat, class T>
+void put_elements(fad1<Flat>& flat, std::size_t first, const fad1<T>& part)
 {
     each_part(
         [&](const auto& from, auto& to) { VEMKN::put_elements(to, first, from); }, part, flat);
 }
 
+// v with g_ndd derivatives that are zero even where v is not finite.
+template <class T>
+fad1<T> with_zero_derivatives(const T& v)
+{
+    fad1<T> x;
+    x.value = v;
+    x.set_directions(g_ndd);
+    for (T& derivative : x.derivatives) derivative = VEMKN::zeros_like(v);
+    return x;
+}
+
 // R -= Y for constants Y, whose derivatives are zero: only the value changes.
-inline void subtract_rows(MatrixCarrier& R, const RowsView& Y)
+template <class Store>
+void subtract_rows(CarrierMatrix<Store>& R, const RowsView& Y)
 {
     VEMKN::subtract_rows(R.value, Y);
 }

@@ -11,48 +11,180 @@
 
 namespace yafad {
 
+using VEMKN::Factor;
+using VEMKN::Into;
+using VEMKN::product;
+
 // Asks a product to use a carrier transposed.
 template <class T>
 struct TransposedFAD1 {
     const fad1<T>& carrier;
 };
 
-inline TransposedFAD1<MatrixTemplate<double>> transposed(const MatrixCarrier& A)
+template <class Store>
+TransposedFAD1<DoubleMatrix<Store>> transposed(const CarrierMatrix<Store>& A)
 {
     return {A};
 }
 
-// C = A*B.
-void do_mult(const MatrixCarrier& A, const MatrixCarrier& B, MatrixCarrier& C);
+// A carrier as a factor: its value and its derivatives, all used transposed or all as they stand.
+template <class Store>
+class CarrierFactor {
+public:
+    CarrierFactor(const CarrierMatrix<Store>& carrier) : carrier_(carrier), transposed_(false) {}
+
+    CarrierFactor(const TransposedFAD1<DoubleMatrix<Store>>& marked)
+        : carrier_(marked.carrier), transposed_(true)
+    {
+    }
+
+    std::size_t directions() const { return carrier_.directions(); }
+
+    Factor value() const { return part(carrier_.value); }
+
+    Factor derivative(std::size_t k) const { return part(carrier_.derivatives[k]); }
+
+private:
+    Factor part(const DoubleMatrix<Store>& m) const
+    {
+        return transposed_ ? VEMKN::transposed(m) : Factor(m);
+    }
+
+    const CarrierMatrix<Store>& carrier_;
+    bool transposed_;
+};
+
+template <class Store>
+void shape_product(const Factor& A,
+                   const Factor& B,
+                   std::size_t directions,
+                   CarrierMatrix<Store>& C)
+{
+    C.set_directions(directions);
+    C.value.resize(A.used_rows(), B.used_cols());
+    for (auto& derivative : C.derivatives) derivative.resize(A.used_rows(), B.used_cols());
+}
+
+// C = A*B
+template <class Store>
+void multiply(const CarrierFactor<Store>& A, const CarrierFactor<Store>& B, CarrierMatrix<Store>& C)
+{
+    shape_product(A.value(), B.value(), A.directions(), C);
+    product(A.value(), B.value(), C.value.data());
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        double* const dC = C.derivatives[k].data();
+        product(A.derivative(k), B.value(), dC);
+        product(A.value(), B.derivative(k), dC, Into::add);
+    }
+}
+
+// dC_k += (A*0.0)*B, which is zero but where A is not finite.
+template <class Store>
+void add_constant_tangents(const Factor& A, const Factor& B, CarrierMatrix<Store>& C)
+{
+    if (C.directions() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
+    const CarrierMatrix<Store> constant(DoubleMatrix<Store>(A.data, A.rows, A.cols), 1);
+    Factor dA(constant.derivatives[0]);
+    dA.transposed = A.transposed;
+    for (auto& derivative : C.derivatives) product(dA, B, derivative.data(), Into::add);
+}
 
 // C = A*B for constants A. Deliberate: the derivatives of a constant are the constant times 0.0, so an infinite or NaN
 // entry of A gives NaN derivatives.
-void do_mult(const RowsView& A, const MatrixCarrier& B, MatrixCarrier& C);
+template <class Store>
+void multiply(const Factor& A, const CarrierFactor<Store>& B, CarrierMatrix<Store>& C)
+{
+    shape_product(A, B.value(), B.directions(), C);
+    product(A, B.value(), C.value.data());
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        product(A, B.derivative(k), C.derivatives[k].data());
+    }
+    add_constant_tangents(A, B.value(), C);
+}
+
+// C = A*B
+template <class Store>
+void do_mult(const CarrierMatrix<Store>& A, const CarrierMatrix<Store>& B, CarrierMatrix<Store>& C)
+{
+    multiply<Store>(A, B, C);
+}
+
+template <class Store>
+void do_mult(const RowsView& A, const CarrierMatrix<Store>& B, CarrierMatrix<Store>& C)
+{
+    multiply<Store>(Factor(A), B, C);
+}
 
 // C = A*B^T
-void do_binmult(MatrixCarrier& C,
-                const MatrixCarrier& A,
-                const TransposedFAD1<MatrixTemplate<double>>& B);
+template <class Store>
+void do_binmult(CarrierMatrix<Store>& C,
+                const CarrierMatrix<Store>& A,
+                const TransposedFAD1<DoubleMatrix<Store>>& B)
+{
+    multiply<Store>(A, B, C);
+}
 
 // C = A^T*B
-void do_binmult(MatrixCarrier& C,
-                const TransposedFAD1<MatrixTemplate<double>>& A,
-                const MatrixCarrier& B);
+template <class Store>
+void do_binmult(CarrierMatrix<Store>& C,
+                const TransposedFAD1<DoubleMatrix<Store>>& A,
+                const CarrierMatrix<Store>& B)
+{
+    multiply<Store>(A, B, C);
+}
 
-// C = A*B for a constant factor A, transposed or not; non-finite entries as in do_mult.
-void do_binmult(MatrixCarrier& C, const VEMKN::Factor& A, const MatrixCarrier& B);
+// C = A*B for a constant factor A, transposed or not.
+template <class Store>
+void do_binmult(CarrierMatrix<Store>& C, const Factor& A, const CarrierMatrix<Store>& B)
+{
+    multiply<Store>(A, B, C);
+}
 
-// C += A*B, value and derivatives each formed first and then added; room as for doubles.
-void do_binmult_add(MatrixCarrier& C,
-                    const TransposedFAD1<MatrixTemplate<double>>& A,
-                    const MatrixCarrier& B,
-                    MatrixTemplate<double>& room);
-void do_binmult_add(MatrixCarrier& C,
-                    const VEMKN::Factor& A,
-                    const MatrixCarrier& B,
-                    MatrixTemplate<double>& room);
+// C += A^T*B, value and derivatives each formed first and then added; room as for doubles.
+template <class Store>
+void do_binmult_add(CarrierMatrix<Store>& C,
+                    const TransposedFAD1<DoubleMatrix<Store>>& A,
+                    const CarrierMatrix<Store>& B,
+                    DoubleMatrix<Store>& room)
+{
+    const CarrierFactor<Store> left(A), right(B);
+    const Factor a = left.value(), b = right.value();
+    do_binmult_add(C.value, a, b, room);
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        const Factor da = left.derivative(k), db = right.derivative(k);
+        const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+            product(da.cut_rows(first, rows), b, to);
+            product(a.cut_rows(first, rows), db, to, Into::add);
+        };
+        add_in_panels(C.derivatives[k], a.used_cols(), room, form);
+    }
+}
+
+// The same for a constant factor A.
+template <class Store>
+void do_binmult_add(CarrierMatrix<Store>& C,
+                    const Factor& A,
+                    const CarrierMatrix<Store>& B,
+                    DoubleMatrix<Store>& room)
+{
+    do_binmult_add(C.value, A, Factor(B.value), room);
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        do_binmult_add(C.derivatives[k], A, Factor(B.derivatives[k]), room);
+    }
+    add_constant_tangents(A, Factor(B.value), C);
+}
 
 // C = A + b by the rule of the double twin, on the value and on every derivative. C may be A.
-void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b);
+template <class Store>
+void do_binplus(CarrierMatrix<Store>& C,
+                const CarrierMatrix<Store>& A,
+                const CarrierVector<Store>& b)
+{
+    if (&C != &A) C = A;
+    if (!VEMKN::do_binplus(C.value, C.value, b.value)) return;
+    for (std::size_t k = 0; k < C.directions(); ++k) {
+        VEMKN::do_binplus(C.derivatives[k], C.derivatives[k], b.derivatives[k]);
+    }
+}
 
 }  // namespace yafad

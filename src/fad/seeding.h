@@ -30,7 +30,7 @@ public:
         for (T& derivative : part.derivatives) VEMKN::take_shape(part.value, derivative);
         std::copy_n(w + first, part.size(), elements(part.value));
         if (directions() == 0) return;
-        const std::valarray<double> of_constant = VEMKN::asVector(part.value) * 0.0;
+        const T of_constant = fad1<T>(part.value, 1).derivatives[0];
         for (std::size_t d = 0; d < part.directions(); ++d) {
             double* const tangent = elements(part.derivatives[d]);
             const bool given = v != nullptr && d < nv_;
@@ -38,7 +38,7 @@ public:
                 if (is_identity()) {
                     tangent[k] = 1.0;
                 } else {
-                    tangent[k] = given ? v[index(first + k, d, nw_)] : of_constant[k];
+                    tangent[k] = given ? v[index(first + k, d, nw_)] : elements(of_constant)[k];
                 }
             }
         }
@@ -55,8 +55,18 @@ public:
     {
         for (std::size_t d = 0; d < nv_; ++d) {
             results.write(out == nullptr ? out : out + index(first, d, n),
-                          VEMKN::asVector(result.derivatives[d]),
+                          result.derivatives[d],
                           row_order_ ? 1 : nv_);
+        }
+    }
+
+    // The same into a whole array, in memory.
+    template <class T>
+    void put_derivatives(double* whole, const fad1<T>& part, std::size_t first, std::size_t n) const
+    {
+        for (std::size_t d = 0; d < nv_; ++d) {
+            const double* const from = elements(part.derivatives[d]);
+            for (std::size_t i = 0; i < part.size(); ++i) whole[index(first + i, d, n)] = from[i];
         }
     }
 

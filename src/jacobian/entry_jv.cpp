@@ -1,7 +1,7 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
+#include "api/work_model.h"
 #include "eval/objective.h"
-#include "fad/work_model.h"
 #include "jacobian/trace.h"
 
 using namespace VEMKN;
@@ -30,17 +30,25 @@ int vemk_Jv(::VEMKNInfo* net,
     const auto factors = {InputArray{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv},
                           input_rows(*net, x, nrows, xcols)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const CarrierModel model = with_tangents(*net, seeding, w, v);
+        const CarrierWorkModel model = with_tangents(*net, seeding, w, v);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         Trace trace;
-        yafad::VectorCarrier result(0.0, std::size_t{nrows} * ycols);
-        element_norms(model, X, Y, result);
+        const std::size_t elements = std::size_t{nrows} * ycols;
+        WorkMatrix values(nrows, ycols);
+        AlignedArray derivatives;
+        derivatives.set_size(elements * nv);
+        element_norms(model, X, Y, [&](const CarrierWorkModel::Vector& part, std::size_t first) {
+            put_elements(values.store(), first, part.value);
+            seeding.put_derivatives(derivatives.begin(), part, first, elements);
+        });
         trace.finish();
         // Deliberate: the summing norm acts on values that are element-normed already.
-        if (Trace::wanted()) trace.print(mean_norm(model, asMatrix(result, nrows, ycols)).value);
+        if (Trace::wanted()) {
+            trace.print(mean_norm(model, yafad::with_zero_derivatives(values)).value);
+        }
 
-        results.write(f, result.value);
-        seeding.write_derivatives(results, jac, result, 0, result.size());
+        results.write(f, values);
+        results.write(jac, derivatives);
     });
 }

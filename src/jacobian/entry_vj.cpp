@@ -1,5 +1,6 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
+#include "api/work_model.h"
 #include "jacobian/sweeps.h"
 #include "jacobian/trace.h"
 
@@ -25,18 +26,18 @@ int vemk_vJ(::VEMKNInfo* net,
     const auto factors = {InputArray{u, std::uint64_t{nrows} * ycols},
                           input_rows(*net, x, nrows, xcols)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, nrows, ycols);
-        MatrixTemplate<double> R;
-        DoubleModel grad = zeros_like(model);
+        WorkMatrix R;
+        WorkModel grad = zeros_like(model);
         Trace trace;
         adj_residuals(model, X, Y, R, U, grad);
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
-        results.write(r_out, R.store());
+        results.write(r_out, R);
         results.write(g_out, grad);
     });
 }

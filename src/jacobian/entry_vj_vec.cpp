@@ -1,5 +1,6 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
+#include "api/work_model.h"
 #include "jacobian/sweeps.h"
 #include "jacobian/trace.h"
 
@@ -26,21 +27,21 @@ int vemk_vJ_vec(::VEMKNInfo* net,
     const auto factors = {InputArray{u, std::uint64_t{k} * nrows * ycols},
                           input_rows(*net, x, nrows, xcols)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const DoubleModel model = with_weights(net->model, w);
+        const WorkModel model = with_weights(*net, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, std::size_t{k} * nrows, ycols);
         std::valarray<RowsView> weightings(k);
         for (std::size_t i = 0; i < k; ++i) weightings[i] = RowsView(U).slice(i * nrows, nrows);
-        MatrixTemplate<double> R;
+        WorkMatrix R;
         Trace trace;
-        std::valarray<DoubleModel> grads(k);
-        for (DoubleModel& grad : grads) grad = zeros_like(model);
+        std::valarray<WorkModel> grads(k);
+        for (WorkModel& grad : grads) grad = zeros_like(model);
         adj_computev_vec(model, X, Y, R, weightings, grads);
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
-        results.write(r_out, R.store());
+        results.write(r_out, R);
         for (std::size_t i = 0; i < k; ++i) {
             results.write(g_out == nullptr ? g_out : g_out + i * nw, grads[i]);
         }

@@ -5,9 +5,6 @@
 #include <limits>
 #include <utility>
 
-#include "api/messages.h"
-#include "kernels/kernels.h"
-
 namespace VEMKN {
 
 namespace {
@@ -136,22 +133,6 @@ void product(const Factor& A, const Factor& B, double* C, Into into)
             matrix_times_matrix(A, B.cut_cols(j, cols), C + j, n, into);
         }
     }
-}
-
-bool do_binplus(MatrixTemplate<double>& C,
-                const MatrixTemplate<double>& A,
-                const std::valarray<double>& b)
-{
-    if (&C != &A) C = A;
-    if (b.size() == C.size()) {
-        kernels().add(std::begin(b), C.data(), C.size());
-    } else if (b.size() == C.cols()) {
-        kernels().add_to_rows(std::begin(b), C.data(), C.rows(), C.cols());
-    } else {
-        write_error("invalid dims\n");
-        return false;
-    }
-    return true;
 }
 
 }  // namespace VEMKN

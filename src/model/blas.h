@@ -1,5 +1,6 @@
 #pragma once
 
+#include "api/messages.h"
 #include "model/matrix.h"
 
 namespace VEMKN {
@@ -15,7 +16,10 @@ struct Factor {
 
     Factor(const RowsView& m) : data(m.data), rows(m.rows), cols(m.cols), stride(m.cols) {}
 
-    Factor(const MatrixTemplate<double>& m) : Factor(RowsView(m)) {}
+    template <class Store>
+    Factor(const DoubleMatrix<Store>& m) : Factor(RowsView(m))
+    {
+    }
 
     // Shape as used.
     std::size_t used_rows() const { return transposed ? cols : rows; }
@@ -44,7 +48,8 @@ inline Factor transposed(RowsView m)
     return f;
 }
 
-inline Factor transposed(const MatrixTemplate<double>& m)
+template <class Store>
+Factor transposed(const DoubleMatrix<Store>& m)
 {
     return transposed(RowsView(m));
 }
@@ -73,14 +78,16 @@ private:
 void product(const Factor& A, const Factor& B, double* C, Into into = Into::overwrite);
 
 // C = A*B. C is resized.
-inline void do_mult(RowsView A, const MatrixTemplate<double>& B, MatrixTemplate<double>& C)
+template <class Store>
+void do_mult(const RowsView& A, const DoubleMatrix<Store>& B, DoubleMatrix<Store>& C)
 {
     C.resize(A.rows, B.cols());
     product(A, B, C.data());
 }
 
 // C = A*B with one factor transposed. C is resized.
-inline void do_binmult(MatrixTemplate<double>& C, const Factor& A, const Factor& B)
+template <class Store>
+void do_binmult(DoubleMatrix<Store>& C, const Factor& A, const Factor& B)
 {
     C.resize(A.used_rows(), B.used_cols());
     product(A, B, C.data());
@@ -91,10 +98,10 @@ std::size_t panel_length(std::size_t whole, std::size_t others);
 
 // C += P for a product P with that inner dimension. form(first, rows, to) writes some rows of P; they are formed first and
 // then added, a panel at a time so that it is added from cache. room holds a panel and grows to it.
-template <class Form>
-void add_in_panels(MatrixTemplate<double>& C,
+template <class Store, class Form>
+void add_in_panels(DoubleMatrix<Store>& C,
                    std::size_t inner,
-                   MatrixTemplate<double>& room,
+                   DoubleMatrix<Store>& room,
                    const Form& form)
 {
     const std::size_t cols = C.cols();
@@ -109,10 +116,11 @@ void add_in_panels(MatrixTemplate<double>& C,
 }
 
 // C += A*B; C has the shape of the product.
-inline void do_binmult_add(MatrixTemplate<double>& C,
-                           const Factor& A,
-                           const Factor& B,
-                           MatrixTemplate<double>& room)
+template <class Store>
+void do_binmult_add(DoubleMatrix<Store>& C,
+                    const Factor& A,
+                    const Factor& B,
+                    DoubleMatrix<Store>& room)
 {
     add_in_panels(C, A.used_cols(), room, [&](std::size_t first, std::size_t rows, double* to) {
         product(A.cut_rows(first, rows), B, to);
@@ -123,8 +131,19 @@ inline void do_binmult_add(MatrixTemplate<double>& C,
 // b has as many entries as A has columns; else "invalid dims\n" on standard error and C keeps the values of A.
 // Returns whether the sum was formed.
 // C may be A.
-bool do_binplus(MatrixTemplate<double>& C,
-                const MatrixTemplate<double>& A,
-                const std::valarray<double>& b);
+template <class Store>
+bool do_binplus(DoubleMatrix<Store>& C, const DoubleMatrix<Store>& A, const Store& b)
+{
+    if (&C != &A) C = A;
+    if (b.size() == C.size()) {
+        kernels().add(elements(b), C.data(), C.size());
+    } else if (b.size() == C.cols()) {
+        kernels().add_to_rows(elements(b), C.data(), C.rows(), C.cols());
+    } else {
+        write_error("invalid dims\n");
+        return false;
+    }
+    return true;
+}
 
 }  // namespace VEMKN

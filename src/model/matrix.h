@@ -7,6 +7,7 @@
 #include <valarray>
 
 #include "kernels/kernels.h"
+#include "model/aligned_array.h"
 
 namespace VEMKN {
 
@@ -16,6 +17,11 @@ template <class T>
 void set_size(std::valarray<T>& v, std::size_t n)
 {
     if (v.size() != n) v = std::valarray<T>(n);
+}
+
+inline void set_size(AlignedArray& v, std::size_t n)
+{
+    v.set_size(n);
 }
 
 template <class T>
@@ -28,8 +34,14 @@ void assign(std::valarray<T>& to, const std::valarray<T>& from)
     }
 }
 
-// Dense matrix, element (r, c) at r*cols + c. Owns its storage; copied by value.
-template <class T>
+inline void assign(AlignedArray& to, const AlignedArray& from)
+{
+    to = from;
+}
+
+// Dense matrix, element (r, c) at r*cols + c. Owns its storage; copied by value. A network is described and held in
+// matrices over std::valarray; calls compute with matrices over AlignedArray, and most routines serve both.
+template <class T, class Store = std::valarray<T>>
 class MatrixTemplate {
 public:
     MatrixTemplate() = default;
@@ -65,15 +77,15 @@ public:
 
     const T* data() const { return std::begin(store_); }
 
-    std::valarray<T>& store() { return store_; }
+    Store& store() { return store_; }
 
-    const std::valarray<T>& store() const { return store_; }
+    const Store& store() const { return store_; }
 
     T& operator()(std::size_t r, std::size_t c) { return store_[r * cols_ + c]; }
 
     const T& operator()(std::size_t r, std::size_t c) const { return store_[r * cols_ + c]; }
 
-    // Zero-fills only when the number of elements changes; else the elements stay as they stand.
+    // Zero-fills only when the number of elements changes (an AlignedArray does not); else the elements stay as they stand.
     void resize(std::uint64_t rows, std::uint64_t cols)
     {
         set_size(store_, area(rows, cols));
@@ -93,10 +105,24 @@ private:
         return elements;
     }
 
-    std::valarray<T> store_;
+    Store store_;
     std::uint64_t rows_ = 0;
     std::uint64_t cols_ = 0;
 };
+
+// A matrix of doubles over either storage, and the one that calls compute with.
+template <class Store>
+using DoubleMatrix = MatrixTemplate<double, Store>;
+using WorkMatrix = DoubleMatrix<AlignedArray>;
+
+// The matrix of doubles that holds the values of a matrix of doubles or of carriers.
+template <class Matrix>
+struct ValuesOf {
+    using type = Matrix;
+};
+
+template <class Matrix>
+using Kept = typename ValuesOf<Matrix>::type;
 
 // Some rows of a matrix that somebody else owns, contiguous and row by row: a caller's batch, a slice
 // of it, or a whole MatrixTemplate. A batch is a constant, so nothing ever writes through it.
@@ -112,7 +138,10 @@ struct RowsView {
     {
     }
 
-    RowsView(const MatrixTemplate<double>& m) : data(m.data()), rows(m.rows()), cols(m.cols()) {}
+    template <class Store>
+    RowsView(const DoubleMatrix<Store>& m) : data(m.data()), rows(m.rows()), cols(m.cols())
+    {
+    }
 
     std::size_t size() const { return rows * cols; }
 
@@ -122,52 +151,49 @@ struct RowsView {
     }
 };
 
-// The store of a matrix as a vector; a vector is its own.
-inline const std::valarray<double>& asVector(const std::valarray<double>& v)
-{
-    return v;
-}
-
-inline const std::valarray<double>& asVector(const MatrixTemplate<double>& A)
+// The store of a matrix as a vector.
+template <class Store>
+const Store& asVector(const DoubleMatrix<Store>& A)
 {
     return A.store();
 }
 
 // The elements of a vector or a matrix.
-inline double* elements(std::valarray<double>& v)
+template <class Array>
+auto elements(Array& v)
 {
     return std::begin(v);
 }
 
-inline const double* elements(const std::valarray<double>& v)
-{
-    return std::begin(v);
-}
-
-inline double* elements(MatrixTemplate<double>& m)
+template <class Store>
+double* elements(DoubleMatrix<Store>& m)
 {
     return m.data();
 }
 
-inline const double* elements(const MatrixTemplate<double>& m)
+template <class Store>
+const double* elements(const DoubleMatrix<Store>& m)
 {
     return m.data();
 }
 
 // to takes the shape of `of`; its contents are left to the caller.
-inline void take_shape(const std::valarray<double>& of, std::valarray<double>& to)
+template <class Array>
+void take_shape(const Array& of, Array& to)
 {
     set_size(to, of.size());
 }
 
-inline void take_shape(const MatrixTemplate<double>& of, MatrixTemplate<double>& to)
+template <class Store>
+void take_shape(const DoubleMatrix<Store>& of, DoubleMatrix<Store>& to)
 {
     to.resize(of.rows(), of.cols());
 }
 
 // Sum over the rows of every column, each summed from the last row up to the first.
 //   A : rows x cols        out : overwritten, cols entries
-inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out)
+template <class Store>
+void colsum(const DoubleMatrix<Store>& A, Store& out)
 {
     const std::size_t cols = A.cols();
     set_size(out, cols);
@@ -178,44 +204,40 @@ inline void colsum(const MatrixTemplate<double>& A, std::valarray<double>& out)
     }
 }
 
-template <class T>
-std::valarray<T> colsum(const MatrixTemplate<T>& A)
+template <class T, class Store>
+Store colsum(const MatrixTemplate<T, Store>& A)
 {
-    std::valarray<T> out;
+    Store out;
     colsum(A, out);
     return out;
 }
 
 // whole gets the shape that holds `rows` rows like those of part.
-inline void shape_rows(MatrixTemplate<double>& whole,
-                       const MatrixTemplate<double>& part,
-                       std::size_t rows)
+template <class Store>
+void shape_rows(DoubleMatrix<Store>& whole, const DoubleMatrix<Store>& part, std::size_t rows)
 {
     whole.resize(rows, part.cols());
 }
 
 // Rows first ... first + part.rows() - 1 of whole take the values of part.
 //   whole : any x cols        part : rows x cols
-inline void put_rows(MatrixTemplate<double>& whole,
-                     std::size_t first,
-                     const MatrixTemplate<double>& part)
+template <class Store>
+void put_rows(DoubleMatrix<Store>& whole, std::size_t first, const DoubleMatrix<Store>& part)
 {
     std::copy_n(part.data(), part.size(), whole.data() + first * whole.cols());
 }
 
 // whole gets the shape that holds n parts side by side.
-inline void shape_columns(MatrixTemplate<double>& whole,
-                          const MatrixTemplate<double>& part,
-                          std::size_t n)
+template <class Store>
+void shape_columns(DoubleMatrix<Store>& whole, const DoubleMatrix<Store>& part, std::size_t n)
 {
     whole.resize(part.rows(), n * part.cols());
 }
 
 // Columns first ... first + part.cols() - 1 of whole take the values of part.
 //   whole : rows x any        part : rows x w
-inline void put_columns(MatrixTemplate<double>& whole,
-                        std::size_t first,
-                        const MatrixTemplate<double>& part)
+template <class Store>
+void put_columns(DoubleMatrix<Store>& whole, std::size_t first, const DoubleMatrix<Store>& part)
 {
     for (std::size_t r = 0; r < part.rows(); ++r) {
         std::copy_n(
@@ -224,9 +246,8 @@ inline void put_columns(MatrixTemplate<double>& whole,
 }
 
 // The same columns of whole added to part.
-inline void add_columns(const MatrixTemplate<double>& whole,
-                        std::size_t first,
-                        MatrixTemplate<double>& part)
+template <class Store>
+void add_columns(const DoubleMatrix<Store>& whole, std::size_t first, DoubleMatrix<Store>& part)
 {
     for (std::size_t r = 0; r < part.rows(); ++r) {
         const double* const from = whole.data() + r * whole.cols() + first;
@@ -235,10 +256,11 @@ inline void add_columns(const MatrixTemplate<double>& whole,
 }
 
 // The reverse of put_columns: part takes width columns of whole.
-inline void take_columns(const MatrixTemplate<double>& whole,
-                         std::size_t first,
-                         std::size_t width,
-                         MatrixTemplate<double>& part)
+template <class Store>
+void take_columns(const DoubleMatrix<Store>& whole,
+                  std::size_t first,
+                  std::size_t width,
+                  DoubleMatrix<Store>& part)
 {
     part.resize(whole.rows(), width);
     for (std::size_t r = 0; r < part.rows(); ++r) {
@@ -247,20 +269,23 @@ inline void take_columns(const MatrixTemplate<double>& whole,
 }
 
 // R -= Y for a batch of constants Y of the same shape.
-inline void subtract_rows(MatrixTemplate<double>& R, const RowsView& Y)
+template <class Store>
+void subtract_rows(DoubleMatrix<Store>& R, const RowsView& Y)
 {
     kernels().subtract(Y.data, R.data(), R.size());
 }
 
 // A = zeros of that shape.
-inline void set_zero(MatrixTemplate<double>& A, std::size_t rows, std::size_t cols)
+template <class Store>
+void set_zero(DoubleMatrix<Store>& A, std::size_t rows, std::size_t cols)
 {
     A.resize(rows, cols);
     A.store() = 0.0;
 }
 
 // At = transpose of A, block by block so that both are walked in cache lines.
-inline void transpose(const MatrixTemplate<double>& A, MatrixTemplate<double>& At)
+template <class Store>
+void transpose(const DoubleMatrix<Store>& A, DoubleMatrix<Store>& At)
 {
     constexpr std::size_t BLOCK = 8;
     const std::size_t rows = A.rows(), cols = A.cols();
@@ -274,15 +299,11 @@ inline void transpose(const MatrixTemplate<double>& A, MatrixTemplate<double>& A
     }
 }
 
-// a += b over the stores; same shapes.
-inline void do_add(std::valarray<double>& a, const std::valarray<double>& b)
+// a += b, element by element; same shapes.
+template <class Array>
+void do_add(Array& a, const Array& b)
 {
-    a += b;
-}
-
-inline void do_add(MatrixTemplate<double>& a, const MatrixTemplate<double>& b)
-{
-    do_add(a.store(), b.store());
+    kernels().add(elements(b), elements(a), a.size());
 }
 
 }  // namespace VEMKN

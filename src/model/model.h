@@ -31,7 +31,7 @@ struct NNTemplate {
 
     // y = act(x), and what the adjoint needs of it besides x into kept; xbar = adjoint of x, from x, kept and the adjoint
     // of y.
-    using Kept = MatrixTemplate<double>;
+    using Kept = VEMKN::Kept<Matrix>;
     using ActivationPair =
         FunctionPair<void (*)(const Matrix& x, Matrix& y, Kept& kept),
                      void (*)(const Matrix& x, const Kept& kept, const Matrix& ybar, Matrix& xbar)>;

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "api/handle.h"
+#include "api/params.h"
+#include "fad/seeding.h"
+#include "model/function_tables.h"
+
+// The models that calls compute with: the networks of a handle over aligned arrays. Every call makes its own.
+
+namespace VEMKN {
+
+using WorkModel = NNTemplate<WorkMatrix, AlignedArray, double>;
+using CarrierWorkModel = NNTemplate<yafad::CarrierMatrix<AlignedArray>,
+                                    yafad::CarrierVector<AlignedArray>,
+                                    yafad::FO::Dynamic::Active<1>>;
+
+// The same network over other containers: shapes and functions; weights and biases are left to the caller.
+template <class Work, class Model>
+Work work_model(const Model& net)
+{
+    Work work;
+    work.numin = net.numin;
+    work.numout = net.numout;
+    work.nlayers = net.nlayers;
+    work.nmult = net.nmult;
+    work.batch = net.batch;
+    work.threads = net.threads;
+    work.activation = activation_named<Work>(net.activation_name);
+    set_norm_named(net.norm_name, work);
+
+    const auto value = [](auto& part) -> auto&
+    {
+        if constexpr (requires { part.value; }) {
+            return part.value;
+        } else {
+            return part;
+        }
+    };
+    work.weights.resize(net.weights.size());
+    work.biases.resize(net.biases.size());
+    for (std::size_t i = 0; i < net.weights.size(); ++i) {
+        value(work.weights[i]).resize(net.weights[i].rows(), net.weights[i].cols());
+        set_size(value(work.biases[i]), net.biases[i].size());
+    }
+    return work;
+}
+
+// The caller's weights, or in place of a null w the handle's own ones: those of its double model.
+class Weights {
+public:
+    Weights(const VEMKNInfo& net, const double* w)
+    {
+        if (w == nullptr) own_ = getweights(net.model);
+        data_ = w == nullptr ? std::begin(own_) : w;
+    }
+
+    Weights(const Weights&) = delete;
+    Weights& operator=(const Weights&) = delete;
+
+    const double* data() const { return data_; }
+
+private:
+    std::valarray<double> own_;
+    const double* data_;
+};
+
+// The network at the caller's weights.
+inline WorkModel with_weights(const VEMKNInfo& net, const double* w)
+{
+    WorkModel model = work_model<WorkModel>(net.model);
+    setweights(model, Weights(net, w).data());
+    return model;
+}
+
+// The same over carriers, each weight with the caller's directions v as derivatives.
+inline CarrierWorkModel with_tangents(const VEMKNInfo& net,
+                                      const yafad::Seeding& seeding,
+                                      const double* w,
+                                      const double* v)
+{
+    CarrierWorkModel model = work_model<CarrierWorkModel>(net.derivative_model);
+    const Weights weights(net, w);
+    for_each_parameter(model, [&](auto& part, std::size_t first) {
+        seeding.seed(part, first, weights.data(), v);
+    });
+    return model;
+}
+
+}  // namespace VEMKN
