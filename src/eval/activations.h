@@ -2,9 +2,10 @@
 
 #include "eval/element_loops.h"
 
-// The activations, over any matrix type. Each takes the pre-activation x and overwrites y with the result, in the
-// shape of x; y may be x. What its adjoint needs besides x goes into kept. `apply` is what a matrix type provides: the
-// loops of eval/element_loops.h for doubles, their counterpart in fad/activations.h for carriers.
+// The activations, over any matrix type. Each takes the pre-activation x and overwrites y with the result, in the shape of
+// x; what its adjoint needs besides x goes into kept. y may be x; then no adjoint can follow, and nothing is kept. `apply`
+// is what a matrix type provides: the loops of eval/element_loops.h for doubles, their counterpart in fad/activations.h
+// for carriers.
 
 namespace VEMKN {
 

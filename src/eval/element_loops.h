@@ -36,37 +36,26 @@ const double* inner_of(const double* x, double* room, std::size_t n)
     }
 }
 
-// What a forward pass keeps for the sweep: t of every element, or nothing where F has no inner function.
+// y = F(x); y may be x, and then no sweep follows and nothing is kept. Else kept = t, where F has an inner function.
 template <class F, class Store>
-void shape_kept(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& kept)
+void apply(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& y, DoubleMatrix<Store>& kept)
 {
-    if constexpr (F::HAS_INNER) take_shape(x, kept);
+    const bool keep = F::HAS_INNER && &x != &y;
+    take_shape(x, y);
+    if (keep) take_shape(x, kept);
+    Block room;
+    for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
+        double* const to = keep ? kept.data() + at : room.data;
+        const double* const t = inner_of<F>(x.data() + at, to, n);
+        element_kernels<F>().value(x.data() + at, t, y.data() + at, n);
+    });
 }
 
-// Room there for element `at` and those after it; null where nothing is kept.
-template <class F, class Store>
-double* kept_room(DoubleMatrix<Store>& kept, std::size_t at)
-{
-    return F::HAS_INNER ? kept.data() + at : nullptr;
-}
-
-// Where that lies.
+// What the loops of a sweep take for t: what was kept, or the values themselves.
 template <class F, class Store>
 const double* kept_of(const DoubleMatrix<Store>& x, const DoubleMatrix<Store>& kept)
 {
     return F::HAS_INNER ? kept.data() : x.data();
-}
-
-// y = F(x) and kept = t; y may be x.
-template <class F, class Store>
-void apply(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& y, DoubleMatrix<Store>& kept)
-{
-    take_shape(x, y);
-    shape_kept<F>(x, kept);
-    for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = inner_of<F>(x.data() + at, kept_room<F>(kept, at), n);
-        element_kernels<F>().value(x.data() + at, t, y.data() + at, n);
-    });
 }
 
 // xbar from ybar and what the forward pass kept; xbar may be ybar.

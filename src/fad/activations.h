@@ -42,15 +42,17 @@ void apply_block(
     if constexpr (!IS_SMOOTH<F>) kernels.value(value, t, y, n);
 }
 
-// y = F(x), and kept = t of the value; y may be x.
+// y = F(x); y may be x, and then no sweep follows and nothing is kept. Else kept = t of the value.
 template <class F, class Store>
 void apply(const CarrierMatrix<Store>& x, CarrierMatrix<Store>& y, DoubleMatrix<Store>& kept)
 {
+    const bool keep = F::HAS_INNER && &x != &y;
     take_shape(x, y);
-    VEMKN::shape_kept<F>(x.value, kept);
+    if (keep) take_shape(x.value, kept);
+    VEMKN::Block room;
     VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t =
-            VEMKN::inner_of<F>(elements(x.value) + at, VEMKN::kept_room<F>(kept, at), n);
+        double* const t_room = keep ? kept.data() + at : room.data;
+        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, t_room, n);
         apply_block<F>(x, t, at, n, y.value.data() + at, [&](std::size_t k, const auto& loop) {
             loop(y.derivatives[k].data() + at);
         });

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "eval/element_loops.h"
 #include "fad/fad1.h"
 #include "model/blas.h"
 
@@ -65,17 +66,51 @@ void shape_product(const Factor& A,
     for (auto& derivative : C.derivatives) derivative.resize(A.used_rows(), B.used_cols());
 }
 
+// to(k) = A*dB_k, or to(k) += A*dB_k, for every direction k.
+//
+// Derivatives that are single columns are stacked, as many as fit a block, and multiplied as the rows of one matrix: one by
+// one, each would be a product of a matrix and a vector and read all of A.
+template <class Store, class To>
+void multiply_derivatives(const Factor& A, const CarrierFactor<Store>& B, const To& to, Into into)
+{
+    const std::size_t rows = A.used_rows(), inner = A.used_cols();
+    const bool columns = B.value().used_cols() == 1;
+    const std::size_t at_once =
+        columns ? std::max<std::size_t>(VEMKN::BLOCK / std::max<std::size_t>({rows, inner, 1}), 1)
+                : 1;
+    VEMKN::Block stack, products;
+    Factor At = A;
+    At.transposed = !A.transposed;
+    for (std::size_t first = 0; first < B.directions(); first += at_once) {
+        const std::size_t n = std::min(at_once, B.directions() - first);
+        if (n == 1) {
+            product(A, B.derivative(first), to(first), into);
+            continue;
+        }
+        for (std::size_t k = 0; k < n; ++k) {
+            std::copy_n(B.derivative(first + k).data, inner, stack.data + k * inner);
+        }
+        product(RowsView(stack.data, n, inner), At, products.data);
+        for (std::size_t k = 0; k < n; ++k) {
+            const double* const column = products.data + k * rows;
+            if (into == Into::add) {
+                VEMKN::kernels().add(column, to(first + k), rows);
+            } else {
+                std::copy_n(column, rows, to(first + k));
+            }
+        }
+    }
+}
+
 // C = A*B
 template <class Store>
 void multiply(const CarrierFactor<Store>& A, const CarrierFactor<Store>& B, CarrierMatrix<Store>& C)
 {
     shape_product(A.value(), B.value(), A.directions(), C);
     product(A.value(), B.value(), C.value.data());
-    for (std::size_t k = 0; k < C.directions(); ++k) {
-        double* const dC = C.derivatives[k].data();
-        product(A.derivative(k), B.value(), dC);
-        product(A.value(), B.derivative(k), dC, Into::add);
-    }
+    const auto dC = [&](std::size_t k) { return C.derivatives[k].data(); };
+    for (std::size_t k = 0; k < C.directions(); ++k) product(A.derivative(k), B.value(), dC(k));
+    multiply_derivatives(A.value(), B, dC, Into::add);
 }
 
 // dC_k += (A*0.0)*B, which is zero but where A is not finite.
@@ -96,9 +131,8 @@ void multiply(const Factor& A, const CarrierFactor<Store>& B, CarrierMatrix<Stor
 {
     shape_product(A, B.value(), B.directions(), C);
     product(A, B.value(), C.value.data());
-    for (std::size_t k = 0; k < C.directions(); ++k) {
-        product(A, B.derivative(k), C.derivatives[k].data());
-    }
+    const auto dC = [&](std::size_t k) { return C.derivatives[k].data(); };
+    multiply_derivatives(A, B, dC, Into::overwrite);
     add_constant_tangents(A, B.value(), C);
 }
 
@@ -150,6 +184,16 @@ void do_binmult_add(CarrierMatrix<Store>& C,
     const CarrierFactor<Store> left(A), right(B);
     const Factor a = left.value(), b = right.value();
     do_binmult_add(C.value, a, b, room);
+    if (b.used_cols() == 1) {
+        room.resize(C.directions(), C.rows());
+        const auto row = [&](std::size_t k) { return room.data() + k * C.rows(); };
+        for (std::size_t k = 0; k < C.directions(); ++k) product(left.derivative(k), b, row(k));
+        multiply_derivatives(a, right, row, Into::add);
+        for (std::size_t k = 0; k < C.directions(); ++k) {
+            VEMKN::kernels().add(row(k), C.derivatives[k].data(), C.rows());
+        }
+        return;
+    }
     for (std::size_t k = 0; k < C.directions(); ++k) {
         const Factor da = left.derivative(k), db = right.derivative(k);
         const auto form = [&](std::size_t first, std::size_t rows, double* to) {

@@ -30,7 +30,8 @@ public:
         for (T& derivative : part.derivatives) VEMKN::take_shape(part.value, derivative);
         std::copy_n(w + first, part.size(), elements(part.value));
         if (directions() == 0) return;
-        const T of_constant = fad1<T>(part.value, 1).derivatives[0];
+        VEMKN::AlignedArray of_constant(elements(part.value), part.size());
+        for (double& derivative : of_constant) derivative *= 0.0;
         for (std::size_t d = 0; d < part.directions(); ++d) {
             double* const tangent = elements(part.derivatives[d]);
             const bool given = v != nullptr && d < nv_;
@@ -38,7 +39,7 @@ public:
                 if (is_identity()) {
                     tangent[k] = 1.0;
                 } else {
-                    tangent[k] = given ? v[index(first + k, d, nw_)] : elements(of_constant)[k];
+                    tangent[k] = given ? v[index(first + k, d, nw_)] : of_constant[k];
                 }
             }
         }

@@ -154,10 +154,31 @@ struct Arithmetic {
         return !L::any(L::equal(finite, L::set(0.0)));
     }
 
-    // The rows as one long row, the addend repeated all along it.
+    // Adds to `REGISTERS` registers of neighbouring columns.
+    template <int REGISTERS>
+    static void add_to_registers(const double* a, double* to, std::size_t rows, std::size_t cols)
+    {
+        V addend[REGISTERS];
+        for (int j = 0; j < REGISTERS; ++j) addend[j] = L::load(a + j * L::WIDTH);
+        for (std::size_t r = 0; r < rows; ++r, to += cols) {
+            for (int j = 0; j < REGISTERS; ++j) {
+                double* const at = to + j * L::WIDTH;
+                L::store(at, L::load(at) + addend[j]);
+            }
+        }
+    }
+
+    // Rows that are whole registers long stay where they are; others are added to as one long row, the addend repeated all
+    // along it.
     static void add_to_rows(const double* a, double* to, std::size_t rows, std::size_t cols)
     {
         constexpr std::size_t LONGEST = 512;
+        if (cols % L::WIDTH == 0) {
+            for_each_registers(cols, [&](std::size_t c, auto registers) {
+                add_to_registers<registers()>(a + c, to + c, rows, cols);
+            });
+            return;
+        }
         if (cols > LONGEST) {
             for (std::size_t row = 0; row < rows; ++row) add(a, to + row * cols, cols);
             return;
@@ -166,12 +187,28 @@ struct Arithmetic {
         for (std::size_t i = 0; i < cols + L::WIDTH; ++i) {
             repeated[i] = i < cols ? a[i] : repeated[i - cols];
         }
+        const std::size_t step = L::WIDTH % cols;
         std::size_t at = 0;
         run<L, 1, 1>({to}, {to}, rows * cols, [&](const V* v, V* r) {
             r[0] = v[0] + L::load(repeated + at);
-            at += L::WIDTH;
-            while (at >= cols) at -= cols;
+            at += step;
+            at = at >= cols ? at - cols : at;
         });
+    }
+
+    // body(c, registers) for columns c ... of a row, as many as fit a number of registers; returns where the rest begins.
+    template <class Body>
+    static std::size_t for_each_registers(std::size_t cols, const Body& body)
+    {
+        std::size_t c = 0;
+        const auto go = [&](auto registers) {
+            constexpr std::size_t COLUMNS = registers() * L::WIDTH;
+            for (; c + COLUMNS <= cols; c += COLUMNS) body(c, registers);
+        };
+        go(std::integral_constant<int, 4>());
+        go(std::integral_constant<int, 2>());
+        go(std::integral_constant<int, 1>());
+        return c;
     }
 
     // Sums of `registers` of neighbouring columns. load(p) moves the columns of one.
@@ -195,16 +232,9 @@ struct Arithmetic {
 
     static void sum_columns(const double* a, std::size_t rows, std::size_t cols, double* to)
     {
-        std::size_t c = 0;
-        const auto sum = [&](auto registers) {
-            constexpr std::size_t COLUMNS = registers() * L::WIDTH;
-            for (; c + COLUMNS <= cols; c += COLUMNS) {
-                sum_registers<registers()>(a + c, rows, cols, to + c, L::load, L::store);
-            }
-        };
-        sum(std::integral_constant<int, 4>());
-        sum(std::integral_constant<int, 2>());
-        sum(std::integral_constant<int, 1>());
+        const std::size_t c = for_each_registers(cols, [&](std::size_t first, auto registers) {
+            sum_registers<registers()>(a + first, rows, cols, to + first, L::load, L::store);
+        });
         if (c == cols) return;
         const int rest = static_cast<int>(cols - c);
         sum_registers<1>(
