@@ -102,7 +102,7 @@ ElementSeconds measure(const VEMKN::ElementKernels& k, const VEMKN::SmoothKernel
     });
     seconds.adjoint = per_element([&] {
         smooth->adj_tangent(
-            x.data(), slope.data(), ybar.data(), bend.data(), x.data(), y.data(), N);
+            x.data(), slope.data(), bend.data(), ybar.data(), x.data(), y.data(), {1, N, 1, N, N});
     });
     return seconds;
 }

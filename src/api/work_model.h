@@ -10,11 +10,9 @@
 namespace VEMKN {
 
 using WorkModel = NNTemplate<WorkMatrix, AlignedArray, double>;
-using CarrierWorkModel = NNTemplate<yafad::CarrierMatrix<AlignedArray>,
-                                    yafad::CarrierVector<AlignedArray>,
-                                    yafad::FO::Dynamic::Active<1>>;
+using CarrierWorkModel = NNTemplate<yafad::Bundle, yafad::Bundle, yafad::FO::Dynamic::Active<1>>;
 
-// The same network over other containers: shapes and functions; weights and biases are left to the caller.
+// The same network over other containers: its functions and numbers, without weights and biases.
 template <class Work, class Model>
 Work work_model(const Model& net)
 {
@@ -27,21 +25,8 @@ Work work_model(const Model& net)
     work.threads = net.threads;
     work.activation = activation_named<Work>(net.activation_name);
     set_norm_named(net.norm_name, work);
-
-    const auto value = [](auto& part) -> auto&
-    {
-        if constexpr (requires { part.value; }) {
-            return part.value;
-        } else {
-            return part;
-        }
-    };
     work.weights.resize(net.weights.size());
     work.biases.resize(net.biases.size());
-    for (std::size_t i = 0; i < net.weights.size(); ++i) {
-        value(work.weights[i]).resize(net.weights[i].rows(), net.weights[i].cols());
-        set_size(value(work.biases[i]), net.biases[i].size());
-    }
     return work;
 }
 
@@ -68,6 +53,11 @@ private:
 inline WorkModel with_weights(const VEMKNInfo& net, const double* w)
 {
     WorkModel model = work_model<WorkModel>(net.model);
+    for (std::size_t i = 0; i < model.weights.size(); ++i) {
+        const MatrixTemplate<double>& W = net.model.weights[i];
+        model.weights[i].resize(W.rows(), W.cols());
+        set_size(model.biases[i], W.cols());
+    }
     setweights(model, Weights(net, w).data());
     return model;
 }
@@ -79,8 +69,13 @@ inline CarrierWorkModel with_tangents(const VEMKNInfo& net,
                                       const double* v)
 {
     CarrierWorkModel model = work_model<CarrierWorkModel>(net.derivative_model);
+    for (std::size_t i = 0; i < model.weights.size(); ++i) {
+        const yafad::MatrixCarrier& W = net.derivative_model.weights[i];
+        model.weights[i].set_shape(W.rows(), W.cols(), seeding.directions());
+        model.biases[i].set_shape(1, W.cols(), seeding.directions());
+    }
     const Weights weights(net, w);
-    for_each_parameter(model, [&](auto& part, std::size_t first) {
+    for_each_parameter(model, [&](yafad::Bundle& part, std::size_t first) {
         seeding.seed(part, first, weights.data(), v);
     });
     return model;

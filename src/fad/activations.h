@@ -2,7 +2,8 @@
 
 #include "adjoint/activations.h"
 #include "fad/active.h"
-#include "fad/fad1.h"
+#include "fad/bundle.h"
+#include "kernels/lane.h"
 
 // Element functions over carriers, the counterpart of eval/element_loops.h. With F of eval/element_functions.h:
 //
@@ -19,160 +20,258 @@ template <class F>
 inline constexpr bool IS_SMOOTH =
     std::is_same_v<std::decay_t<decltype(VEMKN::element_kernels<F>())>, VEMKN::SmoothKernels>;
 
-// n elements of y = F(x) from element `at` on, given t: the value into y, and tangent k to wherever put(k, loop) has
-// loop(to) write it. y may be where the value of x lies.
-template <class F, class T, class Put>
-void apply_block(
-    const fad1<T>& x, const double* t, std::size_t at, std::size_t n, double* y, const Put& put)
+// A block of a bundle: n elements of the value from element `at` on, and where their derivatives begin and how they lie.
+struct BundleBlock {
+    std::size_t at, n, derivatives_at;
+    VEMKN::SideBySide shape;
+};
+
+// body(block) for blocks of whole rows, or of a part of a row that is longer than a block.
+template <class Body>
+void for_each_bundle_block(const Bundle& x, const Body& body)
+{
+    const std::size_t rows = x.rows(), cols = x.cols();
+    if (x.size() == 0) return;
+    const std::size_t width = std::min(cols, VEMKN::BLOCK), height = VEMKN::BLOCK / width;
+    for (std::size_t r = 0; r < rows; r += height) {
+        const std::size_t h = width < cols ? 1 : std::min(height, rows - r);
+        for (std::size_t c = 0; c < cols; c += width) {
+            const std::size_t w = std::min(width, cols - c);
+            body(BundleBlock{
+                r * cols + c, h * w, r * x.pitch() + c, {h, w, x.directions(), cols, x.pitch()}});
+        }
+    }
+}
+
+// A block of y = F(x), given t: the value to y, derivatives to dy, which lie as those of x do. y and dy may be where those
+// of x lie.
+template <class F>
+void apply_block(const Bundle& x, const BundleBlock& b, const double* t, double* y, double* dy)
 {
     const auto& kernels = VEMKN::element_kernels<F>();
-    const double* const value = elements(x.value) + at;
-    VEMKN::Block slope;
-    if constexpr (IS_SMOOTH<F>) kernels.value_slope(value, t, y, slope.data, n);
-    for (std::size_t k = 0; k < x.directions(); ++k) {
-        const double* const dx = elements(x.derivatives[k]) + at;
-        put(k, [&](double* to) {
-            if constexpr (IS_SMOOTH<F>) {
-                VEMKN::kernels().multiply(slope.data, dx, to, n);
-            } else {
-                kernels.pull(value, t, dx, to, n);
-            }
-        });
+    const double* const value = x.value.data() + b.at;
+    const double* const dx = x.derivatives() + b.derivatives_at;
+    if constexpr (IS_SMOOTH<F>) {
+        VEMKN::Block slope;
+        kernels.value_slope(value, t, y, slope.data, b.n);
+        VEMKN::kernels().multiply_each(slope.data, dx, dy, b.shape);
+    } else {
+        kernels.pull_each(value, t, dx, dy, b.shape);
+        kernels.value(value, t, y, b.n);
     }
-    if constexpr (!IS_SMOOTH<F>) kernels.value(value, t, y, n);
 }
 
 // y = F(x); y may be x, and then no sweep follows and nothing is kept. Else kept = t of the value.
-template <class F, class Store>
-void apply(const CarrierMatrix<Store>& x, CarrierMatrix<Store>& y, DoubleMatrix<Store>& kept)
+template <class F>
+void apply(const Bundle& x, Bundle& y, WorkMatrix& kept)
 {
     const bool keep = F::HAS_INNER && &x != &y;
-    take_shape(x, y);
+    if (&x != &y) take_shape(x, y);
     if (keep) take_shape(x.value, kept);
     VEMKN::Block room;
-    VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        double* const t_room = keep ? kept.data() + at : room.data;
-        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, t_room, n);
-        apply_block<F>(x, t, at, n, y.value.data() + at, [&](std::size_t k, const auto& loop) {
-            loop(y.derivatives[k].data() + at);
-        });
+    for_each_bundle_block(x, [&](const BundleBlock& b) {
+        double* const t_room = keep ? kept.data() + b.at : room.data;
+        const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, t_room, b.n);
+        apply_block<F>(x, b, t, y.value.data() + b.at, y.derivatives() + b.derivatives_at);
     });
 }
 
-// v = F(x); v has the number of elements and of directions of x already.
-template <class F, class T, class Array>
-void apply_to(const fad1<T>& x, fad1<Array>& v)
+// y = F(x) with nothing to keep.
+template <class F>
+void apply_to(const Bundle& x, Bundle& y)
 {
+    take_shape(x, y);
     VEMKN::Block room;
-    VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, room.data, n);
-        apply_block<F>(x, t, at, n, elements(v.value) + at, [&](std::size_t k, const auto& loop) {
-            loop(elements(v.derivatives[k]) + at);
-        });
+    for_each_bundle_block(x, [&](const BundleBlock& b) {
+        const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, room.data, b.n);
+        apply_block<F>(x, b, t, y.value.data() + b.at, y.derivatives() + b.derivatives_at);
     });
+}
+
+// s_k += the tangents of the terms of a block: slope(x) x'_k, or x'_k as pull lets it through.
+template <class F>
+void add_tangents(const Bundle& x, const BundleBlock& b, const double* slope, double* s)
+{
+    const double* const value = x.value.data() + b.at;
+    const auto add = [&](std::size_t element, const double* dx, std::size_t step) {
+        for (std::size_t k = 0; k < b.shape.n; ++k) {
+            if constexpr (IS_SMOOTH<F>) {
+                s[k] += slope[element] * dx[k * step];
+            } else {
+                const double at = value[element];
+                s[k] += F::template pull<VEMKN::ScalarLane>(at, at, dx[k * step]);
+            }
+        }
+    };
+    for (std::size_t r = 0; r < b.shape.rows; ++r) {
+        const double* const dx = x.derivatives() + b.derivatives_at + r * b.shape.pitch;
+        if (b.shape.step == 1) {
+            add(r, dx, 1);  // neighbours, which the compiler adds several at a time
+            continue;
+        }
+        for (std::size_t c = 0; c < b.shape.cols; ++c) {
+            add(r * b.shape.cols + c, dx + c, b.shape.step);
+        }
+    }
 }
 
 // s = sum of F over the elements of x, value and tangents each from the first element to the last.
-template <class F, class T>
-void sum_of(const fad1<T>& x, FO::Dynamic::Active<1>& s)
+template <class F>
+void sum_of(const Bundle& x, FO::Dynamic::Active<1>& s)
 {
-    VEMKN::Block room, terms, tangents;
+    VEMKN::Block room, terms, slope;
     s.set_constant(VEMKN::empty_sum(x.size()));
     s.derivatives = VEMKN::empty_sum(x.size());
-    VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, room.data, n);
-        apply_block<F>(x, t, at, n, terms.data, [&](std::size_t k, const auto& loop) {
-            loop(tangents.data);
-            VEMKN::add_up(tangents, n, s.derivatives[k]);
-        });
-        VEMKN::add_up(terms, n, s.value);
+    for_each_bundle_block(x, [&](const BundleBlock& b) {
+        const double* const value = x.value.data() + b.at;
+        const double* const t = VEMKN::inner_of<F>(value, room.data, b.n);
+        const auto& kernels = VEMKN::element_kernels<F>();
+        if constexpr (IS_SMOOTH<F>) {
+            kernels.value_slope(value, t, terms.data, slope.data, b.n);
+        } else {
+            kernels.value(value, t, terms.data, b.n);
+        }
+        VEMKN::add_up(terms, b.n, s.value);
+        add_tangents<F>(x, b, slope.data, std::begin(s.derivatives));
     });
 }
 
+// A block of the adjoint of y = F(x), given t, ybar and its derivatives, which lie as those of x do. xbar may hold them.
+template <class F>
+void adj_apply_block(const Bundle& x,
+                     const BundleBlock& b,
+                     const double* t,
+                     const double* ybar,
+                     const double* dybar,
+                     Bundle& xbar)
+{
+    const auto& kernels = VEMKN::element_kernels<F>();
+    const double* const value = x.value.data() + b.at;
+    double* const to = xbar.value.data() + b.at;
+    double* const dto = xbar.derivatives() + b.derivatives_at;
+    if constexpr (IS_SMOOTH<F>) {
+        VEMKN::Block slope, bend;
+        const double* const dx = x.derivatives() + b.derivatives_at;
+        kernels.pull_slope_bend(value, t, ybar, to, slope.data, bend.data, b.n);
+        kernels.adj_tangent(value, slope.data, bend.data, dybar, dx, dto, b.shape);
+    } else {
+        kernels.pull_each(value, t, dybar, dto, b.shape);
+        kernels.pull(value, t, ybar, to, b.n);
+    }
+}
+
+// xbar from ybar and what the forward pass kept; xbar may be ybar.
+template <class F>
+void adj_apply(const Bundle& x, const WorkMatrix& kept, const Bundle& ybar, Bundle& xbar)
+{
+    take_shape(x, xbar);
+    const double* const t = VEMKN::kept_of<F>(x.value, kept);
+    for_each_bundle_block(x, [&](const BundleBlock& b) {
+        const double* const dybar = ybar.derivatives() + b.derivatives_at;
+        adj_apply_block<F>(x, b, t + b.at, ybar.value.data() + b.at, dybar, xbar);
+    });
+}
+
+// xbar from an adjoint for each element, with nothing kept; xbar may be ybar.
+template <class F>
+void adj_apply_each(const Bundle& x, const Bundle& ybar, Bundle& xbar)
+{
+    take_shape(x, xbar);
+    VEMKN::Block room;
+    for_each_bundle_block(x, [&](const BundleBlock& b) {
+        const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, room.data, b.n);
+        const double* const dybar = ybar.derivatives() + b.derivatives_at;
+        adj_apply_block<F>(x, b, t, ybar.value.data() + b.at, dybar, xbar);
+    });
+}
+
+// xbar from one adjoint for all of them: that of a sum.
+template <class F>
+void adj_apply_same(const Bundle& x, const FO::Dynamic::Active<1>& ybar, Bundle& xbar)
+{
+    take_shape(x, xbar);
+    xbar.value.store() = ybar.value;
+    for (std::size_t r = 0; r < x.rows(); ++r) {
+        for (std::size_t k = 0; k < x.directions(); ++k) {
+            std::fill_n(xbar.derivative(k, r), x.cols(), ybar.derivatives[k]);
+        }
+    }
+    adj_apply_each<F>(x, xbar, xbar);
+}
+
+// The same for carriers of separate derivatives.
+
+template <class F>
+void apply(const MatrixCarrier& x, MatrixCarrier& y, MatrixTemplate<double>& kept)
+{
+    Bundle result = bundle(x);
+    apply_to<F>(result, result);
+    if (F::HAS_INNER) {
+        take_shape(x.value, kept);
+        VEMKN::element_kernels<F>().inner(x.value.data(), kept.data(), x.size());
+    }
+    unbundle(result, y);
+}
+
+template <class F, class T>
+void apply_to(const fad1<T>& x, VectorCarrier& v)
+{
+    Bundle result = bundle(x);
+    apply_to<F>(result, result);
+    fad1<T> y;
+    unbundle(result, y);
+    each_part(
+        [](const T& from, std::valarray<double>& to) {
+            std::copy_n(elements(from), from.size(), elements(to));
+        },
+        y,
+        v);
+}
+
+template <class F, class T>
+void sum_of(const fad1<T>& x, FO::Dynamic::Active<1>& s)
+{
+    sum_of<F>(bundle(x), s);
+}
+
 // Sum of the elements, from the first to the last.
-template <class Array>
-FO::Dynamic::Active<1> sum(const fad1<Array>& v)
+inline FO::Dynamic::Active<1> sum(const VectorCarrier& v)
 {
     FO::Dynamic::Active<1> s(0.0);
     sum_of<VEMKN::Id>(v, s);
     return s;
 }
 
-// n elements of the adjoint of y = F(x) from element `at` on, given t and ybar: the value of the adjoint of y, and
-// dybar(k), its tangent k. xbar may hold them.
-template <class F, class T, class Tangent>
-void adj_apply_block(const fad1<T>& x,
-                     const double* t,
-                     const double* ybar,
-                     const Tangent& dybar,
-                     fad1<T>& xbar,
-                     std::size_t at,
-                     std::size_t n)
+template <class F>
+void adj_apply(const MatrixCarrier& x,
+               const MatrixTemplate<double>& kept,
+               const MatrixCarrier& ybar,
+               MatrixCarrier& xbar)
 {
-    const auto& kernels = VEMKN::element_kernels<F>();
-    const double* const value = elements(x.value) + at;
-    double* const xbar_value = elements(xbar.value) + at;
-    VEMKN::Block slope, bend;
-    if constexpr (IS_SMOOTH<F>) {
-        kernels.pull_slope_bend(value, t, ybar, xbar_value, slope.data, bend.data, n);
+    Bundle result;
+    const WorkMatrix t(kept.data(), kept.rows(), kept.cols());
+    adj_apply<F>(bundle(x), t, bundle(ybar), result);
+    unbundle(result, xbar);
+}
+
+template <class F, class T>
+void adj_apply_each(const fad1<T>& x, const VectorCarrier& ybar, fad1<T>& xbar)
+{
+    Bundle b = bundle(x), result;
+    if constexpr (std::is_same_v<T, MatrixTemplate<double>>) {
+        adj_apply_each<F>(b, bundle(asMatrix(ybar, x.rows(), x.cols())), result);
     } else {
-        kernels.pull(value, t, ybar, xbar_value, n);
+        adj_apply_each<F>(b, bundle(ybar), result);
     }
-    for (std::size_t k = 0; k < x.directions(); ++k) {
-        double* const to = elements(xbar.derivatives[k]) + at;
-        if constexpr (IS_SMOOTH<F>) {
-            const double* const dx = elements(x.derivatives[k]) + at;
-            kernels.adj_tangent(value, slope.data, dybar(k), bend.data, dx, to, n);
-        } else {
-            kernels.pull(value, t, dybar(k), to, n);
-        }
-    }
+    unbundle(result, xbar);
 }
 
-// xbar from ybar and what the forward pass kept; xbar may be ybar.
-template <class F, class Store>
-void adj_apply(const CarrierMatrix<Store>& x,
-               const DoubleMatrix<Store>& kept,
-               const CarrierMatrix<Store>& ybar,
-               CarrierMatrix<Store>& xbar)
-{
-    take_shape(x, xbar);
-    const double* const t = VEMKN::kept_of<F>(x.value, kept);
-    VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const auto dybar = [&](std::size_t k) { return ybar.derivatives[k].data() + at; };
-        adj_apply_block<F>(x, t + at, ybar.value.data() + at, dybar, xbar, at, n);
-    });
-}
-
-// xbar from an adjoint for each element, with nothing kept.
-template <class F, class T, class Array>
-void adj_apply_each(const fad1<T>& x, const fad1<Array>& ybar, fad1<T>& xbar)
-{
-    take_shape(x, xbar);
-    VEMKN::Block room;
-    VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, room.data, n);
-        const auto dybar = [&](std::size_t k) { return elements(ybar.derivatives[k]) + at; };
-        adj_apply_block<F>(x, t, elements(ybar.value) + at, dybar, xbar, at, n);
-    });
-}
-
-// xbar from one adjoint for all of them: that of a sum.
 template <class F, class T>
 void adj_apply_same(const fad1<T>& x, const FO::Dynamic::Active<1>& ybar, fad1<T>& xbar)
 {
-    take_shape(x, xbar);
-    const std::size_t block = std::min(x.size(), VEMKN::BLOCK);
-    VEMKN::Block room, same, same_tangent;
-    std::fill_n(same.data, block, ybar.value);
-    const auto dybar = [&](std::size_t k) {
-        std::fill_n(same_tangent.data, block, ybar.derivatives[k]);
-        return same_tangent.data;
-    };
-    VEMKN::for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = VEMKN::inner_of<F>(elements(x.value) + at, room.data, n);
-        adj_apply_block<F>(x, t, same.data, dybar, xbar, at, n);
-    });
+    Bundle result;
+    adj_apply_same<F>(bundle(x), ybar, result);
+    unbundle(result, xbar);
 }
 
 }  // namespace yafad

@@ -9,14 +9,16 @@
 // it does so for N directions at once, and the value is computed only once.
 //
 // Here such a tuple is a carrier: fad1<std::valarray<double>>, fad1<MatrixTemplate<double>> and, for scalars,
-// FO::Dynamic::Active<1>. The second model of a handle is made of them, and the routines of eval and adjoint run over it
-// as they run over doubles. The forward pass so gives Jacobian-vector products; the hand-written backward sweep, whose
-// result is the gradient, gives Hessian-vector products: forward over reverse.
+// FO::Dynamic::Active<1>. The second model of a handle is made of them. To compute, their derivatives lie side by side in a
+// Bundle, and the routines of eval and adjoint run over bundles as they run over doubles. The forward pass so gives
+// Jacobian-vector products; the hand-written backward sweep, whose result is the gradient, gives Hessian-vector products:
+// forward over reverse.
 //
 // How many directions a carrier has is told by two process-wide counts, g_ndd and FO::Dynamic::NDIR: see directions.h.
 
 #include "fad/activations.h"
 #include "fad/active.h"
+#include "fad/bundle.h"
 #include "fad/densities.h"
 #include "fad/directions.h"
 #include "fad/errors.h"

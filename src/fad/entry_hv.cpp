@@ -40,10 +40,15 @@ int vemk_Hv(::VEMKNInfo* net,
         trace.finish();
         if (Trace::wanted()) trace.print(J.value);
 
-        results.write(value, J.value);
-        for_each_parameter(grad, [&](const auto& part, std::size_t first) {
-            results.write(gradient == nullptr ? gradient : gradient + first, part.value);
-            seeding.write_derivatives(results, hv, part, first, nw);
+        AlignedArray products;
+        products.set_size(std::size_t{nw} * nv);
+        for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
+            seeding.put_derivatives(products.begin(), part, first, nw);
         });
+        results.write(value, J.value);
+        for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
+            results.write(gradient == nullptr ? gradient : gradient + first, part.value);
+        });
+        results.write(hv, products);
     });
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cmath>
 #include <valarray>
 
@@ -10,13 +9,13 @@
 
 namespace yafad {
 
-using VEMKN::DoubleMatrix;
 using VEMKN::elements;
 using VEMKN::MatrixTemplate;
 using VEMKN::RowsView;
 
-// A value with its derivatives along N directions, each of the value's shape. T is a vector or a matrix of doubles, over
-// std::valarray or over AlignedArray. A carrier owns its storage and is copied by value.
+// A value with its derivatives along N directions, each of the value's shape. T is std::valarray<double> or
+// MatrixTemplate<double>. A carrier owns its storage and is copied by value. Calls compute with bundles of the same
+// contents (fad/bundle.h).
 template <class T>
 struct fad1 {
     T value;
@@ -90,34 +89,25 @@ struct fad1 {
     }
 
 private:
-    template <class Array>
-    static void take(Array& to, const Array& from)
+    static void take(std::valarray<double>& to, const std::valarray<double>& from)
     {
         VEMKN::assign(to, from);
     }
 
-    template <class Store>
-    static void take(DoubleMatrix<Store>& to, const DoubleMatrix<Store>& from)
-    {
-        to = from;
-    }
+    static void take(MatrixTemplate<double>& to, const MatrixTemplate<double>& from) { to = from; }
 
-    static T zero_times(const T& v)
+    static std::valarray<double> zero_times(const std::valarray<double>& v) { return v * 0.0; }
+
+    static MatrixTemplate<double> zero_times(const MatrixTemplate<double>& m)
     {
-        T zero = v;
-        std::for_each_n(elements(zero), zero.size(), [](double& entry) { entry *= 0.0; });
+        MatrixTemplate<double> zero = m;
+        zero.store() *= 0.0;
         return zero;
     }
 };
 
 using VectorCarrier = fad1<std::valarray<double>>;
 using MatrixCarrier = fad1<MatrixTemplate<double>>;
-
-// A matrix and a vector carrier over either storage.
-template <class Store>
-using CarrierMatrix = fad1<DoubleMatrix<Store>>;
-template <class Store>
-using CarrierVector = fad1<Store>;
 
 // f(value of every argument), then f(derivative k of every argument) for each direction of the first one: how everything
 // linear acts on carriers.

@@ -2,30 +2,159 @@
 
 #include "adjoint/norms.h"
 #include "api/params.h"
-#include "fad/fad1.h"
+#include "fad/products.h"
 
 // The linear operations of the double containers, over carriers: the same on the value and on every derivative. What
 // each does is told at its double twin.
 
 namespace yafad {
 
-template <class Store>
-CarrierVector<Store> asVector(const CarrierMatrix<Store>& A)
+// A vector of bundles is a bundle of one row, or whatever shape the matrix has whose elements it holds.
+
+inline const Bundle& asVector(const Bundle& A)
 {
-    CarrierVector<Store> v;
+    return A;
+}
+
+inline Bundle vector_like(const Bundle& x)
+{
+    Bundle v;
+    take_shape(x, v);
+    return v;
+}
+
+inline FO::Dynamic::Active<1> scalar_like(const Bundle&)
+{
+    return FO::Dynamic::Active<1>(0.0);
+}
+
+inline void set_zero(Bundle& A)
+{
+    A.value.store() = 0.0;
+    std::fill_n(A.derivatives(), A.rows() * A.pitch(), 0.0);
+}
+
+inline void colsum(const Bundle& A, Bundle& out)
+{
+    out.set_shape(1, A.cols(), A.directions());
+    const std::size_t wide = A.directions() * A.cols();
+    if (A.rows() == 0) {
+        set_zero(out);
+        return;
+    }
+    VEMKN::kernels().sum_columns(A.value.data(), A.rows(), A.cols(), A.cols(), out.value.data());
+    VEMKN::kernels().sum_columns(A.derivatives(), A.rows(), wide, A.pitch(), out.derivatives());
+}
+
+// A = zeros of that shape with g_ndd directions.
+inline void set_zero(Bundle& A, std::size_t rows, std::size_t cols)
+{
+    A.set_shape(rows, cols, g_ndd);
+    set_zero(A);
+}
+
+inline Bundle zeros_like(const Bundle& A)
+{
+    Bundle zeros;
+    take_shape(A, zeros);
+    set_zero(zeros);
+    return zeros;
+}
+
+// a += b, bundles of the same shape.
+inline void do_add(Bundle& a, const Bundle& b)
+{
+    VEMKN::do_add(a.value, b.value);
+    if (a.is_dense()) {
+        VEMKN::kernels().add(b.derivatives(), a.derivatives(), a.rows() * a.pitch());
+        return;
+    }
+    const std::size_t wide = a.directions() * a.cols();
+    for (std::size_t r = 0; r < a.rows(); ++r) {
+        VEMKN::kernels().add(b.derivative(0, r), a.derivative(0, r), wide);
+    }
+}
+
+// R -= Y for constants Y, whose derivatives are zero: only the value changes.
+inline void subtract_rows(Bundle& R, const RowsView& Y)
+{
+    VEMKN::subtract_rows(R.value, Y);
+}
+
+inline void shape_rows(Bundle& whole, const Bundle& part, std::size_t rows)
+{
+    whole.set_shape(rows, part.cols(), part.directions());
+}
+
+inline void put_rows(Bundle& whole, std::size_t first, const Bundle& part)
+{
+    VEMKN::put_rows(whole.value, first, part.value);
+    const std::size_t wide = part.directions() * part.cols();
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        std::copy_n(part.derivative(0, r), wide, whole.derivative(0, first + r));
+    }
+}
+
+inline void shape_columns(Bundle& whole, const Bundle& part, std::size_t n)
+{
+    whole.set_shape(part.rows(), n * part.cols(), part.directions());
+}
+
+// body(where columns first ... of row r of derivative k of whole lie, where that row of part lies) for all r and k.
+template <class Whole, class Part, class Body>
+void for_each_part_row(Whole& whole, std::size_t first, Part& part, const Body& body)
+{
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        for (std::size_t k = 0; k < part.directions(); ++k) {
+            body(whole.derivative(k, r) + first, part.derivative(k, r));
+        }
+    }
+}
+
+inline void put_columns(Bundle& whole, std::size_t first, const Bundle& part)
+{
+    VEMKN::put_columns(whole.value, first, part.value);
+    for_each_part_row(whole, first, part, [&](double* to, const double* from) {
+        std::copy_n(from, part.cols(), to);
+    });
+}
+
+inline void add_columns(const Bundle& whole, std::size_t first, Bundle& part)
+{
+    VEMKN::add_columns(whole.value, first, part.value);
+    for_each_part_row(whole, first, part, [&](const double* from, double* to) {
+        VEMKN::kernels().add(from, to, part.cols());
+    });
+}
+
+inline void take_columns(const Bundle& whole, std::size_t first, std::size_t width, Bundle& part)
+{
+    part.set_shape(whole.rows(), width, whole.directions());
+    VEMKN::take_columns(whole.value, first, width, part.value);
+    for_each_part_row(
+        whole, first, part, [&](const double* from, double* to) { std::copy_n(from, width, to); });
+}
+
+// Carriers of separate derivatives.
+
+inline VectorCarrier asVector(const MatrixCarrier& A)
+{
+    VectorCarrier v;
     v.set_directions(A.directions());
-    each_part([](auto& to, const auto& from) { VEMKN::assign(to, from.store()); }, v, A);
+    each_part([](std::valarray<double>& to,
+                 const MatrixTemplate<double>& from) { VEMKN::assign(to, from.store()); },
+              v,
+              A);
     return v;
 }
 
 // v in the shape rows x cols.
-template <class Store>
-CarrierMatrix<Store> asMatrix(const CarrierVector<Store>& v, std::size_t rows, std::size_t cols)
+inline MatrixCarrier asMatrix(const VectorCarrier& v, std::size_t rows, std::size_t cols)
 {
-    CarrierMatrix<Store> A;
+    MatrixCarrier A;
     A.set_directions(v.directions());
     each_part(
-        [&](auto& to, const auto& from) {
+        [&](MatrixTemplate<double>& to, const std::valarray<double>& from) {
             to.resize(rows, cols);
             VEMKN::assign(to.store(), from);
         },
@@ -37,9 +166,9 @@ CarrierMatrix<Store> asMatrix(const CarrierVector<Store>& v, std::size_t rows, s
 // A vector carrier with as many elements and directions as x, and a scalar one, as norms return them; contents are left to
 // the caller.
 template <class T>
-fad1<VEMKN::VectorOf<T>> vector_like(const fad1<T>& x)
+VectorCarrier vector_like(const fad1<T>& x)
 {
-    fad1<VEMKN::VectorOf<T>> v;
+    VectorCarrier v;
     v.set_directions(x.directions());
     VEMKN::set_size(v.value, x.size());
     for (auto& derivative : v.derivatives) VEMKN::set_size(derivative, x.size());
@@ -52,72 +181,12 @@ FO::Dynamic::Active<1> scalar_like(const fad1<T>&)
     return FO::Dynamic::Active<1>(0.0);
 }
 
-template <class Store>
-void colsum(const CarrierMatrix<Store>& A, CarrierVector<Store>& out)
+inline VectorCarrier colsum(const MatrixCarrier& A)
 {
+    VectorCarrier out;
     out.set_directions(A.directions());
     each_part([](const auto& from, auto& to) { VEMKN::colsum(from, to); }, A, out);
-}
-
-template <class Store>
-CarrierVector<Store> colsum(const CarrierMatrix<Store>& A)
-{
-    CarrierVector<Store> out;
-    colsum(A, out);
     return out;
-}
-
-template <class Store>
-void transpose(const CarrierMatrix<Store>& A, CarrierMatrix<Store>& At)
-{
-    At.set_directions(A.directions());
-    each_part([](const auto& from, auto& to) { VEMKN::transpose(from, to); }, A, At);
-}
-
-template <class Store>
-void shape_rows(CarrierMatrix<Store>& whole, const CarrierMatrix<Store>& part, std::size_t rows)
-{
-    whole.set_directions(part.directions());
-    each_part([&](const auto& from, auto& to) { VEMKN::shape_rows(to, from, rows); }, part, whole);
-}
-
-template <class Store>
-void put_rows(CarrierMatrix<Store>& whole, std::size_t first, const CarrierMatrix<Store>& part)
-{
-    each_part([&](const auto& from, auto& to) { VEMKN::put_rows(to, first, from); }, part, whole);
-}
-
-template <class Store>
-void shape_columns(CarrierMatrix<Store>& whole, const CarrierMatrix<Store>& part, std::size_t n)
-{
-    whole.set_directions(part.directions());
-    each_part([&](const auto& from, auto& to) { VEMKN::shape_columns(to, from, n); }, part, whole);
-}
-
-template <class Store>
-void put_columns(CarrierMatrix<Store>& whole, std::size_t first, const CarrierMatrix<Store>& part)
-{
-    each_part(
-        [&](const auto& from, auto& to) { VEMKN::put_columns(to, first, from); }, part, whole);
-}
-
-template <class Store>
-void add_columns(const CarrierMatrix<Store>& whole, std::size_t first, CarrierMatrix<Store>& part)
-{
-    each_part(
-        [&](const auto& from, auto& to) { VEMKN::add_columns(from, first, to); }, whole, part);
-}
-
-template <class Store>
-void take_columns(const CarrierMatrix<Store>& whole,
-                  std::size_t first,
-                  std::size_t width,
-                  CarrierMatrix<Store>& part)
-{
-    part.set_directions(whole.directions());
-    each_part([&](const auto& from, auto& to) { VEMKN::take_columns(from, first, width, to); },
-              whole,
-              part);
 }
 
 template <class T>
@@ -141,16 +210,8 @@ void set_zero(fad1<T>& a)
     each_part([](auto& part) { VEMKN::set_zero(part); }, a);
 }
 
-// A = zeros of that shape with g_ndd directions.
-template <class Store>
-void set_zero(CarrierMatrix<Store>& A, std::size_t rows, std::size_t cols)
-{
-    A.set_directions(g_ndd);
-    each_part([&](auto& part) { VEMKN::set_zero(part, rows, cols); }, A);
-}
-
-template <class Flat, class T>
-void take_elements(const fad1<Flat>& flat, std::size_t first, fad1<T>& part)
+template <class T>
+void take_elements(const VectorCarrier& flat, std::size_t first, fad1<T>& part)
 {
     part.set_directions(flat.directions());
     each_part(
@@ -162,29 +223,11 @@ void take_elements(const fad1<Flat>& flat, std::size_t first, fad1<T>& part)
         part);
 }
 
-template <class Flat, class T>
-void put_elements(fad1<Flat>& flat, std::size_t first, const fad1<T>& part)
+template <class T>
+void put_elements(VectorCarrier& flat, std::size_t first, const fad1<T>& part)
 {
     each_part(
         [&](const auto& from, auto& to) { VEMKN::put_elements(to, first, from); }, part, flat);
-}
-
-// v with g_ndd derivatives that are zero even where v is not finite.
-template <class T>
-fad1<T> with_zero_derivatives(const T& v)
-{
-    fad1<T> x;
-    x.value = v;
-    x.set_directions(g_ndd);
-    for (T& derivative : x.derivatives) derivative = VEMKN::zeros_like(v);
-    return x;
-}
-
-// R -= Y for constants Y, whose derivatives are zero: only the value changes.
-template <class Store>
-void subtract_rows(CarrierMatrix<Store>& R, const RowsView& Y)
-{
-    VEMKN::subtract_rows(R.value, Y);
 }
 
 }  // namespace yafad

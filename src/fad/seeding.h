@@ -2,8 +2,7 @@
 
 #include <cstdint>
 
-#include "api/buffers.h"
-#include "fad/fad1.h"
+#include "fad/bundle.h"
 
 namespace yafad {
 
@@ -23,51 +22,33 @@ public:
     // part = the weights w[first ...] with the entries of the directions v there as derivatives. Where there are none
     // (null v, or fewer directions than tangents), those of a constant: the weight times 0.0, which is formed in any case,
     // so that an infinite weight raises its exception.
-    template <class T>
-    void seed(fad1<T>& part, std::size_t first, const double* w, const double* v) const
+    void seed(Bundle& part, std::size_t first, const double* w, const double* v) const
     {
-        part.set_directions(directions());
-        for (T& derivative : part.derivatives) VEMKN::take_shape(part.value, derivative);
-        std::copy_n(w + first, part.size(), elements(part.value));
-        if (directions() == 0) return;
-        VEMKN::AlignedArray of_constant(elements(part.value), part.size());
+        const std::size_t cols = part.cols(), n = part.directions();
+        std::copy_n(w + first, part.size(), part.value.data());
+        if (n == 0) return;
+        AlignedArray of_constant(part.value.data(), part.size());
         for (double& derivative : of_constant) derivative *= 0.0;
-        for (std::size_t d = 0; d < part.directions(); ++d) {
-            double* const tangent = elements(part.derivatives[d]);
-            const bool given = v != nullptr && d < nv_;
-            for (std::size_t k = 0; k < part.size(); ++k) {
-                if (is_identity()) {
-                    tangent[k] = 1.0;
-                } else {
-                    tangent[k] = given ? v[index(first + k, d, nw_)] : of_constant[k];
-                }
+        for (std::size_t i = 0; i < part.size(); ++i) {
+            double* const tangent = part.derivative(0, i / cols) + i % cols;
+            for (std::size_t d = 0; d < n; ++d) {
+                const bool given = v != nullptr && d < nv_;
+                const double derivative = given ? v[index(first + i, d, nw_)] : of_constant[i];
+                tangent[d * cols] = is_identity() ? 1.0 : derivative;
             }
         }
     }
 
-    // out = the first nv derivatives of result in the caller's order, where out holds nv directions of n entries and
-    // result is those from entry `first` on.
-    template <class T>
-    void write_derivatives(VEMKN::Results& results,
-                           double* out,
-                           const fad1<T>& result,
-                           std::size_t first,
-                           std::size_t n) const
+    // The first nv derivatives of part into the caller's order, where whole holds nv directions of n entries and part is
+    // those from entry `first` on.
+    void put_derivatives(double* whole, const Bundle& part, std::size_t first, std::size_t n) const
     {
-        for (std::size_t d = 0; d < nv_; ++d) {
-            results.write(out == nullptr ? out : out + index(first, d, n),
-                          result.derivatives[d],
-                          row_order_ ? 1 : nv_);
-        }
-    }
-
-    // The same into a whole array, in memory.
-    template <class T>
-    void put_derivatives(double* whole, const fad1<T>& part, std::size_t first, std::size_t n) const
-    {
-        for (std::size_t d = 0; d < nv_; ++d) {
-            const double* const from = elements(part.derivatives[d]);
-            for (std::size_t i = 0; i < part.size(); ++i) whole[index(first + i, d, n)] = from[i];
+        const std::size_t cols = part.cols();
+        for (std::size_t i = 0; i < part.size(); ++i) {
+            const double* const derivative = part.derivative(0, i / cols) + i % cols;
+            for (std::size_t d = 0; d < nv_; ++d) {
+                whole[index(first + i, d, n)] = derivative[d * cols];
+            }
         }
     }
 

@@ -38,14 +38,17 @@ int vemk_Jv(::VEMKNInfo* net,
         WorkMatrix values(nrows, ycols);
         AlignedArray derivatives;
         derivatives.set_size(elements * nv);
-        element_norms(model, X, Y, [&](const CarrierWorkModel::Vector& part, std::size_t first) {
+        element_norms(model, X, Y, [&](const yafad::Bundle& part, std::size_t first) {
             put_elements(values.store(), first, part.value);
             seeding.put_derivatives(derivatives.begin(), part, first, elements);
         });
         trace.finish();
         // Deliberate: the summing norm acts on values that are element-normed already.
         if (Trace::wanted()) {
-            trace.print(mean_norm(model, yafad::with_zero_derivatives(values)).value);
+            yafad::Bundle normed;
+            set_zero(normed, nrows, ycols);
+            normed.value = values;
+            trace.print(mean_norm(model, normed).value);
         }
 
         results.write(f, values);

@@ -9,12 +9,24 @@
 
 namespace VEMKN {
 
+// Where n derivatives of a rows x cols matrix lie: derivative k of row r begins at r*pitch + k*step. The cols numbers from
+// there belong to the row of the matrix, whose rows follow one another without gaps.
+struct SideBySide {
+    std::size_t rows, cols, n, step, pitch;
+};
+
 // The loops of one element function; see eval/element_functions.h for what they compute. t is what inner() gave for x, or x
 // itself where there is no inner function, and inner then null.
 struct ElementKernels {
     void (*inner)(const double* x, double* t, std::size_t n);
     void (*value)(const double* x, const double* t, double* y, std::size_t n);
     void (*pull)(const double* x, const double* t, const double* ybar, double* xbar, std::size_t n);
+    // xbar_k = pull(x, t, ybar_k) for every derivative k
+    void (*pull_each)(const double* x,
+                      const double* t,
+                      const double* ybar,
+                      double* xbar,
+                      const SideBySide& shape);
 };
 
 // The further loops of one that is not piecewise linear.
@@ -27,13 +39,14 @@ struct SmoothKernels : ElementKernels {
                             double* slope,
                             double* bend,
                             std::size_t n);
+    // dxbar_k = adj_tangent(x, slope, dybar_k, bend, dx_k) for every derivative k
     void (*adj_tangent)(const double* x,
                         const double* slope,
-                        const double* dybar,
                         const double* bend,
+                        const double* dybar,
                         const double* dx,
                         double* dxbar,
-                        std::size_t n);
+                        const SideBySide& shape);
 };
 
 struct Kernels {
@@ -46,6 +59,8 @@ struct Kernels {
 
     // to = a * b
     void (*multiply)(const double* a, const double* b, double* to, std::size_t n);
+    // to_k = a * b_k for every derivative k
+    void (*multiply_each)(const double* a, const double* b, double* to, const SideBySide& shape);
     // to += a
     void (*add)(const double* a, double* to, std::size_t n);
     // to -= a
@@ -54,8 +69,9 @@ struct Kernels {
     bool (*all_finite)(const double* a, std::size_t n);
     // every row of the rows x cols matrix to += a
     void (*add_to_rows)(const double* a, double* to, std::size_t rows, std::size_t cols);
-    // to = sum of the rows of the rows x cols matrix a, from the last to the first; at least one row
-    void (*sum_columns)(const double* a, std::size_t rows, std::size_t cols, double* to);
+    // to = sum of the rows of the rows x cols matrix a, `pitch` apart, from the last to the first; at least one row
+    void (*sum_columns)(
+        const double* a, std::size_t rows, std::size_t cols, std::size_t pitch, double* to);
 };
 
 enum class InstructionSet { sse2, avx2, avx512 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <type_traits>
 
 #include "kernels/kernels.h"
@@ -42,6 +43,118 @@ template <class L, int IN, int OUT, class Body>
     for (int j = 0; j < OUT; ++j) store_part<L>(out[j] + i, rest, r[j]);
 }
 
+// body(c, registers) for columns c ... of a row, as many as fit a number of registers, at most MOST; returns where the rest
+// begins.
+template <class L, int MOST = 4, class Body>
+[[gnu::always_inline]] inline std::size_t for_each_registers(std::size_t cols, const Body& body)
+{
+    std::size_t c = 0;
+    const auto go = [&](auto registers) {
+        constexpr std::size_t COLUMNS = registers() * L::WIDTH;
+        for (; c + COLUMNS <= cols; c += COLUMNS) body(c, registers);
+    };
+    if constexpr (MOST >= 4) go(std::integral_constant<int, 4>());
+    go(std::integral_constant<int, 2>());
+    go(std::integral_constant<int, 1>());
+    return c;
+}
+
+// Rows that are longer, or whole registers long, are not repeated.
+constexpr std::size_t LONGEST_REPEATED = 64;
+
+// to = row, n times, and up to a register more.
+template <class L>
+void repeat_row(const double* row, std::size_t cols, std::size_t n, double* to)
+{
+    if (cols == 1) {
+        for (std::size_t k = 0; k < n; k += L::WIDTH) L::store(to + k, L::set(row[0]));
+        return;
+    }
+    // What one store writes too much the next one writes over.
+    for (std::size_t k = 0; k < n; ++k, to += cols) {
+        std::size_t c = 0;
+        for (; c + L::WIDTH <= cols; c += L::WIDTH) L::store(to + c, L::load(row + c));
+        if (c < cols) {
+            L::store(to + c, L::load_part(row + c, static_cast<int>(cols - c), L::set(1.0)));
+        }
+    }
+}
+
+// The same with a[j] from `shared`, a number for each element of a matrix, and then from `own`, a number for each element of
+// each of its derivatives, and one result for each of these. Short rows that do not fill their registers are repeated, once
+// for each derivative, so that the derivatives of a row are one long row.
+template <class L, int SHARED, int OWN, class Body>
+[[gnu::always_inline]] inline void run_each(const double* const (&shared)[SHARED],
+                                            const double* const (&own)[OWN],
+                                            double* out,
+                                            const SideBySide& s,
+                                            Body body)
+{
+    const double* in[SHARED + OWN];
+    const auto run_row = [&](std::size_t at, std::size_t n) {
+        for (int j = 0; j < OWN; ++j) in[SHARED + j] = own[j] + at;
+        double* const to[] = {out + at};
+        const double* const(&all)[SHARED + OWN] = in;
+        run<L, SHARED + OWN, 1>(all, to, n, body);
+    };
+    if (s.n == 0) return;
+    if (s.n == 1 && s.pitch == s.cols) {
+        for (int j = 0; j < SHARED; ++j) in[j] = shared[j];
+        run_row(0, s.rows * s.cols);
+        return;
+    }
+    if (s.cols % L::WIDTH == 0 || s.cols > LONGEST_REPEATED) {
+        for (std::size_t r = 0; r < s.rows; ++r) {
+            const auto columns = [&](std::size_t c, auto registers) {
+                constexpr int REGISTERS = registers();
+                typename L::V a[REGISTERS][SHARED + OWN], result[1];
+                for (int i = 0; i < REGISTERS; ++i) {
+                    for (int j = 0; j < SHARED; ++j) {
+                        a[i][j] = L::load(shared[j] + r * s.cols + c + i * L::WIDTH);
+                    }
+                }
+                for (std::size_t k = 0; k < s.n; ++k) {
+                    const std::size_t at = r * s.pitch + k * s.step + c;
+                    for (int i = 0; i < REGISTERS; ++i) {
+                        for (int j = 0; j < OWN; ++j) {
+                            a[i][SHARED + j] = L::load(own[j] + at + i * L::WIDTH);
+                        }
+                        body(a[i], result);
+                        L::store(out + at + i * L::WIDTH, result[0]);
+                    }
+                }
+            };
+            const std::size_t rest = for_each_registers < L,
+                              SHARED == 1 ? 4 : 2 > (s.cols, columns);
+            if (rest == s.cols) continue;
+            for (int j = 0; j < SHARED; ++j) in[j] = shared[j] + r * s.cols + rest;
+            for (std::size_t k = 0; k < s.n; ++k) {
+                run_row(r * s.pitch + k * s.step + rest, s.cols - rest);
+            }
+        }
+        return;
+    }
+    // Several rows at a time where no gaps lie between: what is stored here is then not read back at once.
+    constexpr std::size_t LONGEST = 512;
+    alignas(64) double repeated[SHARED][LONGEST + L::WIDTH];
+    for (int j = 0; j < SHARED; ++j) in[j] = repeated[j];
+    const std::size_t at_once = std::min(s.n, LONGEST / s.cols), wide = at_once * s.cols;
+    const bool dense = at_once == s.n && s.pitch == wide;
+    const std::size_t height = dense ? LONGEST / wide : 1;
+    for (std::size_t first = 0; first < s.rows; first += height) {
+        const std::size_t rows = std::min(height, s.rows - first);
+        for (int j = 0; j < SHARED; ++j) {
+            for (std::size_t r = 0; r < rows; ++r) {
+                repeat_row<L>(
+                    shared[j] + (first + r) * s.cols, s.cols, at_once, repeated[j] + r * wide);
+            }
+        }
+        for (std::size_t k = 0; k < s.n; k += at_once) {
+            run_row(first * s.pitch + k * s.step, rows * std::min(at_once, s.n - k) * s.cols);
+        }
+    }
+}
+
 template <class L, class F>
 struct Loops {
     using V = typename L::V;
@@ -61,6 +174,14 @@ struct Loops {
         const double* x, const double* t, const double* ybar, double* xbar, std::size_t n)
     {
         run<L, 3, 1>({x, t, ybar}, {xbar}, n, [](const V* a, V* r) {
+            r[0] = F::template pull<L>(a[0], a[1], a[2]);
+        });
+    }
+
+    static void pull_each(
+        const double* x, const double* t, const double* ybar, double* xbar, const SideBySide& s)
+    {
+        run_each<L, 2, 1>({x, t}, {ybar}, xbar, s, [](const V* a, V* r) {
             r[0] = F::template pull<L>(a[0], a[1], a[2]);
         });
     }
@@ -93,14 +214,14 @@ struct Loops {
 
     static void adj_tangent(const double* x,
                             const double* slope,
-                            const double* dybar,
                             const double* bend,
+                            const double* dybar,
                             const double* dx,
                             double* dxbar,
-                            std::size_t n)
+                            const SideBySide& s)
     {
-        run<L, 5, 1>({x, slope, dybar, bend, dx}, {dxbar}, n, [](const V* a, V* r) {
-            r[0] = F::template adj_tangent<L>(a[0], a[1], a[2], a[3], a[4]);
+        run_each<L, 3, 2>({x, slope, bend}, {dybar, dx}, dxbar, s, [](const V* a, V* r) {
+            r[0] = F::template adj_tangent<L>(a[0], a[1], a[3], a[2], a[4]);
         });
     }
 };
@@ -110,9 +231,9 @@ constexpr ElementKernels element_kernels_for()
 {
     using Of = Loops<L, F>;
     if constexpr (F::HAS_INNER) {
-        return {Of::inner, Of::value, Of::pull};
+        return {Of::inner, Of::value, Of::pull, Of::pull_each};
     } else {
-        return {nullptr, Of::value, Of::pull};
+        return {nullptr, Of::value, Of::pull, Of::pull_each};
     }
 }
 
@@ -130,6 +251,11 @@ struct Arithmetic {
     static void multiply(const double* a, const double* b, double* to, std::size_t n)
     {
         run<L, 2, 1>({a, b}, {to}, n, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
+    }
+
+    static void multiply_each(const double* a, const double* b, double* to, const SideBySide& s)
+    {
+        run_each<L, 1, 1>({a}, {b}, to, s, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
     }
 
     static void add(const double* a, double* to, std::size_t n)
@@ -174,7 +300,7 @@ struct Arithmetic {
     {
         constexpr std::size_t LONGEST = 512;
         if (cols % L::WIDTH == 0) {
-            for_each_registers(cols, [&](std::size_t c, auto registers) {
+            for_each_registers<L>(cols, [&](std::size_t c, auto registers) {
                 add_to_registers<registers()>(a + c, to + c, rows, cols);
             });
             return;
@@ -196,51 +322,37 @@ struct Arithmetic {
         });
     }
 
-    // body(c, registers) for columns c ... of a row, as many as fit a number of registers; returns where the rest begins.
-    template <class Body>
-    static std::size_t for_each_registers(std::size_t cols, const Body& body)
-    {
-        std::size_t c = 0;
-        const auto go = [&](auto registers) {
-            constexpr std::size_t COLUMNS = registers() * L::WIDTH;
-            for (; c + COLUMNS <= cols; c += COLUMNS) body(c, registers);
-        };
-        go(std::integral_constant<int, 4>());
-        go(std::integral_constant<int, 2>());
-        go(std::integral_constant<int, 1>());
-        return c;
-    }
-
     // Sums of `registers` of neighbouring columns. load(p) moves the columns of one.
     template <int REGISTERS, class Load, class Store>
     static void sum_registers(const double* a,
                               std::size_t rows,
-                              std::size_t cols,
+                              std::size_t pitch,
                               double* to,
                               const Load& load,
                               const Store& store)
     {
         V sum[REGISTERS];
-        const double* row = a + (rows - 1) * cols;
+        const double* row = a + (rows - 1) * pitch;
         for (int j = 0; j < REGISTERS; ++j) sum[j] = load(row + j * L::WIDTH);
         for (std::size_t r = rows - 1; r-- > 0;) {
-            row -= cols;
+            row -= pitch;
             for (int j = 0; j < REGISTERS; ++j) sum[j] = sum[j] + load(row + j * L::WIDTH);
         }
         for (int j = 0; j < REGISTERS; ++j) store(to + j * L::WIDTH, sum[j]);
     }
 
-    static void sum_columns(const double* a, std::size_t rows, std::size_t cols, double* to)
+    static void sum_columns(
+        const double* a, std::size_t rows, std::size_t cols, std::size_t pitch, double* to)
     {
-        const std::size_t c = for_each_registers(cols, [&](std::size_t first, auto registers) {
-            sum_registers<registers()>(a + first, rows, cols, to + first, L::load, L::store);
+        const std::size_t c = for_each_registers<L>(cols, [&](std::size_t first, auto registers) {
+            sum_registers<registers()>(a + first, rows, pitch, to + first, L::load, L::store);
         });
         if (c == cols) return;
         const int rest = static_cast<int>(cols - c);
         sum_registers<1>(
             a + c,
             rows,
-            cols,
+            pitch,
             to + c,
             [=](const double* p) { return L::load_part(p, rest, L::set(0.0)); },
             [=](double* p, V v) { store_part<L>(p, rest, v); });
@@ -258,6 +370,7 @@ constexpr Kernels kernels_for(const char* name)
             smooth<L, Softplus>(),
             smooth<L, LogDnorm>(),
             A::multiply,
+            A::multiply_each,
             A::add,
             A::subtract,
             A::all_finite,

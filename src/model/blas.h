@@ -14,6 +14,11 @@ struct Factor {
     std::size_t stride;
     bool transposed = false;
 
+    Factor(const double* elements, std::size_t nrows, std::size_t ncols, std::size_t row_stride)
+        : data(elements), rows(nrows), cols(ncols), stride(row_stride)
+    {
+    }
+
     Factor(const RowsView& m) : data(m.data), rows(m.rows), cols(m.cols), stride(m.cols) {}
 
     template <class Store>
@@ -73,9 +78,15 @@ private:
     bool before_;
 };
 
-// C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n row by row.
+// C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n, its rows `stride` apart, or n.
 // A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included.
-void product(const Factor& A, const Factor& B, double* C, Into into = Into::overwrite);
+void product(
+    const Factor& A, const Factor& B, double* C, std::size_t stride, Into into = Into::overwrite);
+
+inline void product(const Factor& A, const Factor& B, double* C, Into into = Into::overwrite)
+{
+    product(A, B, C, B.used_cols(), into);
+}
 
 // C = A*B. C is resized.
 template <class Store>

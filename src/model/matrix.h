@@ -200,7 +200,7 @@ void colsum(const DoubleMatrix<Store>& A, Store& out)
     if (A.rows() == 0) {
         out = 0.0;
     } else {
-        kernels().sum_columns(A.data(), A.rows(), cols, std::begin(out));
+        kernels().sum_columns(A.data(), A.rows(), cols, cols, std::begin(out));
     }
 }
 

@@ -72,6 +72,22 @@ void for_all_shapes(const Check& check)
     }
 }
 
+// What only bundles do, on carriers.
+
+void do_mult(const RowsView& A, const MatrixCarrier& B, MatrixCarrier& C)
+{
+    yafad::Bundle c;
+    do_mult(A, yafad::bundle(B), c);
+    yafad::unbundle(c, C);
+}
+
+void do_binmult(MatrixCarrier& C, const Factor& A, const MatrixCarrier& B)
+{
+    yafad::Bundle c;
+    do_binmult(c, A, yafad::bundle(B));
+    yafad::unbundle(c, C);
+}
+
 // A carrier whose tangents are all zero.
 MatrixCarrier constant(const Matrix& A, std::size_t directions)
 {
@@ -258,6 +274,80 @@ TEST(CarrierDoBinmult, OfNonFiniteConstantsHasNanTangentsWhereTheyEnter)
                 EXPECT_EQ(r == 1, std::isnan(C.derivatives[0](r, c))) << r << ", " << c;
             }
         }
+    }
+}
+
+// Shapes that go other ways than small ones: derivatives with gaps between their rows, products in tiles and in panels,
+// single columns, single rows.
+struct Wide {
+    std::size_t m, inner, n, N;
+};
+
+constexpr Wide WIDE[] = {{32, 10, 32, 8},
+                         {33, 16, 16, 16},
+                         {1, 32, 32, 8},
+                         {7, 5, 1, 8},
+                         {7, 5, 2, 300},
+                         {5, 1, 64, 4},
+                         {130, 64, 64, 8},
+                         {40, 250, 256, 3},
+                         {300, 40, 90, 2}};
+
+TEST(CarrierProducts, OfManyDirectionsAndWideMatricesFollowTheProductRule)
+{
+    Random random(11);
+    for (const auto& [m, inner, n, N] : WIDE) {
+        SCOPED_TRACE(testing::Message() << m << " x " << inner << " x " << n << ", " << N);
+        const MatrixCarrier A = random_matrix_carrier(random, m, inner, N);
+        const MatrixCarrier B = random_matrix_carrier(random, inner, n, N);
+        const MatrixCarrier At = random_matrix_carrier(random, inner, m, N);
+        const MatrixCarrier Bt = random_matrix_carrier(random, n, inner, N);
+        MatrixCarrier C;
+        yafad::do_mult(A, B, C);
+        expect_product(C, A, false, B, false);
+        yafad::do_binmult(C, A, transposed(Bt));
+        expect_product(C, A, false, Bt, true);
+        yafad::do_binmult(C, transposed(At), B);
+        expect_product(C, At, true, B, false);
+        do_mult(RowsView(A.value), B, C);
+        expect_product(C, constant(A.value, N), false, B, false);
+        do_binmult(C, VEMKN::transposed(At.value), B);
+        expect_product(C, constant(At.value, N), true, B, false);
+    }
+}
+
+TEST(CarrierProducts, AreAddedAfterTheyAreFormed)
+{
+    // Once into zeros, then onto the same: twice the product exactly, as no sum of single terms would be.
+    Random random(12);
+    for (const auto& [m, inner, n, N] : WIDE) {
+        SCOPED_TRACE(testing::Message() << m << " x " << inner << " x " << n << ", " << N);
+        const MatrixCarrier A = random_matrix_carrier(random, inner, m, N);
+        const MatrixCarrier B = random_matrix_carrier(random, inner, n, N);
+        const yafad::Bundle a = yafad::bundle(A), b = yafad::bundle(B);
+        VEMKN::WorkMatrix room;
+        yafad::Bundle sum;
+        sum.set_shape(m, n, N);
+        set_zero(sum);
+        do_binmult_add(sum, transposed(a), b, room);
+        MatrixCarrier C;
+        yafad::unbundle(sum, C);
+        expect_product(C, A, true, B, false);
+
+        yafad::Bundle twice = sum;
+        do_binmult_add(twice, transposed(a), b, room);
+        MatrixCarrier D;
+        yafad::unbundle(twice, D);
+        for (std::size_t k = 0; k < N; ++k) {
+            for (std::size_t i = 0; i < C.size(); ++i) {
+                EXPECT_EQ(2.0 * C.derivatives[k].store()[i], D.derivatives[k].store()[i]);
+            }
+        }
+
+        set_zero(sum);
+        do_binmult_add(sum, VEMKN::transposed(A.value), b, room);
+        yafad::unbundle(sum, C);
+        expect_product(C, constant(A.value, N), true, B, false);
     }
 }
 

@@ -1,4 +1,5 @@
 #include "adjoint/objective.h"
+#include "api/work_model.h"
 #include "fad/carriers.h"
 #include "jacobian/derivative_calls.h"
 #include "model/mknn.h"
@@ -6,7 +7,7 @@
 
 // The backward sweep over carriers on models made by hand: what the exported functions cannot ask for.
 
-using VEMKN::CarrierModel;
+using VEMKN::CarrierWorkModel;
 using VEMKN::RowsView;
 
 namespace {
@@ -28,12 +29,32 @@ Problem problem(const char* norm, unsigned nmult = 1)
 }
 
 // The problem's weights with one direction.
-CarrierModel carrier_model(const Problem& p, const Numbers& v)
+CarrierWorkModel carrier_model(const Problem& p, const Numbers& v)
 {
-    CarrierModel net = VEMKN::mknn<CarrierModel>(p.shape.text());
-    setweights(net, vector_carrier(p.w, {v}));
-    net.batch = 8;
-    return net;
+    VEMKN::VEMKNInfo info;
+    info.model = VEMKN::mknn<VEMKN::DoubleModel>(p.shape.text());
+    info.derivative_model = VEMKN::mknn<VEMKN::CarrierModel>(p.shape.text());
+    info.derivative_model.batch = 8;
+    const yafad::Seeding seeding(false, static_cast<unsigned>(p.nw()), 1);
+    return with_tangents(info, seeding, p.w.data(), v.data());
+}
+
+MatrixCarrier carrier_of(const yafad::Bundle& b)
+{
+    MatrixCarrier carrier;
+    yafad::unbundle(b, carrier);
+    return carrier;
+}
+
+// The parameters of a gradient with one direction in their flat order.
+VectorCarrier flat(const CarrierWorkModel& grad)
+{
+    VectorCarrier all(Vector(numel(grad)), 1);
+    for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
+        std::copy_n(part.value.data(), part.size(), &all.value[first]);
+        std::copy_n(part.derivatives(), part.size(), &all.derivatives[0][first]);
+    });
+    return all;
 }
 
 RowsView rows_of(const Numbers& numbers, const Problem& p)
@@ -73,18 +94,25 @@ struct Swept {
     VectorCarrier gradient;
 };
 
-Swept sweep(const Problem& p, const CarrierModel& net, const Scalar& seed, const MatrixCarrier& U)
+Swept sweep(const Problem& p,
+            const CarrierWorkModel& net,
+            const Scalar& seed,
+            const MatrixCarrier& U)
 {
     Swept result;
-    result.outAdj = U;
-    CarrierModel grad = net;
+    yafad::Bundle outAdj = yafad::bundle(U), R;
+    CarrierWorkModel grad = zeros_like(net);
     // The sweep overwrites whatever is there.
-    setweights(grad, VectorCarrier(Vector(1e300, p.nw()), 1));
-    const VEMKN::TransposedWeights<CarrierModel> transposes(net);
-    VEMKN::AdjointWork<CarrierModel> work(transposes);
-    result.value = adj_computev(
-        net, rows_of(p.x, p), rows_of(p.y, p), seed, result.outAdj, result.R, work, grad);
-    result.gradient = getweights(grad);
+    for_each_parameter(grad, [](yafad::Bundle& part, std::size_t) {
+        part.value.store() = 1e300;
+        std::fill_n(part.derivatives(), part.rows() * part.pitch(), 1e300);
+    });
+    const VEMKN::TransposedWeights<CarrierWorkModel> transposes(net);
+    VEMKN::AdjointWork<CarrierWorkModel> work(transposes);
+    result.value = adj_computev(net, rows_of(p.x, p), rows_of(p.y, p), seed, outAdj, R, work, grad);
+    result.outAdj = carrier_of(outAdj);
+    result.R = carrier_of(R);
+    result.gradient = flat(grad);
     return result;
 }
 
@@ -125,7 +153,7 @@ TEST(CarrierSweep, GoesByTheValueOfTheSeedAlone)
     const DirectionCounts counts(1);
     const Problem p = problem("sum");
     Random random(3);
-    const CarrierModel net = carrier_model(p, random.list(p.nw()));
+    const CarrierWorkModel net = carrier_model(p, random.list(p.nw()));
     const MatrixCarrier U = random_matrix_carrier(random, p.nrows, p.ycols(), 1);
     Scalar seed(-0.0);
     const Swept plain = sweep(p, net, seed, U);
@@ -142,7 +170,7 @@ TEST(CarrierSweep, WithAnotherSeedTakesTheObjectiveAndItsTangents)
         const Problem p = problem(norm);
         Random random(4);
         const Numbers v = random.list(p.nw());
-        const CarrierModel net = carrier_model(p, v);
+        const CarrierWorkModel net = carrier_model(p, v);
         // What is in the adjoint of the outputs beforehand does not matter then.
         const MatrixCarrier U = random_matrix_carrier(random, p.nrows, p.ycols(), 1);
         Scalar seed(-2.5);
@@ -196,20 +224,20 @@ TEST(CarrierSweep, ScalesTheGradientOfSlicesByItsSeed)
     const plain::Reals g = p.shape.gradient(p.w, p.x, p.y, p.nrows, p.xcols);
     const plain::Reals Hv = plain_hessian_product(p, v);
     for (const int batch : {2, 5}) {
-        CarrierModel net = carrier_model(p, v), grad = zeros_like(net);
+        CarrierWorkModel net = carrier_model(p, v), grad = zeros_like(net);
         net.batch = batch;
         net.threads = 2;
         Scalar seed(3.0);
         seed.derivatives[0] = -1.0;
         adj_objv(net, rows_of(p.x, p), rows_of(p.y, p), seed, grad);
-        const VectorCarrier flat = getweights(grad);
+        const VectorCarrier gradient = flat(grad);
         plain::Reals value, slope;
         for (std::size_t k = 0; k < p.nw(); ++k) {
             value.push_back(3 * g[k]);
             slope.push_back(3 * Hv[k] - g[k]);
         }
-        expect_close(flat.value, value, TOLERANCE);
-        expect_close(flat.derivatives[0], slope, TOLERANCE, "derivative");
+        expect_close(gradient.value, value, TOLERANCE);
+        expect_close(gradient.derivatives[0], slope, TOLERANCE, "derivative");
     }
 }
 
@@ -219,9 +247,9 @@ TEST(CarrierSweep, SaysInvalidDimsOnceForABiasThatFitsNowhereAndGoesOn)
     Problem p = problem("sum");
     Random random(7);
     const Numbers v = random.list(p.nw());
-    CarrierModel net = carrier_model(p, v);
+    CarrierWorkModel net = carrier_model(p, v);
     // Five biases for a layer of four units: the layer then has none.
-    net.biases[0] = VectorCarrier(Vector(1.0, 5), 1);
+    net.biases[0] = yafad::bundle(VectorCarrier(Vector(1.0, 5), 1));
     Capture err = Capture::error();
     VEMKN::computev(net, rows_of(p.x, p));
     EXPECT_EQ("invalid dims\n", err.text());
@@ -234,12 +262,12 @@ TEST(CarrierSweep, GivesTheOutputsOfManyRowsAsOfEachRow)
     p.nrows = 150;
     Random random(8);
     p.x = random.list(p.nrows * p.xcols);
-    const CarrierModel net = carrier_model(p, random.list(p.nw()));
-    const MatrixCarrier together = VEMKN::computev(net, rows_of(p.x, p));
+    const CarrierWorkModel net = carrier_model(p, random.list(p.nw()));
+    const MatrixCarrier together = carrier_of(VEMKN::computev(net, rows_of(p.x, p)));
     ASSERT_EQ(p.nrows, together.value.rows());
     for (std::size_t row = 0; row < p.nrows; ++row) {
         const MatrixCarrier alone =
-            VEMKN::computev(net, RowsView(p.x.data() + row * p.xcols, 1, p.xcols));
+            carrier_of(VEMKN::computev(net, RowsView(p.x.data() + row * p.xcols, 1, p.xcols)));
         for (std::size_t c = 0; c < p.shape.numout; ++c) {
             EXPECT_NEAR(alone.value(0, c), together.value(row, c), TOLERANCE) << row;
             EXPECT_NEAR(alone.derivatives[0](0, c), together.derivatives[0](row, c), TOLERANCE)

@@ -209,7 +209,7 @@ TEST_P(KernelsOf, SumColumnsFromTheLastRowToTheFirst)
         Numbers a(rows * cols, 1.0), sum(cols);
         for (std::size_t c = 0; c < cols; ++c) a[c] = 1e16;
         for (std::size_t c = 0; c < cols; ++c) a[3 * cols + c] = static_cast<double>(c);
-        k.sum_columns(a.data(), rows, cols, sum.data());
+        k.sum_columns(a.data(), rows, cols, cols, sum.data());
         for (std::size_t c = 0; c < cols; ++c) {
             EXPECT_EQ(((static_cast<double>(c) + 1.0) + 1.0) + 1e16, sum[c]);
         }
@@ -226,7 +226,8 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
         }
         k.multiply(a.data(), b.data(), to.data(), n);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
-        k.atan.adj_tangent(d.data(), a.data(), b.data(), c.data(), d.data(), to.data(), n);
+        const VEMKN::SideBySide flat{1, n, 1, n, n};
+        k.atan.adj_tangent(d.data(), a.data(), c.data(), b.data(), d.data(), to.data(), flat);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i] + c[i] * d[i], to[i]);
         kept = to;
         k.add(a.data(), to.data(), n);
@@ -234,6 +235,51 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
         kept = to;
         k.subtract(b.data(), to.data(), n);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(kept[i] - b[i], to[i]);
+    }
+}
+
+TEST_P(KernelsOf, ReachEveryDerivativeSideBySide)
+{
+    for (const std::size_t cols : {1u, 2u, 5u, 8u, 10u, 16u, 31u, 63u, 64u, 65u, 100u}) {
+        for (const std::size_t directions : {0u, 1u, 2u, 7u, 8u, 9u, 70u, 600u}) {
+            for (const std::size_t gap : {0u, 3u}) {
+                SCOPED_TRACE(testing::Message() << cols << " columns, " << directions
+                                                << " directions, gaps of " << gap);
+                const std::size_t rows = 3, pitch = directions * cols + gap;
+                const VEMKN::SideBySide shape{rows, cols, directions, cols, pitch};
+                Numbers x(rows * cols), slope(rows * cols), bend(rows * cols);
+                Numbers dx(rows * pitch), dybar(rows * pitch);
+                for (std::size_t i = 0; i < x.size(); ++i) {
+                    const auto at = static_cast<double>(i);
+                    x[i] = i % 3 == 0 ? -at - 0.5 : at;
+                    slope[i] = 0.5 + at, bend[i] = 3.0 - at;
+                }
+                for (std::size_t i = 0; i < dx.size(); ++i) {
+                    const auto at = static_cast<double>(i);
+                    dx[i] = at - 7.0, dybar[i] = 0.25 * at + 1.0;
+                }
+                Numbers scaled(dx.size(), -1.0), pulled = scaled, adjoint = scaled;
+                k.multiply_each(slope.data(), dx.data(), scaled.data(), shape);
+                k.relu.pull_each(x.data(), x.data(), dx.data(), pulled.data(), shape);
+                k.atan.adj_tangent(x.data(),
+                                   slope.data(),
+                                   bend.data(),
+                                   dybar.data(),
+                                   dx.data(),
+                                   adjoint.data(),
+                                   shape);
+                for (std::size_t r = 0; r < rows; ++r) {
+                    for (std::size_t c = 0; c < pitch; ++c) {
+                        const std::size_t to = r * pitch + c, of = r * cols + c % cols;
+                        const bool inside = c < directions * cols;
+                        EXPECT_EQ(inside ? slope[of] * dx[to] : -1.0, scaled[to]);
+                        EXPECT_EQ(inside ? (x[of] < 0 ? 0.0 : dx[to]) : -1.0, pulled[to]);
+                        EXPECT_EQ(inside ? slope[of] * dybar[to] + bend[of] * dx[to] : -1.0,
+                                  adjoint[to]);
+                    }
+                }
+            }
+        }
     }
 }
 
