@@ -60,7 +60,7 @@ template <class L, int MOST = 4, class Body>
 }
 
 // Rows that are longer, or whole registers long, are not repeated.
-constexpr std::size_t LONGEST_REPEATED = 64;
+inline constexpr std::size_t LONGEST_REPEATED = 64;
 
 // to = row, n times, and up to a register more.
 template <class L>

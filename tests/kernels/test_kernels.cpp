@@ -290,7 +290,11 @@ TEST_P(KernelsOf, AddToEveryRow)
             Numbers a(cols), matrix(rows * cols, 2.0);
             for (std::size_t c = 0; c < cols; ++c) a[c] = static_cast<double>(c) + 0.5;
             k.add_to_rows(a.data(), matrix.data(), rows, cols);
-            for (std::size_t i = 0; i < matrix.size(); ++i) EXPECT_EQ(2.0 + a[i % cols], matrix[i]);
+            for (std::size_t r = 0; r < rows; ++r) {
+                for (std::size_t c = 0; c < cols; ++c) {
+                    EXPECT_EQ(2.0 + a[c], matrix[r * cols + c]);
+                }
+            }
         }
     }
 }
