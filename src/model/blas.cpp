@@ -60,8 +60,8 @@ void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_
                 dimension(stride));
 }
 
-// Up to so many multiplications BLAS has kernels that copy nothing. A product somewhat larger is faster in panels of that
-// size, a multiple of 32 long; panels of less than 64 are not (docs/performance.md).
+// Up to so many multiplications BLAS has kernels that copy nothing, and a larger product is faster in tiles of that size,
+// unless they are slivers (docs/performance.md).
 constexpr std::size_t SMALL_PRODUCT = 1'000'000;
 
 // In the block that every thread has from its start, as libgomp's own: an access is one instruction, and a library that is
@@ -88,18 +88,24 @@ struct Tile {
     std::size_t rows, cols;
 };
 
+// The most that one dimension of a small product can be where the other two have `others` elements together.
+std::size_t longest_panel(std::size_t others)
+{
+    constexpr std::size_t STEP = 32;
+    return SMALL_PRODUCT / others / STEP * STEP;
+}
+
 // How much of an m x n product with inner dimension k to form at once: all of it, or a tile that is a small product but
 // not a sliver.
 Tile tile_of(std::size_t m, std::size_t n, std::size_t k)
 {
-    constexpr std::size_t FEW_ROWS = 32;
+    constexpr std::size_t FEW_ROWS = 32, SHORTEST = 64;
     if (m * n * k <= SMALL_PRODUCT) return {m, n};
-    const std::size_t cols = panel_length(n, m * k), rows = panel_length(m, n * k);
-    if (cols < n) return {m, cols};
-    if (rows < m) return {rows, n};
-    const std::size_t cols_of_few = panel_length(n, FEW_ROWS * k);
-    if (m > FEW_ROWS && cols_of_few < n) return {FEW_ROWS, cols_of_few};
-    return {m, n};
+    const std::size_t cols = longest_panel(m * k), rows = longest_panel(n * k);
+    if (cols >= SHORTEST) return {m, std::min(cols, n)};
+    if (rows >= SHORTEST) return {std::min(rows, m), n};
+    const std::size_t cols_of_few = std::min(longest_panel(FEW_ROWS * k), n);
+    return m > FEW_ROWS && cols_of_few >= SHORTEST ? Tile{FEW_ROWS, cols_of_few} : Tile{m, n};
 }
 
 }  // namespace
@@ -118,10 +124,10 @@ bool PlainProducts::here()
 
 std::size_t panel_length(std::size_t whole, std::size_t others)
 {
-    constexpr std::size_t STEP = 32, SHORTEST = 64;
+    constexpr std::size_t MOST_PANELS = 8;
     if (others == 0) return whole;
-    const std::size_t panel = SMALL_PRODUCT / others / STEP * STEP;
-    return panel < SHORTEST || panel > whole ? whole : panel;
+    const std::size_t panel = longest_panel(others);
+    return panel == 0 || panel > whole || MOST_PANELS * panel < whole ? whole : panel;
 }
 
 void product(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
