@@ -105,7 +105,7 @@ void add_derivatives_in_panels(Bundle& C, std::size_t inner, WorkMatrix& room, c
     const std::size_t panel =
         std::max(PANEL_WORK / (wide * std::max<std::size_t>(inner, 1)) / FEW_ROWS, std::size_t{1}) *
         FEW_ROWS;
-    room.resize(std::min(panel, C.rows()), wide);
+    set_size(room.store(), std::min(panel, C.rows()) * wide);
     for (std::size_t first = 0; first < C.rows(); first += panel) {
         const std::size_t rows = std::min(panel, C.rows() - first);
         form(first, rows, room.data(), wide);

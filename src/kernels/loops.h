@@ -82,7 +82,7 @@ void repeat_row(const double* row, std::size_t cols, std::size_t n, double* to)
 
 // The same with a[j] from `shared`, a number for each element of a matrix, and then from `own`, a number for each element of
 // each of its derivatives, and one result for each of these. Short rows that do not fill their registers are repeated, once
-// for each derivative, so that the derivatives of a row are one long row.
+// for each derivative, so that the derivatives of a row, where they follow one another, are one long row.
 template <class L, int SHARED, int OWN, class Body>
 [[gnu::always_inline]] inline void run_each(const double* const (&shared)[SHARED],
                                             const double* const (&own)[OWN],
@@ -103,7 +103,8 @@ template <class L, int SHARED, int OWN, class Body>
         run_row(0, s.rows * s.cols);
         return;
     }
-    if (s.cols % L::WIDTH == 0 || s.cols > LONGEST_REPEATED) {
+    constexpr int MOST_REGISTERS = SHARED == 1 ? 4 : 2;
+    if (s.cols % L::WIDTH == 0 || s.cols > LONGEST_REPEATED || s.step != s.cols) {
         for (std::size_t r = 0; r < s.rows; ++r) {
             const auto columns = [&](std::size_t c, auto registers) {
                 constexpr int REGISTERS = registers();
@@ -124,8 +125,7 @@ template <class L, int SHARED, int OWN, class Body>
                     }
                 }
             };
-            const std::size_t rest = for_each_registers < L,
-                              SHARED == 1 ? 4 : 2 > (s.cols, columns);
+            const std::size_t rest = for_each_registers<L, MOST_REGISTERS>(s.cols, columns);
             if (rest == s.cols) continue;
             for (int j = 0; j < SHARED; ++j) in[j] = shared[j] + r * s.cols + rest;
             for (std::size_t k = 0; k < s.n; ++k) {

@@ -289,6 +289,31 @@ TEST_P(EveryActivation, HasTangentsOfSmallRelativeError)
     }
 }
 
+TEST_P(EveryActivation, GivesTheSameInEveryShape)
+{
+    // One column, narrow and wide rows, rows longer than what the loops take at once with a short rest.
+    const Activation& act = GetParam();
+    for (const std::size_t cols : {2u, 5u, 16u, 515u, 1030u}) {
+        for (const std::size_t N : {1u, 2u, 9u}) {
+            SCOPED_TRACE(testing::Message() << cols << " columns, " << N << " directions");
+            Random random(9);
+            const std::size_t rows = 2060 / cols;
+            const MatrixCarrier x = random_matrix_carrier(random, rows, cols, N);
+            const MatrixCarrier ybar = random_matrix_carrier(random, rows, cols, N);
+            const auto column = [&](const MatrixCarrier& A) {
+                return asMatrix(asVector(A), rows * cols, 1);
+            };
+            MatrixCarrier y, xbar, y_of_column, xbar_of_column;
+            act.of_carriers(x, y);
+            act.adj_of_carriers(x, ybar, xbar);
+            act.of_carriers(column(x), y_of_column);
+            act.adj_of_carriers(column(x), column(ybar), xbar_of_column);
+            expect_same_carrier(column(y), y_of_column);
+            expect_same_carrier(column(xbar), xbar_of_column);
+        }
+    }
+}
+
 TEST_P(EveryActivation, MayWriteToItsOwnArgument)
 {
     Random random(3);
