@@ -84,8 +84,9 @@ ElementSeconds measure(const VEMKN::ElementKernels& k, const VEMKN::SmoothKernel
         k.value(x.data(), t.data(), y.data(), N);
     });
     seconds.pull = per_element([&] { k.pull(x.data(), t.data(), ybar.data(), y.data(), N); });
-    seconds.tangent =
-        per_element([&] { VEMKN::kernels().multiply(slope.data(), x.data(), y.data(), N); });
+    seconds.tangent = per_element([&] {
+        VEMKN::kernels().multiply_each(slope.data(), x.data(), y.data(), {1, N, 1, N, N});
+    });
     if (smooth == nullptr) {
         seconds.slope = seconds.value;
         seconds.bend = seconds.adjoint = seconds.pull;

@@ -37,8 +37,9 @@ void for_each_bundle_block(const Bundle& x, const Body& body)
         const std::size_t h = width < cols ? 1 : std::min(height, rows - r);
         for (std::size_t c = 0; c < cols; c += width) {
             const std::size_t w = std::min(width, cols - c);
+            const std::size_t derivatives_at = x.directions() == 0 ? 0 : r * x.pitch() + c;
             body(BundleBlock{
-                r * cols + c, h * w, r * x.pitch() + c, {h, w, x.directions(), cols, x.pitch()}});
+                r * cols + c, h * w, derivatives_at, {h, w, x.directions(), cols, x.pitch()}});
         }
     }
 }
@@ -76,22 +77,20 @@ void apply(const Bundle& x, Bundle& y, WorkMatrix& kept)
     });
 }
 
-// y = F(x) with nothing to keep.
+// y = F(x) with nothing to keep; y may be x.
 template <class F>
 void apply_to(const Bundle& x, Bundle& y)
 {
-    take_shape(x, y);
-    VEMKN::Block room;
-    for_each_bundle_block(x, [&](const BundleBlock& b) {
-        const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, room.data, b.n);
-        apply_block<F>(x, b, t, y.value.data() + b.at, y.derivatives() + b.derivatives_at);
-    });
+    WorkMatrix nothing;
+    if (&x != &y) y = x;
+    apply<F>(y, y, nothing);
 }
 
 // s_k += the tangents of the terms of a block: slope(x) x'_k, or x'_k as pull lets it through.
 template <class F>
 void add_tangents(const Bundle& x, const BundleBlock& b, const double* slope, double* s)
 {
+    if (b.shape.n == 0) return;
     const double* const value = x.value.data() + b.at;
     const auto add = [&](std::size_t element, const double* dx, std::size_t step) {
         for (std::size_t k = 0; k < b.shape.n; ++k) {

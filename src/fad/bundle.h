@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <type_traits>
 
 #include "fad/fad1.h"
 #include "model/blas.h"
@@ -27,16 +29,19 @@ public:
     void set_shape(std::uint64_t rows, std::uint64_t cols, std::size_t n)
     {
         value.resize(rows, cols);
-        n_ = n;
-        pitch_ = n * value.cols();
-        // Rows a power of two apart compete for the same lines of the cache.
-        if (n > 1 && value.rows() > 1 && value.cols() >= LINE && pitch_ % CACHE_WAY == 0) {
-            pitch_ += LINE;
+        // Without derivatives, should there be no memory for them.
+        n_ = pitch_ = 0;
+        std::size_t pitch = n * value.cols();
+        // Rows a multiple of 2 KB apart compete for the same lines of the cache.
+        if (n > 1 && value.rows() > 1 && value.cols() >= LINE && pitch % CACHE_WAY == 0) {
+            pitch += LINE;
         }
-        if (pitch_ != 0 && value.rows() > PTRDIFF_MAX / sizeof(double) / pitch_) {
+        if (pitch != 0 && value.rows() > PTRDIFF_MAX / sizeof(double) / pitch) {
             throw std::bad_alloc();
         }
-        derivatives_.set_size(value.rows() * pitch_);
+        derivatives_.set_size(value.rows() * pitch);
+        n_ = n;
+        pitch_ = pitch;
     }
 
     std::size_t rows() const { return value.rows(); }
@@ -89,17 +94,6 @@ private:
 inline void take_shape(const Bundle& x, Bundle& y)
 {
     y.set_shape(x.rows(), x.cols(), x.directions());
-}
-
-// body(row r of derivative k of a, of b, ...) for all r and k. Bundles of as many rows and directions.
-template <class Body, class First, class... Rest>
-void for_each_run(const Body& body, First& first, Rest&... rest)
-{
-    for (std::size_t r = 0; r < first.rows(); ++r) {
-        for (std::size_t k = 0; k < first.directions(); ++k) {
-            body(first.derivative(k, r), rest.derivative(k, r)...);
-        }
-    }
 }
 
 // The same as a carrier of separate derivatives, and back.

@@ -6,19 +6,14 @@ namespace yafad {
 
 namespace {
 
-// Rows of n numbers at `to`, `pitch` apart, += those at `from`, `step` apart.
-void add_rows(const double* from,
-              std::size_t step,
-              double* to,
-              std::size_t pitch,
-              std::size_t rows,
-              std::size_t n)
+// Rows of n numbers at `to`, `pitch` apart, += those at `from`, which follow one another.
+void add_rows(const double* from, double* to, std::size_t pitch, std::size_t rows, std::size_t n)
 {
-    if (step == n && pitch == n) {
+    if (pitch == n) {
         VEMKN::kernels().add(from, to, rows * n);
         return;
     }
-    for (std::size_t r = 0; r < rows; ++r) VEMKN::kernels().add(from + r * step, to + r * pitch, n);
+    for (std::size_t r = 0; r < rows; ++r) VEMKN::kernels().add(from + r * n, to + r * pitch, n);
 }
 
 // dC_k = dA_k*B
@@ -41,7 +36,7 @@ void multiply_derivatives(const Bundle& A, const Bundle& B, Bundle& C)
     product(A.value, B.side_by_side(), C.derivatives(), C.pitch(), Into::add);
 }
 
-// dC_k += (A*0.0)*B, which is zero but where A is not finite.
+// dC_k += (A*0.0)*B, which is zero but where A is not finite. The rows of A follow one another.
 void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C)
 {
     if (C.directions() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
@@ -54,8 +49,8 @@ void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C)
     }
 }
 
-// C = A*B for constants A, but for the tangents that these have where they are not finite.
-void multiply_by_finite(const Factor& A, const Bundle& B, Bundle& C)
+// The value of C = A*B, and dC_k = A*dB_k.
+void multiply_by_value(const Factor& A, const Bundle& B, Bundle& C)
 {
     C.set_shape(A.used_rows(), B.cols(), B.directions());
     product(A, B.value, C.value.data());
@@ -109,7 +104,7 @@ void add_derivatives_in_panels(Bundle& C, std::size_t inner, WorkMatrix& room, c
     for (std::size_t first = 0; first < C.rows(); first += panel) {
         const std::size_t rows = std::min(panel, C.rows() - first);
         form(first, rows, room.data(), wide);
-        add_rows(room.data(), wide, C.derivative(0, first), C.pitch(), rows, wide);
+        add_rows(room.data(), C.derivative(0, first), C.pitch(), rows, wide);
     }
 }
 
@@ -142,7 +137,7 @@ void do_mult(const RowsView& A, const Bundle& B, Bundle& C)
 
 void do_binmult(Bundle& C, const Factor& A, const Bundle& B)
 {
-    multiply_by_finite(A, B, C);
+    multiply_by_value(A, B, C);
     add_constant_tangents(A, B.value, C);
 }
 
@@ -159,7 +154,7 @@ void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B)
 void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B)
 {
     const Factor At = transposed(A.bundle.value);
-    multiply_by_finite(At, B, C);
+    multiply_by_value(At, B, C);
     add_derivatives_of_left(A.bundle, B.value, 0, C.rows(), C.derivatives(), C.pitch());
 }
 

@@ -57,8 +57,6 @@ struct Kernels {
     SmoothKernels softplus;
     SmoothKernels log_dnorm;
 
-    // to = a * b
-    void (*multiply)(const double* a, const double* b, double* to, std::size_t n);
     // to_k = a * b_k for every derivative k
     void (*multiply_each)(const double* a, const double* b, double* to, const SideBySide& shape);
     // to += a

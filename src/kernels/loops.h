@@ -248,11 +248,6 @@ template <class L>
 struct Arithmetic {
     using V = typename L::V;
 
-    static void multiply(const double* a, const double* b, double* to, std::size_t n)
-    {
-        run<L, 2, 1>({a, b}, {to}, n, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
-    }
-
     static void multiply_each(const double* a, const double* b, double* to, const SideBySide& s)
     {
         run_each<L, 1, 1>({a}, {b}, to, s, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
@@ -369,7 +364,6 @@ constexpr Kernels kernels_for(const char* name)
             smooth<L, Atan>(),
             smooth<L, Softplus>(),
             smooth<L, LogDnorm>(),
-            A::multiply,
             A::multiply_each,
             A::add,
             A::subtract,

@@ -224,9 +224,9 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
             const auto at = static_cast<double>(i);
             a[i] = at + 0.5, b[i] = 3.0 - at, c[i] = at * at, d[i] = 0.25 * at;
         }
-        k.multiply(a.data(), b.data(), to.data(), n);
-        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
         const VEMKN::SideBySide flat{1, n, 1, n, n};
+        k.multiply_each(a.data(), b.data(), to.data(), flat);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
         k.atan.adj_tangent(d.data(), a.data(), c.data(), b.data(), d.data(), to.data(), flat);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i] + c[i] * d[i], to[i]);
         kept = to;
