@@ -67,17 +67,6 @@ public:
         note(value);
     }
 
-    // The same into every entry_step-th place of out.
-    template <class Array>
-    void write(double* out, const Array& values, std::size_t entry_step)
-    {
-        const double* const from = elements(values);
-        for (std::size_t i = 0; out != nullptr && i < values.size(); ++i) {
-            out[i * entry_step] = from[i];
-        }
-        note(from, values.size());
-    }
-
     // The parameters of a gradient, in their flat order.
     template <class Matrix, class Vector>
     void write(double* out, const NNTemplate<Matrix, Vector, double>& grad)

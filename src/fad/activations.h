@@ -62,28 +62,33 @@ void apply_block(const Bundle& x, const BundleBlock& b, const double* t, double*
     }
 }
 
-// y = F(x); y may be x, and then no sweep follows and nothing is kept. Else kept = t of the value.
+// y = F(x); y may be x. Room for t of the value of all elements, or null where a block of it at a time will do.
 template <class F>
-void apply(const Bundle& x, Bundle& y, WorkMatrix& kept)
+void apply_with(const Bundle& x, Bundle& y, double* all_t)
 {
-    const bool keep = F::HAS_INNER && &x != &y;
-    if (&x != &y) take_shape(x, y);
-    if (keep) take_shape(x.value, kept);
+    take_shape(x, y);
     VEMKN::Block room;
     for_each_bundle_block(x, [&](const BundleBlock& b) {
-        double* const t_room = keep ? kept.data() + b.at : room.data;
+        double* const t_room = all_t != nullptr ? all_t + b.at : room.data;
         const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, t_room, b.n);
         apply_block<F>(x, b, t, y.value.data() + b.at, y.derivatives() + b.derivatives_at);
     });
 }
 
-// y = F(x) with nothing to keep; y may be x.
+// y = F(x); y may be x, and then no sweep follows and nothing is kept. Else kept = t of the value.
+template <class F>
+void apply(const Bundle& x, Bundle& y, WorkMatrix& kept)
+{
+    const bool keep = F::HAS_INNER && &x != &y;
+    if (keep) take_shape(x.value, kept);
+    apply_with<F>(x, y, keep ? kept.data() : nullptr);
+}
+
+// The same with nothing to keep.
 template <class F>
 void apply_to(const Bundle& x, Bundle& y)
 {
-    WorkMatrix nothing;
-    if (&x != &y) y = x;
-    apply<F>(y, y, nothing);
+    apply_with<F>(x, y, nullptr);
 }
 
 // s_k += the tangents of the terms of a block: slope(x) x'_k, or x'_k as pull lets it through.

@@ -96,6 +96,21 @@ inline void take_shape(const Bundle& x, Bundle& y)
     y.set_shape(x.rows(), x.cols(), x.directions());
 }
 
+// Rows of n numbers += others; rows at `from` and at `to` are that far apart.
+inline void add_rows(const double* from,
+                     std::size_t from_pitch,
+                     double* to,
+                     std::size_t to_pitch,
+                     std::size_t rows,
+                     std::size_t n)
+{
+    const bool gaps = from_pitch != n || to_pitch != n;
+    const std::size_t runs = gaps ? rows : 1, length = gaps ? n : rows * n;
+    for (std::size_t r = 0; r < runs; ++r) {
+        VEMKN::kernels().add(from + r * from_pitch, to + r * to_pitch, length);
+    }
+}
+
 // The same as a carrier of separate derivatives, and back.
 
 template <class T>

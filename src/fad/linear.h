@@ -65,14 +65,8 @@ inline Bundle zeros_like(const Bundle& A)
 inline void do_add(Bundle& a, const Bundle& b)
 {
     VEMKN::do_add(a.value, b.value);
-    if (a.is_dense()) {
-        VEMKN::kernels().add(b.derivatives(), a.derivatives(), a.rows() * a.pitch());
-        return;
-    }
     const std::size_t wide = a.directions() * a.cols();
-    for (std::size_t r = 0; r < a.rows(); ++r) {
-        VEMKN::kernels().add(b.derivative(0, r), a.derivative(0, r), wide);
-    }
+    add_rows(b.derivatives(), b.pitch(), a.derivatives(), a.pitch(), a.rows(), wide);
 }
 
 // R -= Y for constants Y, whose derivatives are zero: only the value changes.

@@ -6,16 +6,6 @@ namespace yafad {
 
 namespace {
 
-// Rows of n numbers at `to`, `pitch` apart, += those at `from`, which follow one another.
-void add_rows(const double* from, double* to, std::size_t pitch, std::size_t rows, std::size_t n)
-{
-    if (pitch == n) {
-        VEMKN::kernels().add(from, to, rows * n);
-        return;
-    }
-    for (std::size_t r = 0; r < rows; ++r) VEMKN::kernels().add(from + r * n, to + r * pitch, n);
-}
-
 // dC_k = dA_k*B
 void multiply_derivatives_of_left(const Bundle& A, const Factor& B, Bundle& C)
 {
@@ -42,8 +32,7 @@ void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C)
     if (C.directions() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
     WorkMatrix zero(A.data, A.rows, A.cols);
     for (double& entry : zero.store()) entry *= 0.0;
-    Factor dA(zero);
-    dA.transposed = A.transposed;
+    const Factor dA = A.transposed ? VEMKN::transposed(zero) : Factor(zero);
     for (std::size_t k = 0; k < C.directions(); ++k) {
         product(dA, B, C.derivative(k), C.pitch(), Into::add);
     }
@@ -67,15 +56,11 @@ void add_derivatives_of_left(const Bundle& A,
                              std::size_t pitch)
 {
     const std::size_t cols = B.cols;
-    const auto At = [](Factor f) {
-        f.transposed = true;
-        return f;
-    };
     constexpr std::size_t SMALL = 64;
     const bool small = rows * cols <= SMALL && rows * cols * A.directions() <= VEMKN::BLOCK;
     if (small && A.directions() > 1 && rows == A.cols()) {
         VEMKN::Block block;
-        product(At(A.side_by_side()), B, block.data);
+        product(transposed(A.side_by_side()), B, block.data);
         const double* from = block.data;
         for (std::size_t k = 0; k < A.directions(); ++k) {
             for (std::size_t r = 0; r < rows; ++r) {
@@ -85,7 +70,7 @@ void add_derivatives_of_left(const Bundle& A,
         return;
     }
     for (std::size_t k = 0; k < A.directions(); ++k) {
-        product(At(A.factor(k)).cut_rows(first, rows), B, to + k * cols, pitch, Into::add);
+        product(transposed(A.factor(k)).cut_rows(first, rows), B, to + k * cols, pitch, Into::add);
     }
 }
 
@@ -104,7 +89,7 @@ void add_derivatives_in_panels(Bundle& C, std::size_t inner, WorkMatrix& room, c
     for (std::size_t first = 0; first < C.rows(); first += panel) {
         const std::size_t rows = std::min(panel, C.rows() - first);
         form(first, rows, room.data(), wide);
-        add_rows(room.data(), C.derivative(0, first), C.pitch(), rows, wide);
+        add_rows(room.data(), wide, C.derivative(0, first), C.pitch(), rows, wide);
     }
 }
 
@@ -192,12 +177,8 @@ void do_binplus(Bundle& C, const Bundle& A, const Bundle& b)
                 VEMKN::kernels().add(from, C.derivative(k, r), C.cols());
             }
         }
-    } else if (C.is_dense()) {
-        VEMKN::kernels().add_to_rows(b.derivatives(), C.derivatives(), C.rows(), wide);
     } else {
-        for (std::size_t r = 0; r < C.rows(); ++r) {
-            VEMKN::kernels().add(b.derivatives(), C.derivative(0, r), wide);
-        }
+        VEMKN::kernels().add_to_rows(b.derivatives(), C.derivatives(), C.rows(), wide, C.pitch());
     }
 }
 

@@ -43,8 +43,8 @@ public:
     // those from entry `first` on.
     void put_derivatives(double* whole, const Bundle& part, std::size_t first, std::size_t n) const
     {
+        if (nv_ == 0) return;  // nor is there a place where derivatives lie
         const std::size_t cols = part.cols();
-        if (nv_ == 0) return;
         for (std::size_t i = 0; i < part.size(); ++i) {
             const double* const derivative = part.derivative(0, i / cols) + i % cols;
             for (std::size_t d = 0; d < nv_; ++d) {

@@ -65,8 +65,9 @@ struct Kernels {
     void (*subtract)(const double* a, double* to, std::size_t n);
     // whether no element of a is infinite or NaN
     bool (*all_finite)(const double* a, std::size_t n);
-    // every row of the rows x cols matrix to += a
-    void (*add_to_rows)(const double* a, double* to, std::size_t rows, std::size_t cols);
+    // every row of the rows x cols matrix to, `pitch` apart, += a
+    void (*add_to_rows)(
+        const double* a, double* to, std::size_t rows, std::size_t cols, std::size_t pitch);
     // to = sum of the rows of the rows x cols matrix a, `pitch` apart, from the last to the first; at least one row
     void (*sum_columns)(
         const double* a, std::size_t rows, std::size_t cols, std::size_t pitch, double* to);

@@ -277,11 +277,11 @@ struct Arithmetic {
 
     // Adds to `REGISTERS` registers of neighbouring columns.
     template <int REGISTERS>
-    static void add_to_registers(const double* a, double* to, std::size_t rows, std::size_t cols)
+    static void add_to_registers(const double* a, double* to, std::size_t rows, std::size_t pitch)
     {
         V addend[REGISTERS];
         for (int j = 0; j < REGISTERS; ++j) addend[j] = L::load(a + j * L::WIDTH);
-        for (std::size_t r = 0; r < rows; ++r, to += cols) {
+        for (std::size_t r = 0; r < rows; ++r, to += pitch) {
             for (int j = 0; j < REGISTERS; ++j) {
                 double* const at = to + j * L::WIDTH;
                 L::store(at, L::load(at) + addend[j]);
@@ -289,19 +289,20 @@ struct Arithmetic {
         }
     }
 
-    // Rows that are whole registers long stay where they are; others are added to as one long row, the addend repeated all
-    // along it.
-    static void add_to_rows(const double* a, double* to, std::size_t rows, std::size_t cols)
+    // Rows that are whole registers long stay where they are; others that follow one another are added to as one long row,
+    // the addend repeated all along it.
+    static void add_to_rows(
+        const double* a, double* to, std::size_t rows, std::size_t cols, std::size_t pitch)
     {
         constexpr std::size_t LONGEST = 512;
         if (cols % L::WIDTH == 0) {
             for_each_registers<L>(cols, [&](std::size_t c, auto registers) {
-                add_to_registers<registers()>(a + c, to + c, rows, cols);
+                add_to_registers<registers()>(a + c, to + c, rows, pitch);
             });
             return;
         }
-        if (cols > LONGEST) {
-            for (std::size_t row = 0; row < rows; ++row) add(a, to + row * cols, cols);
+        if (cols > LONGEST || pitch != cols) {
+            for (std::size_t row = 0; row < rows; ++row) add(a, to + row * pitch, cols);
             return;
         }
         double repeated[LONGEST + L::WIDTH];

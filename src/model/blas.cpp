@@ -144,9 +144,7 @@ void product(const Factor& A, const Factor& B, double* C, std::size_t stride, In
         plain_product(A, B, C, stride, into);
     } else if (m == 1) {
         // The row a*B is the column B^T*a.
-        Factor Bt = B;
-        Bt.transposed = !B.transposed;
-        matrix_times_vector(Bt, A.data, A.transposed ? A.stride : 1, C, 1, into);
+        matrix_times_vector(transposed(B), A.data, A.transposed ? A.stride : 1, C, 1, into);
     } else if (n == 1) {
         matrix_times_vector(A, B.data, B.transposed ? 1 : B.stride, C, stride, into);
     } else {

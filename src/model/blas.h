@@ -46,17 +46,10 @@ private:
     }
 };
 
-inline Factor transposed(RowsView m)
+inline Factor transposed(Factor f)
 {
-    Factor f(m);
-    f.transposed = true;
+    f.transposed = !f.transposed;
     return f;
-}
-
-template <class Store>
-Factor transposed(const DoubleMatrix<Store>& m)
-{
-    return transposed(RowsView(m));
 }
 
 enum class Into { overwrite, add };
@@ -149,7 +142,7 @@ bool do_binplus(DoubleMatrix<Store>& C, const DoubleMatrix<Store>& A, const Stor
     if (b.size() == C.size()) {
         kernels().add(elements(b), C.data(), C.size());
     } else if (b.size() == C.cols()) {
-        kernels().add_to_rows(elements(b), C.data(), C.rows(), C.cols());
+        kernels().add_to_rows(elements(b), C.data(), C.rows(), C.cols(), C.cols());
     } else {
         write_error("invalid dims\n");
         return false;

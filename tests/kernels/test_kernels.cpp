@@ -290,12 +290,15 @@ TEST_P(KernelsOf, AddToEveryRow)
 {
     for (const std::size_t cols : {1u, 2u, 3u, 5u, 7u, 8u, 9u, 16u, 31u, 511u, 512u, 513u, 600u}) {
         for (const std::size_t rows : {0u, 1u, 2u, 3u, 8u, 13u}) {
-            Numbers a(cols), matrix(rows * cols, 2.0);
-            for (std::size_t c = 0; c < cols; ++c) a[c] = static_cast<double>(c) + 0.5;
-            k.add_to_rows(a.data(), matrix.data(), rows, cols);
-            for (std::size_t r = 0; r < rows; ++r) {
-                for (std::size_t c = 0; c < cols; ++c) {
-                    EXPECT_EQ(2.0 + a[c], matrix[r * cols + c]);
+            for (const std::size_t gap : {0u, 3u}) {
+                const std::size_t pitch = cols + gap;
+                Numbers a(cols), matrix(rows * pitch, 2.0);
+                for (std::size_t c = 0; c < cols; ++c) a[c] = static_cast<double>(c) + 0.5;
+                k.add_to_rows(a.data(), matrix.data(), rows, cols, pitch);
+                for (std::size_t r = 0; r < rows; ++r) {
+                    for (std::size_t c = 0; c < pitch; ++c) {
+                        EXPECT_EQ(c < cols ? 2.0 + a[c] : 2.0, matrix[r * pitch + c]);
+                    }
                 }
             }
         }
