@@ -15,6 +15,7 @@ vemkn_test(fad/test_hv LABELS deriv)
 
 vemkn_test(jacobian/test_jv LABELS deriv)
 vemkn_test(jacobian/test_vj LABELS deriv)
+vemkn_test(jacobian/test_vj_vec LABELS deriv)
 vemkn_test(jacobian/test_derivative_refusals LABELS deriv)
 vemkn_test(jacobian/test_trace LABELS deriv process)
 vemkn_test(jacobian/test_derivative_endings SCENES LABELS deriv process)

@@ -45,8 +45,8 @@ public:
     // Hbar = Zbar W^T for layer i.
     void pass_down(const Model& net,
                    std::size_t i,
-                   const typename Model::Matrix& Zbar,
-                   typename Model::Matrix& Hbar) const
+                   const typename Model::Adjoint& Zbar,
+                   typename Model::Adjoint& Hbar) const
     {
         if (transposed_.empty()) {
             do_binmult(Hbar, Zbar, transposed(net.weights[i]));
@@ -64,8 +64,8 @@ template <class Model>
 struct Sweep {
     struct Layer {
         // Adjoint of the layer's input, of C for the output layer; the Zbar of the layer before overwrites it.
-        typename Model::Matrix Hbar;
-        typename Model::Vector gb;
+        typename Model::Adjoint Hbar;
+        typename Model::AdjointVector gb;
     };
 
     void set_layers(std::size_t n)
@@ -74,21 +74,22 @@ struct Sweep {
     }
 
     std::vector<Layer> layers;
-    typename Model::Matrix output_Zbar;
-    typename Model::Matrix pass_Hbar;   // with more than one pass: adjoint of a pass's output
+    typename Model::Adjoint output_Zbar;
+    typename Model::Adjoint pass_Hbar;  // with more than one pass: adjoint of a pass's output
     typename Model::Kept panel;         // rows of a product on their way into a sum
-    std::unique_ptr<Model> slice_grad;  // with more than one pass: the gradient of a slice
+    // With more than one pass: the gradient of a slice.
+    std::unique_ptr<typename Model::Gradient> slice_grad;
 };
 
 // Gradients of one layer from its input and Zbar; overwritten or added to.
 template <class Model, class Input>
 void adj_layer(const Input& H,
-               const typename Model::Matrix& Zbar,
+               const typename Model::Adjoint& Zbar,
                Into into,
                Sweep<Model>& work,
-               typename Model::Vector& slice_gb,
-               typename Model::Matrix& gW,
-               typename Model::Vector& gb)
+               typename Model::AdjointVector& slice_gb,
+               typename Model::Adjoint& gW,
+               typename Model::AdjointVector& gb)
 {
     if (into == Into::add) {
         do_binmult_add(gW, transposed(H), Zbar, work.panel);
@@ -109,13 +110,13 @@ template <class Model>
 void backward(const Model& net,
               const TransposedWeights<Model>& transposes,
               const Tape<typename Model::Matrix>& tape,
-              const typename Model::Matrix& Obar,
+              const typename Model::Adjoint& Obar,
               Sweep<Model>& work,
-              Model& grad,
+              typename Model::Gradient& grad,
               Into into)
 {
     if (into == Into::add && net.nmult > 1) {
-        if (!work.slice_grad) work.slice_grad = std::make_unique<Model>(grad);
+        if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
         backward(net, transposes, tape, Obar, work, *work.slice_grad, Into::overwrite);
         do_add(grad, *work.slice_grad);
         return;
@@ -142,12 +143,12 @@ void backward(const Model& net,
 
     sweep_layer(hidden, Obar, work.output_Zbar, into);
     if (step == 0) return;
-    typename Model::Matrix& Cbar = work.layers[hidden].Hbar;
+    typename Model::Adjoint& Cbar = work.layers[hidden].Hbar;
     transposes.pass_down(net, hidden, work.output_Zbar, Cbar);
     const std::size_t width = Cbar.cols() / net.nmult;
     for (std::size_t pass = net.nmult; pass-- > 0;) {
         const bool last_pass = pass + 1 == net.nmult;
-        typename Model::Matrix* Hbar = &Cbar;
+        typename Model::Adjoint* Hbar = &Cbar;
         if (net.nmult > 1 && last_pass) {
             Hbar = &work.pass_Hbar;
             take_columns(Cbar, pass * width, width, *Hbar);

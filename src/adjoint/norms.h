@@ -3,7 +3,8 @@
 #include "eval/norms.h"
 
 // Adjoints of the norms, in the order of eval/norms.h: R (or x) is the forward input, vbar or sbar the adjoint of the
-// result, Rbar (or xbar) the adjoint of the input, overwritten; it takes the shape of the input.
+// result, Rbar (or xbar) the adjoint of the input, overwritten; it takes the shape of the input; of element norms, of
+// as many inputs side by side as vbar has.
 
 namespace VEMKN {
 
@@ -33,8 +34,8 @@ inline void adj_dcauchy(const std::valarray<double>& x,
 }
 
 // Rbar = vbar; Rbar may hold vbar, here and below.
-template <class Matrix>
-void adj_normfun(const Matrix& R, const VectorOf<Matrix>& vbar, Matrix& Rbar)
+template <class Matrix, class Adjoint>
+void adj_normfun(const Matrix& R, const VectorOf<Adjoint>& vbar, Adjoint& Rbar)
 {
     adj_apply_each<Id>(R, vbar, Rbar);
 }
@@ -53,8 +54,8 @@ void adj_log_dnorm_vec(const Vector& x, const Vector& ybar, Vector& xbar)
     adj_apply_each<LogDnorm>(x, ybar, xbar);
 }
 
-template <class Matrix>
-void adj_log_dnorm(const Matrix& R, const VectorOf<Matrix>& vbar, Matrix& Rbar)
+template <class Matrix, class Adjoint>
+void adj_log_dnorm(const Matrix& R, const VectorOf<Adjoint>& vbar, Adjoint& Rbar)
 {
     adj_apply_each<LogDnorm>(R, vbar, Rbar);
 }

@@ -6,7 +6,7 @@
 
 #include "api/params.h"
 #include "eval/input_width.h"
-#include "model/matrix.h"
+#include "model/block_row.h"
 
 // Caller buffers on their way in and out. Inputs are read where they lie and outputs written at the end of a call, so
 // that they may overlap.
@@ -57,8 +57,13 @@ public:
     template <class Array>
     void write(double* out, const Array& values)
     {
-        if (out != nullptr) std::copy_n(elements(values), values.size(), out);
-        note(elements(values), values.size());
+        write(out, elements(values), values.size());
+    }
+
+    void write(double* out, const double* values, std::size_t n)
+    {
+        if (out != nullptr) std::copy_n(values, n, out);
+        for (std::size_t i = 0; watch_ && i < n; ++i) note(values[i]);
     }
 
     void write(double* out, double value)
@@ -76,17 +81,22 @@ public:
         });
     }
 
+    // The parameters of one of several gradients side by side, in their flat order.
+    void write(double* out, const NNTemplate<BlockRow, BlockRow, double>& grads, std::size_t k)
+    {
+        for_each_parameter(grads, [&](const BlockRow& part, std::size_t first) {
+            for (std::size_t r = 0; r < part.rows(); ++r) {
+                double* const to = out == nullptr ? out : out + first + r * part.cols();
+                write(to, part.at(k, r), part.cols());
+            }
+        });
+    }
+
     // Whether everything written under watch was finite, wanted or not.
     bool all_finite() const { return all_finite_; }
 
 private:
     void note(double value) { all_finite_ = all_finite_ && (!watch_ || std::isfinite(value)); }
-
-    void note(const double* values, std::size_t n)
-    {
-        if (!watch_) return;
-        for (std::size_t i = 0; i < n; ++i) note(values[i]);
-    }
 
     bool watch_;
     bool all_finite_ = true;

@@ -10,6 +10,7 @@
 namespace VEMKN {
 
 using WorkModel = NNTemplate<WorkMatrix, AlignedArray, double>;
+using ManySweepsModel = NNTemplate<WorkMatrix, AlignedArray, double, BlockRow>;
 using CarrierWorkModel = NNTemplate<yafad::Bundle, yafad::Bundle, yafad::FO::Dynamic::Active<1>>;
 
 // The same network over other containers: its functions and numbers, without weights and biases.
@@ -49,10 +50,11 @@ private:
     const double* data_;
 };
 
-// The network at the caller's weights.
-inline WorkModel with_weights(const VEMKNInfo& net, const double* w)
+// The network at the caller's weights, over doubles.
+template <class Work = WorkModel>
+Work with_weights(const VEMKNInfo& net, const double* w)
 {
-    WorkModel model = work_model<WorkModel>(net.model);
+    Work model = work_model<Work>(net.model);
     for (std::size_t i = 0; i < model.weights.size(); ++i) {
         const MatrixTemplate<double>& W = net.model.weights[i];
         model.weights[i].resize(W.rows(), W.cols());

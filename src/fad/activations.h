@@ -1,6 +1,7 @@
 #pragma once
 
 #include "adjoint/activations.h"
+#include "adjoint/block_row_loops.h"
 #include "fad/active.h"
 #include "fad/bundle.h"
 #include "kernels/lane.h"
@@ -16,42 +17,20 @@
 
 namespace yafad {
 
+using VEMKN::BlockOfEach;
+
 template <class F>
 inline constexpr bool IS_SMOOTH =
     std::is_same_v<std::decay_t<decltype(VEMKN::element_kernels<F>())>, VEMKN::SmoothKernels>;
 
-// A block of a bundle: n elements of the value from element `at` on, and where their derivatives begin and how they lie.
-struct BundleBlock {
-    std::size_t at, n, derivatives_at;
-    VEMKN::SideBySide shape;
-};
-
-// body(block) for blocks of whole rows, or of a part of a row that is longer than a block.
-template <class Body>
-void for_each_bundle_block(const Bundle& x, const Body& body)
-{
-    const std::size_t rows = x.rows(), cols = x.cols();
-    if (x.size() == 0) return;
-    const std::size_t width = std::min(cols, VEMKN::BLOCK), height = VEMKN::BLOCK / width;
-    for (std::size_t r = 0; r < rows; r += height) {
-        const std::size_t h = width < cols ? 1 : std::min(height, rows - r);
-        for (std::size_t c = 0; c < cols; c += width) {
-            const std::size_t w = std::min(width, cols - c);
-            const std::size_t derivatives_at = x.directions() == 0 ? 0 : r * x.pitch() + c;
-            body(BundleBlock{
-                r * cols + c, h * w, derivatives_at, {h, w, x.directions(), cols, x.pitch()}});
-        }
-    }
-}
-
 // A block of y = F(x), given t: the value to y, derivatives to dy, which lie as those of x do. y and dy may be where those
 // of x lie.
 template <class F>
-void apply_block(const Bundle& x, const BundleBlock& b, const double* t, double* y, double* dy)
+void apply_block(const Bundle& x, const BlockOfEach& b, const double* t, double* y, double* dy)
 {
     const auto& kernels = VEMKN::element_kernels<F>();
     const double* const value = x.value.data() + b.at;
-    const double* const dx = x.derivatives() + b.derivatives_at;
+    const double* const dx = x.derivatives.data() + b.each_at;
     if constexpr (IS_SMOOTH<F>) {
         VEMKN::Block slope;
         kernels.value_slope(value, t, y, slope.data, b.n);
@@ -68,10 +47,10 @@ void apply_with(const Bundle& x, Bundle& y, double* all_t)
 {
     take_shape(x, y);
     VEMKN::Block room;
-    for_each_bundle_block(x, [&](const BundleBlock& b) {
+    for_each_block(x.derivatives, [&](const BlockOfEach& b) {
         double* const t_room = all_t != nullptr ? all_t + b.at : room.data;
         const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, t_room, b.n);
-        apply_block<F>(x, b, t, y.value.data() + b.at, y.derivatives() + b.derivatives_at);
+        apply_block<F>(x, b, t, y.value.data() + b.at, y.derivatives.data() + b.each_at);
     });
 }
 
@@ -93,7 +72,7 @@ void apply_to(const Bundle& x, Bundle& y)
 
 // s_k += the tangents of the terms of a block: slope(x) x'_k, or x'_k as pull lets it through.
 template <class F>
-void add_tangents(const Bundle& x, const BundleBlock& b, const double* slope, double* s)
+void add_tangents(const Bundle& x, const BlockOfEach& b, const double* slope, double* s)
 {
     if (b.shape.n == 0) return;
     const double* const value = x.value.data() + b.at;
@@ -108,7 +87,7 @@ void add_tangents(const Bundle& x, const BundleBlock& b, const double* slope, do
         }
     };
     for (std::size_t r = 0; r < b.shape.rows; ++r) {
-        const double* const dx = x.derivatives() + b.derivatives_at + r * b.shape.pitch;
+        const double* const dx = x.derivatives.data() + b.each_at + r * b.shape.pitch;
         if (b.shape.step == 1) {
             add(r, dx, 1);  // neighbours, which the compiler adds several at a time
             continue;
@@ -126,7 +105,7 @@ void sum_of(const Bundle& x, FO::Dynamic::Active<1>& s)
     VEMKN::Block room, terms, slope;
     s.set_constant(VEMKN::empty_sum(x.size()));
     s.derivatives = VEMKN::empty_sum(x.size());
-    for_each_bundle_block(x, [&](const BundleBlock& b) {
+    for_each_block(x.derivatives, [&](const BlockOfEach& b) {
         const double* const value = x.value.data() + b.at;
         const double* const t = VEMKN::inner_of<F>(value, room.data, b.n);
         const auto& kernels = VEMKN::element_kernels<F>();
@@ -143,7 +122,7 @@ void sum_of(const Bundle& x, FO::Dynamic::Active<1>& s)
 // A block of the adjoint of y = F(x), given t, ybar and its derivatives, which lie as those of x do. xbar may hold them.
 template <class F>
 void adj_apply_block(const Bundle& x,
-                     const BundleBlock& b,
+                     const BlockOfEach& b,
                      const double* t,
                      const double* ybar,
                      const double* dybar,
@@ -152,10 +131,10 @@ void adj_apply_block(const Bundle& x,
     const auto& kernels = VEMKN::element_kernels<F>();
     const double* const value = x.value.data() + b.at;
     double* const to = xbar.value.data() + b.at;
-    double* const dto = xbar.derivatives() + b.derivatives_at;
+    double* const dto = xbar.derivatives.data() + b.each_at;
     if constexpr (IS_SMOOTH<F>) {
         VEMKN::Block slope, bend;
-        const double* const dx = x.derivatives() + b.derivatives_at;
+        const double* const dx = x.derivatives.data() + b.each_at;
         kernels.pull_slope_bend(value, t, ybar, to, slope.data, bend.data, b.n);
         kernels.adj_tangent(value, slope.data, bend.data, dybar, dx, dto, b.shape);
     } else {
@@ -170,8 +149,8 @@ void adj_apply(const Bundle& x, const WorkMatrix& kept, const Bundle& ybar, Bund
 {
     take_shape(x, xbar);
     const double* const t = VEMKN::kept_of<F>(x.value, kept);
-    for_each_bundle_block(x, [&](const BundleBlock& b) {
-        const double* const dybar = ybar.derivatives() + b.derivatives_at;
+    for_each_block(x.derivatives, [&](const BlockOfEach& b) {
+        const double* const dybar = ybar.derivatives.data() + b.each_at;
         adj_apply_block<F>(x, b, t + b.at, ybar.value.data() + b.at, dybar, xbar);
     });
 }
@@ -182,9 +161,9 @@ void adj_apply_each(const Bundle& x, const Bundle& ybar, Bundle& xbar)
 {
     take_shape(x, xbar);
     VEMKN::Block room;
-    for_each_bundle_block(x, [&](const BundleBlock& b) {
+    for_each_block(x.derivatives, [&](const BlockOfEach& b) {
         const double* const t = VEMKN::inner_of<F>(x.value.data() + b.at, room.data, b.n);
-        const double* const dybar = ybar.derivatives() + b.derivatives_at;
+        const double* const dybar = ybar.derivatives.data() + b.each_at;
         adj_apply_block<F>(x, b, t, ybar.value.data() + b.at, dybar, xbar);
     });
 }
@@ -197,7 +176,7 @@ void adj_apply_same(const Bundle& x, const FO::Dynamic::Active<1>& ybar, Bundle&
     xbar.value.store() = ybar.value;
     for (std::size_t r = 0; r < x.rows(); ++r) {
         for (std::size_t k = 0; k < x.directions(); ++k) {
-            std::fill_n(xbar.derivative(k, r), x.cols(), ybar.derivatives[k]);
+            std::fill_n(xbar.derivatives.at(k, r), x.cols(), ybar.derivatives[k]);
         }
     }
     adj_apply_each<F>(x, xbar, xbar);

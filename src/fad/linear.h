@@ -30,20 +30,15 @@ inline FO::Dynamic::Active<1> scalar_like(const Bundle&)
 
 inline void set_zero(Bundle& A)
 {
-    A.value.store() = 0.0;
-    std::fill_n(A.derivatives(), A.rows() * A.pitch(), 0.0);
+    VEMKN::set_zero(A.value);
+    VEMKN::set_zero(A.derivatives);
 }
 
 inline void colsum(const Bundle& A, Bundle& out)
 {
-    out.set_shape(1, A.cols(), A.directions());
-    const std::size_t wide = A.directions() * A.cols();
-    if (A.rows() == 0) {
-        set_zero(out);
-        return;
-    }
-    VEMKN::kernels().sum_columns(A.value.data(), A.rows(), A.cols(), A.cols(), out.value.data());
-    VEMKN::kernels().sum_columns(A.derivatives(), A.rows(), wide, A.pitch(), out.derivatives());
+    out.value.resize(1, A.cols());
+    VEMKN::colsum(A.value, out.value.store());
+    VEMKN::colsum(A.derivatives, out.derivatives);
 }
 
 // A = zeros of that shape with g_ndd directions.
@@ -65,8 +60,7 @@ inline Bundle zeros_like(const Bundle& A)
 inline void do_add(Bundle& a, const Bundle& b)
 {
     VEMKN::do_add(a.value, b.value);
-    const std::size_t wide = a.directions() * a.cols();
-    add_rows(b.derivatives(), b.pitch(), a.derivatives(), a.pitch(), a.rows(), wide);
+    VEMKN::do_add(a.derivatives, b.derivatives);
 }
 
 // R -= Y for constants Y, whose derivatives are zero: only the value changes.
@@ -83,10 +77,7 @@ inline void shape_rows(Bundle& whole, const Bundle& part, std::size_t rows)
 inline void put_rows(Bundle& whole, std::size_t first, const Bundle& part)
 {
     VEMKN::put_rows(whole.value, first, part.value);
-    const std::size_t wide = part.directions() * part.cols();
-    for (std::size_t r = 0; r < part.rows(); ++r) {
-        std::copy_n(part.derivative(0, r), wide, whole.derivative(0, first + r));
-    }
+    VEMKN::put_rows(whole.derivatives, first, part.derivatives);
 }
 
 inline void shape_columns(Bundle& whole, const Bundle& part, std::size_t n)
@@ -94,39 +85,22 @@ inline void shape_columns(Bundle& whole, const Bundle& part, std::size_t n)
     whole.set_shape(part.rows(), n * part.cols(), part.directions());
 }
 
-// body(where columns first ... of row r of derivative k of whole lie, where that row of part lies) for all r and k.
-template <class Whole, class Part, class Body>
-void for_each_part_row(Whole& whole, std::size_t first, Part& part, const Body& body)
-{
-    for (std::size_t r = 0; r < part.rows(); ++r) {
-        for (std::size_t k = 0; k < part.directions(); ++k) {
-            body(whole.derivative(k, r) + first, part.derivative(k, r));
-        }
-    }
-}
-
 inline void put_columns(Bundle& whole, std::size_t first, const Bundle& part)
 {
     VEMKN::put_columns(whole.value, first, part.value);
-    for_each_part_row(whole, first, part, [&](double* to, const double* from) {
-        std::copy_n(from, part.cols(), to);
-    });
+    VEMKN::put_columns(whole.derivatives, first, part.derivatives);
 }
 
 inline void add_columns(const Bundle& whole, std::size_t first, Bundle& part)
 {
     VEMKN::add_columns(whole.value, first, part.value);
-    for_each_part_row(whole, first, part, [&](const double* from, double* to) {
-        VEMKN::kernels().add(from, to, part.cols());
-    });
+    VEMKN::add_columns(whole.derivatives, first, part.derivatives);
 }
 
 inline void take_columns(const Bundle& whole, std::size_t first, std::size_t width, Bundle& part)
 {
-    part.set_shape(whole.rows(), width, whole.directions());
     VEMKN::take_columns(whole.value, first, width, part.value);
-    for_each_part_row(
-        whole, first, part, [&](const double* from, double* to) { std::copy_n(from, width, to); });
+    VEMKN::take_columns(whole.derivatives, first, width, part.derivatives);
 }
 
 // Carriers of separate derivatives.

@@ -6,8 +6,9 @@
 //
 //     d(A*B) = dA*B + A*dB.
 //
-// Of bundles the second term is one product for all directions, and so is the first where no gaps lie between derivatives; of
-// a transposed A it is one for each, unless all are small. A factor that is a constant (rows of a batch) has no tangents, and the product with them is not formed.
+// Of bundles the second term is one product for all directions, and so is the first where no gaps lie between rows; of a
+// transposed A it is one for each, unless all are small. A factor that is a constant (rows of a batch) has no tangents,
+// and the product with them is not formed.
 
 namespace yafad {
 

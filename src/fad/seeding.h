@@ -30,7 +30,7 @@ public:
         AlignedArray of_constant(part.value.data(), part.size());
         for (double& derivative : of_constant) derivative *= 0.0;
         for (std::size_t i = 0; i < part.size(); ++i) {
-            double* const tangent = part.derivative(0, i / cols) + i % cols;
+            double* const tangent = part.derivatives.at(0, i / cols) + i % cols;
             for (std::size_t d = 0; d < n; ++d) {
                 const bool given = v != nullptr && d < nv_;
                 const double derivative = given ? v[index(first + i, d, nw_)] : of_constant[i];
@@ -46,7 +46,7 @@ public:
         if (nv_ == 0) return;  // nor is there a place where derivatives lie
         const std::size_t cols = part.cols();
         for (std::size_t i = 0; i < part.size(); ++i) {
-            const double* const derivative = part.derivative(0, i / cols) + i % cols;
+            const double* const derivative = part.derivatives.at(0, i / cols) + i % cols;
             for (std::size_t d = 0; d < nv_; ++d) {
                 whole[index(first + i, d, n)] = derivative[d * cols];
             }

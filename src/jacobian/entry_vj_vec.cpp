@@ -27,7 +27,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
     const auto factors = {InputArray{u, std::uint64_t{k} * nrows * ycols},
                           input_rows(*net, x, nrows, xcols)};
     return computing_call(*net, w, factors, [&](Results& results) {
-        const WorkModel model = with_weights(*net, w);
+        const auto model = with_weights<ManySweepsModel>(*net, w);
         const InputRows X = network_input(model, x, nrows, xcols);
         const InputRows Y(y, nrows, ycols);
         const InputRows U(u, std::size_t{k} * nrows, ycols);
@@ -35,15 +35,17 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         for (std::size_t i = 0; i < k; ++i) weightings[i] = RowsView(U).slice(i * nrows, nrows);
         WorkMatrix R;
         Trace trace;
-        std::valarray<WorkModel> grads(k);
-        for (WorkModel& grad : grads) grad = zeros_like(model);
+        const Slices groups = weighting_groups(model, k, sweeping_threads(model, nrows));
+        std::valarray<ManySweepsModel::Gradient> grads(groups.number());
         adj_computev_vec(model, X, Y, R, weightings, grads);
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
         results.write(r_out, R);
         for (std::size_t i = 0; i < k; ++i) {
-            results.write(g_out == nullptr ? g_out : g_out + i * nw, grads[i]);
+            const std::size_t group = i / groups.rows_of(0);
+            const std::size_t place = i - groups.first_row(group);
+            results.write(g_out == nullptr ? g_out : g_out + i * nw, grads[group], place);
         }
     });
 }

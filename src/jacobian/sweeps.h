@@ -72,32 +72,80 @@ inline std::size_t blocks_of_a_round(std::size_t blocks, unsigned threads)
     return shares * std::clamp(blocks / (LEAST_ROUNDS * shares), std::size_t{1}, MOST_OF_A_SHARE);
 }
 
-// The same for several weightings: one forward pass, then one backward sweep for each U[i], shared out over the
-// threads. U[i] is a matrix or a view of rows; grads[i] has the model's shapes and is overwritten.
+// A batch that fits one slice of the model is too little work for a team.
+template <class Model>
+unsigned sweeping_threads(const Model& net, std::size_t rows)
+{
+    return Slices(rows, net.batch).single() ? 1 : net.threads;
+}
+
+// The groups of neighbouring weightings that are swept side by side, as slices of the list of all: about equally large,
+// and a whole number of them a share. None is larger than lets the adjoints of a block of rows stay in the innermost
+// cache: of wide layers one at a time is fastest (docs/performance.md).
+template <class Model>
+Slices weighting_groups(const Model& net, std::size_t weightings, unsigned threads)
+{
+    constexpr std::size_t IN_CACHE = 4096, LARGEST = 8;
+    std::size_t widest = 1;
+    for (const auto& W : net.weights) widest = std::max(widest, W.cols());
+    const std::size_t most =
+        std::clamp<std::size_t>(IN_CACHE / (ROWS_IN_CACHE * widest), 1, LARGEST);
+
+    const auto parts = [](std::size_t whole, std::size_t n) { return (whole + n - 1) / n; };
+    const std::size_t of_share = parts(weightings, std::min(threads, Shares::MAX_NUMBER));
+    const std::size_t groups_of_share = std::max<std::size_t>(parts(of_share, most), 1);
+    const std::size_t size = std::max<std::size_t>(parts(of_share, groups_of_share), 1);
+    return {weightings, static_cast<std::int32_t>(size)};
+}
+
+// Zeros for n gradients side by side.
+template <class Model>
+typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
+{
+    typename Model::Gradient grads;
+    grads.weights.resize(net.weights.size());
+    grads.biases.resize(net.biases.size());
+    for (std::size_t i = 0; i < net.weights.size(); ++i) {
+        grads.weights[i].set_shape(net.weights[i].rows(), net.weights[i].cols(), n);
+        grads.biases[i].set_shape(1, net.biases[i].size(), n);
+    }
+    setweights0(grads);
+    return grads;
+}
+
+// Gradients of several such sums: one forward pass, then a backward sweep for each group of weightings, shared out over the
+// threads.
+//   X, Y, R : as adj_residuals
+//   U : the weightings, each n x nout
+//   grads : one for each group, overwritten with the gradients of its weightings side by side
 // Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a
-// block are read while in cache. A batch that fits one slice of the model is too little work for a team.
-template <class Model, class Weighting>
+// block are read while in cache.
+template <class Model>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
                       const RowsView& Y,
                       typename Model::Matrix& R,
-                      const std::valarray<Weighting>& U,
-                      std::valarray<Model>& grads)
+                      const std::valarray<RowsView>& U,
+                      std::valarray<typename Model::Gradient>& grads)
 {
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
     R.resize(X.rows, Y.cols);
-    for (Model& grad : grads) setweights0(grad);
+
+    const unsigned threads = sweeping_threads(net, X.rows);
+    const Slices groups = weighting_groups(net, U.size(), threads);
+    for (std::size_t g = 0; g < groups.number(); ++g) {
+        grads[g] = zero_gradients(net, groups.rows_of(g));
+    }
 
     struct Local {
-        Matrix outAdj;
+        typename Model::Adjoint outAdj;
         Sweep<Model> sweep;
     };
 
     const Slices blocks(X.rows, ROWS_IN_CACHE);
-    const unsigned threads = Slices(X.rows, net.batch).single() ? 1 : net.threads;
     const std::size_t round = blocks_of_a_round(blocks.number(), threads);
-    const Shares sweeps(U.size(), threads);
+    const Shares sweeps(groups.number(), threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<Tape<Matrix>> tapes(std::min(round, blocks.number()));
     std::vector<Local> locals(sweeps.number());
@@ -108,9 +156,14 @@ void adj_computev_vec(const Model& net,
         const Matrix& block_R = residuals(net, blocks.cut(X, b), blocks.cut(Y, b), tapes[j]);
         put_rows(R, blocks.first_row(b), block_R);
     };
-    const auto sweep_block = [&](Local& local, std::size_t i, std::size_t first, std::size_t j) {
-        adj_weighted(net, tapes[j].O, blocks.cut(RowsView(U[i]), first + j), local.outAdj);
-        backward(net, transposes, tapes[j], local.outAdj, local.sweep, grads[i], Into::add);
+    const auto sweep_block = [&](Local& local, std::size_t g, std::size_t first, std::size_t j) {
+        const std::size_t b = first + j;
+        local.outAdj.set_shape(blocks.rows_of(b), Y.cols, groups.rows_of(g));
+        for (std::size_t i = 0; i < groups.rows_of(g); ++i) {
+            put_matrix(local.outAdj, i, blocks.cut(U[groups.first_row(g) + i], b));
+        }
+        net.element_norm.adjoint(tapes[j].O, local.outAdj, local.outAdj);
+        backward(net, transposes, tapes[j], local.outAdj, local.sweep, grads[g], Into::add);
     };
     const auto nothing = [](const auto&...) {};  // blocks and sweeps write to places of their own
     const auto no_local = [] { return nullptr; };
@@ -131,8 +184,8 @@ void adj_computev_vec(const Model& net,
             [&](auto, std::size_t item) {
                 const auto share = static_cast<unsigned>(item);
                 for (std::size_t j = 0; j < count; ++j) {
-                    for (std::size_t i = sweeps.begin(share); i < sweeps.end(share); ++i) {
-                        sweep_block(locals[share], i, first, j);
+                    for (std::size_t g = sweeps.begin(share); g < sweeps.end(share); ++g) {
+                        sweep_block(locals[share], g, first, j);
                     }
                 }
             },

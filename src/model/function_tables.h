@@ -16,6 +16,7 @@ template <class Model>
 typename Model::ActivationPair activation_named(std::string_view name)
 {
     using Matrix = typename Model::Matrix;
+    using Adjoint = typename Model::Adjoint;
 
     struct Row {
         std::string_view name;
@@ -24,12 +25,12 @@ typename Model::ActivationPair activation_named(std::string_view name)
 
     // clang-format off
     static constexpr Row TABLE[] = {
-        {"softplus",         {softplus<Matrix>,         adj_softplus<Matrix>}}, // log(1 + e^x)
-        {"softmax",          {softplus<Matrix>,         adj_softplus<Matrix>}}, // log(1 + e^x)
-        {"softplus_shifted", {softplus_shifted<Matrix>, adj_softplus<Matrix>}}, // log(1 + e^x)
-        {"atan",             {act_atan<Matrix>,         adj_act_atan<Matrix>}}, // atan(x)
-        {"relu",             {act_relu<Matrix>,         adj_act_relu<Matrix>}}, // max(x, 0)
-        {"id",               {id<Matrix>,               adj_id<Matrix>}},       // x
+        {"softplus",         {softplus<Matrix>,         adj_softplus<Matrix, Adjoint>}}, // log(1 + e^x)
+        {"softmax",          {softplus<Matrix>,         adj_softplus<Matrix, Adjoint>}}, // log(1 + e^x)
+        {"softplus_shifted", {softplus_shifted<Matrix>, adj_softplus<Matrix, Adjoint>}}, // log(1 + e^x)
+        {"atan",             {act_atan<Matrix>,         adj_act_atan<Matrix, Adjoint>}}, // atan(x)
+        {"relu",             {act_relu<Matrix>,         adj_act_relu<Matrix, Adjoint>}}, // max(x, 0)
+        {"id",               {id<Matrix>,               adj_id<Matrix, Adjoint>}},       // x
     };
     // clang-format on
     for (const Row& row : TABLE) {
@@ -43,6 +44,7 @@ template <class Model>
 bool set_norm_named(std::string_view name, Model& net)
 {
     using Matrix = typename Model::Matrix;
+    using Adjoint = typename Model::Adjoint;
 
     struct Row {
         std::string_view name;
@@ -53,9 +55,9 @@ bool set_norm_named(std::string_view name, Model& net)
     // clang-format off
     static constexpr Row TABLE[] = {
         {"sum_log_dnorm_fat", {sum_log_dnorm<Matrix>, adj_sum_log_dnorm<Matrix>},
-                              {log_dnorm<Matrix>,     adj_log_dnorm<Matrix>}},  // -log f(R)
+                              {log_dnorm<Matrix>,     adj_log_dnorm<Matrix, Adjoint>}},  // -log f(R)
         {"sum",               {normfun_sum<Matrix>,   adj_normfun_sum<Matrix>},
-                              {normfun<Matrix>,       adj_normfun<Matrix>}},    // R
+                              {normfun<Matrix>,       adj_normfun<Matrix, Adjoint>}},    // R
     };
     // clang-format on
     for (const Row& row : TABLE) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <valarray>
 #include <vector>
 
@@ -22,19 +23,25 @@ struct FunctionPair {
 // s = sizes and n = nlayers, weights[i] is s[i] x s[i+1], the last one s[n-1]*nmult x numout.
 //
 // One template for both models of a handle: doubles, and carriers of values with tangents. A gradient is a second
-// NNTemplate of the same shapes whose weights and biases hold partial derivatives.
-template <class MatrixT, class VectorT, class Scalar>
+// NNTemplate of the same shapes whose weights and biases hold partial derivatives. Adjoints are of the type of what they
+// belong to, or of another that holds several for each of its numbers, vectors and matrices alike.
+template <class MatrixT, class VectorT, class Scalar, class AdjointT = MatrixT>
 struct NNTemplate {
     using Matrix = MatrixT;
     using Vector = VectorT;
     using SValue = Scalar;
+    using Adjoint = AdjointT;
+    static constexpr bool ONE_ADJOINT = std::is_same_v<Adjoint, Matrix>;
+    using AdjointVector = std::conditional_t<ONE_ADJOINT, Vector, Adjoint>;
+    using Gradient = NNTemplate<Adjoint, AdjointVector, SValue>;
 
     // y = act(x), and what the adjoint needs of it besides x into kept; xbar = adjoint of x, from x, kept and the adjoint
     // of y.
     using Kept = VEMKN::Kept<Matrix>;
     using ActivationPair =
         FunctionPair<void (*)(const Matrix& x, Matrix& y, Kept& kept),
-                     void (*)(const Matrix& x, const Kept& kept, const Matrix& ybar, Matrix& xbar)>;
+                     void (*)(
+                         const Matrix& x, const Kept& kept, const Adjoint& ybar, Adjoint& xbar)>;
     // s = sum over the elements of R of their norm; Rbar from R and the adjoint of s.
     using SummingNormPair =
         FunctionPair<void (*)(const Matrix& R, SValue& s),
@@ -42,7 +49,7 @@ struct NNTemplate {
     // v = the norm of every element of R, with as many elements already; Rbar from R and the adjoint of v.
     using ElementNormPair =
         FunctionPair<void (*)(const Matrix& R, Vector& v),
-                     void (*)(const Matrix& R, const Vector& vbar, Matrix& Rbar)>;
+                     void (*)(const Matrix& R, const AdjointVector& vbar, Adjoint& Rbar)>;
 
     std::uint32_t numin = 0;
     std::uint32_t numout = 0;

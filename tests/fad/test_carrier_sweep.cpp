@@ -52,7 +52,7 @@ VectorCarrier flat(const CarrierWorkModel& grad)
     VectorCarrier all(Vector(numel(grad)), 1);
     for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
         std::copy_n(part.value.data(), part.size(), &all.value[first]);
-        std::copy_n(part.derivatives(), part.size(), &all.derivatives[0][first]);
+        std::copy_n(part.derivatives.data(), part.size(), &all.derivatives[0][first]);
     });
     return all;
 }
@@ -105,7 +105,7 @@ Swept sweep(const Problem& p,
     // The sweep overwrites whatever is there.
     for_each_parameter(grad, [](yafad::Bundle& part, std::size_t) {
         part.value.store() = 1e300;
-        std::fill_n(part.derivatives(), part.rows() * part.pitch(), 1e300);
+        part.derivatives.fill(1e300);
     });
     const VEMKN::TransposedWeights<CarrierWorkModel> transposes(net);
     VEMKN::AdjointWork<CarrierWorkModel> work(transposes);

@@ -1,0 +1,266 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+#include "model/blas.h"
+
+namespace VEMKN {
+
+// Matrices of one shape side by side in one array, so that one product or one loop serves all of them. A row holds that row
+// of matrix 0, then that of matrix 1 and so on:
+//
+//     entry (r, c) of matrix k      at r*pitch + k*cols + c
+//
+// Vectors are matrices of one row. Owns its storage; copied by value.
+class BlockRow {
+public:
+    BlockRow() = default;
+
+    // n matrices rows x cols, all without contents.
+    void set_shape(std::uint64_t rows, std::uint64_t cols, std::size_t n)
+    {
+        std::size_t pitch = n * cols;
+        // Rows a multiple of 2 KB apart compete for the same lines of the cache.
+        if (n > 1 && rows > 1 && cols >= LINE && pitch % CACHE_WAY == 0) pitch += LINE;
+        // Without contents, should there be no memory for them.
+        rows_ = cols_ = n_ = pitch_ = 0;
+        if (pitch != 0 && rows > PTRDIFF_MAX / sizeof(double) / pitch) throw std::bad_alloc();
+        store_.set_size(rows * pitch);
+        rows_ = rows;
+        cols_ = cols;
+        n_ = n;
+        pitch_ = pitch;
+    }
+
+    // Of each matrix.
+    std::size_t rows() const { return rows_; }
+
+    std::size_t cols() const { return cols_; }
+
+    std::size_t size() const { return rows_ * cols_; }
+
+    // Number of matrices.
+    std::size_t number() const { return n_; }
+
+    // Length of a row that holds a row of each.
+    std::size_t width() const { return n_ * cols_; }
+
+    std::size_t pitch() const { return pitch_; }
+
+    // Whether no row is followed by a gap: the matrices are then one of rows*n rows, too.
+    bool is_dense() const { return pitch_ == width(); }
+
+    double* data() { return store_.begin(); }
+
+    const double* data() const { return store_.begin(); }
+
+    // Where row r of matrix k begins.
+    double* at(std::size_t k, std::size_t r = 0) { return data() + r * pitch_ + k * cols_; }
+
+    const double* at(std::size_t k, std::size_t r = 0) const
+    {
+        return data() + r * pitch_ + k * cols_;
+    }
+
+    // One matrix as a factor; all of them side by side; and all of them as one tall matrix, if dense.
+    Factor factor(std::size_t k) const { return {at(k), rows_, cols_, pitch_}; }
+
+    Factor side_by_side() const { return {data(), rows_, width(), pitch_}; }
+
+    Factor stacked() const { return {data(), rows_ * n_, cols_, cols_}; }
+
+    void fill(double value) { store_ = value; }
+
+private:
+    static constexpr std::size_t LINE = 8, CACHE_WAY = 256;
+
+    AlignedArray store_;
+    std::size_t rows_ = 0;
+    std::size_t cols_ = 0;
+    std::size_t n_ = 0;
+    std::size_t pitch_ = 0;
+};
+
+// What follows is told at its twin for one matrix, in model/matrix.h and model/blas.h.
+
+inline void take_shape(const BlockRow& of, BlockRow& to)
+{
+    to.set_shape(of.rows(), of.cols(), of.number());
+}
+
+inline const BlockRow& asVector(const BlockRow& A)
+{
+    return A;
+}
+
+inline BlockRow vector_like(const BlockRow& A)
+{
+    BlockRow v;
+    take_shape(A, v);
+    return v;
+}
+
+inline void set_zero(BlockRow& A)
+{
+    A.fill(0.0);
+}
+
+// Rows of n numbers += others; rows at `from` and at `to` are that far apart.
+inline void add_rows(const double* from,
+                     std::size_t from_pitch,
+                     double* to,
+                     std::size_t to_pitch,
+                     std::size_t rows,
+                     std::size_t n)
+{
+    const bool gaps = from_pitch != n || to_pitch != n;
+    const std::size_t runs = gaps ? rows : 1, length = gaps ? n : rows * n;
+    for (std::size_t r = 0; r < runs; ++r) {
+        kernels().add(from + r * from_pitch, to + r * to_pitch, length);
+    }
+}
+
+inline void do_add(BlockRow& a, const BlockRow& b)
+{
+    add_rows(b.data(), b.pitch(), a.data(), a.pitch(), a.rows(), a.width());
+}
+
+inline void colsum(const BlockRow& A, BlockRow& out)
+{
+    out.set_shape(1, A.cols(), A.number());
+    if (A.rows() == 0) {
+        set_zero(out);
+    } else {
+        kernels().sum_columns(A.data(), A.rows(), A.width(), A.pitch(), out.data());
+    }
+}
+
+// Matrix k takes the values of a matrix of its shape.
+inline void put_matrix(BlockRow& all, std::size_t k, const RowsView& matrix)
+{
+    const double* const from = matrix.data;
+    double* const to = all.at(k);
+    if (all.pitch() == matrix.cols) {
+        std::copy_n(from, matrix.size(), to);
+        return;
+    }
+    // Column by column: rows are the outputs of a network, mostly few.
+    for (std::size_t c = 0; c < matrix.cols; ++c) {
+        for (std::size_t r = 0; r < matrix.rows; ++r) {
+            to[r * all.pitch() + c] = from[r * matrix.cols + c];
+        }
+    }
+}
+
+inline void put_rows(BlockRow& whole, std::size_t first, const BlockRow& part)
+{
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        std::copy_n(part.at(0, r), part.width(), whole.at(0, first + r));
+    }
+}
+
+// body(where columns first ... of row r of matrix k of whole lie, where that row of part lies) for all r and k.
+template <class Whole, class Part, class Body>
+void for_each_part_row(Whole& whole, std::size_t first, Part& part, const Body& body)
+{
+    for (std::size_t r = 0; r < part.rows(); ++r) {
+        for (std::size_t k = 0; k < part.number(); ++k) body(whole.at(k, r) + first, part.at(k, r));
+    }
+}
+
+inline void put_columns(BlockRow& whole, std::size_t first, const BlockRow& part)
+{
+    for_each_part_row(whole, first, part, [&](double* to, const double* from) {
+        std::copy_n(from, part.cols(), to);
+    });
+}
+
+inline void add_columns(const BlockRow& whole, std::size_t first, BlockRow& part)
+{
+    for_each_part_row(whole, first, part, [&](const double* from, double* to) {
+        kernels().add(from, to, part.cols());
+    });
+}
+
+inline void take_columns(const BlockRow& whole,
+                         std::size_t first,
+                         std::size_t width,
+                         BlockRow& part)
+{
+    part.set_shape(whole.rows(), width, whole.number());
+    for_each_part_row(
+        whole, first, part, [&](const double* from, double* to) { std::copy_n(from, width, to); });
+}
+
+inline void transpose(const BlockRow& A, BlockRow& At)
+{
+    At.set_shape(A.cols(), A.rows(), A.number());
+    for (std::size_t r = 0; r < A.rows(); ++r) {
+        for (std::size_t k = 0; k < A.number(); ++k) {
+            const double* const from = A.at(k, r);
+            double* const to = At.at(k) + r;
+            for (std::size_t c = 0; c < A.cols(); ++c) to[c * At.pitch()] = from[c];
+        }
+    }
+}
+
+// C_k = A_k*B: one product where no gaps lie between.
+inline void do_binmult(BlockRow& C, const BlockRow& A, const Factor& B)
+{
+    C.set_shape(A.rows(), B.used_cols(), A.number());
+    if (A.is_dense() && C.is_dense()) {
+        product(A.stacked(), B, C.data());
+        return;
+    }
+    for (std::size_t k = 0; k < C.number(); ++k) product(A.factor(k), B, C.at(k), C.pitch());
+}
+
+template <class Store>
+void do_mult(const BlockRow& A, const DoubleMatrix<Store>& B, BlockRow& C)
+{
+    do_binmult(C, A, Factor(B));
+}
+
+// C_k = A*B_k, one product.
+inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B)
+{
+    C.set_shape(A.used_rows(), B.cols(), B.number());
+    product(A, B.side_by_side(), C.data(), C.pitch());
+}
+
+// C += P for products P_k of that inner dimension: form(first, rows, to, pitch) writes some rows of them side by side; they
+// are formed first and then added, a panel at a time so that it is added from cache. room holds a panel and grows to it.
+template <class Form>
+void add_in_panels(BlockRow& C, std::size_t inner, WorkMatrix& room, const Form& form)
+{
+    constexpr std::size_t PANEL_WORK = 1'000'000, FEW_ROWS = 8;
+    const std::size_t width = C.width();
+    if (C.rows() == 0 || width == 0) return;
+    const std::size_t few = PANEL_WORK / (width * std::max<std::size_t>(inner, 1)) / FEW_ROWS;
+    const std::size_t panel = std::max<std::size_t>(few, 1) * FEW_ROWS;
+    set_size(room.store(), std::min(panel, C.rows()) * width);
+    for (std::size_t first = 0; first < C.rows(); first += panel) {
+        const std::size_t rows = std::min(panel, C.rows() - first);
+        form(first, rows, room.data(), width);
+        add_rows(room.data(), width, C.at(0, first), C.pitch(), rows, width);
+    }
+}
+
+// C_k += A*B_k
+inline void do_binmult_add(BlockRow& C, const Factor& A, const BlockRow& B, WorkMatrix& room)
+{
+    const auto form = [&](std::size_t first, std::size_t rows, double* to, std::size_t pitch) {
+        product(A.cut_rows(first, rows), B.side_by_side(), to, pitch);
+    };
+    add_in_panels(C, B.rows(), room, form);
+}
+
+}  // namespace VEMKN
+
+template <>
+struct VEMKN::ValuesOf<VEMKN::BlockRow> {
+    using type = VEMKN::WorkMatrix;
+};

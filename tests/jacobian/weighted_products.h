@@ -1,0 +1,31 @@
+#pragma once
+
+#include "jacobian/derivative_calls.h"
+
+// A problem for products with weightings, and what its calls have to give.
+
+// 2-3-2, numel = 3 + 6 + 2 + 6.
+inline Problem problem(const char* activation = "softplus", const char* norm = "sum_log_dnorm_fat")
+{
+    Random random(1);
+    Problem p;
+    p.shape = {.numin = 2, .numout = 2, .sizes = {2, 3}, .activation = activation, .norm = norm};
+    p.nrows = 5;
+    p.xcols = 2;
+    p.fill(random);
+    return p;
+}
+
+// Complex steps are exact to rounding; numbers of the size of ten, in sums of up to fifty.
+inline constexpr double TOLERANCE = 5000 * EPS;
+
+inline plain::Reals plain_product(const Problem& p, const Numbers& u)
+{
+    return p.shape.weighted_gradient(
+        p.w, p.x, p.y, p.nrows, p.xcols, plain::Reals(u.begin(), u.end()));
+}
+
+inline plain::Reals plain_residuals(const Problem& p)
+{
+    return p.shape.residuals(p.w, p.x, p.y, p.nrows, p.xcols);
+}
