@@ -110,9 +110,10 @@ void do_binmult_add(Bundle& C, const TransposedBundle& A, const Bundle& B, WorkM
 {
     const Factor At = transposed(A.bundle.value);
     VEMKN::do_binmult_add(C.value, At, B.value, room);
-    const auto form = [&](std::size_t first, std::size_t rows, double* to, std::size_t pitch) {
-        product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to, pitch);
-        add_derivatives_of_left(A.bundle.derivatives, B.value, first, rows, to, pitch);
+    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+        product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to);
+        add_derivatives_of_left(
+            A.bundle.derivatives, B.value, first, rows, to, C.derivatives.width());
     };
     add_in_panels(C.derivatives, B.rows(), room, form);
 }

@@ -100,22 +100,38 @@ void do_binmult(DoubleMatrix<Store>& C, const Factor& A, const Factor& B)
 // How much of a dimension `whole` to multiply at once where the other two have `others` elements together.
 std::size_t panel_length(std::size_t whole, std::size_t others);
 
-// C += P for a product P with that inner dimension. form(first, rows, to) writes some rows of P; they are formed first and
-// then added, a panel at a time so that it is added from cache. room holds a panel and grows to it.
+// Rows of n numbers += others; rows at `from` and at `to` are that far apart.
+inline void add_rows(const double* from,
+                     std::size_t from_pitch,
+                     double* to,
+                     std::size_t to_pitch,
+                     std::size_t rows,
+                     std::size_t n)
+{
+    const bool gaps = from_pitch != n || to_pitch != n;
+    const std::size_t runs = gaps ? rows : 1, length = gaps ? n : rows * n;
+    for (std::size_t r = 0; r < runs; ++r) {
+        kernels().add(from + r * from_pitch, to + r * to_pitch, length);
+    }
+}
+
+// C += P for a rows x cols product P, the rows of C `pitch` apart. form(first, n, to) writes n rows of P; they are formed
+// first and then added, a panel at a time so that it is added from cache. room holds a panel and grows to it.
 template <class Store, class Form>
-void add_in_panels(DoubleMatrix<Store>& C,
-                   std::size_t inner,
-                   DoubleMatrix<Store>& room,
+void add_in_panels(double* C,
+                   std::size_t pitch,
+                   std::size_t rows,
+                   std::size_t cols,
+                   std::size_t panel,
+                   Store& room,
                    const Form& form)
 {
-    const std::size_t cols = C.cols();
-    if (C.size() == 0) return;
-    const std::size_t panel = panel_length(C.rows(), cols * inner);
-    if (room.size() < panel * cols) room.resize(panel, cols);
-    for (std::size_t first = 0; first < C.rows(); first += panel) {
-        const std::size_t rows = std::min(panel, C.rows() - first);
-        form(first, rows, room.data());
-        kernels().add(room.data(), C.data() + first * cols, rows * cols);
+    const std::size_t largest = std::min(panel, rows) * cols;
+    if (room.size() < largest) set_size(room, largest);
+    for (std::size_t first = 0; first < rows; first += panel) {
+        const std::size_t n = std::min(panel, rows - first);
+        form(first, n, std::begin(room));
+        add_rows(std::begin(room), cols, C + first * pitch, pitch, n, cols);
     }
 }
 
@@ -126,9 +142,13 @@ void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& B,
                     DoubleMatrix<Store>& room)
 {
-    add_in_panels(C, A.used_cols(), room, [&](std::size_t first, std::size_t rows, double* to) {
+    const std::size_t cols = C.cols();
+    if (C.size() == 0) return;
+    const std::size_t panel = panel_length(C.rows(), cols * A.used_cols());
+    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
         product(A.cut_rows(first, rows), B, to);
-    });
+    };
+    add_in_panels(C.data(), cols, C.rows(), cols, panel, room.store(), form);
 }
 
 // C = A + b: element by element where b has as many entries as A has elements, else b on every row of A where

@@ -108,21 +108,6 @@ inline void set_zero(BlockRow& A)
     A.fill(0.0);
 }
 
-// Rows of n numbers += others; rows at `from` and at `to` are that far apart.
-inline void add_rows(const double* from,
-                     std::size_t from_pitch,
-                     double* to,
-                     std::size_t to_pitch,
-                     std::size_t rows,
-                     std::size_t n)
-{
-    const bool gaps = from_pitch != n || to_pitch != n;
-    const std::size_t runs = gaps ? rows : 1, length = gaps ? n : rows * n;
-    for (std::size_t r = 0; r < runs; ++r) {
-        kernels().add(from + r * from_pitch, to + r * to_pitch, length);
-    }
-}
-
 inline void do_add(BlockRow& a, const BlockRow& b)
 {
     add_rows(b.data(), b.pitch(), a.data(), a.pitch(), a.rows(), a.width());
@@ -231,31 +216,24 @@ inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B)
     product(A, B.side_by_side(), C.data(), C.pitch());
 }
 
-// C += P for products P_k of that inner dimension: form(first, rows, to, pitch) writes some rows of them side by side; they
-// are formed first and then added, a panel at a time so that it is added from cache. room holds a panel and grows to it.
+// C_k += P_k for products P_k of that inner dimension. form(first, rows, to) writes some rows of all of them side by side.
 template <class Form>
 void add_in_panels(BlockRow& C, std::size_t inner, WorkMatrix& room, const Form& form)
 {
     constexpr std::size_t PANEL_WORK = 1'000'000, FEW_ROWS = 8;
     const std::size_t width = C.width();
-    if (C.rows() == 0 || width == 0) return;
+    if (width == 0) return;
     const std::size_t few = PANEL_WORK / (width * std::max<std::size_t>(inner, 1)) / FEW_ROWS;
     const std::size_t panel = std::max<std::size_t>(few, 1) * FEW_ROWS;
-    set_size(room.store(), std::min(panel, C.rows()) * width);
-    for (std::size_t first = 0; first < C.rows(); first += panel) {
-        const std::size_t rows = std::min(panel, C.rows() - first);
-        form(first, rows, room.data(), width);
-        add_rows(room.data(), width, C.at(0, first), C.pitch(), rows, width);
-    }
+    add_in_panels(C.data(), C.pitch(), C.rows(), width, panel, room.store(), form);
 }
 
 // C_k += A*B_k
 inline void do_binmult_add(BlockRow& C, const Factor& A, const BlockRow& B, WorkMatrix& room)
 {
-    const auto form = [&](std::size_t first, std::size_t rows, double* to, std::size_t pitch) {
-        product(A.cut_rows(first, rows), B.side_by_side(), to, pitch);
-    };
-    add_in_panels(C, B.rows(), room, form);
+    add_in_panels(C, B.rows(), room, [&](std::size_t first, std::size_t rows, double* to) {
+        product(A.cut_rows(first, rows), B.side_by_side(), to);
+    });
 }
 
 }  // namespace VEMKN
