@@ -63,7 +63,8 @@ public:
     void write(double* out, const double* values, std::size_t n)
     {
         if (out != nullptr) std::copy_n(values, n, out);
-        for (std::size_t i = 0; watch_ && i < n; ++i) note(values[i]);
+        if (!watch_) return;
+        for (std::size_t i = 0; i < n; ++i) note(values[i]);
     }
 
     void write(double* out, double value)

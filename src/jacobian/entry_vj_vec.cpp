@@ -34,18 +34,19 @@ int vemk_vJ_vec(::VEMKNInfo* net,
         std::valarray<RowsView> weightings(k);
         for (std::size_t i = 0; i < k; ++i) weightings[i] = RowsView(U).slice(i * nrows, nrows);
         WorkMatrix R;
+        const WeightingGroups groups = weighting_groups(model, k, nrows);
+        std::valarray<ManySweepsModel::Gradient> grads;
         Trace trace;
-        const Slices groups = weighting_groups(model, k, sweeping_threads(model, nrows));
-        std::valarray<ManySweepsModel::Gradient> grads(groups.number());
-        adj_computev_vec(model, X, Y, R, weightings, grads);
+        adj_computev_vec(model, X, Y, R, weightings, groups, grads);
         trace.finish();
         if (Trace::wanted()) trace.print(mean_norm(model, R));
 
         results.write(r_out, R);
-        for (std::size_t i = 0; i < k; ++i) {
-            const std::size_t group = i / groups.rows_of(0);
-            const std::size_t place = i - groups.first_row(group);
-            results.write(g_out == nullptr ? g_out : g_out + i * nw, grads[group], place);
+        for (std::size_t g = 0; g < groups.number(); ++g) {
+            for (std::size_t i = groups.begin(g); i < groups.end(g); ++i) {
+                double* const out = g_out == nullptr ? g_out : g_out + i * nw;
+                results.write(out, grads[g], i - groups.begin(g));
+            }
         }
     });
 }

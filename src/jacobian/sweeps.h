@@ -3,6 +3,7 @@
 #include <valarray>
 
 #include "adjoint/objective.h"
+#include "jacobian/weighting_groups.h"
 
 namespace VEMKN {
 
@@ -72,32 +73,6 @@ inline std::size_t blocks_of_a_round(std::size_t blocks, unsigned threads)
     return shares * std::clamp(blocks / (LEAST_ROUNDS * shares), std::size_t{1}, MOST_OF_A_SHARE);
 }
 
-// A batch that fits one slice of the model is too little work for a team.
-template <class Model>
-unsigned sweeping_threads(const Model& net, std::size_t rows)
-{
-    return Slices(rows, net.batch).single() ? 1 : net.threads;
-}
-
-// The groups of neighbouring weightings that are swept side by side, as slices of the list of all: about equally large,
-// and a whole number of them a share. None is larger than lets the adjoints of a block of rows stay in the innermost
-// cache: of wide layers one at a time is fastest (docs/performance.md).
-template <class Model>
-Slices weighting_groups(const Model& net, std::size_t weightings, unsigned threads)
-{
-    constexpr std::size_t IN_CACHE = 4096, LARGEST = 8;
-    std::size_t widest = 1;
-    for (const auto& W : net.weights) widest = std::max(widest, W.cols());
-    const std::size_t most =
-        std::clamp<std::size_t>(IN_CACHE / (ROWS_IN_CACHE * widest), 1, LARGEST);
-
-    const auto parts = [](std::size_t whole, std::size_t n) { return (whole + n - 1) / n; };
-    const std::size_t of_share = parts(weightings, std::min(threads, Shares::MAX_NUMBER));
-    const std::size_t groups_of_share = std::max<std::size_t>(parts(of_share, most), 1);
-    const std::size_t size = std::max<std::size_t>(parts(of_share, groups_of_share), 1);
-    return {weightings, static_cast<std::int32_t>(size)};
-}
-
 // Zeros for n gradients side by side.
 template <class Model>
 typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
@@ -116,8 +91,8 @@ typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
 // Gradients of several such sums: one forward pass, then a backward sweep for each group of weightings, shared out over the
 // threads.
 //   X, Y, R : as adj_residuals
-//   U : the weightings, each n x nout
-//   grads : one for each group, overwritten with the gradients of its weightings side by side
+//   U : the weightings, each n x nout        groups : as weighting_groups deals them
+//   grads : one for each group, made here: the gradients of its weightings side by side
 // Rows go through in blocks, every sweep of a share over one block before the next, so that the intermediates of a
 // block are read while in cache.
 template <class Model>
@@ -126,16 +101,16 @@ void adj_computev_vec(const Model& net,
                       const RowsView& Y,
                       typename Model::Matrix& R,
                       const std::valarray<RowsView>& U,
+                      const WeightingGroups& groups,
                       std::valarray<typename Model::Gradient>& grads)
 {
     using Matrix = typename Model::Matrix;
     check_input_width(net, X.cols);
     R.resize(X.rows, Y.cols);
 
-    const unsigned threads = sweeping_threads(net, X.rows);
-    const Slices groups = weighting_groups(net, U.size(), threads);
+    grads = std::valarray<typename Model::Gradient>(groups.number());
     for (std::size_t g = 0; g < groups.number(); ++g) {
-        grads[g] = zero_gradients(net, groups.rows_of(g));
+        grads[g] = zero_gradients(net, groups.size(g));
     }
 
     struct Local {
@@ -144,11 +119,11 @@ void adj_computev_vec(const Model& net,
     };
 
     const Slices blocks(X.rows, ROWS_IN_CACHE);
+    const unsigned threads = sweeping_threads(net, X.rows);
     const std::size_t round = blocks_of_a_round(blocks.number(), threads);
-    const Shares sweeps(groups.number(), threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<Tape<Matrix>> tapes(std::min(round, blocks.number()));
-    std::vector<Local> locals(sweeps.number());
+    std::vector<Local> locals(groups.shares());
 
     // Block `first + j` has tape j.
     const auto run_block = [&](std::size_t first, std::size_t j) {
@@ -157,10 +132,11 @@ void adj_computev_vec(const Model& net,
         put_rows(R, blocks.first_row(b), block_R);
     };
     const auto sweep_block = [&](Local& local, std::size_t g, std::size_t first, std::size_t j) {
+        if (groups.size(g) == 0) return;
         const std::size_t b = first + j;
-        local.outAdj.set_shape(blocks.rows_of(b), Y.cols, groups.rows_of(g));
-        for (std::size_t i = 0; i < groups.rows_of(g); ++i) {
-            put_matrix(local.outAdj, i, blocks.cut(U[groups.first_row(g) + i], b));
+        local.outAdj.set_shape(blocks.rows_of(b), Y.cols, groups.size(g));
+        for (std::size_t i = 0; i < groups.size(g); ++i) {
+            put_matrix(local.outAdj, i, blocks.cut(U[groups.begin(g) + i], b));
         }
         net.element_norm.adjoint(tapes[j].O, local.outAdj, local.outAdj);
         backward(net, transposes, tapes[j], local.outAdj, local.sweep, grads[g], Into::add);
@@ -177,15 +153,15 @@ void adj_computev_vec(const Model& net,
             [&](auto, std::size_t j) { run_block(first, j); },
             nothing);
         for_each_share(
-            Shares(sweeps.number(), threads),
+            Shares(groups.shares(), threads),
             threads,
             no_local,
             nothing,
-            [&](auto, std::size_t item) {
-                const auto share = static_cast<unsigned>(item);
+            [&](auto, std::size_t share) {
+                const std::size_t first_group = share * groups.of_share();
                 for (std::size_t j = 0; j < count; ++j) {
-                    for (std::size_t g = sweeps.begin(share); g < sweeps.end(share); ++g) {
-                        sweep_block(locals[share], g, first, j);
+                    for (std::size_t i = 0; i < groups.of_share(); ++i) {
+                        sweep_block(locals[share], first_group + i, first, j);
                     }
                 }
             },

@@ -9,8 +9,8 @@
 
 namespace VEMKN {
 
-// Where n derivatives of a rows x cols matrix lie: derivative k of row r begins at r*pitch + k*step. The cols numbers from
-// there belong to the row of the matrix, whose rows follow one another without gaps.
+// Where n derivatives of a rows x cols matrix lie, or n adjoints: those of row r in derivative k begin at r*pitch + k*step.
+// The cols numbers from there belong to the row of the matrix, whose rows follow one another without gaps.
 struct SideBySide {
     std::size_t rows, cols, n, step, pitch;
 };
@@ -21,7 +21,7 @@ struct ElementKernels {
     void (*inner)(const double* x, double* t, std::size_t n);
     void (*value)(const double* x, const double* t, double* y, std::size_t n);
     void (*pull)(const double* x, const double* t, const double* ybar, double* xbar, std::size_t n);
-    // xbar_k = pull(x, t, ybar_k) for every derivative k
+    // xbar_k = pull(x, t, ybar_k) for every derivative or adjoint k
     void (*pull_each)(const double* x,
                       const double* t,
                       const double* ybar,

@@ -81,7 +81,7 @@ void repeat_row(const double* row, std::size_t cols, std::size_t n, double* to)
 }
 
 // The same with a[j] from `shared`, a number for each element of a matrix, and then from `own`, a number for each element of
-// each of its derivatives, and one result for each of these. Short rows that do not fill their registers are repeated, once
+// each of its derivatives, or adjoints, and one result for each of these. Short rows that do not fill their registers are repeated, once
 // for each derivative, so that the derivatives of a row, where they follow one another, are one long row.
 template <class L, int SHARED, int OWN, class Body>
 [[gnu::always_inline]] inline void run_each(const double* const (&shared)[SHARED],

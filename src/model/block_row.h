@@ -84,16 +84,11 @@ private:
     std::size_t pitch_ = 0;
 };
 
-// What follows is told at its twin for one matrix, in model/matrix.h and model/blas.h.
+// What follows is told at its twin for one matrix, mostly in model/matrix.h and model/blas.h.
 
 inline void take_shape(const BlockRow& of, BlockRow& to)
 {
     to.set_shape(of.rows(), of.cols(), of.number());
-}
-
-inline const BlockRow& asVector(const BlockRow& A)
-{
-    return A;
 }
 
 inline BlockRow vector_like(const BlockRow& A)
@@ -237,8 +232,3 @@ inline void do_binmult_add(BlockRow& C, const Factor& A, const BlockRow& B, Work
 }
 
 }  // namespace VEMKN
-
-template <>
-struct VEMKN::ValuesOf<VEMKN::BlockRow> {
-    using type = VEMKN::WorkMatrix;
-};

@@ -22,9 +22,10 @@ struct FunctionPair {
 // The network: widths, one weight matrix and one bias vector per layer, and the functions chosen by name. With
 // s = sizes and n = nlayers, weights[i] is s[i] x s[i+1], the last one s[n-1]*nmult x numout.
 //
-// One template for both models of a handle: doubles, and carriers of values with tangents. A gradient is a second
-// NNTemplate of the same shapes whose weights and biases hold partial derivatives. Adjoints are of the type of what they
-// belong to, or of another that holds several for each of its numbers, vectors and matrices alike.
+// One template for the models of a handle, doubles and carriers of values with tangents, and for those that calls compute
+// with. A gradient is a second NNTemplate of the same shapes whose weights and biases hold partial derivatives. Adjoints
+// are of the type of what they belong to, or of another that holds several for each of its numbers, vectors and matrices
+// alike.
 template <class MatrixT, class VectorT, class Scalar, class AdjointT = MatrixT>
 struct NNTemplate {
     using Matrix = MatrixT;

@@ -88,7 +88,9 @@ TEST(VJVec, GivesEveryProductInGroupsOfAnySize)
                           {{2, 40}, 1, 2, "softplus", "sum"},
                           {{2, 70}, 1, 1, "id", "sum_log_dnorm_fat"},
                           {{3, 4, 3}, 2, 2, "atan", "sum_log_dnorm_fat"},
-                          {{3, 20, 3}, 3, 1, "softplus", "sum"}};
+                          {{3, 20, 3}, 3, 1, "softplus", "sum"},
+                          // Eight times the outputs of four passes are 2 KB: rows with gaps.
+                          {{8, 8, 8}, 4, 1, "relu", "sum"}};
     for (const Case& c : cases) {
         Random random(15);
         Problem p;

@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include "jacobian/weighting_groups.h"
+
+using VEMKN::WeightingGroups;
+
+TEST(WeightingGroups, HoldEveryWeightingOnceInSharesAsLargeAsWithoutThem)
+{
+    for (const std::size_t k : {1u, 2u, 5u, 6u, 8u, 9u, 17u, 64u, 100u, 257u}) {
+        for (const unsigned threads : {1u, 2u, 3u, 4u, 7u, 64u, 1000u}) {
+            for (const std::size_t most : {1u, 2u, 3u, 8u}) {
+                SCOPED_TRACE(testing::Message() << k << " weightings, " << threads << " threads, "
+                                                << most << " at most");
+                const WeightingGroups groups(k, threads, most);
+                const VEMKN::Shares shares(k, threads);
+                ASSERT_EQ(shares.number(), groups.shares());
+                ASSERT_EQ(groups.shares() * groups.of_share(), groups.number());
+                std::size_t next = 0;
+                for (std::size_t g = 0; g < groups.number(); ++g) {
+                    EXPECT_EQ(next, groups.begin(g));
+                    EXPECT_LE(groups.size(g), most);
+                    next = groups.end(g);
+                    if ((g + 1) % groups.of_share() == 0) {
+                        EXPECT_EQ(shares.end(static_cast<unsigned>(g / groups.of_share())), next);
+                    }
+                }
+                EXPECT_EQ(k, next);
+            }
+        }
+    }
+}
+
+TEST(WeightingGroups, AreNoMoreThanItTakesAndAboutEqual)
+{
+    const WeightingGroups groups(9, 2, 4);  // shares of five and four
+    ASSERT_EQ(4u, groups.number());
+    EXPECT_EQ(2u, groups.size(0));
+    EXPECT_EQ(3u, groups.size(1));
+    EXPECT_EQ(2u, groups.size(2));
+    EXPECT_EQ(2u, groups.size(3));
+}
+
+TEST(WeightingGroups, OfNoWeightingsAreNone)
+{
+    EXPECT_EQ(0u, WeightingGroups(0, 3, 8).number());
+}
