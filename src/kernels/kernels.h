@@ -71,6 +71,38 @@ struct Kernels {
     // to = sum of the rows of the rows x cols matrix a, `pitch` apart, from the last to the first; at least one row
     void (*sum_columns)(
         const double* a, std::size_t rows, std::size_t cols, std::size_t pitch, double* to);
+
+    // Products of a rows x cols matrix A whose rows are `pitch` apart, and the outer product of two vectors. Neighbouring
+    // elements of the vectors x, y and a are so many steps apart, where a step is told. Results are written, or added.
+
+    // y = A*x
+    void (*times_vector)(const double* A,
+                         std::size_t pitch,
+                         std::size_t rows,
+                         std::size_t cols,
+                         const double* x,
+                         double* y,
+                         std::size_t y_step,
+                         bool add);
+    // y = A^T*x
+    void (*transposed_times_vector)(const double* A,
+                                    std::size_t pitch,
+                                    std::size_t rows,
+                                    std::size_t cols,
+                                    const double* x,
+                                    std::size_t x_step,
+                                    double* y,
+                                    std::size_t y_step,
+                                    bool add);
+    // C = a*b^T, whose rows are `pitch` apart
+    void (*outer_product)(const double* a,
+                          std::size_t a_step,
+                          std::size_t rows,
+                          const double* b,
+                          std::size_t cols,
+                          double* C,
+                          std::size_t pitch,
+                          bool add);
 };
 
 enum class InstructionSet { sse2, avx2, avx512 };

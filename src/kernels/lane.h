@@ -10,6 +10,7 @@
 //   load_part(p, n, rest)     n < WIDTH doubles of memory, followed by those of rest
 //   less(a, b), equal(a, b)   quiet comparisons, giving a mask
 //   select(mask, a, b)        a where the mask is true, else b
+//   sum(v)                    of its doubles
 //   abs, exp, log, atan       of the C maths library; the vector ones of its vector part
 //
 // The vector functions of the maths library raise exceptions of their own far out and at infinities and NaN, so a lane

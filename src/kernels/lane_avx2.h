@@ -49,6 +49,12 @@ struct Lane {
 
     static V abs(V a) { return _mm256_andnot_pd(set(-0.0), a); }
 
+    static double sum(V a)
+    {
+        const __m128d two = _mm256_castpd256_pd128(a) + _mm256_extractf128_pd(a, 1);
+        return two[0] + two[1];
+    }
+
     static V exp(V a) { return exp_of<Lane, _ZGVdN4v_exp>(a); }
 
     static V log(V a) { return log_of<Lane, _ZGVdN4v_log>(a); }

@@ -48,6 +48,16 @@ struct Lane {
 
     static V abs(V a) { return _mm512_abs_pd(a); }
 
+    static double sum(V a)
+    {
+        // Through memory, since GCC 12 warns of the undefined register that the extraction of a half starts from.
+        alignas(64) double all[WIDTH];
+        _mm512_store_pd(all, a);
+        const __m256d four = _mm256_load_pd(all) + _mm256_load_pd(all + 4);
+        const __m128d two = _mm256_castpd256_pd128(four) + _mm256_extractf128_pd(four, 1);
+        return two[0] + two[1];
+    }
+
     static V exp(V a) { return exp_of<Lane, _ZGVeN8v_exp>(a); }
 
     static V log(V a) { return log_of<Lane, _ZGVeN8v_log>(a); }

@@ -54,6 +54,8 @@ struct Lane {
 
     static V abs(V a) { return _mm_andnot_pd(set(-0.0), a); }
 
+    static double sum(V a) { return a[0] + a[1]; }
+
     static V exp(V a) { return exp_of<Lane, _ZGVbN2v_exp>(a); }
 
     static V log(V a) { return log_of<Lane, _ZGVbN2v_log>(a); }

@@ -21,26 +21,6 @@ CBLAS_TRANSPOSE order(bool transposed)
     return transposed ? CblasTrans : CblasNoTrans;
 }
 
-// y = A*x or y += A*x for A as used; neighbouring elements lie `x_step` and `y_step` apart.
-void matrix_times_vector(
-    const Factor& A, const double* x, std::size_t x_step, double* y, std::size_t y_step, Into into)
-{
-    // The vector routine scales y by beta, which would turn a leftover infinity into a NaN and a trap.
-    for (std::size_t i = 0; into == Into::overwrite && i < A.used_rows(); ++i) y[i * y_step] = 0.0;
-    cblas_dgemv(CblasRowMajor,
-                order(A.transposed),
-                dimension(A.rows),
-                dimension(A.cols),
-                1.0,
-                A.data,
-                dimension(A.stride),
-                x,
-                dimension(x_step),
-                into == Into::add ? 1.0 : 0.0,
-                y,
-                dimension(y_step));
-}
-
 // C = A*B or C += A*B where the rows of C lie `stride` apart.
 void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
 {
@@ -82,6 +62,33 @@ void plain_product(const Factor& A, const Factor& B, double* C, std::size_t stri
             }
         }
     }
+}
+
+// C = A*B or C += A*B where a vector is among them: by loops, since a BLAS call would take longer. Returns whether it was
+// formed; not with a vector whose elements lie apart where the loops need neighbours.
+bool vector_product(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
+{
+    const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
+    const bool add = into == Into::add;
+    // Neighbours in a row or a column of a factor as used are so far apart.
+    const auto row_step = [](const Factor& f) { return f.transposed ? f.stride : 1; };
+    const auto column_step = [](const Factor& f) { return f.transposed ? 1 : f.stride; };
+    const Kernels& loops = kernels();
+    if (k == 1 && row_step(B) == 1) {
+        loops.outer_product(A.data, column_step(A), m, B.data, n, C, stride, add);
+    } else if (n == 1 && A.transposed) {
+        loops.transposed_times_vector(
+            A.data, A.stride, k, m, B.data, column_step(B), C, stride, add);
+    } else if (n == 1 && column_step(B) == 1) {
+        loops.times_vector(A.data, A.stride, m, k, B.data, C, stride, add);
+    } else if (m == 1 && !B.transposed) {
+        loops.transposed_times_vector(B.data, B.stride, k, n, A.data, row_step(A), C, 1, add);
+    } else if (m == 1 && row_step(A) == 1) {
+        loops.times_vector(B.data, B.stride, n, k, A.data, C, 1, add);
+    } else {
+        return false;
+    }
+    return true;
 }
 
 struct Tile {
@@ -140,21 +147,17 @@ void product(const Factor& A, const Factor& B, double* C, std::size_t stride, In
         }
         return;
     }
+    if (!plain_products && vector_product(A, B, C, stride, into)) return;
     if (plain_products || std::max({m, k, n, A.stride, B.stride, stride}) > MAX_BLAS_DIMENSION) {
         plain_product(A, B, C, stride, into);
-    } else if (m == 1) {
-        // The row a*B is the column B^T*a.
-        matrix_times_vector(transposed(B), A.data, A.transposed ? A.stride : 1, C, 1, into);
-    } else if (n == 1) {
-        matrix_times_vector(A, B.data, B.transposed ? 1 : B.stride, C, stride, into);
-    } else {
-        const Tile tile = tile_of(m, n, k);
-        for (std::size_t i = 0; i < m; i += tile.rows) {
-            const Factor rows = A.cut_rows(i, std::min(tile.rows, m - i));
-            for (std::size_t j = 0; j < n; j += tile.cols) {
-                const Factor cols = B.cut_cols(j, std::min(tile.cols, n - j));
-                matrix_times_matrix(rows, cols, C + i * stride + j, stride, into);
-            }
+        return;
+    }
+    const Tile tile = tile_of(m, n, k);
+    for (std::size_t i = 0; i < m; i += tile.rows) {
+        const Factor rows = A.cut_rows(i, std::min(tile.rows, m - i));
+        for (std::size_t j = 0; j < n; j += tile.cols) {
+            const Factor cols = B.cut_cols(j, std::min(tile.cols, n - j));
+            matrix_times_matrix(rows, cols, C + i * stride + j, stride, into);
         }
     }
 }

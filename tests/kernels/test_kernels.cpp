@@ -286,6 +286,80 @@ TEST_P(KernelsOf, ReachEveryDerivativeSideBySide)
     }
 }
 
+// Small whole numbers: every sum is exact, in whatever order.
+TEST_P(KernelsOf, MultiplyMatricesAndVectors)
+{
+    for (const std::size_t cols : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 16u, 33u, 70u}) {
+        for (const std::size_t rows : {1u, 2u, 3u, 8u, 9u, 13u}) {
+            for (const std::size_t gap : {0u, 3u}) {
+                for (const bool add : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << rows << " x " << cols << ", gap " << gap
+                                                    << (add ? ", added" : ""));
+                    const std::size_t pitch = cols + gap, step = 1 + gap;
+                    Numbers A(rows * pitch, NAN_), x(std::max(rows, cols));
+                    Numbers spread(x.size() * step, NAN_);
+                    for (std::size_t i = 0; i < x.size(); ++i) {
+                        x[i] = spread[i * step] = static_cast<double>(i % 5) - 1.0;
+                    }
+                    Numbers product(rows), transposed(cols);
+                    for (std::size_t r = 0; r < rows; ++r) {
+                        for (std::size_t c = 0; c < cols; ++c) {
+                            const double a = static_cast<double>((3 * r + 7 * c) % 11) - 4.0;
+                            A[r * pitch + c] = a;
+                            product[r] += a * x[c];
+                            transposed[c] += a * x[r];
+                        }
+                    }
+                    // Memory beside the results keeps what it holds.
+                    const double before = add ? 2.0 : NAN_;
+                    const auto expect = [&](double value, double result) {
+                        EXPECT_EQ(add ? 2.0 + value : value, result);
+                    };
+                    const auto expect_before = [&](double result) {
+                        EXPECT_TRUE(add ? result == 2.0 : std::isnan(result));
+                    };
+
+                    Numbers y(rows * step, before);
+                    k.times_vector(A.data(), pitch, rows, cols, x.data(), y.data(), step, add);
+                    for (std::size_t i = 0; i < y.size(); ++i) {
+                        i % step == 0 ? expect(product[i / step], y[i]) : expect_before(y[i]);
+                    }
+                    y.assign(cols * step, before);
+                    k.transposed_times_vector(
+                        A.data(), pitch, rows, cols, spread.data(), step, y.data(), step, add);
+                    for (std::size_t i = 0; i < y.size(); ++i) {
+                        i % step == 0 ? expect(transposed[i / step], y[i]) : expect_before(y[i]);
+                    }
+                    y.assign(rows * pitch, before);
+                    k.outer_product(
+                        spread.data(), step, rows, x.data(), cols, y.data(), pitch, add);
+                    for (std::size_t i = 0; i < y.size(); ++i) {
+                        const std::size_t r = i / pitch, c = i % pitch;
+                        c < cols ? expect(x[r] * x[c], y[i]) : expect_before(y[i]);
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST_P(KernelsOf, MultiplyInfiniteVectorsWithoutAnException)
+{
+    for (const std::size_t n : {1u, 3u, 8u, 9u}) {
+        const Numbers A(3 * n, 2.0), x(n, INFINITY), huge(n, 1e308);
+        Numbers y(3 * n);
+        std::feclearexcept(FE_ALL_EXCEPT);
+        k.times_vector(A.data(), n, 3, n, x.data(), y.data(), 1, false);
+        k.transposed_times_vector(A.data(), n, 1, n, x.data(), 1, y.data(), 1, false);
+        k.outer_product(x.data(), 1, 1, A.data(), n, y.data(), n, false);
+        const Numbers small(3 * n, 1e-300);
+        if (n >= 3)
+            k.transposed_times_vector(small.data(), n, 3, n, huge.data(), 1, y.data(), 1, false);
+        k.outer_product(huge.data(), 1, 1, small.data(), n, y.data(), n, true);
+        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW)) << n;
+    }
+}
+
 TEST_P(KernelsOf, AddToEveryRow)
 {
     for (const std::size_t cols : {1u, 2u, 3u, 5u, 7u, 8u, 9u, 16u, 31u, 511u, 512u, 513u, 600u}) {
