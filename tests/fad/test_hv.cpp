@@ -6,13 +6,7 @@ namespace {
 // 3-4-2, numel = 4 + 12 + 2 + 8.
 Problem problem(const char* activation = "softplus", const char* norm = "sum_log_dnorm_fat")
 {
-    Random random(1);
-    Problem p;
-    p.shape = {.numin = 3, .numout = 2, .sizes = {3, 4}, .activation = activation, .norm = norm};
-    p.nrows = 5;
-    p.xcols = 3;
-    p.fill(random);
-    return p;
+    return small_problem(3, 4, activation, norm);
 }
 
 // Differences of exact gradients of the size of ten are good to some 1e-14, see differences.h; the products themselves

@@ -77,6 +77,25 @@ struct Problem {
     std::size_t elements() const { return std::size_t{nrows} * shape.numout; }
 };
 
+// Five rows of numin columns through one hidden layer to two outputs.
+inline Problem small_problem(unsigned numin,
+                             unsigned hidden,
+                             const char* activation,
+                             const char* norm)
+{
+    Random random(1);
+    Problem p;
+    p.shape = {.numin = numin,
+               .numout = 2,
+               .sizes = {numin, hidden},
+               .activation = activation,
+               .norm = norm};
+    p.nrows = 5;
+    p.xcols = numin;
+    p.fill(random);
+    return p;
+}
+
 struct Gradient {
     double value = UNTOUCHED;
     Numbers gradient;

@@ -7,13 +7,7 @@
 // 2-3-2, numel = 3 + 6 + 2 + 6.
 inline Problem problem(const char* activation = "softplus", const char* norm = "sum_log_dnorm_fat")
 {
-    Random random(1);
-    Problem p;
-    p.shape = {.numin = 2, .numout = 2, .sizes = {2, 3}, .activation = activation, .norm = norm};
-    p.nrows = 5;
-    p.xcols = 2;
-    p.fill(random);
-    return p;
+    return small_problem(2, 3, activation, norm);
 }
 
 // Complex steps are exact to rounding; numbers of the size of ten, in sums of up to fifty.
