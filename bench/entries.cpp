@@ -2,101 +2,70 @@
 
 #include <algorithm>
 
+#include "support/entry_points.h"
+
 namespace bench {
 
-void compute(const Problem& p, unsigned, const std::vector<double>&, std::vector<double>& out)
+namespace {
+
+void run(const EntryPoint& entry,
+         const Problem& p,
+         unsigned directions,
+         const std::vector<double>& in,
+         std::vector<double>& out)
 {
-    vemk_compute(p.net, p.w.data(), p.nw, p.x.data(), p.rows, p.nin, 0, out.data());
+    const ::Call call{.w = p.w.data(),
+                      .nw = p.nw,
+                      .x = p.x.data(),
+                      .y = p.y.data(),
+                      .nrows = p.rows,
+                      .xcols = p.nin,
+                      .ycols = p.nout,
+                      .v = in.data(),
+                      .nv = directions};
+    run_into(entry, p.net, call, out.data());
 }
 
-void obj(const Problem& p, unsigned, const std::vector<double>&, std::vector<double>& out)
+}  // namespace
+
+void compute(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    vemk_obj(p.net, p.w.data(), p.nw, p.x.data(), p.y.data(), p.rows, p.nin, p.nout, out.data());
+    run(entry_points::compute, p, n, in, out);
 }
 
-void objv(const Problem& p, unsigned, const std::vector<double>&, std::vector<double>& out)
+void obj(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    vemk_objv(p.net, p.w.data(), p.nw, p.x.data(), p.y.data(), p.rows, p.nin, p.nout, out.data());
+    run(entry_points::obj, p, n, in, out);
 }
 
-void g(const Problem& p, unsigned, const std::vector<double>&, std::vector<double>& out)
+void objv(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    vemk_g(p.net,
-           p.w.data(),
-           p.nw,
-           p.x.data(),
-           p.y.data(),
-           p.rows,
-           p.nin,
-           p.nout,
-           out.data(),
-           out.data() + 1);
+    run(entry_points::objv, p, n, in, out);
+}
+
+void g(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
+{
+    run(entry_points::g, p, n, in, out);
 }
 
 void Hv(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    vemk_Hv(p.net,
-            p.w.data(),
-            p.nw,
-            in.data(),
-            n,
-            p.x.data(),
-            p.y.data(),
-            p.rows,
-            p.nin,
-            p.nout,
-            out.data(),
-            out.data() + 1,
-            out.data() + 1 + p.nw);
+    run(entry_points::Hv, p, n, in, out);
 }
 
 void Jv(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    const std::size_t elements = std::size_t{p.rows} * p.nout;
-    vemk_Jv(p.net,
-            p.w.data(),
-            p.nw,
-            in.data(),
-            n,
-            p.x.data(),
-            p.y.data(),
-            p.rows,
-            p.nin,
-            p.nout,
-            out.data(),
-            out.data() + elements);
+    run(entry_points::Jv, p, n, in, out);
 }
 
-void vJ(const Problem& p, unsigned, const std::vector<double>& in, std::vector<double>& out)
+void vJ(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    vemk_vJ(p.net,
-            p.w.data(),
-            p.nw,
-            in.data(),
-            0,
-            p.x.data(),
-            p.y.data(),
-            p.rows,
-            p.nin,
-            p.nout,
-            out.data(),
-            out.data() + p.y.size());
+    run(entry_points::vJ, p, n, in, out);
 }
 
-void vJ_vec(const Problem& p, unsigned k, const std::vector<double>& in, std::vector<double>& out)
+void vJ_vec(const Problem& p, unsigned n, const std::vector<double>& in, std::vector<double>& out)
 {
-    vemk_vJ_vec(p.net,
-                p.w.data(),
-                p.nw,
-                in.data(),
-                k,
-                p.x.data(),
-                p.y.data(),
-                p.rows,
-                p.nin,
-                p.nout,
-                out.data(),
-                out.data() + p.y.size());
+    run(entry_points::vJ_vec, p, n, in, out);
 }
 
 const std::vector<Entry>& entries()

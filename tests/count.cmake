@@ -7,7 +7,7 @@ if(NOT VALGRIND OR NOT VALGRIND_INCLUDE)
 elseif(NOT VEMKN_SANITIZE) # valgrind and a sanitizer exclude each other
     add_executable(count_calls count/count_calls.cpp
         ${PROJECT_SOURCE_DIR}/bench/entries.cpp ${PROJECT_SOURCE_DIR}/bench/problem.cpp)
-    target_include_directories(count_calls PRIVATE ${PROJECT_SOURCE_DIR}/bench ${VALGRIND_INCLUDE})
+    target_include_directories(count_calls PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench ${VALGRIND_INCLUDE})
     target_compile_definitions(count_calls PRIVATE VEMKN_BUILD_TYPE="${CMAKE_BUILD_TYPE}")
     target_link_libraries(count_calls PRIVATE vemkn vemkn_flags PkgConfig::OPENBLAS)
     add_test(NAME Calls.TakeNoMoreInstructionsThanExpected

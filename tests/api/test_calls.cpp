@@ -381,11 +381,11 @@ TEST(G, WritesTheOutputThatIsWantedOnly)
     Numbers gradient(batch.w.size());
     Call call = batch.call();
     call.value = &value;
-    ASSERT_EQ(0, run_g(net, call));
+    ASSERT_EQ(0, entry_points::g.call(net, call));
     EXPECT_EQ(bits(all[0]), bits(value));
     call.value = nullptr;
     call.array = gradient.data();
-    ASSERT_EQ(0, run_g(net, call));
+    ASSERT_EQ(0, entry_points::g.call(net, call));
     EXPECT_EQ(bits_of(Numbers(all.begin() + 1, all.end())), bits_of(gradient));
 }
 
@@ -419,7 +419,7 @@ TEST(G, OverwritesTheGradient)
     call.array = gradient.data();
     Numbers first;
     for (int repetition = 0; repetition < 3; ++repetition) {
-        ASSERT_EQ(0, run_g(net, call));
+        ASSERT_EQ(0, entry_points::g.call(net, call));
         if (repetition == 0) first = gradient;
         EXPECT_EQ(bits_of(first), bits_of(gradient));
         EXPECT_FALSE(std::isnan(value));

@@ -73,7 +73,7 @@ TEST(Fault02, WorkersSliceOverflowsInTheHostsPool_SigfpeAsWithOneThread)
 {
     for (const AnyEntry& entry : ALL_ENTRIES) {
         // Those that run no network have nothing that overflows.
-        if (entry.run == all_entries::run_norm || entry.run == all_entries::run_logp) continue;
+        if (entry.is_norm_alone()) continue;
         for (const char* threads : {"1", "4"}) {
             const child::Outcome outcome =
                 child::play("overflows_in_a_team_that_the_host_started", {entry.name, threads});

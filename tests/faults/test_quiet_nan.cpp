@@ -69,11 +69,9 @@ void expect_passage(const Functions& functions, const Place& place, unsigned thr
     for (const AnyEntry& entry : ALL_ENTRIES) {
         const Reply reply = entry.run(net, q);
         EXPECT_EQ(0, reply.status) << entry.name;
-        const bool uses_y_only =
-            entry.run == all_entries::run_norm || entry.run == all_entries::run_logp;
         const bool ignores_y = std::string("vemk_compute") == entry.name;
         const bool in_y = place.name[0] == 'y' || std::string("all of y") == place.name;
-        const bool due = uses_y_only ? in_y : !(ignores_y && in_y);
+        const bool due = entry.is_norm_alone() ? in_y : !(ignores_y && in_y);
         bool found = false;
         for (const double number : reply.numbers) found = found || std::isnan(number);
         EXPECT_EQ(due, found) << entry.name;

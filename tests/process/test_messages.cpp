@@ -205,7 +205,7 @@ void refuse_with_large_numbers()
     Call c = call;
     const double w = 0;
     c.w = &w;
-    run_residual(net, c);
+    entry_points::residual.call(net, c);
 }
 
 const std::string REFUSED =

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "support/entry_points.h"
 #include "support/network.h"
 #include "support/numbers.h"
 #include "support/plain_network.h"
@@ -12,19 +13,7 @@
 // The entry points that compute values and gradients over a batch, under one signature, so that a test of what they have
 // in common is written once.
 
-// The arguments as a host passes them.
-struct Call {
-    const double* w = nullptr;
-    unsigned nw = 0;
-    const double* x = nullptr;
-    const double* y = nullptr;
-    unsigned nrows = 0;
-    unsigned xcols = 0;
-    unsigned ycols = 0;
-    double* value = nullptr;  // the value of vemk_g; not used by the others
-    double* array = nullptr;  // outputs, residuals, norms, the objective, or the gradient
-};
-
+// An entry point as tests of all of them need to know it.
 struct Entry {
     const char* name;
     int (*run)(VEMKNInfo* net, const Call& c);
@@ -42,39 +31,14 @@ struct Entry {
     }
 };
 
-inline int run_compute(VEMKNInfo* net, const Call& c)
-{
-    return vemk_compute(net, c.w, c.nw, c.x, c.nrows, c.xcols, 0, c.array);
-}
-
-inline int run_residual(VEMKNInfo* net, const Call& c)
-{
-    return vemk_residual(net, c.w, c.nw, c.x, c.y, c.nrows, c.xcols, c.ycols, c.array);
-}
-
-inline int run_obj(VEMKNInfo* net, const Call& c)
-{
-    return vemk_obj(net, c.w, c.nw, c.x, c.y, c.nrows, c.xcols, c.ycols, c.array);
-}
-
-inline int run_objv(VEMKNInfo* net, const Call& c)
-{
-    return vemk_objv(net, c.w, c.nw, c.x, c.y, c.nrows, c.xcols, c.ycols, c.array);
-}
-
-inline int run_g(VEMKNInfo* net, const Call& c)
-{
-    return vemk_g(net, c.w, c.nw, c.x, c.y, c.nrows, c.xcols, c.ycols, c.value, c.array);
-}
-
 // clang-format off
 inline constexpr Entry ENTRIES[] = {
-    //                              targets  norm   empty  nw     slices
-    {"vemk_compute",  run_compute,  false,   false, true,  false, false},
-    {"vemk_residual", run_residual, true,    false, true,  false, false},
-    {"vemk_obj",      run_obj,      true,    true,  false, false, true},
-    {"vemk_objv",     run_objv,     true,    true,  true,  false, true},
-    {"vemk_g",        run_g,        true,    true,  false, true,  true},
+    //                                        targets  norm   empty  nw     slices
+    {"vemk_compute",  entry_points::compute.call,  false,   false, true,  false, false},
+    {"vemk_residual", entry_points::residual.call, true,    false, true,  false, false},
+    {"vemk_obj",      entry_points::obj.call,      true,    true,  false, false, true},
+    {"vemk_objv",     entry_points::objv.call,     true,    true,  true,  false, true},
+    {"vemk_g",        entry_points::g.call,        true,    true,  false, true,  true},
 };
 
 // clang-format on

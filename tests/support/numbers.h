@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
-// Number lists of the tests: seeded random ones, and how lists are compared.
+#include "support/random.h"
+
+// Number lists of the tests, and how they are compared.
 
 using Numbers = std::vector<double>;
 
@@ -17,38 +19,6 @@ inline constexpr double INF = std::numeric_limits<double>::infinity();
 inline constexpr double QUIET_NAN = std::numeric_limits<double>::quiet_NaN();
 // Spacing of the doubles at 1.
 inline constexpr double EPS = std::numeric_limits<double>::epsilon();
-
-// The same numbers on every machine, which the distributions of the standard library do not promise.
-class Random {
-public:
-    explicit Random(std::uint64_t seed) : state_(seed) {}
-
-    std::uint64_t next()
-    {
-        std::uint64_t z = state_ += 0x9e3779b97f4a7c15u;
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
-        return z ^ (z >> 31);
-    }
-
-    double uniform(double low, double high)
-    {
-        return low + (high - low) * (static_cast<double>(next() >> 11) * 0x1p-53);
-    }
-
-    // 0 ... n - 1
-    unsigned below(unsigned n) { return static_cast<unsigned>(next() % n); }
-
-    Numbers list(std::size_t n, double low = -1.0, double high = 1.0)
-    {
-        Numbers numbers(n);
-        for (double& x : numbers) x = uniform(low, high);
-        return numbers;
-    }
-
-private:
-    std::uint64_t state_;
-};
 
 // For comparisons to the bit, where -0.0 is not 0.0 and a NaN equals itself.
 inline std::uint64_t bits(double x)

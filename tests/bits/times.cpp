@@ -1,0 +1,60 @@
+// Times calls on request, for scripts/same-speed: reads "entry network" from standard input, a line each time, and prints
+// the seconds of one call, one thread.
+
+#include <chrono>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "entries.h"
+
+namespace {
+
+struct Case {
+    const bench::Entry* entry;
+    std::unique_ptr<bench::Problem> problem;
+    std::vector<double> in, out;
+
+    double seconds(unsigned calls)
+    {
+        using Clock = std::chrono::steady_clock;
+        const auto start = Clock::now();
+        for (unsigned i = 0; i < calls; ++i) entry->call(*problem, entry->directions, in, out);
+        return std::chrono::duration<double>(Clock::now() - start).count();
+    }
+};
+
+Case make_case(const std::string& entry_name, const std::string& network)
+{
+    Case c;
+    for (const bench::Entry& entry : bench::entries()) {
+        if (entry_name == entry.name) c.entry = &entry;
+    }
+    for (const bench::Shape& shape : bench::shapes()) {
+        if (network != shape.name) continue;
+        c.problem = std::make_unique<bench::Problem>(shape, "softplus", "sum_log_dnorm_fat");
+    }
+    vemk_setpar(c.problem->net, 1, 32);
+    c.in = bench::numbers_in(*c.problem, c.entry->directions);
+    c.out = bench::numbers_out(*c.problem, c.entry->directions);
+    c.seconds(1);
+    return c;
+}
+
+}  // namespace
+
+int main()
+{
+    constexpr double LEAST_SECONDS = 0.005;
+    std::map<std::string, Case> cases;
+    std::string entry, network;
+    while (std::cin >> entry >> network) {
+        const auto [found, is_new] = cases.try_emplace(entry + " " + network);
+        Case& c = found->second;
+        if (is_new) c = make_case(entry, network);
+        const auto calls = static_cast<unsigned>(1 + LEAST_SECONDS / c.seconds(1));
+        std::cout << "seconds " << c.seconds(calls) / calls << std::endl;
+    }
+    return 0;
+}
