@@ -60,50 +60,56 @@ double product_seconds()
 
 // Seconds an element of the loops of one element function.
 struct ElementSeconds {
-    double value;    // with inner: two passes
-    double slope;    // the same with the slope beside it
-    double pull;     // after value
-    double bend;     // the same with slope and curvature beside it
-    double tangent;  // the tangent of the value, given the slope
-    double adjoint;  // the tangent of the adjoint
+    double value;        // with what is saved for the sweep: two passes
+    double slope;        // the same with the slope beside it
+    double vjp;          // after value
+    double vjp_terms;    // the same with slope and curvature beside it
+    double tangent;      // the tangent of the value, given the slope
+    double vjp_tangent;  // the tangent of the adjoint
 };
 
-ElementSeconds measure(const VEMKN::ElementKernels& k, const VEMKN::SmoothKernels* smooth)
+template <class F>
+ElementSeconds measure()
 {
+    const VEMKN::ElementKernels& k = VEMKN::element_kernels<F>();
     // No multiple of 512: arrays 4096 bytes apart get in each other's way.
     constexpr std::size_t N = 488;
     const std::vector<double> x = uniform(N, 10), ybar = uniform(N, 11);
-    std::vector<double> t = x, y(N), slope(N), bend(N);
+    std::vector<double> saved = x, y(N), slope(N), curvature(N);
     const auto per_element = [](const auto& work) { return best_seconds(work) / N; };
-    const auto inner = [&] {
-        if (k.inner != nullptr) k.inner(x.data(), t.data(), N);
+    const auto save = [&] {
+        if (k.saved != nullptr) k.saved(x.data(), saved.data(), N);
     };
     ElementSeconds seconds{};
     seconds.value = per_element([&] {
-        inner();
-        k.value(x.data(), t.data(), y.data(), N);
+        save();
+        k.value(x.data(), saved.data(), y.data(), N);
     });
-    seconds.pull = per_element([&] { k.pull(x.data(), t.data(), ybar.data(), y.data(), N); });
+    seconds.vjp = per_element([&] { k.vjp(x.data(), saved.data(), ybar.data(), y.data(), N); });
     seconds.tangent = per_element([&] {
         VEMKN::kernels().multiply_each(slope.data(), x.data(), y.data(), {1, N, 1, N, N});
     });
-    if (smooth == nullptr) {
+    if (!F::IS_SMOOTH) {
         seconds.slope = seconds.value;
-        seconds.bend = seconds.adjoint = seconds.pull;
-        seconds.tangent = seconds.pull;
+        seconds.vjp_terms = seconds.vjp_tangent = seconds.tangent = seconds.vjp;
         return seconds;
     }
     seconds.slope = per_element([&] {
-        inner();
-        smooth->value_slope(x.data(), t.data(), y.data(), slope.data(), N);
+        save();
+        k.value_slope(x.data(), saved.data(), y.data(), slope.data(), N);
     });
-    seconds.bend = per_element([&] {
-        smooth->pull_slope_bend(
-            x.data(), t.data(), ybar.data(), y.data(), slope.data(), bend.data(), N);
+    seconds.vjp_terms = per_element([&] {
+        k.vjp_terms(
+            x.data(), saved.data(), ybar.data(), y.data(), slope.data(), curvature.data(), N);
     });
-    seconds.adjoint = per_element([&] {
-        smooth->adj_tangent(
-            x.data(), slope.data(), bend.data(), ybar.data(), x.data(), y.data(), {1, N, 1, N, N});
+    seconds.vjp_tangent = per_element([&] {
+        k.vjp_tangent(x.data(),
+                      slope.data(),
+                      curvature.data(),
+                      ybar.data(),
+                      x.data(),
+                      y.data(),
+                      {1, N, 1, N, N});
     });
     return seconds;
 }
@@ -113,11 +119,10 @@ const ElementSeconds& element_seconds(const std::string& function)
     static std::map<std::string, ElementSeconds> measured;
     const auto [entry, is_new] = measured.try_emplace(function);
     if (!is_new) return entry->second;
-    const VEMKN::Kernels& k = VEMKN::kernels();
-    if (function == "relu") return entry->second = measure(k.relu, nullptr);
-    if (function == "atan") return entry->second = measure(k.atan, &k.atan);
-    if (function == "softplus") return entry->second = measure(k.softplus, &k.softplus);
-    return entry->second = measure(k.log_dnorm, &k.log_dnorm);
+    if (function == "relu") return entry->second = measure<VEMKN::Relu>();
+    if (function == "atan") return entry->second = measure<VEMKN::Atan>();
+    if (function == "softplus") return entry->second = measure<VEMKN::Softplus>();
+    return entry->second = measure<VEMKN::LogDnorm>();
 }
 
 // How often an entry point runs what over its batch.
@@ -125,10 +130,10 @@ struct Passes {
     double forward;   // products H W
     double backward;  // products H^T Zbar and Zbar W^T
     double
-        tangents;  // directions through both, without the product that the inputs' tangent, which is 0, would ask for
+        tangents;  // through both, without the product that the inputs' tangent, which is 0, would ask for
     bool derivative;  // the functions' slopes come with their values
     bool curvature;
-    double pulls;
+    double vjps;
 };
 
 Passes passes_of(const Entry& entry)
@@ -144,8 +149,8 @@ Passes passes_of(const Entry& entry)
 double seconds_of(const Passes& passes, double elements, const ElementSeconds& each)
 {
     double sum = passes.derivative ? each.slope : each.value;
-    sum += passes.pulls * (passes.curvature ? each.bend : each.pull);
-    sum += passes.tangents * (each.tangent + (passes.curvature ? each.adjoint : 0.0));
+    sum += passes.vjps * (passes.curvature ? each.vjp_terms : each.vjp);
+    sum += passes.tangents * (each.tangent + (passes.curvature ? each.vjp_tangent : 0.0));
     return elements * sum;
 }
 

@@ -85,16 +85,16 @@ void print_group(const Group& group,
                  const std::vector<const VEMKN::Kernels*>& sets,
                  std::size_t points)
 {
-    constexpr std::size_t BLOCK = 10000;
+    constexpr std::size_t AT_ONCE = 10000;
     std::vector<std::vector<double>> worst(sets.size(),
                                            std::vector<double>(group.rows.size(), 0.0));
 #pragma omp parallel for schedule(dynamic)
-    for (std::size_t first = 0; first < points; first += BLOCK) {
-        const accuracy::Block<Real> block(
-            group, std::min(BLOCK, points - first), static_cast<unsigned>(first / BLOCK));
+    for (std::size_t first = 0; first < points; first += AT_ONCE) {
+        const accuracy::Sample<Real> sample(
+            group, std::min(AT_ONCE, points - first), static_cast<unsigned>(first / AT_ONCE));
         std::vector<std::vector<double>> worst_here(sets.size(),
                                                     std::vector<double>(group.rows.size(), 0.0));
-        for (std::size_t s = 0; s < sets.size(); ++s) block.raise(*sets[s], worst_here[s]);
+        for (std::size_t s = 0; s < sets.size(); ++s) sample.raise(*sets[s], worst_here[s]);
 #pragma omp critical
         for (std::size_t s = 0; s < sets.size(); ++s) {
             for (std::size_t r = 0; r < group.rows.size(); ++r) {

@@ -185,6 +185,20 @@ VEMKN_API int vemk_major(VEMKNInfo* net, int rowmajor);
  * Threads:   may run at any time. */
 VEMKN_API const char* vemk_version(void);
 
+/** The words that a description may name an activation by, aliases included, in the order in which they are compared.
+ * @param[in] i  0, 1, ...
+ * @return word i; null past the end of the list
+ * Ownership: a constant.
+ * Threads:   may run at any time. */
+VEMKN_API const char* vemk_activations(unsigned i);
+
+/** The words that a description may name a norm by, as vemk_activations.
+ * @param[in] i  0, 1, ...
+ * @return word i; null past the end of the list
+ * Ownership: a constant.
+ * Threads:   may run at any time. */
+VEMKN_API const char* vemk_norms(unsigned i);
+
 /* --------------------------------------------------------------------------------------- shapes and parameters */
 
 /** Number of input columns that the network takes, the first number of its description.

@@ -81,32 +81,46 @@
 
 namespace vemkn {
 
-/** What acts on every layer, the last one included. */
-enum class Activation { softplus, atan, relu, id };
+namespace detail {
 
-/** What is made of the residuals: the robust likelihood, or nothing. */
-enum class Norm { sum_log_dnorm_fat, sum };
+[[noreturn]] inline void wrong(const std::string& what)
+{
+    throw std::invalid_argument("vemkn: " + what);
+}
+
+// The word is one of the library's list; else the message names them.
+inline void check_word(const char* what, const std::string& word, const char* (*list)(unsigned))
+{
+    std::string known;
+    for (unsigned i = 0; const char* const listed = list(i); ++i) {
+        if (word == listed) return;
+        known += (i == 0 ? "" : ", ") + std::string(listed);
+    }
+    wrong(std::string(what) + " \"" + word + "\" is none of " + known);
+}
+
+}  // namespace detail
 
 /** The words of a description text, see vemkn.h. */
 struct Description {
     unsigned numin = 1;                           /**< input columns */
     unsigned numout = 1;                          /**< output columns */
     std::vector<unsigned> sizes{};                /**< widths of the layers' inputs, at least two */
-    Activation activation = Activation::softplus; /**< of every layer */
-    Norm norm = Norm::sum_log_dnorm_fat;          /**< of the residuals */
+    std::string activation = "softplus";          /**< of every layer: a word that vemk_activations lists */
+    std::string norm = "sum_log_dnorm_fat";       /**< of the residuals: a word that vemk_norms lists */
     unsigned nmult = 1;                           /**< how often the hidden layers are applied */
 
     /** The words as initVEMKNet takes them.
-     * @return the description text */
+     * @return the description text
+     * @throws std::invalid_argument for an activation or a norm that the library does not list */
     std::string text() const
     {
-        constexpr const char* activations[] = {"softplus", "atan", "relu", "id"};
-        constexpr const char* norms[] = {"sum_log_dnorm_fat", "sum"};
+        detail::check_word("activation", activation, vemk_activations);
+        detail::check_word("norm", norm, vemk_norms);
         std::string words = std::to_string(numin) + " " + std::to_string(numout) + " " +
                             std::to_string(sizes.size()) + " " + std::to_string(nmult) + " 32 ";
         for (const unsigned size : sizes) words += std::to_string(size) + " ";
-        return words + activations[static_cast<int>(activation)] + " " +
-               norms[static_cast<int>(norm)];
+        return words + activation + " " + norm;
     }
 };
 
@@ -199,11 +213,6 @@ inline std::vector<double> transposed(std::span<const double> a, std::size_t row
 inline bool all_finite(std::span<const double> numbers)
 {
     return std::ranges::all_of(numbers, [](double number) { return std::isfinite(number); });
-}
-
-[[noreturn]] inline void wrong(const std::string& what)
-{
-    throw std::invalid_argument("vemkn: " + what);
 }
 
 inline unsigned count(std::size_t n, const char* what)

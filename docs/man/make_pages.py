@@ -29,8 +29,8 @@ PAGES = {
         "vemk_Jv vemk_vJ vemk_vJ_vec",
     ),
     "vemkn_likelihood": (
-        "the likelihood without a network, and the version",
-        "vemk_norm vemk_logp vemk_logp_bias vemk_logp_sigma vemk_version",
+        "the likelihood without a network, the words of descriptions, and the version",
+        "vemk_norm vemk_logp vemk_logp_bias vemk_logp_sigma vemk_activations vemk_norms vemk_version",
     ),
 }
 LIBRARY = ("vemkn", "values and exact derivatives of a small dense feed-forward network")

@@ -1,7 +1,6 @@
 #include "adjoint/objective.h"
 #include "api/computing_call.h"
 #include "api/refusals.h"
-#include "api/work_model.h"
 
 using namespace VEMKN;
 
@@ -16,20 +15,16 @@ int vemk_g(::VEMKNInfo* net,
            double* value,
            double* gradient)
 {
-    const Refusal refusal("vemk_g", net);
-    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(n, nout) ||
-        refusal.empty_batch(n)) {
-        return REFUSED;
-    }
-    const auto factors = {input_rows(*net, x, n, nin)};
-    return computing_call(*net, w, factors, [&](Results& results) {
-        const WorkModel model = with_weights(*net, w);
-        const InputRows X = network_input(model, x, n, nin);
-        const InputRows Y(y, n, nout);
-        WorkModel grad = zeros_like(model);
-        const double objective = adj_objv(model, X, Y, 1.0, grad);
+    const Batch batch{x, y, n, nin, nout};
+    if (const auto why = unfit_for_norms(net, nw, batch)) return refuse("vemk_g", why);
+    if (const auto why = empty_batch(batch)) return refuse("vemk_g", why);
+    const auto work =
+        [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
+            WorkModel grad = zeros_like(model);
+            const double objective = adj_objv(model, X, Y, 1.0, grad);
 
-        results.write(value, objective);
-        results.write(gradient, grad);
-    });
+            results.write(value, objective);
+            results.write(gradient, grad);
+        };
+    return computing_call(*net, w, batch, work);
 }

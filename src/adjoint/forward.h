@@ -3,65 +3,25 @@
 #include <memory>
 
 #include "eval/forward.h"
+#include "model/params.h"
+#include "model/transposed_weights.h"
 
-// The backward sweep, forward() read from the bottom. With Hbar' the adjoint of a layer's output, every layer is
+// The backward sweep, forward() read from the bottom. With Abar the adjoint of a layer's output, every layer is
 //
-//     Zbar = adj_act(Z, Hbar')        of (2)
+//     Zbar = adj_act(Z, Abar)         of (2)
 //     gb   = colsum(Zbar)             of (1)
 //     gW   = H^T Zbar                 of (1)
-//     Hbar = Zbar W^T                 of (1); not formed for the first step, whose input is a constant
+//     Hbar = Zbar W^T                 of (1), the Abar of the layer before; not formed for the first step, whose input is
+//                                     a constant
 //
 // The adjoint of C falls into nmult column blocks, one a pass. A pass's output also feeds the next pass, so its adjoint
 // is its block plus the Hbar that the next pass handed down; and the gradients of the hidden layers add up over passes.
 
 namespace VEMKN {
 
-// a += b, layer by layer.
-template <class Matrix, class Vector, class Scalar>
-void do_add(NNTemplate<Matrix, Vector, Scalar>& a, const NNTemplate<Matrix, Vector, Scalar>& b)
-{
-    for (std::size_t i = 0; i < b.weights.size(); ++i) {
-        do_add(a.weights[i], b.weights[i]);
-        do_add(a.biases[i], b.biases[i]);
-    }
-}
-
-// The transposed weight matrices, copied once for all slices of a call and shared by its threads: Zbar W^T is then a
-// product of two factors as they stand, which the small-product kernels of BLAS are made for (docs/performance.md).
+// What a sweep works in, reused from slice to slice; no two layers share a matrix.
 template <class Model>
-class TransposedWeights {
-public:
-    // None of them: a single slice is not worth the copies.
-    TransposedWeights() = default;
-
-    explicit TransposedWeights(const Model& net) : transposed_(net.weights.size())
-    {
-        // With one pass nothing is passed down from the first layer.
-        for (std::size_t i = net.nmult == 1 ? 1 : 0; i < net.weights.size(); ++i) {
-            transpose(net.weights[i], transposed_[i]);
-        }
-    }
-
-    // Hbar = Zbar W^T for layer i.
-    void pass_down(const Model& net,
-                   std::size_t i,
-                   const typename Model::Adjoint& Zbar,
-                   typename Model::Adjoint& Hbar) const
-    {
-        if (transposed_.empty()) {
-            do_binmult(Hbar, Zbar, transposed(net.weights[i]));
-        } else {
-            do_mult(Zbar, transposed_[i], Hbar);
-        }
-    }
-
-private:
-    std::vector<typename Model::Matrix> transposed_;
-};
-
-// Working storage of a sweep, reused from slice to slice; no two layers share a matrix.
-template <class Model>
-struct Sweep {
+struct SweepWorkspace {
     struct Layer {
         // Adjoint of the layer's input, of C for the output layer; the Zbar of the layer before overwrites it.
         typename Model::Adjoint Hbar;
@@ -76,17 +36,17 @@ struct Sweep {
     std::vector<Layer> layers;
     typename Model::Adjoint output_Zbar;
     typename Model::Adjoint pass_Hbar;  // with more than one pass: adjoint of a pass's output
-    typename Model::Kept panel;         // rows of a product on their way into a sum
+    typename Model::Saved panel;        // rows of a product on their way into a sum
     // With more than one pass: the gradient of a slice.
     std::unique_ptr<typename Model::Gradient> slice_grad;
 };
 
 // Gradients of one layer from its input and Zbar; overwritten or added to.
-template <class Model, class Input>
+template <NetworkModel Model, class Input>
 void adj_layer(const Input& H,
                const typename Model::Adjoint& Zbar,
                Into into,
-               Sweep<Model>& work,
+               SweepWorkspace<Model>& work,
                typename Model::AdjointVector& slice_gb,
                typename Model::Adjoint& gW,
                typename Model::AdjointVector& gb)
@@ -101,23 +61,23 @@ void adj_layer(const Input& H,
     }
 }
 
-// Gradient of every weight and bias, from a tape that forward() filled and the adjoint Obar of the outputs. Every entry
-// of grad is overwritten, or added to. The tape is only read: several sweeps may share it.
+// Gradient of every weight and bias, from a cache that forward() filled and the adjoint Obar of the outputs. Every entry
+// of grad is overwritten, or added to. The cache is only read: several sweeps may share it.
 //
 // To add, the gradient of a layer is formed first and then added, while it is in cache. With several passes a layer's
 // gradient is a sum itself, formed apart.
-template <class Model>
+template <NetworkModel Model>
 void backward(const Model& net,
               const TransposedWeights<Model>& transposes,
-              const Tape<typename Model::Matrix>& tape,
+              const ForwardCache<typename Model::Matrix>& cache,
               const typename Model::Adjoint& Obar,
-              Sweep<Model>& work,
+              SweepWorkspace<Model>& work,
               typename Model::Gradient& grad,
               Into into)
 {
     if (into == Into::add && net.nmult > 1) {
         if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
-        backward(net, transposes, tape, Obar, work, *work.slice_grad, Into::overwrite);
+        backward(net, transposes, cache, Obar, work, *work.slice_grad, Into::overwrite);
         do_add(grad, *work.slice_grad);
         return;
     }
@@ -125,19 +85,19 @@ void backward(const Model& net,
     std::size_t step = net.nmult * hidden;
     work.set_layers(hidden + 1);
 
-    // The layer i that ran as this step, from the adjoint of its output. Zbar may be Hbar.
-    const auto sweep_layer = [&](std::size_t i, const auto& Hbar, auto& Zbar, Into layer_into) {
+    // The layer i that ran as this step, from the adjoint of its output. Zbar may be Abar.
+    const auto sweep_layer = [&](std::size_t i, const auto& Abar, auto& Zbar, Into layer_into) {
         const auto gradients = [&](const auto& H) {
             auto& slice_gb = work.layers[i].gb;
             adj_layer(H, Zbar, layer_into, work, slice_gb, grad.weights[i], grad.biases[i]);
         };
-        net.activation.adjoint(tape.Z(step), tape.kept(step), Hbar, Zbar);
+        net.activation.adjoint(cache.Z(step), cache.saved(step), Abar, Zbar);
         if (i == hidden && net.nmult > 1) {
-            gradients(tape.C);
+            gradients(cache.C);
         } else if (step == 0) {
-            gradients(tape.X);
+            gradients(cache.X);
         } else {
-            gradients(tape.H(step));
+            gradients(cache.H(step));
         }
     };
 

@@ -1,51 +1,44 @@
 #pragma once
 
 #include "adjoint/forward.h"
-#include "api/params.h"
 #include "eval/objective.h"
+#include "model/scalar.h"
 
 namespace VEMKN {
 
-// A carrier's value: fad/active.h.
-inline double value_of(double s)
-{
-    return s;
-}
-
-// Whatever a thread needs to differentiate slices; storage is allocated at the first slice and reused.
+// What a thread needs to differentiate slices; storage is allocated at the first slice and reused.
 template <class Model>
-struct AdjointWork {
-    explicit AdjointWork(const TransposedWeights<Model>& of_call) : transposes(&of_call) {}
+struct SliceWorkspace {
+    explicit SliceWorkspace(const TransposedWeights<Model>& of_call) : transposes(&of_call) {}
 
     const TransposedWeights<Model>* transposes;
-    Tape<typename Model::Matrix> tape;
+    ForwardCache<typename Model::Matrix> cache;
     typename Model::Matrix outAdj;
     typename Model::Matrix R;
     typename Model::SValue seed{0.0};
     typename Model::SValue output_seed{0.0};
     typename Model::SValue value{0.0};
-    Sweep<Model> sweep;
+    SweepWorkspace<Model> sweep;
 };
 
 // Objective of one slice and its gradient.
 //   X : rows x nin        Y : rows x nout
-//   seed : adjoint of the objective. Exactly 0.0 means that outAdj comes in as a weighting of the element norms, and
-//          that grad receives the gradient of that weighted sum
+//   seed : adjoint of the objective. Exactly 0.0 means that outAdj comes in as a cotangent of the element norms,
+//          and that grad receives its vector-Jacobian product
 //   outAdj : rows x nout; leaves as the adjoint of the outputs
 //   R : overwritten with the residuals        grad : overwritten or added to        result : in work
-template <class Model>
+template <NetworkModel Model>
 const typename Model::SValue& adj_computev(const Model& net,
                                            const RowsView& X,
                                            const RowsView& Y,
                                            const typename Model::SValue& seed,
                                            typename Model::Matrix& outAdj,
                                            typename Model::Matrix& R,
-                                           AdjointWork<Model>& work,
+                                           SliceWorkspace<Model>& work,
                                            Model& grad,
                                            Into into = Into::overwrite)
 {
-    check_input_width(net, X.cols);
-    std::swap(R, residuals(net, X, Y, work.tape));
+    std::swap(R, residuals(net, X, Y, work.cache));
     mean_norm(net, R, work.value);
     if (value_of(seed) != 0.0) {
         work.output_seed = seed;
@@ -54,13 +47,13 @@ const typename Model::SValue& adj_computev(const Model& net,
     } else {
         net.element_norm.adjoint(R, asVector(outAdj), outAdj);
     }
-    backward(net, *work.transposes, work.tape, outAdj, work.sweep, grad, into);
+    backward(net, *work.transposes, work.cache, outAdj, work.sweep, grad, into);
     return work.value;
 }
 
 // Differentiates slices and adds up their gradients: adj_slice(work, s, share_grad) adds the gradient of slice s and
 // returns the slice's part of the value. Slices are added up by share, shares into grad; returns the sum of the parts.
-template <class Model, class AdjSlice>
+template <NetworkModel Model, class AdjSlice>
 typename Model::SValue adj_slices(const Model& net,
                                   const Slices& slices,
                                   const AdjSlice& adj_slice,
@@ -68,12 +61,12 @@ typename Model::SValue adj_slices(const Model& net,
 {
     using SValue = typename Model::SValue;
     const TransposedWeights<Model> transposes(net);
-    const Shares shares(slices.number(), net.threads);
+    const Shares shares(slices.count(), net.threads);
     SValue total(0.0);
-    if (shares.number() == 1) {
+    if (shares.count() == 1) {
         // A single share needs no gradient of its own.
-        AdjointWork<Model> work(transposes);
-        for (std::size_t s = 0; s < slices.number(); ++s) total += adj_slice(work, s, grad);
+        SliceWorkspace<Model> work(transposes);
+        for (std::size_t s = 0; s < slices.count(); ++s) total += adj_slice(work, s, grad);
         return total;
     }
 
@@ -83,7 +76,7 @@ typename Model::SValue adj_slices(const Model& net,
         {
         }
 
-        AdjointWork<Model> work;
+        SliceWorkspace<Model> work;
         Model share_grad;
         SValue sum{0.0};
     };
@@ -109,7 +102,7 @@ typename Model::SValue adj_slices(const Model& net,
 // Objective of a batch and its gradient times seed.
 //   X, Y : as objv        grad : zeroed by the caller; a batch of one slice overwrites it, several slices are added
 // A slice's objective is a mean over its own elements, so its seed is its share of the whole batch's elements.
-template <class Model>
+template <NetworkModel Model>
 typename Model::SValue adj_objv(const Model& net,
                                 const RowsView& X,
                                 const RowsView& Y,
@@ -117,12 +110,10 @@ typename Model::SValue adj_objv(const Model& net,
                                 Model& grad)
 {
     using SValue = typename Model::SValue;
-    check_input_width(net, X.cols);
-
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
         const TransposedWeights<Model> none;
-        AdjointWork<Model> work(none);
+        SliceWorkspace<Model> work(none);
         set_zero(work.outAdj, Y.rows, Y.cols);
         return adj_computev(net, X, Y, seed, work.outAdj, work.R, work, grad);
     }
@@ -132,7 +123,7 @@ typename Model::SValue adj_objv(const Model& net,
     SValue value = adj_slices(
         net,
         slices,
-        [&](AdjointWork<Model>& work, std::size_t s, Model& share_grad) -> const SValue& {
+        [&](SliceWorkspace<Model>& work, std::size_t s, Model& share_grad) -> const SValue& {
             const RowsView Xs = slices.cut(X, s), Ys = slices.cut(Y, s);
             work.seed = seed;
             work.seed *= static_cast<double>(Ys.rows);

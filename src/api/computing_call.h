@@ -3,19 +3,36 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <initializer_list>
 
-#include "api/buffers.h"
-#include "api/call_frame.h"
+#include "api/batch.h"
 #include "api/handle.h"
+#include "api/results.h"
+#include "api/work_model.h"
+#include "eval/input_width.h"
 #include "model/blas.h"
+#include "runtime/call_frame.h"
 
 namespace VEMKN {
 
+// Runs work(results) in the frame that the handle asks for and gives the return value of the call. 1 says that a quiet
+// handle gave results that are not all finite.
+template <class Work>
+int framed_call(const VEMKNInfo& net, const Work& work)
+{
+    Results results(net.quiet);
+    const auto run = [&] { work(results); };
+    if (!net.quiet) {
+        call_frame(run);
+        return 0;
+    }
+    quiet_frame(run);
+    return results.all_finite() ? 0 : 1;
+}
+
 // A caller's array that enters products, or null.
 struct InputArray {
-    const double* data;
-    std::uint64_t n;
+    const double* data = nullptr;
+    std::uint64_t n = 0;
 
     bool has_infinity() const
     {
@@ -23,12 +40,6 @@ struct InputArray {
                std::any_of(data, data + n, [](double a) { return std::isinf(a); });
     }
 };
-
-// The rows that enter a network. More columns than it takes end the process before a row is looked at.
-inline InputArray input_rows(const VEMKNInfo& net, const double* x, std::uint64_t n, unsigned cols)
-{
-    return {x, cols > net.model.numin ? 0 : n * cols};
-}
 
 // Whether the weights of a call are infinite somewhere: the caller's, or the handle's own ones for a null w.
 inline bool infinite_weights(const VEMKNInfo& net, const double* w)
@@ -41,33 +52,46 @@ inline bool infinite_weights(const VEMKNInfo& net, const double* w)
     return found;
 }
 
-// The body of every computing entry point: runs work(results) in the frame that the handle asks for and gives the return
-// value of the call. 1 says that a quiet handle gave results that are not all finite.
-template <class Work>
-int computing_call(const VEMKNInfo& net, const Work& work)
+// The scan that decides how a call multiplies: by plain loops (model/blas.h) if an infinity is among what enters products,
+// the weights, the inputs and the tangents or cotangents. Rows of too many columns, which end the process, are not read.
+inline PlainProducts scan_for_infinities(const VEMKNInfo& net,
+                                         const double* w,
+                                         const Batch& batch,
+                                         const InputArray& vectors)
 {
-    Results results(net.quiet);
-    const auto run = [&] { work(results); };
-    if (!net.quiet) {
-        call_frame(run);
-        return 0;
-    }
-    quiet_frame(run);
-    return results.all_finite() ? 0 : 1;
+    const bool too_wide = batch.xcols > net.model.numin;
+    const InputArray inputs{batch.x, too_wide ? 0 : std::uint64_t{batch.rows} * batch.xcols};
+    return PlainProducts(!net.quiet && (infinite_weights(net, w) || vectors.has_infinity() ||
+                                        inputs.has_infinity()));
 }
 
-// The same for a call that multiplies weights and factors.
-template <class Work>
+// The body of every entry point that runs the network: work(model, X, Y, results) with the model to compute with that
+// make_model() gives, the caller's rows, and what takes the results.
+//   vectors : the tangents or cotangents that the call multiplies by, if any
+// More input columns than the network takes end the process here.
+template <class MakeModel, class Work>
 int computing_call(const VEMKNInfo& net,
                    const double* w,
-                   std::initializer_list<InputArray> factors,
+                   const Batch& batch,
+                   const InputArray& vectors,
+                   const MakeModel& make_model,
                    const Work& work)
 {
-    const auto infinite = [](const InputArray& array) { return array.has_infinity(); };
-    const PlainProducts plain(
-        !net.quiet &&
-        (infinite_weights(net, w) || std::any_of(factors.begin(), factors.end(), infinite)));
-    return computing_call(net, work);
+    const PlainProducts products = scan_for_infinities(net, w, batch, vectors);
+    return framed_call(net, [&](Results& results) {
+        stop_if_too_wide(net.model, batch.xcols);
+        const auto model = make_model();
+        const InputRows X = batch.inputs(), Y = batch.targets();
+        work(model, X, Y, results);
+    });
+}
+
+// The same with a model of doubles at the caller's weights.
+template <class Work>
+int computing_call(const VEMKNInfo& net, const double* w, const Batch& batch, const Work& work)
+{
+    return computing_call(
+        net, w, batch, {}, [&] { return with_weights<WorkModel>(net, w); }, work);
 }
 
 }  // namespace VEMKN

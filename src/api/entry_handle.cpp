@@ -3,7 +3,8 @@
 #include <memory>
 
 #include "api/handle.h"
-#include "model/mknn.h"
+#include "fad/tangent_counts.h"
+#include "network/mknn.h"
 
 int vemkn_rowmajor = 0;
 
@@ -14,7 +15,7 @@ using namespace VEMKN;
     // A negative length becomes a size that no string can have, and throws.
     const std::string description(text, static_cast<std::size_t>(length));
     auto net = std::make_unique<VEMKN::VEMKNInfo>();
-    const yafad::DirectionLock lock{yafad::DirectionLock::Creation()};
+    const yafad::TangentLock lock{yafad::TangentLock::Creation()};
     net->model = mknn<DoubleModel>(description);
     net->derivative_model = mknn<CarrierModel>(description);
     vemk_setpar(net.get(), static_cast<unsigned>(omp_get_num_threads()), 32);

@@ -1,7 +1,6 @@
-#include "api/buffers.h"
 #include "api/handle.h"
-#include "api/messages.h"
 #include "api/refusals.h"
+#include "model/params.h"
 
 using namespace VEMKN;
 
@@ -64,21 +63,20 @@ int vemk_bias(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length
 
 int vemk_setweights(::VEMKNInfo* net, const double* w, unsigned n)
 {
-    const Refusal refusal("vemk_setweights", net);
-    if (refusal.null_handle() || refusal.weight_count(n, "n")) return REFUSED;
-    setweights(net->model, input_vector(w, n));
+    if (const auto why = no_handle(net)) return refuse("vemk_setweights", why);
+    if (const auto why = wrong_weight_count(net, n, "n")) return refuse("vemk_setweights", why);
+    if (w == nullptr) {
+        setweights0(net->model);
+    } else {
+        setweights(net->model, w);
+    }
     return 0;
 }
 
 int vemk_getweights(::VEMKNInfo* net, double* w, unsigned n)
 {
     if (net == nullptr || (w == nullptr && n > 0)) return -1;
-    const std::uint64_t stored = numel(net->model);
-    if (n > stored) {
-        write_error(message(
-            "vemk_getweights: refused: n is ", n, ", the network has ", stored, " parameters\n"));
-        return REFUSED;
-    }
+    if (n > numel(net->model)) return refuse("vemk_getweights", wrong_weight_count(net, n, "n"));
     const std::valarray<double> flat = getweights(net->model);
     std::copy_n(std::begin(flat), n, w);
     return 0;

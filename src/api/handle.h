@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "fad/ad.h"
+#include "fad/elementary/model.h"
 #include "model/model.h"
 #include "vemkn.h"
 

@@ -1,78 +1,103 @@
 #include "api/refusals.h"
 
-#include "api/messages.h"
-#include "api/params.h"
+#include "model/params.h"
+#include "runtime/messages.h"
 
 namespace VEMKN {
 
-template <class... Parts>
-bool Refusal::refuse(const Parts&... parts) const
+namespace {
+
+// The network runs: layers that fit each other, and weights and targets that fit the network.
+Reason unfit_counts(const VEMKNInfo* net, std::optional<unsigned> nw, const Batch& batch)
 {
-    write_error(message(entry_, ": refused: ", parts..., "\n"));
-    return true;
+    if (nw) {
+        if (Reason why = wrong_weight_count(net, *nw)) return why;
+    }
+    const unsigned numout = net->model.numout;
+    if (batch.ycols != numout) {
+        return message(
+            "the targets have ", batch.ycols, " columns, the network ", numout, " outputs");
+    }
+    return too_many("residuals", batch.rows, batch.ycols);
 }
 
-bool Refusal::null_handle() const
+}  // namespace
+
+Reason no_handle(const VEMKNInfo* net)
 {
-    return net_ == nullptr && refuse("the handle is null");
+    if (net != nullptr) return {};
+    return "the handle is null";
 }
 
-bool Refusal::network() const
+Reason unusable_network(const VEMKNInfo* net)
 {
-    if (null_handle()) return true;
-    const DoubleModel& m = net_->model;
+    if (Reason why = no_handle(net)) return why;
+    const DoubleModel& m = net->model;
     if (m.weights.size() < 2) {
-        return refuse("the network has ", m.weights.size(), " layers, needs at least 2");
+        return message("the network has ", m.weights.size(), " layers, needs at least 2");
     }
     const std::size_t first = m.weights.front().rows();
     const std::size_t last_hidden = m.biases[m.biases.size() - 2].size();
-    return m.nmult > 1 && last_hidden != first &&
-           refuse("nmult is ",
-                  m.nmult,
-                  " and the last hidden width ",
-                  last_hidden,
-                  " differs from the first size ",
-                  first);
+    if (m.nmult == 1 || last_hidden == first) return {};
+    return message("nmult is ",
+                   m.nmult,
+                   " and the last hidden width ",
+                   last_hidden,
+                   " differs from the first size ",
+                   first);
 }
 
-bool Refusal::norm() const
+Reason no_norm(const VEMKNInfo* net)
 {
-    return !net_->model.summing_norm.is_set() &&
-           refuse("the network has no norm, its norm name is \"", net_->model.norm_name, "\"");
+    if (net->model.summing_norm.is_set()) return {};
+    return message("the network has no norm, its norm name is \"", net->model.norm_name, "\"");
 }
 
-bool Refusal::weight_count(unsigned nw, const char* name) const
+Reason wrong_weight_count(const VEMKNInfo* net, unsigned nw, const char* name)
 {
-    const std::uint64_t needed = numel(net_->model);
-    return nw != needed && refuse(name, " is ", nw, ", the network has ", needed, " parameters");
+    const std::uint64_t needed = numel(net->model);
+    if (nw == needed) return {};
+    return message(name, " is ", nw, ", the network has ", needed, " parameters");
 }
 
-bool Refusal::residuals(unsigned nrows, unsigned ycols) const
-{
-    const unsigned numout = net_->model.numout;
-    if (ycols != numout) {
-        return refuse("the targets have ", ycols, " columns, the network ", numout, " outputs");
-    }
-    return too_many("residuals", nrows, ycols);
-}
-
-bool Refusal::too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c) const
+Reason too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c)
 {
     constexpr std::uint64_t limit = std::uint64_t{1} << 32;
     const std::uint64_t all = a * b * c;
-    return all >= limit && refuse("the number of ", what, ", ", all, ", is not below ", limit);
+    if (all < limit) return {};
+    return message("the number of ", what, ", ", all, ", is not below ", limit);
 }
 
-bool Refusal::directions(bool row_order, unsigned nw, unsigned nv) const
+Reason wrong_tangents(bool row_order, unsigned nw, unsigned nv)
 {
-    if (too_many("direction values", nw, nv)) return true;
-    return row_order && nv > nw &&
-           refuse("nv is ", nv, ", row order carries nw = ", nw, " directions");
+    if (Reason why = too_many("direction values", nw, nv)) return why;
+    if (!row_order || nv <= nw) return {};
+    return message("nv is ", nv, ", row order carries nw = ", nw, " directions");
 }
 
-bool Refusal::empty_batch(unsigned nrows) const
+Reason empty_batch(const Batch& batch)
 {
-    return nrows == 0 && refuse("the batch has 0 rows, needs at least 1");
+    if (batch.rows != 0) return {};
+    return "the batch has 0 rows, needs at least 1";
+}
+
+Reason unfit_for_residuals(const VEMKNInfo* net, std::optional<unsigned> nw, const Batch& batch)
+{
+    if (Reason why = unusable_network(net)) return why;
+    return unfit_counts(net, nw, batch);
+}
+
+Reason unfit_for_norms(const VEMKNInfo* net, std::optional<unsigned> nw, const Batch& batch)
+{
+    if (Reason why = unusable_network(net)) return why;
+    if (Reason why = no_norm(net)) return why;
+    return unfit_counts(net, nw, batch);
+}
+
+int refuse(const char* entry, const Reason& why)
+{
+    write_error(message(entry, ": refused: ", *why, "\n"));
+    return REFUSED;
 }
 
 }  // namespace VEMKN

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
+#include "api/batch.h"
 #include "api/handle.h"
 
 namespace VEMKN {
@@ -9,44 +12,36 @@ namespace VEMKN {
 // What a refused entry point returns.
 inline constexpr int REFUSED = -1;
 
-// The checks that stand before the call frame. Each returns whether the call is refused, and then has written one line
-// on standard error that names the entry point, what was wrong and both numbers.
-class Refusal {
-public:
-    Refusal(const char* entry, const VEMKNInfo* net) : entry_(entry), net_(net) {}
+// The checks that stand before a call: each finds one reason to refuse it, as the text that is printed, or none. Those of a
+// network want a handle that is not null, but for no_handle and the ones that begin with it.
+using Reason = std::optional<std::string>;
 
-    bool null_handle() const;
-    // A null handle, or a network that cannot be evaluated.
-    bool network() const;
-    // A norm name that the description left unknown.
-    bool norm() const;
+Reason no_handle(const VEMKNInfo* net);
+// No handle, or a network that cannot be evaluated.
+Reason unusable_network(const VEMKNInfo* net);
+// A norm name that the description left unknown.
+Reason no_norm(const VEMKNInfo* net);
+// nw (or n, as the entry point calls it) other than the number of parameters.
+Reason wrong_weight_count(const VEMKNInfo* net, unsigned nw, const char* name = "nw");
+// A product of 32-bit counts that is 2^32 or more; of three only where that of the first two is known not to be.
+Reason too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c = 1);
+// Too many tangent values, or more tangents than row order carries.
+Reason wrong_tangents(bool row_order, unsigned nw, unsigned nv);
+// A mean over nothing.
+Reason empty_batch(const Batch& batch);
 
-    bool normed_network() const { return network() || norm(); }
+// How many weights a call hands over, which nobody asks where it hands over none.
+inline std::optional<unsigned> count_of(const double* w, unsigned nw)
+{
+    return w == nullptr ? std::nullopt : std::optional(nw);
+}
 
-    // nw (or n, as the entry point calls it) against the number of parameters.
-    bool weight_count(unsigned nw, const char* name = "nw") const;
+// What every call on a batch with targets is refused for: an unusable network, a wrong number of weights where it counts,
+// a wrong number of target columns, too many residuals. And the same for a call that uses the norm.
+Reason unfit_for_residuals(const VEMKNInfo* net, std::optional<unsigned> nw, const Batch& batch);
+Reason unfit_for_norms(const VEMKNInfo* net, std::optional<unsigned> nw, const Batch& batch);
 
-    // The same, where a null w leaves nw without meaning.
-    bool weight_count(const double* w, unsigned nw) const
-    {
-        return w != nullptr && weight_count(nw);
-    }
-
-    // The number of target columns against the number of outputs, and the number of residuals.
-    bool residuals(unsigned nrows, unsigned ycols) const;
-    // A product of 32-bit counts that must stay below 2^32; of three only where that of the first two is known to.
-    bool too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c = 1) const;
-    // The number of direction values, and more directions than the tangents of row order.
-    bool directions(bool row_order, unsigned nw, unsigned nv) const;
-    // A mean over nothing.
-    bool empty_batch(unsigned nrows) const;
-
-private:
-    template <class... Parts>
-    bool refuse(const Parts&... parts) const;
-
-    const char* entry_;
-    const VEMKNInfo* net_;
-};
+// Writes one line on standard error that names the entry point and the reason; returns what the entry point returns.
+int refuse(const char* entry, const Reason& why);
 
 }  // namespace VEMKN

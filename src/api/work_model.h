@@ -1,16 +1,18 @@
 #pragma once
 
 #include "api/handle.h"
-#include "api/params.h"
+#include "fad/linear.h"
+#include "fad/products.h"
 #include "fad/seeding.h"
-#include "model/function_tables.h"
+#include "model/params.h"
+#include "network/function_tables.h"
 
 // The models that calls compute with: the networks of a handle over aligned arrays. Every call makes its own.
 
 namespace VEMKN {
 
 using WorkModel = NNTemplate<WorkMatrix, AlignedArray, double>;
-using ManySweepsModel = NNTemplate<WorkMatrix, AlignedArray, double, BlockRow>;
+using CotangentsModel = NNTemplate<WorkMatrix, AlignedArray, double, BlockRow>;
 using CarrierWorkModel = NNTemplate<yafad::Bundle, yafad::Bundle, yafad::FO::Dynamic::Active<1>>;
 
 // The same network over other containers: its functions and numbers, without weights and biases.
@@ -51,7 +53,7 @@ private:
 };
 
 // The network at the caller's weights, over doubles.
-template <class Work = WorkModel>
+template <class Work>
 Work with_weights(const VEMKNInfo& net, const double* w)
 {
     Work model = work_model<Work>(net.model);
@@ -64,7 +66,7 @@ Work with_weights(const VEMKNInfo& net, const double* w)
     return model;
 }
 
-// The same over carriers, each weight with the caller's directions v as derivatives.
+// The same over carriers, each weight with the caller's tangents v as derivatives.
 inline CarrierWorkModel with_tangents(const VEMKNInfo& net,
                                       const yafad::Seeding& seeding,
                                       const double* w,
@@ -73,8 +75,8 @@ inline CarrierWorkModel with_tangents(const VEMKNInfo& net,
     CarrierWorkModel model = work_model<CarrierWorkModel>(net.derivative_model);
     for (std::size_t i = 0; i < model.weights.size(); ++i) {
         const yafad::MatrixCarrier& W = net.derivative_model.weights[i];
-        model.weights[i].set_shape(W.rows(), W.cols(), seeding.directions());
-        model.biases[i].set_shape(1, W.cols(), seeding.directions());
+        model.weights[i].set_shape(W.rows(), W.cols(), seeding.tangents());
+        model.biases[i].set_shape(1, W.cols(), seeding.tangents());
     }
     const Weights weights(net, w);
     for_each_parameter(model, [&](yafad::Bundle& part, std::size_t first) {

@@ -1,88 +1,31 @@
 #pragma once
 
-#include "eval/element_loops.h"
+#include <tuple>
 
-// The activations, over any matrix type. Each takes the pre-activation x and overwrites y with the result, in the shape of
-// x; what its adjoint needs besides x goes into kept. y may be x; then no adjoint can follow, and nothing is kept. `apply`
-// is what a matrix type provides: the loops of eval/element_loops.h for doubles, their counterpart in fad/activations.h
-// for carriers.
+#include "kernels/element_functions.h"
 
 namespace VEMKN {
 
-// y = x
-template <class Matrix>
-void id(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
-{
-    apply<Id>(x, y, kept);
-}
+// A word of a description text and the element function that it stands for.
+template <class F>
+struct ActivationWord {
+    using Function = F;
 
-// y = atan(x)
-template <class Matrix>
-void act_atan(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
-{
-    apply<Atan>(x, y, kept);
-}
+    const char* word;
+};
 
-// y = x for x >= 0, else 0
-template <class Matrix>
-void act_relu(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
-{
-    apply<Relu>(x, y, kept);
-}
-
-// y = log(1 + e^x)
-template <class Matrix>
-void softplus(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
-{
-    apply<Softplus>(x, y, kept);
-}
-
-// Deliberate: nothing is shifted. A shift of -1 on a copy would be thrown away; the result is softplus to the bit.
-template <class Matrix>
-void softplus_shifted(const Matrix& x, Matrix& y, Kept<Matrix>& kept)
-{
-    softplus(x, y, kept);
-}
-
-// The same five, returning the result and keeping nothing.
-
-template <class Matrix>
-Matrix id(const Matrix& x)
-{
-    return x;
-}
-
-template <class Matrix>
-Matrix act_atan(const Matrix& x)
-{
-    Matrix y;
-    Kept<Matrix> kept;
-    act_atan(x, y, kept);
-    return y;
-}
-
-template <class Matrix>
-Matrix act_relu(const Matrix& x)
-{
-    Matrix y;
-    Kept<Matrix> kept;
-    act_relu(x, y, kept);
-    return y;
-}
-
-template <class Matrix>
-Matrix softplus(const Matrix& x)
-{
-    Matrix y;
-    Kept<Matrix> kept;
-    softplus(x, y, kept);
-    return y;
-}
-
-template <class Matrix>
-Matrix softplus_shifted(const Matrix& x)
-{
-    return softplus(x);
-}
+// The activations, in the order in which a description's word is compared with them. Function tables and the words that
+// vemk_activations lists follow from this list. Deliberate: any other word is the first of them, without a message;
+// "softmax" does not normalise, and "softplus_shifted" shifts nothing.
+// clang-format off
+inline constexpr std::tuple ACTIVATIONS{
+    ActivationWord<Softplus>{"softplus"},          // y = log(1 + e^x)
+    ActivationWord<Softplus>{"softmax"},           // y = log(1 + e^x)
+    ActivationWord<Softplus>{"softplus_shifted"},  // y = log(1 + e^x)
+    ActivationWord<Atan>{"atan"},                  // y = atan(x)
+    ActivationWord<Relu>{"relu"},                  // y = max(x, 0)
+    ActivationWord<Id>{"id"},                      // y = x
+};
+// clang-format on
 
 }  // namespace VEMKN

@@ -5,78 +5,78 @@
 #include "kernels/kernels.h"
 #include "model/matrix.h"
 
-// Element functions over whole arrays, block by block: what one loop leaves to the next stays in cache, and what only
+// Element functions over whole arrays, strip by strip: what one loop leaves to the next stays in cache, and what only
 // these loops need stays on the stack.
 
 namespace VEMKN {
 
-inline constexpr std::size_t BLOCK = 512;
+inline constexpr std::size_t STRIP = 512;
 
-// A block of intermediates.
-struct Block {
-    alignas(64) double data[BLOCK];
+// Room for what is computed between two loops over a strip.
+struct Strip {
+    alignas(64) double data[STRIP];
 };
 
-// body(at, n) for every block: n elements from element `at`.
+// body(at, n) for every strip: n elements from element `at`.
 template <class Body>
-void for_each_block(std::size_t elements, const Body& body)
+void for_each_strip(std::size_t elements, const Body& body)
 {
-    for (std::size_t at = 0; at < elements; at += BLOCK) body(at, std::min(BLOCK, elements - at));
+    for (std::size_t at = 0; at < elements; at += STRIP) body(at, std::min(STRIP, elements - at));
 }
 
-// t of n elements: computed into room, or x itself where F has no inner function.
+// What F saves of n elements, computed into room; x itself where it saves nothing.
 template <class F>
-const double* inner_of(const double* x, double* room, std::size_t n)
+const double* saved_of(const double* x, double* room, std::size_t n)
 {
-    if constexpr (F::HAS_INNER) {
-        element_kernels<F>().inner(x, room, n);
+    if constexpr (F::SAVES) {
+        element_kernels<F>().saved(x, room, n);
         return room;
     } else {
         return x;
     }
 }
 
-// y = F(x); y may be x, and then no sweep follows and nothing is kept. Else kept = t, where F has an inner function.
+// y = F(x), and into saved what the sweep needs. y may be x; then no sweep follows, and nothing is saved.
 template <class F, class Store>
-void apply(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& y, DoubleMatrix<Store>& kept)
+void apply(const DoubleMatrix<Store>& x, DoubleMatrix<Store>& y, DoubleMatrix<Store>& saved)
 {
-    const bool keep = F::HAS_INNER && &x != &y;
+    const bool save = F::SAVES && &x != &y;
     take_shape(x, y);
-    if (keep) take_shape(x, kept);
-    Block room;
-    for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        double* const to = keep ? kept.data() + at : room.data;
-        const double* const t = inner_of<F>(x.data() + at, to, n);
-        element_kernels<F>().value(x.data() + at, t, y.data() + at, n);
+    if (save) take_shape(x, saved);
+    Strip room;
+    for_each_strip(x.size(), [&](std::size_t at, std::size_t n) {
+        double* const to = save ? saved.data() + at : room.data;
+        const double* const of_strip = saved_of<F>(x.data() + at, to, n);
+        element_kernels<F>().value(x.data() + at, of_strip, y.data() + at, n);
     });
 }
 
-// What the loops of a sweep take for t: what was kept, or the values themselves.
+// What the loops of a sweep take for `saved`: what the forward pass saved, or the values themselves.
 template <class F, class Store>
-const double* kept_of(const DoubleMatrix<Store>& x, const DoubleMatrix<Store>& kept)
+const double* saved_or_x(const DoubleMatrix<Store>& x, const DoubleMatrix<Store>& saved)
 {
-    return F::HAS_INNER ? kept.data() : x.data();
+    return F::SAVES ? saved.data() : x.data();
 }
 
-// xbar from ybar and what the forward pass kept; xbar may be ybar.
+// xbar from ybar and what the forward pass saved; xbar may be ybar.
 template <class F, class Store>
 void adj_apply(const DoubleMatrix<Store>& x,
-               const DoubleMatrix<Store>& kept,
+               const DoubleMatrix<Store>& saved,
                const DoubleMatrix<Store>& ybar,
                DoubleMatrix<Store>& xbar)
 {
     take_shape(x, xbar);
-    element_kernels<F>().pull(x.data(), kept_of<F>(x, kept), ybar.data(), xbar.data(), x.size());
+    element_kernels<F>().vjp(x.data(), saved_or_x<F>(x, saved), ybar.data(), xbar.data(), x.size());
 }
 
 // v = F(x), element by element of a vector or a matrix; v has their number already.
 template <class F, class T, class Array>
 void apply_to(const T& x, Array& v)
 {
-    Block room;
-    for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = inner_of<F>(elements(x) + at, room.data, n);
-        element_kernels<F>().value(elements(x) + at, t, elements(v) + at, n);
+    Strip room;
+    for_each_strip(x.size(), [&](std::size_t at, std::size_t n) {
+        const double* const saved = saved_of<F>(elements(x) + at, room.data, n);
+        element_kernels<F>().value(elements(x) + at, saved, elements(v) + at, n);
     });
 }
 
@@ -88,7 +88,7 @@ inline double empty_sum(std::size_t terms)
 }
 
 // s += terms, from the first to the last.
-inline void add_up(const Block& terms, std::size_t n, double& s)
+inline void add_up(const Strip& terms, std::size_t n, double& s)
 {
     for (std::size_t i = 0; i < n; ++i) s += terms.data[i];
 }
@@ -97,25 +97,25 @@ inline void add_up(const Block& terms, std::size_t n, double& s)
 template <class F, class T>
 void sum_of(const T& x, double& s)
 {
-    Block room, terms;
+    Strip room, terms;
     s = empty_sum(x.size());
-    for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = inner_of<F>(elements(x) + at, room.data, n);
-        element_kernels<F>().value(elements(x) + at, t, terms.data, n);
+    for_each_strip(x.size(), [&](std::size_t at, std::size_t n) {
+        const double* const saved = saved_of<F>(elements(x) + at, room.data, n);
+        element_kernels<F>().value(elements(x) + at, saved, terms.data, n);
         add_up(terms, n, s);
     });
 }
 
-// xbar from ybar(at), the adjoints of the results from element `at` on, with nothing kept. xbar takes the shape of x and
+// xbar from ybar(at), the adjoints of the results from element `at` on, with nothing saved. xbar takes the shape of x and
 // may hold those adjoints.
 template <class F, class T, class Adjoint>
 void adj_apply_to(const T& x, const Adjoint& ybar, T& xbar)
 {
     take_shape(x, xbar);
-    Block room;
-    for_each_block(x.size(), [&](std::size_t at, std::size_t n) {
-        const double* const t = inner_of<F>(elements(x) + at, room.data, n);
-        element_kernels<F>().pull(elements(x) + at, t, ybar(at), elements(xbar) + at, n);
+    Strip room;
+    for_each_strip(x.size(), [&](std::size_t at, std::size_t n) {
+        const double* const saved = saved_of<F>(elements(x) + at, room.data, n);
+        element_kernels<F>().vjp(elements(x) + at, saved, ybar(at), elements(xbar) + at, n);
     });
 }
 
@@ -132,8 +132,8 @@ void adj_apply_each(const T& x, const Array& ybar, T& xbar)
 template <class F, class T>
 void adj_apply_same(const T& x, double ybar, T& xbar)
 {
-    Block same;
-    std::fill_n(same.data, std::min(x.size(), BLOCK), ybar);
+    Strip same;
+    std::fill_n(same.data, std::min(x.size(), STRIP), ybar);
     adj_apply_to<F>(
         x, [&](std::size_t) { return same.data; }, xbar);
 }

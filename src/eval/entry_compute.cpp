@@ -1,7 +1,6 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
-#include "api/work_model.h"
-#include "eval/objective.h"
+#include "eval/forward.h"
 
 using namespace VEMKN;
 
@@ -14,17 +13,17 @@ int vemk_compute(::VEMKNInfo* net,
                  uint64_t,
                  double* out)
 {
-    const Refusal refusal("vemk_compute", net);
-    if (refusal.network() || refusal.weight_count(w, nw) ||
-        refusal.too_many("results", nrows, net->model.numout)) {
-        return REFUSED;
+    constexpr const char* NAME = "vemk_compute";
+    const Batch batch{x, nullptr, nrows, ncols, 0};
+    if (const auto why = unusable_network(net)) return refuse(NAME, why);
+    if (w != nullptr) {
+        if (const auto why = wrong_weight_count(net, nw)) return refuse(NAME, why);
     }
-    const auto factors = {input_rows(*net, x, nrows, ncols)};
-    return computing_call(*net, w, factors, [&](Results& results) {
-        const WorkModel model = with_weights(*net, w);
-        const InputRows X = network_input(model, x, nrows, ncols);
+    if (const auto why = too_many("results", nrows, net->model.numout)) return refuse(NAME, why);
+    const auto work = [&](const auto& model, const RowsView& X, const RowsView&, Results& results) {
         results.write(out, computev(model, X));
-    });
+    };
+    return computing_call(*net, w, batch, work);
 }
 
 int vemk_residual(::VEMKNInfo* net,
@@ -37,17 +36,15 @@ int vemk_residual(::VEMKNInfo* net,
                   unsigned ycols,
                   double* out)
 {
-    const Refusal refusal("vemk_residual", net);
-    if (refusal.network() || refusal.weight_count(w, nw) || refusal.residuals(nrows, ycols)) {
-        return REFUSED;
+    const Batch batch{x, y, nrows, xcols, ycols};
+    if (const auto why = unfit_for_residuals(net, count_of(w, nw), batch)) {
+        return refuse("vemk_residual", why);
     }
-    const auto factors = {input_rows(*net, x, nrows, xcols)};
-    return computing_call(*net, w, factors, [&](Results& results) {
-        const WorkModel model = with_weights(*net, w);
-        const InputRows X = network_input(model, x, nrows, xcols);
-        const InputRows Y(y, nrows, ycols);
-        WorkMatrix R = computev(model, X);
-        subtract_rows(R, Y);
-        results.write(out, R);
-    });
+    const auto work =
+        [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
+            WorkMatrix R = computev(model, X);
+            subtract_rows(R, Y);
+            results.write(out, R);
+        };
+    return computing_call(*net, w, batch, work);
 }

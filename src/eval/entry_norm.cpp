@@ -4,28 +4,35 @@
 
 using namespace VEMKN;
 
+namespace {
+
+// A copy of rows x cols numbers, or zeros in place of a null pointer.
+MatrixTemplate<double> input_matrix(const double* data, std::size_t rows, std::size_t cols)
+{
+    if (data == nullptr) return {rows, cols};
+    return {data, rows, cols};
+}
+
+}  // namespace
+
 int vemk_norm(::VEMKNInfo* net, const double* r, unsigned a, unsigned b, double* result)
 {
-    const Refusal refusal("vemk_norm", net);
-    if (refusal.null_handle() || refusal.norm() || refusal.too_many("elements", a, b)) {
-        return REFUSED;
-    }
-    return computing_call(*net, [&](Results& results) {
-        MatrixTemplate<double> R(a, b);
-        R.store() = input_vector(r, R.size());
+    if (const auto why = no_handle(net)) return refuse("vemk_norm", why);
+    if (const auto why = no_norm(net)) return refuse("vemk_norm", why);
+    if (const auto why = too_many("elements", a, b)) return refuse("vemk_norm", why);
+    return framed_call(*net, [&](Results& results) {
+        const MatrixTemplate<double> R = input_matrix(r, a, b);
         results.write(result, R.size() == 0 ? 0.0 : mean_norm(net->model, R));
     });
 }
 
 int vemk_logp(::VEMKNInfo* net, const double* x, unsigned n, double* out)
 {
-    const Refusal refusal("vemk_logp", net);
-    if (refusal.null_handle() || refusal.norm()) return REFUSED;
-    return computing_call(*net, [&](Results& results) {
-        MatrixTemplate<double> R(n, 1);
-        R.store() = input_vector(x, n);
+    if (const auto why = no_handle(net)) return refuse("vemk_logp", why);
+    if (const auto why = no_norm(net)) return refuse("vemk_logp", why);
+    return framed_call(*net, [&](Results& results) {
         std::valarray<double> values(n);
-        net->model.element_norm.forward(R, values);
+        net->model.element_norm.forward(input_matrix(x, n, 1), values);
         results.write(out, values);
     });
 }

@@ -1,6 +1,5 @@
 #include "api/computing_call.h"
 #include "api/refusals.h"
-#include "api/work_model.h"
 #include "eval/objective.h"
 
 using namespace VEMKN;
@@ -15,18 +14,15 @@ int vemk_obj(::VEMKNInfo* net,
              unsigned nout,
              double* result)
 {
-    const Refusal refusal("vemk_obj", net);
-    if (refusal.normed_network() || refusal.weight_count(w, nw) || refusal.residuals(n, nout) ||
-        refusal.empty_batch(n)) {
-        return REFUSED;
-    }
-    const auto factors = {input_rows(*net, x, n, nin)};
-    return computing_call(*net, w, factors, [&](Results& results) {
-        const WorkModel model = with_weights(*net, w);
-        const InputRows X = network_input(model, x, n, nin);
-        const InputRows Y(y, n, nout);
-        results.write(result, objv(model, X, Y));
-    });
+    const Batch batch{x, y, n, nin, nout};
+    if (const auto why = unfit_for_norms(net, count_of(w, nw), batch))
+        return refuse("vemk_obj", why);
+    if (const auto why = empty_batch(batch)) return refuse("vemk_obj", why);
+    const auto work =
+        [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
+            results.write(result, objv(model, X, Y));
+        };
+    return computing_call(*net, w, batch, work);
 }
 
 int vemk_objv(::VEMKNInfo* net,
@@ -39,20 +35,17 @@ int vemk_objv(::VEMKNInfo* net,
               unsigned nout,
               double* out)
 {
-    const Refusal refusal("vemk_objv", net);
-    if (refusal.normed_network() || refusal.weight_count(w, nw) || refusal.residuals(n, nout)) {
-        return REFUSED;
-    }
-    const auto factors = {input_rows(*net, x, n, nin)};
-    return computing_call(*net, w, factors, [&](Results& results) {
-        const WorkModel model = with_weights(*net, w);
-        const InputRows X = network_input(model, x, n, nin);
-        const InputRows Y(y, n, nout);
-        AlignedArray values;
-        values.set_size(std::size_t{n} * nout);
-        element_norms(model, X, Y, [&](const AlignedArray& part, std::size_t first) {
-            put_elements(values, first, part);
-        });
-        results.write(out, values);
-    });
+    const Batch batch{x, y, n, nin, nout};
+    if (const auto why = unfit_for_norms(net, count_of(w, nw), batch))
+        return refuse("vemk_objv", why);
+    const auto work =
+        [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
+            AlignedArray values;
+            values.set_size(batch.elements());
+            element_norms(model, X, Y, [&](const AlignedArray& part, std::size_t first) {
+                put_elements(values, first, part);
+            });
+            results.write(out, values);
+        };
+    return computing_call(*net, w, batch, work);
 }

@@ -3,49 +3,50 @@
 #include <algorithm>
 #include <vector>
 
-#include "eval/input_width.h"
+#include "eval/concepts.h"
+#include "eval/shares.h"
 #include "eval/slices.h"
 #include "model/blas.h"
 #include "model/model.h"
 
-// The forward pass. With H(0) the input rows, padded with zero columns to the height of the first weight matrix, every
-// layer is
+// The forward pass. With H the input rows, padded with zero columns to the height of the first weight matrix, every layer is
 //
 //     Z = H W + b        (1)
-//     H' = act(Z)        (2)
+//     A = act(Z)         (2)
 //
-// the last one too. The hidden layers run nmult times in a chain; the outputs of the passes stand side by side in C,
-// the input of the last layer (with one pass C is that pass's output, and no copy is made).
+// the last one too, and A is the H of the next layer. The hidden layers run nmult times in a chain; the outputs of the
+// passes stand side by side in C, the input of the last layer (with one pass C is that pass's output, and no copy is made).
 
 namespace VEMKN {
 
 // What one run over a slice of rows computes, step by step: a step is one layer of one pass, in the order in which they
-// run. With keep, all of it stays for a backward sweep; rolling, a pass writes over the pass before the last. A tape is
-// reused from slice to slice, and no two layers share a matrix, so that storage is allocated at the first slice only.
+// run. With Memory::whole all of it stays for a backward sweep; with Memory::rolling a pass writes over the pass before the
+// last. A cache is reused from slice to slice, and no two layers share a matrix, so that storage is allocated at the first
+// slice only.
 template <class Matrix>
-class Tape {
+class ForwardCache {
 public:
-    enum class Memory { keep, rolling };
+    enum class Memory { whole, rolling };
 
-    explicit Tape(Memory memory = Memory::keep) : keep_(memory == Memory::keep) {}
+    explicit ForwardCache(Memory memory = Memory::whole) : whole_(memory == Memory::whole) {}
 
-    // Gets the tape ready for `passes` passes through `hidden` hidden layers and the output layer.
+    // Gets the cache ready for `passes` passes through `hidden` hidden layers and the output layer.
     void set_steps(std::size_t hidden, std::size_t passes)
     {
         last_ = hidden * passes;
-        turn_ = hidden * (keep_ ? passes : std::min<std::size_t>(passes, 2));
+        turn_ = hidden * (whole_ ? passes : std::min<std::size_t>(passes, 2));
         if (steps_.size() != turn_ + 1) steps_.resize(turn_ + 1);
     }
 
-    // Pre-activation of a step. A rolling tape has none: the step's output serves as both.
-    Matrix& Z(std::size_t step, Matrix& output) { return keep_ ? at(step).Z : output; }
+    // Pre-activation of a step. A rolling cache has none: the step's output serves as both.
+    Matrix& Z(std::size_t step, Matrix& output) { return whole_ ? at(step).Z : output; }
 
     const Matrix& Z(std::size_t step) const { return at(step).Z; }
 
-    // What the activation kept for its adjoint.
-    Kept<Matrix>& kept(std::size_t step) { return at(step).kept; }
+    // What the activation saved for its adjoint.
+    Plain<Matrix>& saved(std::size_t step) { return at(step).saved; }
 
-    const Kept<Matrix>& kept(std::size_t step) const { return at(step).kept; }
+    const Plain<Matrix>& saved(std::size_t step) const { return at(step).saved; }
 
     // Input of a step but the first, whose input is X: the output of the hidden step before.
     Matrix& H(std::size_t step) { return at(step - 1).output; }
@@ -72,7 +73,7 @@ public:
 private:
     struct Step {
         Matrix Z;
-        Kept<Matrix> kept;
+        Plain<Matrix> saved;
         Matrix output;
     };
 
@@ -81,86 +82,89 @@ private:
 
     const Step& at(std::size_t step) const { return steps_[step == last_ ? turn_ : step % turn_]; }
 
-    bool keep_;
+    bool whole_;
     std::size_t last_ = 0;
     std::size_t turn_ = 0;
     std::vector<Step> steps_;
-    Kept<Matrix> padding_;
+    Plain<Matrix> padding_;
 };
 
-// (1) and (2) for one layer. Z may be out, but out not the input. Input is a matrix of the model, or rows of constants.
-template <class Model, class Input>
+// (1) and (2) for one layer. Z may be A, but A not the input. Input is a matrix of the model, or rows of constants.
+template <NetworkModel Model, class Input>
 void layer(const Model& net,
            std::size_t i,
            const Input& H,
            typename Model::Matrix& Z,
-           typename Model::Matrix& out,
-           typename Model::Kept& kept)
+           typename Model::Matrix& A,
+           typename Model::Saved& saved)
 {
     do_mult(H, net.weights[i], Z);
     do_binplus(Z, Z, net.biases[i]);
-    net.activation.forward(Z, out, kept);
+    net.activation.forward(Z, A, saved);
 }
 
-// Runs the network over rows and leaves the outputs in tape.O.
-template <class Model>
-void forward(const Model& net, const RowsView& rows, Tape<typename Model::Matrix>& tape)
+// Runs the network over rows and leaves the outputs in cache.O.
+template <NetworkModel Model>
+void forward(const Model& net, const RowsView& rows, ForwardCache<typename Model::Matrix>& cache)
 {
     const std::size_t hidden = net.weights.size() - 1;
-    tape.set_steps(hidden, net.nmult);
-    tape.X = tape.padded(rows, net.weights[0].rows());
+    cache.set_steps(hidden, net.nmult);
+    cache.X = cache.padded(rows, net.weights[0].rows());
 
     std::size_t step = 0;
     const auto run_layer = [&](std::size_t i, const auto& H, typename Model::Matrix& out) {
-        layer(net, i, H, tape.Z(step, out), out, tape.kept(step));
+        layer(net, i, H, cache.Z(step, out), out, cache.saved(step));
     };
     const auto run_next_layer = [&](std::size_t i, typename Model::Matrix& out) {
         if (step == 0) {
-            run_layer(i, tape.X, out);
+            run_layer(i, cache.X, out);
         } else {
-            run_layer(i, tape.H(step), out);
+            run_layer(i, cache.H(step), out);
         }
     };
     for (std::size_t pass = 0; pass < net.nmult; ++pass) {
         for (std::size_t i = 0; i < hidden; ++i) {
-            run_next_layer(i, tape.H(step + 1));
+            run_next_layer(i, cache.H(step + 1));
             ++step;
         }
         if (net.nmult > 1) {
-            const auto& H = tape.H(step);
-            if (pass == 0) shape_columns(tape.C, H, net.nmult);
-            put_columns(tape.C, pass * H.cols(), H);
+            const auto& H = cache.H(step);
+            if (pass == 0) shape_columns(cache.C, H, net.nmult);
+            put_columns(cache.C, pass * H.cols(), H);
         }
     }
     if (net.nmult > 1) {
-        run_layer(hidden, tape.C, tape.O);
+        run_layer(hidden, cache.C, cache.O);
     } else {
-        run_next_layer(hidden, tape.O);
+        run_next_layer(hidden, cache.O);
     }
 }
 
-// Rows that go through together where no slice size is told: their intermediates stay in cache.
-inline constexpr std::int32_t ROWS_IN_CACHE = 64;
-
-// Outputs of the network, one row for each row of X, block by block on the calling thread.
-//   X : rows x ncols, at most numin columns        result : rows x numout
-template <class Model>
+// Outputs of the network, one row for each row of X, chunk by chunk on the calling thread.
+//   X : rows x ncols, of a width that was checked (eval/input_width.h)        result : rows x numout
+template <NetworkModel Model>
 typename Model::Matrix computev(const Model& net, const RowsView& X)
 {
     using Matrix = typename Model::Matrix;
-    check_input_width(net, X.cols);
-    Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);
-    const Slices blocks(X.rows, ROWS_IN_CACHE);
-    if (blocks.single()) {
-        forward(net, X, tape);
-        return std::move(tape.O);
+    using Cache = ForwardCache<Matrix>;
+    const Slices chunks(X.rows, ROWS_OF_A_CHUNK);
+    if (chunks.single()) {
+        Cache cache(Cache::Memory::rolling);
+        forward(net, X, cache);
+        return std::move(cache.O);
     }
     Matrix outputs;
-    for (std::size_t b = 0; b < blocks.number(); ++b) {
-        forward(net, blocks.cut(X, b), tape);
-        if (b == 0) shape_rows(outputs, tape.O, X.rows);
-        put_rows(outputs, blocks.first_row(b), tape.O);
-    }
+    for_each_share(
+        Shares(chunks.count(), 1),
+        1,
+        [] { return Cache(Cache::Memory::rolling); },
+        [](Cache&) {},
+        [&](Cache& cache, std::size_t c) {
+            forward(net, chunks.cut(X, c), cache);
+            if (c == 0) shape_rows(outputs, cache.O, X.rows);
+            put_rows(outputs, chunks.first_row(c), cache.O);
+        },
+        [](const Cache&) {});
     return outputs;
 }
 

@@ -1,21 +1,22 @@
 #pragma once
 
-#include "api/messages.h"
 #include "model/model.h"
+#include "runtime/messages.h"
 
 namespace VEMKN {
 
-// Ends the process when a batch has more columns than the network takes or its first weight matrix has rows. Stands
-// before any team is opened: ending the process from a worker would not be safe.
+// Ends the process when a batch has more columns than the network takes or its first weight matrix has rows. Every call
+// asks once, before any team is opened: ending the process from a worker would not be safe. What runs the network
+// afterwards takes the width for granted.
 template <class Model>
-void check_input_width(const Model& net, std::size_t ncols)
+void stop_if_too_wide(const Model& net, std::size_t cols)
 {
-    const auto refuse = [&](std::size_t limit) {
-        write_error(message("too many predicates: ", ncols, " > ", limit, "\n"));
+    const auto stop_at = [&](std::size_t limit) {
+        write_error(message("too many predicates: ", cols, " > ", limit, "\n"));
         stop("too many predicates");
     };
-    if (net.numin < ncols) refuse(net.numin);
-    if (net.weights[0].rows() < ncols) refuse(net.weights[0].rows());
+    if (net.numin < cols) stop_at(net.numin);
+    if (net.weights[0].rows() < cols) stop_at(net.weights[0].rows());
 }
 
 }  // namespace VEMKN

@@ -8,41 +8,40 @@
 #include <mutex>
 #include <optional>
 
-#include "api/calls.h"
-#include "api/traps.h"
 #include "model/blas.h"
+#include "runtime/calls.h"
+#include "runtime/traps.h"
 
 namespace VEMKN {
 
-// How `count` items (slices of rows, or backward sweeps) are dealt to `threads` threads: in blocks of
-// ceil(count/threads) items, one block a share. Shares depend on these two numbers only, never on how many threads
-// really work, and each has sums of its own that are merged in share order: so the bits of a result do not depend on
-// the team either.
+// How items (slices or chunks of rows, or backward sweeps) are dealt to `threads` threads: ceil(items/threads) neighbours to
+// a share. Shares depend on these two numbers only, never on how many threads really work, and each has sums of its own that
+// are merged in share order: so the bits of a result do not depend on the team either.
 //
 // As many shares as threads may work inside the library keep any team busy; of more, nearly all the time would go into
 // handing the merge from one thread to the next.
 class Shares {
 public:
-    static constexpr unsigned MAX_NUMBER = 64;
+    static constexpr unsigned MOST = 64;
 
-    Shares(std::size_t count, unsigned threads)
-        : count_(count),
-          block_(static_cast<std::size_t>(std::ceil(
-              static_cast<double>(count) / static_cast<double>(std::min(threads, MAX_NUMBER))))),
-          number_(count == 0 ? 0 : static_cast<unsigned>((count + block_ - 1) / block_))
+    Shares(std::size_t items, unsigned threads)
+        : items_(items),
+          of_share_(static_cast<std::size_t>(std::ceil(
+              static_cast<double>(items) / static_cast<double>(std::min(threads, MOST))))),
+          count_(items == 0 ? 0 : static_cast<unsigned>((items + of_share_ - 1) / of_share_))
     {
     }
 
-    unsigned number() const { return number_; }
+    unsigned count() const { return count_; }
 
-    std::size_t begin(unsigned share) const { return share * block_; }
+    std::size_t begin(unsigned share) const { return share * of_share_; }
 
-    std::size_t end(unsigned share) const { return std::min(begin(share) + block_, count_); }
+    std::size_t end(unsigned share) const { return std::min(begin(share) + of_share_, items_); }
 
 private:
-    std::size_t count_;
-    std::size_t block_;
-    unsigned number_;
+    std::size_t items_;
+    std::size_t of_share_;
+    unsigned count_;
 };
 
 // The first exception that leaves a piece of work in a team, handed to the calling thread after the region: an
@@ -70,8 +69,9 @@ private:
     std::exception_ptr first_;
 };
 
-// Runs work(local, item) for every item, and merge(local) once at the end of every share, in share order and never two
-// at a time. make_local() makes what a thread needs for its share; begin(local) resets it at the start of each.
+// The one distributor of work. Runs work(local, item) for every item, and merge(local) once at the end of every share, in
+// share order and never two at a time. make_local() makes what a thread needs for its shares; begin(local) resets it at the
+// start of each.
 template <class MakeLocal, class Begin, class Work, class Merge>
 void for_each_share(const Shares& shares,
                     unsigned threads,
@@ -84,10 +84,10 @@ void for_each_share(const Shares& shares,
         begin(local);
         for (std::size_t i = shares.begin(share); i < shares.end(share); ++i) work(local, i);
     };
-    const TeamPermit team(shares.number(), threads);
+    const TeamPermit team(shares.count(), threads);
     if (team.size() == 1) {
         auto local = make_local();
-        for (unsigned share = 0; share < shares.number(); ++share) {
+        for (unsigned share = 0; share < shares.count(); ++share) {
             run(local, share);
             merge(local);
         }
@@ -106,7 +106,7 @@ void for_each_share(const Shares& shares,
         std::optional<decltype(make_local())> local;
         failure.guard([&] { local.emplace(make_local()); });
 #pragma omp for ordered schedule(static, 1)
-        for (unsigned share = 0; share < shares.number(); ++share) {
+        for (unsigned share = 0; share < shares.count(); ++share) {
             bool done = false;
             if (local) failure.guard([&] { run(*local, share), done = true; });
 #pragma omp ordered

@@ -6,6 +6,9 @@
 
 namespace VEMKN {
 
+// Rows that go through together where no slice size matters: their intermediates stay in cache.
+inline constexpr std::int32_t ROWS_OF_A_CHUNK = 64;
+
 // Rows cut into slices of `batch` rows; the last one holds the remainder.
 class Slices {
 public:
@@ -17,7 +20,7 @@ public:
     // One slice, so nothing is split and no team is opened.
     bool single() const { return batch_ >= rows_; }
 
-    std::size_t number() const { return (rows_ + batch_ - 1) / batch_; }
+    std::size_t count() const { return (rows_ + batch_ - 1) / batch_; }
 
     std::size_t first_row(std::size_t slice) const { return slice * batch_; }
 

@@ -1,6 +1,6 @@
 #include "fad/active.h"
 
-#include "api/messages.h"
+#include "runtime/messages.h"
 
 namespace yafad {
 

@@ -1,8 +1,8 @@
 #include "adjoint/objective.h"
 #include "api/computing_call.h"
 #include "api/refusals.h"
-#include "api/work_model.h"
-#include "jacobian/trace.h"
+#include "fad/tangent_counts.h"
+#include "runtime/trace.h"
 
 using namespace VEMKN;
 
@@ -21,34 +21,31 @@ int vemk_Hv(::VEMKNInfo* net,
             double* hv)
 {
     const bool row_order = vemkn_rowmajor != 0;
-    const Refusal refusal("vemk_Hv", net);
-    if (refusal.normed_network() || refusal.weight_count(nw) || refusal.residuals(n, nout) ||
-        refusal.directions(row_order, nw, nv)) {
-        return REFUSED;
-    }
+    const Batch batch{x, y, n, nin, nout};
+    if (const auto why = unfit_for_norms(net, nw, batch)) return refuse("vemk_Hv", why);
+    if (const auto why = wrong_tangents(row_order, nw, nv)) return refuse("vemk_Hv", why);
     const yafad::Seeding seeding(row_order, nw, nv);
-    const yafad::DirectionLock lock(seeding.directions());
-    const auto factors = {InputArray{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv},
-                          input_rows(*net, x, n, nin)};
-    return computing_call(*net, w, factors, [&](Results& results) {
-        const CarrierWorkModel model = with_tangents(*net, seeding, w, v);
-        const InputRows X = network_input(model, x, n, nin);
-        const InputRows Y(y, n, nout);
-        Trace trace;
-        CarrierWorkModel grad = zeros_like(model);
-        const auto J = adj_objv(model, X, Y, CarrierWorkModel::SValue(1.0), grad);
-        trace.finish();
-        if (Trace::wanted()) trace.print(J.value);
+    const yafad::TangentLock lock(seeding.tangents());
+    const InputArray tangents{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv};
+    const auto make_model = [&] { return with_tangents(*net, seeding, w, v); };
+    const auto work =
+        [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
+            Trace trace;
+            CarrierWorkModel grad = zeros_like(model);
+            const auto J = adj_objv(model, X, Y, CarrierWorkModel::SValue(1.0), grad);
+            trace.finish();
+            if (Trace::wanted()) trace.print(J.value);
 
-        AlignedArray products;
-        products.set_size(std::size_t{nw} * nv);
-        for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
-            seeding.put_derivatives(products.begin(), part, first, nw);
-        });
-        results.write(value, J.value);
-        for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
-            results.write(gradient == nullptr ? gradient : gradient + first, part.value);
-        });
-        results.write(hv, products);
-    });
+            AlignedArray products;
+            products.set_size(std::size_t{nw} * nv);
+            for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
+                seeding.put_derivatives(products.begin(), part, first, nw);
+            });
+            results.write(value, J.value);
+            for_each_parameter(grad, [&](const yafad::Bundle& part, std::size_t first) {
+                results.write(gradient == nullptr ? gradient : gradient + first, part.value);
+            });
+            results.write(hv, products);
+        };
+    return computing_call(*net, w, batch, tangents, make_model, work);
 }

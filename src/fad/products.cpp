@@ -20,11 +20,11 @@ void multiply_derivatives(const Bundle& A, const Bundle& B, Bundle& C)
 // dC_k += (A*0.0)*B, which is zero but where A is not finite. The rows of A follow one another.
 void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C)
 {
-    if (C.directions() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
+    if (C.tangents() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
     WorkMatrix zero(A.data, A.rows, A.cols);
     for (double& entry : zero.store()) entry *= 0.0;
     const Factor dA = A.transposed ? VEMKN::transposed(zero) : Factor(zero);
-    for (std::size_t k = 0; k < C.directions(); ++k) {
+    for (std::size_t k = 0; k < C.tangents(); ++k) {
         product(dA, B, C.derivatives.at(k), C.derivatives.pitch(), Into::add);
     }
 }
@@ -37,7 +37,7 @@ void multiply_by_value(const Factor& A, const Bundle& B, Bundle& C)
 }
 
 // Rows first ... of dA_k^T*B, added to the rows of `to`, where derivatives lie side by side. Where all of it is small, a
-// call costs more than its product, and one call gives all of it in the order (direction, row, column).
+// call costs more than its product, and one call gives all of it in the order (tangent, row, column).
 void add_derivatives_of_left(const BlockRow& dA,
                              const Factor& B,
                              std::size_t first,
@@ -47,20 +47,24 @@ void add_derivatives_of_left(const BlockRow& dA,
 {
     const std::size_t cols = B.cols;
     constexpr std::size_t SMALL = 64;
-    const bool small = rows * cols <= SMALL && rows * cols * dA.number() <= VEMKN::BLOCK;
-    if (small && dA.number() > 1 && rows == dA.cols()) {
-        VEMKN::Block block;
-        product(transposed(dA.side_by_side()), B, block.data);
-        const double* from = block.data;
-        for (std::size_t k = 0; k < dA.number(); ++k) {
+    const bool small = rows * cols <= SMALL && rows * cols * dA.count() <= VEMKN::STRIP;
+    if (small && dA.count() > 1 && rows == dA.cols()) {
+        VEMKN::Strip strip;
+        product(transposed(Factor(dA.side_by_side())), B, strip.data);
+        const double* from = strip.data;
+        for (std::size_t k = 0; k < dA.count(); ++k) {
             for (std::size_t r = 0; r < rows; ++r) {
                 for (std::size_t c = 0; c < cols; ++c) to[r * pitch + k * cols + c] += *from++;
             }
         }
         return;
     }
-    for (std::size_t k = 0; k < dA.number(); ++k) {
-        product(transposed(dA.factor(k)).cut_rows(first, rows), B, to + k * cols, pitch, Into::add);
+    for (std::size_t k = 0; k < dA.count(); ++k) {
+        product(transposed(Factor(dA.factor(k))).cut_rows(first, rows),
+                B,
+                to + k * cols,
+                pitch,
+                Into::add);
     }
 }
 
@@ -133,51 +137,14 @@ void do_binplus(Bundle& C, const Bundle& A, const Bundle& b)
     if (dC.width() == 0) return;
     if (b.size() == C.size()) {
         for (std::size_t r = 0; r < C.rows(); ++r) {
-            for (std::size_t k = 0; k < C.directions(); ++k) {
+            for (std::size_t k = 0; k < C.tangents(); ++k) {
                 VEMKN::kernels().add(b.derivatives.at(k) + r * C.cols(), dC.at(k, r), C.cols());
             }
         }
     } else {
-        VEMKN::kernels().add_to_rows(
-            b.derivatives.data(), dC.data(), dC.rows(), dC.width(), dC.pitch());
+        VEMKN::kernels().add_to_rows(b.derivatives.data(),
+                                     {dC.data(), dC.rows(), dC.width(), dC.pitch()});
     }
-}
-
-namespace {
-
-// C = f of bundles of the carriers.
-template <class Carrier, class F>
-void through_bundles(Carrier& C, const F& f)
-{
-    Bundle c;
-    f(c);
-    unbundle(c, C);
-}
-
-}  // namespace
-
-void do_mult(const MatrixCarrier& A, const MatrixCarrier& B, MatrixCarrier& C)
-{
-    through_bundles(C, [&](Bundle& c) { do_mult(bundle(A), bundle(B), c); });
-}
-
-void do_binmult(MatrixCarrier& C,
-                const MatrixCarrier& A,
-                const TransposedFAD1<MatrixTemplate<double>>& B)
-{
-    through_bundles(C, [&](Bundle& c) { do_binmult(c, bundle(A), transposed(bundle(B.carrier))); });
-}
-
-void do_binmult(MatrixCarrier& C,
-                const TransposedFAD1<MatrixTemplate<double>>& A,
-                const MatrixCarrier& B)
-{
-    through_bundles(C, [&](Bundle& c) { do_binmult(c, transposed(bundle(A.carrier)), bundle(B)); });
-}
-
-void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b)
-{
-    through_bundles(C, [&](Bundle& c) { do_binplus(c, bundle(A), bundle(b)); });
 }
 
 }  // namespace yafad

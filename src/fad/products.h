@@ -2,12 +2,12 @@
 
 #include "fad/bundle.h"
 
-// Products of carriers. The value is the double product; the derivative along direction k is
+// Products of bundles. The value is the double product; the derivative along tangent k is
 //
 //     d(A*B) = dA*B + A*dB.
 //
-// Of bundles the second term is one product for all directions, and so is the first where no gaps lie between rows; of a
-// transposed A it is one for each, unless all are small. A factor that is a constant (rows of a batch) has no tangents,
+// The second term is one product for all tangents, and so is the first where no gaps lie between rows; of a
+// transposed A it is one for each, unless all are small. A factor that is a constant (rows of a batch) has no derivatives,
 // and the product with them is not formed.
 
 namespace yafad {
@@ -51,29 +51,5 @@ void do_binmult_add(Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& roo
 
 // C = A + b by the rule of the double twin, on the value and on every derivative. C may be A.
 void do_binplus(Bundle& C, const Bundle& A, const Bundle& b);
-
-// The same for carriers of separate derivatives.
-
-template <class T>
-struct TransposedFAD1 {
-    const fad1<T>& carrier;
-};
-
-inline TransposedFAD1<MatrixTemplate<double>> transposed(const MatrixCarrier& A)
-{
-    return {A};
-}
-
-void do_mult(const MatrixCarrier& A, const MatrixCarrier& B, MatrixCarrier& C);
-
-void do_binmult(MatrixCarrier& C,
-                const MatrixCarrier& A,
-                const TransposedFAD1<MatrixTemplate<double>>& B);
-
-void do_binmult(MatrixCarrier& C,
-                const TransposedFAD1<MatrixTemplate<double>>& A,
-                const MatrixCarrier& B);
-
-void do_binplus(MatrixCarrier& C, const MatrixCarrier& A, const VectorCarrier& b);
 
 }  // namespace yafad

@@ -6,25 +6,25 @@
 
 namespace yafad {
 
-// How a caller's direction matrix maps onto tangents. Column order (vemkn_rowmajor 0): entry k of direction d at
-// [k*nv + d], and one tangent for each of the nv directions. Row order: at [d*nw + k]. Deliberate: in row order the number
-// of tangents is nw, whatever nv is; the caller passes a square matrix, and directions that are not there count as zero.
+// How a caller's tangents seed carriers. Column order (vemkn_rowmajor 0): entry k of tangent d at [k*nv + d], and nv
+// tangents are carried. Row order: at [d*nw + k]. Deliberate: in row order nw tangents are carried, whatever nv is; the
+// caller passes a square matrix, and tangents that are not there count as zero.
 class Seeding {
 public:
     Seeding(bool row_order, unsigned nw, unsigned nv) : row_order_(row_order), nw_(nw), nv_(nv) {}
 
     // Number of tangents to carry.
-    std::uint64_t directions() const { return row_order_ ? nw_ : nv_; }
+    std::uint64_t tangents() const { return row_order_ ? nw_ : nv_; }
 
-    // Deliberate: a single weight with a single direction is differentiated along 1.0 whatever the caller passed.
+    // Deliberate: a single weight with a single tangent is differentiated along 1.0 whatever the caller passed.
     bool is_identity() const { return nw_ == 1 && nv_ == 1; }
 
-    // part = the weights w[first ...] with the entries of the directions v there as derivatives. Where there are none
-    // (null v, or fewer directions than tangents), those of a constant: the weight times 0.0, which is formed in any case,
+    // part = the weights w[first ...] with the entries of the tangents v there as derivatives. Where there are none
+    // (null v, or fewer of them than are carried), those of a constant: the weight times 0.0, which is formed in any case,
     // so that an infinite weight raises its exception.
     void seed(Bundle& part, std::size_t first, const double* w, const double* v) const
     {
-        const std::size_t cols = part.cols(), n = part.directions();
+        const std::size_t cols = part.cols(), n = part.tangents();
         std::copy_n(w + first, part.size(), part.value.data());
         if (n == 0) return;
         AlignedArray of_constant(part.value.data(), part.size());
@@ -39,7 +39,7 @@ public:
         }
     }
 
-    // The first nv derivatives of part into the caller's order, where whole holds nv directions of n entries and part is
+    // The first nv derivatives of part into the caller's order, where whole holds nv of n entries and part is
     // those from entry `first` on.
     void put_derivatives(double* whole, const Bundle& part, std::size_t first, std::size_t n) const
     {
@@ -54,7 +54,7 @@ public:
     }
 
 private:
-    // Place of entry i of direction d among directions of n entries.
+    // Place of entry i of tangent d among tangents of n entries.
     std::size_t index(std::size_t i, std::size_t d, std::size_t n) const
     {
         return row_order_ ? d * n + i : i * nv_ + d;

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "eval/element_functions.h"
+#include "kernels/element_functions.h"
 
 // Loops over arrays of doubles, compiled once for each instruction set that the library knows, chosen once when it is
 // loaded. Arrays may be the same, but not overlap otherwise. All of them handle n = 0.
@@ -15,47 +15,68 @@ struct SideBySide {
     std::size_t rows, cols, n, step, pitch;
 };
 
-// The loops of one element function; see eval/element_functions.h for what they compute. t is what inner() gave for x, or x
-// itself where there is no inner function, and inner then null.
-struct ElementKernels {
-    void (*inner)(const double* x, double* t, std::size_t n);
-    void (*value)(const double* x, const double* t, double* y, std::size_t n);
-    void (*pull)(const double* x, const double* t, const double* ybar, double* xbar, std::size_t n);
-    // xbar_k = pull(x, t, ybar_k) for every derivative or adjoint k
-    void (*pull_each)(const double* x,
-                      const double* t,
-                      const double* ybar,
-                      double* xbar,
-                      const SideBySide& shape);
+// A vector whose neighbouring elements are `step` apart, and a rows x cols matrix whose rows are `pitch` apart.
+template <class T>
+struct StridedVector {
+    T* data;
+    std::size_t step;
 };
 
-// The further loops of one that is not piecewise linear.
-struct SmoothKernels : ElementKernels {
-    void (*value_slope)(const double* x, const double* t, double* y, double* slope, std::size_t n);
-    void (*pull_slope_bend)(const double* x,
-                            const double* t,
-                            const double* ybar,
-                            double* xbar,
-                            double* slope,
-                            double* bend,
-                            std::size_t n);
-    // dxbar_k = adj_tangent(x, slope, dybar_k, bend, dx_k) for every derivative k
-    void (*adj_tangent)(const double* x,
+template <class T>
+struct StridedMatrix {
+    T* data;
+    std::size_t rows, cols, pitch;
+};
+
+using StridedView = StridedMatrix<const double>;
+
+// The loops of one element function; see kernels/element_functions.h for what they compute. `saved` is what saved() gave for
+// x, or x itself for a function that saves nothing. Null where the function does not have it.
+struct ElementKernels {
+    void (*saved)(const double* x, double* saved, std::size_t n);
+    void (*value)(const double* x, const double* saved, double* y, std::size_t n);
+    void (*vjp)(
+        const double* x, const double* saved, const double* ybar, double* xbar, std::size_t n);
+    // xbar_k = vjp(x, saved, ybar_k) for every derivative or adjoint k
+    void (*vjp_each)(const double* x,
+                     const double* saved,
+                     const double* ybar,
+                     double* xbar,
+                     const SideBySide& shape);
+
+    void (*value_slope)(
+        const double* x, const double* saved, double* y, double* slope, std::size_t n);
+    void (*vjp_terms)(const double* x,
+                      const double* saved,
+                      const double* ybar,
+                      double* xbar,
+                      double* slope,
+                      double* ybar_curvature,
+                      std::size_t n);
+    // dxbar_k = vjp_tangent(x, slope, dybar_k, ybar_curvature, dx_k) for every derivative k
+    void (*vjp_tangent)(const double* x,
                         const double* slope,
-                        const double* bend,
+                        const double* ybar_curvature,
                         const double* dybar,
                         const double* dx,
                         double* dxbar,
                         const SideBySide& shape);
 };
 
+template <class F>
+struct KernelsOf : ElementKernels {
+};
+
+template <class List>
+struct ElementTable;
+
+template <class... F>
+struct ElementTable<FunctionList<F...>> : KernelsOf<F>... {
+};
+
 struct Kernels {
     const char* name;
-    ElementKernels id;
-    ElementKernels relu;
-    SmoothKernels atan;
-    SmoothKernels softplus;
-    SmoothKernels log_dnorm;
+    ElementTable<ElementFunctions> elements;
 
     // to_k = a * b_k for every derivative k
     void (*multiply_each)(const double* a, const double* b, double* to, const SideBySide& shape);
@@ -65,43 +86,27 @@ struct Kernels {
     void (*subtract)(const double* a, double* to, std::size_t n);
     // whether no element of a is infinite or NaN
     bool (*all_finite)(const double* a, std::size_t n);
-    // every row of the rows x cols matrix to, `pitch` apart, += a
-    void (*add_to_rows)(
-        const double* a, double* to, std::size_t rows, std::size_t cols, std::size_t pitch);
-    // to = sum of the rows of the rows x cols matrix a, `pitch` apart, from the last to the first; at least one row
-    void (*sum_columns)(
-        const double* a, std::size_t rows, std::size_t cols, std::size_t pitch, double* to);
+    // every row of `to` += a
+    void (*add_to_rows)(const double* a, const StridedMatrix<double>& to);
+    // to = sum of the rows of A, from the last to the first; at least one row
+    void (*sum_columns)(const StridedView& A, double* to);
 
-    // Products of a rows x cols matrix A whose rows are `pitch` apart, and the outer product of two vectors. Neighbouring
-    // elements of the vectors x, y and a are so many steps apart, where a step is told. Results are written, or added.
+    // Products with vectors. Results are written, or added.
 
     // y = A*x
-    void (*times_vector)(const double* A,
-                         std::size_t pitch,
-                         std::size_t rows,
-                         std::size_t cols,
+    void (*times_vector)(const StridedView& A,
                          const double* x,
-                         double* y,
-                         std::size_t y_step,
+                         const StridedVector<double>& y,
                          bool add);
     // y = A^T*x
-    void (*transposed_times_vector)(const double* A,
-                                    std::size_t pitch,
-                                    std::size_t rows,
-                                    std::size_t cols,
-                                    const double* x,
-                                    std::size_t x_step,
-                                    double* y,
-                                    std::size_t y_step,
+    void (*transposed_times_vector)(const StridedView& A,
+                                    const StridedVector<const double>& x,
+                                    const StridedVector<double>& y,
                                     bool add);
-    // C = a*b^T, whose rows are `pitch` apart
-    void (*outer_product)(const double* a,
-                          std::size_t a_step,
-                          std::size_t rows,
+    // C = a*b^T
+    void (*outer_product)(const StridedVector<const double>& a,
                           const double* b,
-                          std::size_t cols,
-                          double* C,
-                          std::size_t pitch,
+                          const StridedMatrix<double>& C,
                           bool add);
 };
 
@@ -116,38 +121,17 @@ const Kernels& kernels_of(InstructionSet set);
 // The kernels in use.
 const Kernels& kernels();
 
-// The loops of element function F.
+// The loops of element function F: of one table, and of the kernels in use.
 template <class F>
-const auto& element_kernels();
-
-template <>
-inline const auto& element_kernels<Id>()
+const ElementKernels& element_kernels(const Kernels& of)
 {
-    return kernels().id;
+    return static_cast<const KernelsOf<F>&>(of.elements);
 }
 
-template <>
-inline const auto& element_kernels<Relu>()
+template <class F>
+const ElementKernels& element_kernels()
 {
-    return kernels().relu;
-}
-
-template <>
-inline const auto& element_kernels<Atan>()
-{
-    return kernels().atan;
-}
-
-template <>
-inline const auto& element_kernels<Softplus>()
-{
-    return kernels().softplus;
-}
-
-template <>
-inline const auto& element_kernels<LogDnorm>()
-{
-    return kernels().log_dnorm;
+    return element_kernels<F>(kernels());
 }
 
 }  // namespace VEMKN

@@ -111,89 +111,92 @@ template <class L, class F>
 struct Loops {
     using V = typename L::V;
 
-    static void inner(const double* x, double* t, std::size_t n)
+    static void saved(const double* x, double* saved, std::size_t n)
     {
-        run<L, 1, 1>({x}, {t}, n, [](const V* a, V* r) { r[0] = F::template inner<L>(a[0]); });
+        run<L, 1, 1>({x}, {saved}, n, [](const V* a, V* r) { r[0] = F::template saved<L>(a[0]); });
     }
 
-    static void value(const double* x, const double* t, double* y, std::size_t n)
+    static void value(const double* x, const double* saved, double* y, std::size_t n)
     {
         run<L, 2, 1>(
-            {x, t}, {y}, n, [](const V* a, V* r) { r[0] = F::template value<L>(a[0], a[1]); });
+            {x, saved}, {y}, n, [](const V* a, V* r) { r[0] = F::template value<L>(a[0], a[1]); });
     }
 
-    static void pull(
-        const double* x, const double* t, const double* ybar, double* xbar, std::size_t n)
+    static void vjp(
+        const double* x, const double* saved, const double* ybar, double* xbar, std::size_t n)
     {
-        run<L, 3, 1>({x, t, ybar}, {xbar}, n, [](const V* a, V* r) {
-            r[0] = F::template pull<L>(a[0], a[1], a[2]);
+        run<L, 3, 1>({x, saved, ybar}, {xbar}, n, [](const V* a, V* r) {
+            r[0] = F::template vjp<L>(a[0], a[1], a[2]);
         });
     }
 
-    static void pull_each(
-        const double* x, const double* t, const double* ybar, double* xbar, const SideBySide& s)
+    static void vjp_each(
+        const double* x, const double* saved, const double* ybar, double* xbar, const SideBySide& s)
     {
-        run_each<L, 2, 1>({x, t}, {ybar}, xbar, s, [](const V* a, V* r) {
-            r[0] = F::template pull<L>(a[0], a[1], a[2]);
+        run_each<L, 2, 1>({x, saved}, {ybar}, xbar, s, [](const V* a, V* r) {
+            r[0] = F::template vjp<L>(a[0], a[1], a[2]);
         });
     }
 
     static void value_slope(
-        const double* x, const double* t, double* y, double* slope, std::size_t n)
+        const double* x, const double* saved, double* y, double* slope, std::size_t n)
     {
-        run<L, 2, 2>({x, t}, {y, slope}, n, [](const V* a, V* r) {
+        run<L, 2, 2>({x, saved}, {y, slope}, n, [](const V* a, V* r) {
             const ValueSlope<L> terms = F::template value_slope<L>(a[0], a[1]);
             r[0] = terms.value;
             r[1] = terms.slope;
         });
     }
 
-    static void pull_slope_bend(const double* x,
-                                const double* t,
-                                const double* ybar,
-                                double* xbar,
-                                double* slope,
-                                double* bend,
-                                std::size_t n)
+    static void vjp_terms(const double* x,
+                          const double* saved,
+                          const double* ybar,
+                          double* xbar,
+                          double* slope,
+                          double* ybar_curvature,
+                          std::size_t n)
     {
-        run<L, 3, 3>({x, t, ybar}, {xbar, slope, bend}, n, [](const V* a, V* r) {
-            const PullSlopeBend<L> terms = F::template pull_slope_bend<L>(a[0], a[1], a[2]);
-            r[0] = terms.pull;
+        run<L, 3, 3>({x, saved, ybar}, {xbar, slope, ybar_curvature}, n, [](const V* a, V* r) {
+            const VjpTerms<L> terms = F::template vjp_terms<L>(a[0], a[1], a[2]);
+            r[0] = terms.vjp;
             r[1] = terms.slope;
-            r[2] = terms.bend;
+            r[2] = terms.ybar_curvature;
         });
     }
 
-    static void adj_tangent(const double* x,
+    static void vjp_tangent(const double* x,
                             const double* slope,
-                            const double* bend,
+                            const double* ybar_curvature,
                             const double* dybar,
                             const double* dx,
                             double* dxbar,
                             const SideBySide& s)
     {
-        run_each<L, 3, 2>({x, slope, bend}, {dybar, dx}, dxbar, s, [](const V* a, V* r) {
-            r[0] = F::template adj_tangent<L>(a[0], a[1], a[3], a[2], a[4]);
+        run_each<L, 3, 2>({x, slope, ybar_curvature}, {dybar, dx}, dxbar, s, [](const V* a, V* r) {
+            r[0] = F::template vjp_tangent<L>(a[0], a[1], a[3], a[2], a[4]);
         });
+    }
+
+    static constexpr ElementKernels kernels()
+    {
+        ElementKernels all{};
+        all.value = value;
+        all.vjp = vjp;
+        all.vjp_each = vjp_each;
+        if constexpr (F::SAVES) all.saved = saved;
+        if constexpr (F::IS_SMOOTH) {
+            all.value_slope = value_slope;
+            all.vjp_terms = vjp_terms;
+            all.vjp_tangent = vjp_tangent;
+        }
+        return all;
     }
 };
 
-template <class L, class F>
-constexpr ElementKernels element_kernels_for()
+template <class L, class... F>
+constexpr ElementTable<FunctionList<F...>> element_table(FunctionList<F...>)
 {
-    using Of = Loops<L, F>;
-    if constexpr (F::HAS_INNER) {
-        return {Of::inner, Of::value, Of::pull, Of::pull_each};
-    } else {
-        return {nullptr, Of::value, Of::pull, Of::pull_each};
-    }
-}
-
-template <class L, class F>
-constexpr SmoothKernels smooth()
-{
-    using Of = Loops<L, F>;
-    return {element_kernels_for<L, F>(), Of::value_slope, Of::pull_slope_bend, Of::adj_tangent};
+    return {KernelsOf<F>{Loops<L, F>::kernels()}...};
 }
 
 template <class L>
@@ -243,18 +246,18 @@ struct Arithmetic {
 
     // Rows that are whole registers long stay where they are; others that follow one another are added to as one long row,
     // the addend repeated all along it.
-    static void add_to_rows(
-        const double* a, double* to, std::size_t rows, std::size_t cols, std::size_t pitch)
+    static void add_to_rows(const double* a, const StridedMatrix<double>& to)
     {
         constexpr std::size_t LONGEST = 512;
+        const std::size_t cols = to.cols;
         if (cols % L::WIDTH == 0) {
             for_each_registers<L>(cols, [&](std::size_t c, auto registers) {
-                add_to_registers<registers()>(a + c, to + c, rows, pitch);
+                add_to_registers<registers()>(a + c, to.data + c, to.rows, to.pitch);
             });
             return;
         }
-        if (cols > LONGEST || pitch != cols) {
-            for (std::size_t row = 0; row < rows; ++row) add(a, to + row * pitch, cols);
+        if (cols > LONGEST || to.pitch != cols) {
+            for (std::size_t r = 0; r < to.rows; ++r) add(a, to.data + r * to.pitch, cols);
             return;
         }
         double repeated[LONGEST + L::WIDTH];
@@ -263,7 +266,7 @@ struct Arithmetic {
         }
         const std::size_t step = L::WIDTH % cols;
         std::size_t at = 0;
-        run<L, 1, 1>({to}, {to}, rows * cols, [&](const V* v, V* r) {
+        run<L, 1, 1>({to.data}, {to.data}, to.rows * cols, [&](const V* v, V* r) {
             r[0] = v[0] + L::load(repeated + at);
             at += step;
             at = at >= cols ? at - cols : at;
@@ -289,18 +292,18 @@ struct Arithmetic {
         for (int j = 0; j < REGISTERS; ++j) store(to + j * L::WIDTH, sum[j]);
     }
 
-    static void sum_columns(
-        const double* a, std::size_t rows, std::size_t cols, std::size_t pitch, double* to)
+    static void sum_columns(const StridedView& A, double* to)
     {
-        const std::size_t c = for_each_registers<L>(cols, [&](std::size_t first, auto registers) {
-            sum_registers<registers()>(a + first, rows, pitch, to + first, L::load, L::store);
+        const std::size_t c = for_each_registers<L>(A.cols, [&](std::size_t first, auto registers) {
+            sum_registers<registers()>(
+                A.data + first, A.rows, A.pitch, to + first, L::load, L::store);
         });
-        if (c == cols) return;
-        const int rest = static_cast<int>(cols - c);
+        if (c == A.cols) return;
+        const int rest = static_cast<int>(A.cols - c);
         sum_registers<1>(
-            a + c,
-            rows,
-            pitch,
+            A.data + c,
+            A.rows,
+            A.pitch,
             to + c,
             [=](const double* p) { return L::load_part(p, rest, L::set(0.0)); },
             [=](double* p, V v) { store_part<L>(p, rest, v); });
@@ -312,21 +315,17 @@ constexpr Kernels kernels_for(const char* name)
 {
     using A = Arithmetic<L>;
     using P = VectorProducts<L>;
-    return {name,
-            element_kernels_for<L, Id>(),
-            element_kernels_for<L, Relu>(),
-            smooth<L, Atan>(),
-            smooth<L, Softplus>(),
-            smooth<L, LogDnorm>(),
-            A::multiply_each,
-            A::add,
-            A::subtract,
-            A::all_finite,
-            A::add_to_rows,
-            A::sum_columns,
-            P::times_vector,
-            P::transposed_times_vector,
-            P::outer_product};
+    return {.name = name,
+            .elements = element_table<L>(ElementFunctions()),
+            .multiply_each = A::multiply_each,
+            .add = A::add,
+            .subtract = A::subtract,
+            .all_finite = A::all_finite,
+            .add_to_rows = A::add_to_rows,
+            .sum_columns = A::sum_columns,
+            .times_vector = P::times_vector,
+            .transposed_times_vector = P::transposed_times_vector,
+            .outer_product = P::outer_product};
 }
 
 }  // namespace

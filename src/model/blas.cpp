@@ -21,8 +21,8 @@ CBLAS_TRANSPOSE order(bool transposed)
     return transposed ? CblasTrans : CblasNoTrans;
 }
 
-// C = A*B or C += A*B where the rows of C lie `stride` apart.
-void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
+// C = A*B or C += A*B where the rows of C lie `pitch` apart.
+void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
 {
     cblas_dgemm(CblasRowMajor,
                 order(A.transposed),
@@ -32,12 +32,12 @@ void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_
                 dimension(A.used_cols()),
                 1.0,
                 A.data,
-                dimension(A.stride),
+                dimension(A.pitch),
                 B.data,
-                dimension(B.stride),
+                dimension(B.pitch),
                 into == Into::add ? 1.0 : 0.0,
                 C,
-                dimension(stride));
+                dimension(pitch));
 }
 
 // Up to so many multiplications BLAS has kernels that copy nothing, and a larger product is faster in tiles of that size,
@@ -49,16 +49,16 @@ constexpr std::size_t SMALL_PRODUCT = 1'000'000;
 [[gnu::tls_model("initial-exec")]] thread_local bool plain_products = false;
 
 // For dimensions that the 32-bit integers of BLAS cannot express, and for PlainProducts.
-void plain_product(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
+void plain_product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     for (std::size_t i = 0; i < m; ++i) {
-        double* const row = C + i * stride;
+        double* const row = C + i * pitch;
         if (into == Into::overwrite) std::fill_n(row, n, 0.0);
         for (std::size_t l = 0; l < k; ++l) {
-            const double a = A.transposed ? A.data[l * A.stride + i] : A.data[i * A.stride + l];
+            const double a = A.transposed ? A.data[l * A.pitch + i] : A.data[i * A.pitch + l];
             for (std::size_t j = 0; j < n; ++j) {
-                row[j] += a * (B.transposed ? B.data[j * B.stride + l] : B.data[l * B.stride + j]);
+                row[j] += a * (B.transposed ? B.data[j * B.pitch + l] : B.data[l * B.pitch + j]);
             }
         }
     }
@@ -66,25 +66,24 @@ void plain_product(const Factor& A, const Factor& B, double* C, std::size_t stri
 
 // C = A*B or C += A*B where a vector is among them: by loops, since a BLAS call would take longer. Returns whether it was
 // formed; not with a vector whose elements lie apart where the loops need neighbours.
-bool vector_product(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
+bool vector_product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     const bool add = into == Into::add;
     // Neighbours in a row or a column of a factor as used are so far apart.
-    const auto row_step = [](const Factor& f) { return f.transposed ? f.stride : 1; };
-    const auto column_step = [](const Factor& f) { return f.transposed ? 1 : f.stride; };
+    const auto row_step = [](const Factor& f) { return f.transposed ? f.pitch : 1; };
+    const auto column_step = [](const Factor& f) { return f.transposed ? 1 : f.pitch; };
     const Kernels& loops = kernels();
     if (k == 1 && row_step(B) == 1) {
-        loops.outer_product(A.data, column_step(A), m, B.data, n, C, stride, add);
+        loops.outer_product({A.data, column_step(A)}, B.data, {C, m, n, pitch}, add);
     } else if (n == 1 && A.transposed) {
-        loops.transposed_times_vector(
-            A.data, A.stride, k, m, B.data, column_step(B), C, stride, add);
+        loops.transposed_times_vector(A, {B.data, column_step(B)}, {C, pitch}, add);
     } else if (n == 1 && column_step(B) == 1) {
-        loops.times_vector(A.data, A.stride, m, k, B.data, C, stride, add);
+        loops.times_vector(A, B.data, {C, pitch}, add);
     } else if (m == 1 && !B.transposed) {
-        loops.transposed_times_vector(B.data, B.stride, k, n, A.data, row_step(A), C, 1, add);
+        loops.transposed_times_vector(B, {A.data, row_step(A)}, {C, 1}, add);
     } else if (m == 1 && row_step(A) == 1) {
-        loops.times_vector(B.data, B.stride, n, k, A.data, C, 1, add);
+        loops.times_vector(B, A.data, {C, 1}, add);
     } else {
         return false;
     }
@@ -137,19 +136,19 @@ std::size_t panel_length(std::size_t whole, std::size_t others)
     return panel == 0 || panel > whole || MOST_PANELS * panel < whole ? whole : panel;
 }
 
-void product(const Factor& A, const Factor& B, double* C, std::size_t stride, Into into)
+void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     if (m == 0 || n == 0) return;
     if (k == 0) {
         for (std::size_t i = 0; into == Into::overwrite && i < m; ++i) {
-            std::fill_n(C + i * stride, n, 0.0);
+            std::fill_n(C + i * pitch, n, 0.0);
         }
         return;
     }
-    if (!plain_products && vector_product(A, B, C, stride, into)) return;
-    if (plain_products || std::max({m, k, n, A.stride, B.stride, stride}) > MAX_BLAS_DIMENSION) {
-        plain_product(A, B, C, stride, into);
+    if (!plain_products && vector_product(A, B, C, pitch, into)) return;
+    if (plain_products || std::max({m, k, n, A.pitch, B.pitch, pitch}) > MAX_BLAS_DIMENSION) {
+        plain_product(A, B, C, pitch, into);
         return;
     }
     const Tile tile = tile_of(m, n, k);
@@ -157,7 +156,7 @@ void product(const Factor& A, const Factor& B, double* C, std::size_t stride, In
         const Factor rows = A.cut_rows(i, std::min(tile.rows, m - i));
         for (std::size_t j = 0; j < n; j += tile.cols) {
             const Factor cols = B.cut_cols(j, std::min(tile.cols, n - j));
-            matrix_times_matrix(rows, cols, C + i * stride + j, stride, into);
+            matrix_times_matrix(rows, cols, C + i * pitch + j, pitch, into);
         }
     }
 }

@@ -1,25 +1,17 @@
 #pragma once
 
-#include "api/messages.h"
-#include "model/matrix.h"
+#include "model/linear.h"
+#include "runtime/messages.h"
 
 namespace VEMKN {
 
-// One factor of a product: rows x cols elements of a stored matrix whose rows are `stride` apart, to be used as they
-// stand or transposed.
-struct Factor {
-    const double* data;
-    std::size_t rows;
-    std::size_t cols;
-    std::size_t stride;
+// One factor of a product: some elements of a stored matrix, to be used as they stand or transposed.
+struct Factor : StridedView {
     bool transposed = false;
 
-    Factor(const double* elements, std::size_t nrows, std::size_t ncols, std::size_t row_stride)
-        : data(elements), rows(nrows), cols(ncols), stride(row_stride)
-    {
-    }
+    Factor(const StridedView& elements) : StridedView(elements) {}
 
-    Factor(const RowsView& m) : data(m.data), rows(m.rows), cols(m.cols), stride(m.cols) {}
+    Factor(const RowsView& m) : StridedView{m.data, m.rows, m.cols, m.cols} {}
 
     template <class Store>
     Factor(const DoubleMatrix<Store>& m) : Factor(RowsView(m))
@@ -40,7 +32,7 @@ private:
     Factor cut(std::size_t first, std::size_t n, bool stored_rows) const
     {
         Factor part = *this;
-        part.data += first * (stored_rows ? stride : 1);
+        part.data += first * (stored_rows ? pitch : 1);
         (stored_rows ? part.rows : part.cols) = n;
         return part;
     }
@@ -71,10 +63,10 @@ private:
     bool before_;
 };
 
-// C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n, its rows `stride` apart, or n.
+// C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n, its rows `pitch` apart, or n.
 // A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included.
 void product(
-    const Factor& A, const Factor& B, double* C, std::size_t stride, Into into = Into::overwrite);
+    const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into = Into::overwrite);
 
 inline void product(const Factor& A, const Factor& B, double* C, Into into = Into::overwrite)
 {
@@ -162,7 +154,7 @@ bool do_binplus(DoubleMatrix<Store>& C, const DoubleMatrix<Store>& A, const Stor
     if (b.size() == C.size()) {
         kernels().add(elements(b), C.data(), C.size());
     } else if (b.size() == C.cols()) {
-        kernels().add_to_rows(elements(b), C.data(), C.rows(), C.cols(), C.cols());
+        kernels().add_to_rows(elements(b), {C.data(), C.rows(), C.cols(), C.cols()});
     } else {
         write_error("invalid dims\n");
         return false;

@@ -9,12 +9,19 @@
 
 namespace VEMKN {
 
-// Matrices of one shape side by side in one array, so that one product or one loop serves all of them. A row holds that row
-// of matrix 0, then that of matrix 1 and so on:
+// Matrices of one shape side by side in one array, so that one product or one loop serves all of them: the derivatives of
+// a carrier, or the adjoints of several cotangents. Three matrices of 2 x 4:
 //
-//     entry (r, c) of matrix k      at r*pitch + k*cols + c
+//                matrix 0      matrix 1      matrix 2
+//             +-------------+-------------+-------------+-----+
+//     row 0   | 0  1  2  3  | 0  1  2  3  | 0  1  2  3  | gap |   entry (r, c) of matrix k is
+//     row 1   | 0  1  2  3  | 0  1  2  3  | 0  1  2  3  | gap |   at r*pitch + k*cols + c
+//             +-------------+-------------+-------------+-----+
+//              <-- cols --->
+//              <----------------- width --------------->
+//              <-------------------- pitch ------------------>
 //
-// Vectors are matrices of one row. Owns its storage; copied by value.
+// Mostly there is no gap. Vectors are matrices of one row. Owns its storage; copied by value.
 class BlockRow {
 public:
     BlockRow() = default;
@@ -43,7 +50,7 @@ public:
     std::size_t size() const { return rows_ * cols_; }
 
     // Number of matrices.
-    std::size_t number() const { return n_; }
+    std::size_t count() const { return n_; }
 
     // Length of a row that holds a row of each.
     std::size_t width() const { return n_ * cols_; }
@@ -66,11 +73,11 @@ public:
     }
 
     // One matrix as a factor; all of them side by side; and all of them as one tall matrix, if dense.
-    Factor factor(std::size_t k) const { return {at(k), rows_, cols_, pitch_}; }
+    StridedView factor(std::size_t k) const { return {at(k), rows_, cols_, pitch_}; }
 
-    Factor side_by_side() const { return {data(), rows_, width(), pitch_}; }
+    StridedView side_by_side() const { return {data(), rows_, width(), pitch_}; }
 
-    Factor stacked() const { return {data(), rows_ * n_, cols_, cols_}; }
+    StridedView stacked() const { return {data(), rows_ * n_, cols_, cols_}; }
 
     void fill(double value) { store_ = value; }
 
@@ -84,11 +91,11 @@ private:
     std::size_t pitch_ = 0;
 };
 
-// What follows is told at its twin for one matrix, mostly in model/matrix.h and model/blas.h.
+// What follows is described at its twin for one matrix, in model/matrix.h, model/linear.h and model/blas.h.
 
 inline void take_shape(const BlockRow& of, BlockRow& to)
 {
-    to.set_shape(of.rows(), of.cols(), of.number());
+    to.set_shape(of.rows(), of.cols(), of.count());
 }
 
 inline BlockRow vector_like(const BlockRow& A)
@@ -110,11 +117,11 @@ inline void do_add(BlockRow& a, const BlockRow& b)
 
 inline void colsum(const BlockRow& A, BlockRow& out)
 {
-    out.set_shape(1, A.cols(), A.number());
+    out.set_shape(1, A.cols(), A.count());
     if (A.rows() == 0) {
         set_zero(out);
     } else {
-        kernels().sum_columns(A.data(), A.rows(), A.width(), A.pitch(), out.data());
+        kernels().sum_columns({A.data(), A.rows(), A.width(), A.pitch()}, out.data());
     }
 }
 
@@ -147,7 +154,7 @@ template <class Whole, class Part, class Body>
 void for_each_part_row(Whole& whole, std::size_t first, Part& part, const Body& body)
 {
     for (std::size_t r = 0; r < part.rows(); ++r) {
-        for (std::size_t k = 0; k < part.number(); ++k) body(whole.at(k, r) + first, part.at(k, r));
+        for (std::size_t k = 0; k < part.count(); ++k) body(whole.at(k, r) + first, part.at(k, r));
     }
 }
 
@@ -170,16 +177,16 @@ inline void take_columns(const BlockRow& whole,
                          std::size_t width,
                          BlockRow& part)
 {
-    part.set_shape(whole.rows(), width, whole.number());
+    part.set_shape(whole.rows(), width, whole.count());
     for_each_part_row(
         whole, first, part, [&](const double* from, double* to) { std::copy_n(from, width, to); });
 }
 
 inline void transpose(const BlockRow& A, BlockRow& At)
 {
-    At.set_shape(A.cols(), A.rows(), A.number());
+    At.set_shape(A.cols(), A.rows(), A.count());
     for (std::size_t r = 0; r < A.rows(); ++r) {
-        for (std::size_t k = 0; k < A.number(); ++k) {
+        for (std::size_t k = 0; k < A.count(); ++k) {
             const double* const from = A.at(k, r);
             double* const to = At.at(k) + r;
             for (std::size_t c = 0; c < A.cols(); ++c) to[c * At.pitch()] = from[c];
@@ -190,12 +197,12 @@ inline void transpose(const BlockRow& A, BlockRow& At)
 // C_k = A_k*B: one product where no gaps lie between.
 inline void do_binmult(BlockRow& C, const BlockRow& A, const Factor& B)
 {
-    C.set_shape(A.rows(), B.used_cols(), A.number());
+    C.set_shape(A.rows(), B.used_cols(), A.count());
     if (A.is_dense() && C.is_dense()) {
         product(A.stacked(), B, C.data());
         return;
     }
-    for (std::size_t k = 0; k < C.number(); ++k) product(A.factor(k), B, C.at(k), C.pitch());
+    for (std::size_t k = 0; k < C.count(); ++k) product(A.factor(k), B, C.at(k), C.pitch());
 }
 
 template <class Store>
@@ -207,7 +214,7 @@ void do_mult(const BlockRow& A, const DoubleMatrix<Store>& B, BlockRow& C)
 // C_k = A*B_k, one product.
 inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B)
 {
-    C.set_shape(A.used_rows(), B.cols(), B.number());
+    C.set_shape(A.used_rows(), B.cols(), B.count());
     product(A, B.side_by_side(), C.data(), C.pitch());
 }
 

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <utility>
 #include <valarray>
 
-#include "kernels/kernels.h"
 #include "model/aligned_array.h"
 
 namespace VEMKN {
@@ -115,14 +115,14 @@ template <class Store>
 using DoubleMatrix = MatrixTemplate<double, Store>;
 using WorkMatrix = DoubleMatrix<AlignedArray>;
 
-// The matrix of doubles that holds the values of a matrix of doubles or of carriers.
+// The plain matrix that goes with a matrix of doubles or of carriers: the one that its values lie in.
 template <class Matrix>
-struct ValuesOf {
+struct PlainOf {
     using type = Matrix;
 };
 
 template <class Matrix>
-using Kept = typename ValuesOf<Matrix>::type;
+using Plain = typename PlainOf<Matrix>::type;
 
 // Some rows of a matrix that somebody else owns, contiguous and row by row: a caller's batch, a slice
 // of it, or a whole MatrixTemplate. A batch is a constant, so nothing ever writes through it.
@@ -190,89 +190,16 @@ void take_shape(const DoubleMatrix<Store>& of, DoubleMatrix<Store>& to)
     to.resize(of.rows(), of.cols());
 }
 
-// Sum over the rows of every column, each summed from the last row up to the first.
-//   A : rows x cols        out : overwritten, cols entries
-template <class Store>
-void colsum(const DoubleMatrix<Store>& A, Store& out)
+template <class Array>
+void set_zero(Array& v)
 {
-    const std::size_t cols = A.cols();
-    set_size(out, cols);
-    if (A.rows() == 0) {
-        out = 0.0;
-    } else {
-        kernels().sum_columns(A.data(), A.rows(), cols, cols, std::begin(out));
-    }
+    v = 0.0;
 }
 
-template <class T, class Store>
-Store colsum(const MatrixTemplate<T, Store>& A)
-{
-    Store out;
-    colsum(A, out);
-    return out;
-}
-
-// whole gets the shape that holds `rows` rows like those of part.
 template <class Store>
-void shape_rows(DoubleMatrix<Store>& whole, const DoubleMatrix<Store>& part, std::size_t rows)
+void set_zero(DoubleMatrix<Store>& A)
 {
-    whole.resize(rows, part.cols());
-}
-
-// Rows first ... first + part.rows() - 1 of whole take the values of part.
-//   whole : any x cols        part : rows x cols
-template <class Store>
-void put_rows(DoubleMatrix<Store>& whole, std::size_t first, const DoubleMatrix<Store>& part)
-{
-    std::copy_n(part.data(), part.size(), whole.data() + first * whole.cols());
-}
-
-// whole gets the shape that holds n parts side by side.
-template <class Store>
-void shape_columns(DoubleMatrix<Store>& whole, const DoubleMatrix<Store>& part, std::size_t n)
-{
-    whole.resize(part.rows(), n * part.cols());
-}
-
-// Columns first ... first + part.cols() - 1 of whole take the values of part.
-//   whole : rows x any        part : rows x w
-template <class Store>
-void put_columns(DoubleMatrix<Store>& whole, std::size_t first, const DoubleMatrix<Store>& part)
-{
-    for (std::size_t r = 0; r < part.rows(); ++r) {
-        std::copy_n(
-            part.data() + r * part.cols(), part.cols(), whole.data() + r * whole.cols() + first);
-    }
-}
-
-// The same columns of whole added to part.
-template <class Store>
-void add_columns(const DoubleMatrix<Store>& whole, std::size_t first, DoubleMatrix<Store>& part)
-{
-    for (std::size_t r = 0; r < part.rows(); ++r) {
-        const double* const from = whole.data() + r * whole.cols() + first;
-        kernels().add(from, part.data() + r * part.cols(), part.cols());
-    }
-}
-
-// The reverse of put_columns: part takes width columns of whole.
-template <class Store>
-void take_columns(const DoubleMatrix<Store>& whole,
-                  std::size_t first,
-                  std::size_t width,
-                  DoubleMatrix<Store>& part)
-{
-    part.resize(whole.rows(), width);
-    for (std::size_t r = 0; r < part.rows(); ++r) {
-        std::copy_n(whole.data() + r * whole.cols() + first, width, part.data() + r * width);
-    }
-}
-
-// R -= Y for a batch of constants Y of the same shape.
-template <class Store>
-void subtract_rows(DoubleMatrix<Store>& R, const RowsView& Y)
-{
-    kernels().subtract(Y.data, R.data(), R.size());
+    A.store() = 0.0;
 }
 
 // A = zeros of that shape.
@@ -280,30 +207,46 @@ template <class Store>
 void set_zero(DoubleMatrix<Store>& A, std::size_t rows, std::size_t cols)
 {
     A.resize(rows, cols);
-    A.store() = 0.0;
+    set_zero(A);
 }
 
-// At = transpose of A, block by block so that both are walked in cache lines.
-template <class Store>
-void transpose(const DoubleMatrix<Store>& A, DoubleMatrix<Store>& At)
-{
-    constexpr std::size_t BLOCK = 8;
-    const std::size_t rows = A.rows(), cols = A.cols();
-    At.resize(cols, rows);
-    for (std::size_t r0 = 0; r0 < rows; r0 += BLOCK) {
-        for (std::size_t c0 = 0; c0 < cols; c0 += BLOCK) {
-            for (std::size_t c = c0; c < std::min(c0 + BLOCK, cols); ++c) {
-                for (std::size_t r = r0; r < std::min(r0 + BLOCK, rows); ++r) At(c, r) = A(r, c);
-            }
-        }
-    }
-}
-
-// a += b, element by element; same shapes.
+// A vector or matrix of that shape, zeros.
 template <class Array>
-void do_add(Array& a, const Array& b)
+Array zeros_like(const Array& v)
 {
-    kernels().add(elements(b), elements(a), a.size());
+    return Array(v.size());
 }
+
+template <class Store>
+DoubleMatrix<Store> zeros_like(const DoubleMatrix<Store>& A)
+{
+    DoubleMatrix<Store> zeros;
+    set_zero(zeros, A.rows(), A.cols());
+    return zeros;
+}
+
+// The vector and scalar types that go with a vector or a matrix; a vector with as many elements as x.
+template <class Array>
+Array vector_like(const Array& x)
+{
+    return Array(x.size());
+}
+
+template <class Store>
+Store vector_like(const DoubleMatrix<Store>& x)
+{
+    return Store(x.size());
+}
+
+template <class Array>
+double scalar_like(const Array&)
+{
+    return 0.0;
+}
+
+template <class T>
+using VectorOf = decltype(vector_like(std::declval<const T&>()));
+template <class T>
+using ScalarOf = decltype(scalar_like(std::declval<const T&>()));
 
 }  // namespace VEMKN

@@ -36,13 +36,13 @@ struct NNTemplate {
     using AdjointVector = std::conditional_t<ONE_ADJOINT, Vector, Adjoint>;
     using Gradient = NNTemplate<Adjoint, AdjointVector, SValue>;
 
-    // y = act(x), and what the adjoint needs of it besides x into kept; xbar = adjoint of x, from x, kept and the adjoint
+    // y = act(x), and into saved what the adjoint needs of it besides x; xbar = adjoint of x, from x, saved and the adjoint
     // of y.
-    using Kept = VEMKN::Kept<Matrix>;
+    using Saved = Plain<Matrix>;
     using ActivationPair =
-        FunctionPair<void (*)(const Matrix& x, Matrix& y, Kept& kept),
+        FunctionPair<void (*)(const Matrix& x, Matrix& y, Saved& saved),
                      void (*)(
-                         const Matrix& x, const Kept& kept, const Adjoint& ybar, Adjoint& xbar)>;
+                         const Matrix& x, const Saved& saved, const Adjoint& ybar, Adjoint& xbar)>;
     // s = sum over the elements of R of their norm; Rbar from R and the adjoint of s.
     using SummingNormPair =
         FunctionPair<void (*)(const Matrix& R, SValue& s),

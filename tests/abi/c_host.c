@@ -31,6 +31,9 @@ int main(void)
     CHECK(vemk_version()[0] == VEMKN_VERSION[0]);
     CHECK(VEMKN_VERSION_MAJOR == 2026 && VEMKN_VERSION_MINOR == 9 && VEMKN_VERSION_PATCH == 1175);
 
+    CHECK(vemk_activations(0) != 0 && vemk_activations(0)[0] == 's' && vemk_activations(1000) == 0);
+    CHECK(vemk_norms(0) != 0 && vemk_norms(0)[0] == 's' && vemk_norms(1000) == 0);
+
     CHECK(vemk_setpar(net, 2, 2) == 0);
     CHECK(vemk_setbatch(net, 2) == 0);
     CHECK(vemk_quiet(net, 0) == 0);

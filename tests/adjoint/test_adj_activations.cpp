@@ -15,10 +15,10 @@ struct Adjoint {
     void (*pull)(const Matrix& x, const Matrix& ybar, Matrix& xbar);
 };
 
-constexpr auto ADJ_SOFTPLUS = adjoint_of<Matrix, softplus<Matrix>, adj_softplus<Matrix>>;
-constexpr auto ADJ_ATAN = adjoint_of<Matrix, act_atan<Matrix>, adj_act_atan<Matrix>>;
-constexpr auto ADJ_RELU = adjoint_of<Matrix, act_relu<Matrix>, adj_act_relu<Matrix>>;
-constexpr auto ADJ_ID = adjoint_of<Matrix, id<Matrix>, adj_id<Matrix>>;
+constexpr auto ADJ_SOFTPLUS = adj_softplus<Matrix>;
+constexpr auto ADJ_ATAN = adj_act_atan<Matrix>;
+constexpr auto ADJ_RELU = adj_act_relu<Matrix>;
+constexpr auto ADJ_ID = adj_id<Matrix>;
 
 const Adjoint ADJOINTS[] = {
     {"softplus", ADJ_SOFTPLUS},

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "adjoint/norms.h"
+#include "fad/ad.h"
 #include "support/fp_state.h"
 #include "support/numbers.h"
 #include "support/plain_network.h"

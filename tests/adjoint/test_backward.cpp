@@ -84,7 +84,7 @@ Swept sweep(const Problem& problem,
     const Matrix X = problem.X(), Y = problem.Y();
     Matrix outAdj = weighting, R;
     const TransposedWeights<DoubleModel> transposes = copies_for(net, copies);
-    AdjointWork<DoubleModel> work(transposes);
+    SliceWorkspace<DoubleModel> work(transposes);
     DoubleModel grad = filled_like(net, 1e30);
     const double value = adj_computev(net, X, Y, seed, outAdj, R, work, grad);
     return {value, outAdj, R, flat(grad)};
@@ -187,7 +187,7 @@ TEST(AdjComputev, OverwritesTheGradient)
     const DoubleModel net = model_of(p.network, p.w);
     const Matrix X = p.X(), Y = p.Y();
     const TransposedWeights<DoubleModel> transposes;
-    AdjointWork<DoubleModel> work(transposes);
+    SliceWorkspace<DoubleModel> work(transposes);
     DoubleModel grad = filled_like(net, 1e30);
     Numbers first;
     for (int call = 0; call < 3; ++call) {

@@ -82,18 +82,18 @@ TEST(Computev, PadsToTheHeightOfTheFirstMatrixNotToTheInputWidth)
 
 TEST(Computev, PadsAfreshForEveryBatch)
 {
-    // A tape is reused from slice to slice: what an earlier, wider batch left must not show.
+    // A cache is reused from slice to slice: what an earlier, wider batch left must not show.
     const plain::Network network{.numin = 3, .numout = 1, .sizes = {3, 2}, .activation = "id"};
     const DoubleModel net = model_of(network, {0, 0, 1, 1, 1, 1, 1, 1, 0, 1, 1});
-    Tape<Matrix> tape(Tape<Matrix>::Memory::rolling);
+    ForwardCache<Matrix> cache(ForwardCache<Matrix>::Memory::rolling);
     const Matrix wide = matrix_of({1, 2, 1, 2}, 2, 2), narrow = matrix_of({4, 4}, 2, 1);
-    forward(net, wide, tape);
-    EXPECT_EQ(6.0, tape.O(0, 0));
-    forward(net, narrow, tape);
-    EXPECT_EQ(8.0, tape.O(0, 0));
-    forward(net, matrix_of({5}, 1, 1), tape);
-    EXPECT_EQ(1u, tape.O.rows());
-    EXPECT_EQ(10.0, tape.O(0, 0));
+    forward(net, wide, cache);
+    EXPECT_EQ(6.0, cache.O(0, 0));
+    forward(net, narrow, cache);
+    EXPECT_EQ(8.0, cache.O(0, 0));
+    forward(net, matrix_of({5}, 1, 1), cache);
+    EXPECT_EQ(1u, cache.O.rows());
+    EXPECT_EQ(10.0, cache.O(0, 0));
 }
 
 TEST(Computev, PutsTheOutputsOfTheChainedPassesSideBySide)

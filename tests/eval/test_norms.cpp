@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "eval/norms.h"
+#include "fad/ad.h"
 #include "support/fp_state.h"
 #include "support/numbers.h"
 #include "support/plain_network.h"

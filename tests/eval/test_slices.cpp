@@ -14,7 +14,7 @@ std::vector<std::pair<std::size_t, std::size_t>> dealt(std::size_t count, unsign
 {
     const Shares shares(count, threads);
     std::vector<std::pair<std::size_t, std::size_t>> blocks;
-    for (unsigned s = 0; s < shares.number(); ++s)
+    for (unsigned s = 0; s < shares.count(); ++s)
         blocks.emplace_back(shares.begin(s), shares.end(s));
     return blocks;
 }
@@ -34,7 +34,7 @@ TEST(Slices, ABatchThatIsNotLargerIsOneSlice)
 TEST(Slices, OneRowMoreIsASliceOfOneRow)
 {
     const Slices slices(9, 8);
-    EXPECT_EQ(2u, slices.number());
+    EXPECT_EQ(2u, slices.count());
     EXPECT_EQ(8u, slices.rows_of(0));
     EXPECT_EQ(8u, slices.first_row(1));
     EXPECT_EQ(1u, slices.rows_of(1));
@@ -43,7 +43,7 @@ TEST(Slices, OneRowMoreIsASliceOfOneRow)
 TEST(Slices, TheLastOneIsFullWhereNothingRemains)
 {
     const Slices slices(24, 8);
-    EXPECT_EQ(3u, slices.number());
+    EXPECT_EQ(3u, slices.count());
     EXPECT_EQ(8u, slices.rows_of(2));
 }
 
@@ -53,7 +53,7 @@ TEST(Slices, CoverEveryRowOnce)
         for (int batch = 1; batch < 45; ++batch) {
             const Slices slices(rows, batch);
             std::size_t next = 0;
-            for (std::size_t s = 0; s < slices.number(); ++s) {
+            for (std::size_t s = 0; s < slices.count(); ++s) {
                 ASSERT_EQ(next, slices.first_row(s));
                 ASSERT_GE(slices.rows_of(s), 1u);
                 ASSERT_LE(slices.rows_of(s), static_cast<std::size_t>(batch));
@@ -67,7 +67,7 @@ TEST(Slices, CoverEveryRowOnce)
 TEST(Slices, StandTheLargestCounts)
 {
     const Slices slices(4294967295u, 2147483647);
-    EXPECT_EQ(3u, slices.number());
+    EXPECT_EQ(3u, slices.count());
     EXPECT_EQ(1u, slices.rows_of(2));
 }
 
@@ -88,9 +88,9 @@ TEST(Shares, AreNeverEmpty)
 
 TEST(Shares, AreAtMostSixtyFour)
 {
-    EXPECT_EQ(64u, Shares(100'000, 99999).number());
-    EXPECT_EQ(64u, Shares(65 * 64, 65).number());
-    EXPECT_EQ(50u, Shares(100, 99999).number());
+    EXPECT_EQ(64u, Shares(100'000, 99999).count());
+    EXPECT_EQ(64u, Shares(65 * 64, 65).count());
+    EXPECT_EQ(50u, Shares(100, 99999).count());
     EXPECT_EQ((Blocks{{0, 1}, {1, 2}, {2, 3}}), dealt(3, 64));
 }
 
@@ -105,7 +105,7 @@ TEST(Shares, CoverEverySliceOnce)
                 next = end;
             }
             ASSERT_EQ(count, next);
-            ASSERT_LE(Shares(count, threads).number(), threads);
+            ASSERT_LE(Shares(count, threads).count(), threads);
         }
     }
 }

@@ -14,28 +14,28 @@ using Matrix = VEMKN::MatrixTemplate<double>;
 using Scalar = yafad::FO::Dynamic::Active<1>;
 
 // Numbers of directions that every operation is tried with: none, one, and more than one.
-inline constexpr std::size_t DIRECTIONS[] = {0, 1, 3};
+inline constexpr std::size_t TANGENTS[] = {0, 1, 3};
 
 // The two process-wide counts, for a scope.
-class DirectionCounts {
+class TangentCounts {
 public:
-    DirectionCounts(std::size_t for_carriers, std::size_t for_scalars)
+    TangentCounts(std::size_t for_carriers, std::size_t for_scalars)
         : g_ndd_before_(g_ndd), ndir_before_(yafad::FO::Dynamic::NDIR)
     {
         g_ndd = for_carriers;
         yafad::FO::Dynamic::NDIR = for_scalars;
     }
 
-    explicit DirectionCounts(std::size_t n) : DirectionCounts(n, n) {}
+    explicit TangentCounts(std::size_t n) : TangentCounts(n, n) {}
 
-    ~DirectionCounts()
+    ~TangentCounts()
     {
         g_ndd = g_ndd_before_;
         yafad::FO::Dynamic::NDIR = ndir_before_;
     }
 
-    DirectionCounts(const DirectionCounts&) = delete;
-    DirectionCounts& operator=(const DirectionCounts&) = delete;
+    TangentCounts(const TangentCounts&) = delete;
+    TangentCounts& operator=(const TangentCounts&) = delete;
 
 private:
     std::uint64_t g_ndd_before_;
@@ -119,8 +119,8 @@ template <class T>
 void expect_same_carrier(const yafad::fad1<T>& computed, const yafad::fad1<T>& expected)
 {
     expect_same(store_of(computed.value), store_of(expected.value), "value");
-    ASSERT_EQ(expected.directions(), computed.directions());
-    for (std::size_t k = 0; k < expected.directions(); ++k) {
+    ASSERT_EQ(expected.tangents(), computed.tangents());
+    for (std::size_t k = 0; k < expected.tangents(); ++k) {
         expect_same(store_of(computed.derivatives[k]),
                     store_of(expected.derivatives[k]),
                     "derivative " + std::to_string(k) + ", element");

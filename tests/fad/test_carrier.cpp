@@ -2,7 +2,7 @@
 
 #include "adjoint/forward.h"
 #include "fad/carriers.h"
-#include "model/mknn.h"
+#include "network/mknn.h"
 
 using VEMKN::CarrierModel;
 
@@ -17,12 +17,12 @@ const Numbers ANY_TIMES_ZERO = {0.0, -0.0, 0.0, -0.0, QUIET_NAN, QUIET_NAN, QUIE
 TEST(VectorCarrier, OfAVectorHasAsManyTangentsAsTold)
 {
     // The process-wide count has no say here.
-    const DirectionCounts counts(5);
-    for (const std::size_t n : DIRECTIONS) {
+    const TangentCounts counts(5);
+    for (const std::size_t n : TANGENTS) {
         SCOPED_TRACE(n);
         const VectorCarrier x(vector_of(ANY), n);
         expect_same(x.value, ANY, "value");
-        ASSERT_EQ(n, x.directions());
+        ASSERT_EQ(n, x.tangents());
         for (const Vector& derivative : x.derivatives) {
             expect_same(derivative, ANY_TIMES_ZERO, "derivative");
         }
@@ -31,12 +31,12 @@ TEST(VectorCarrier, OfAVectorHasAsManyTangentsAsTold)
 
 TEST(VectorCarrier, OfANumberTakesTheLengthAndHasTheProcessWideNumberOfTangents)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         // Only the count for vectors and matrices matters.
-        const DirectionCounts counts(n, 7);
+        const TangentCounts counts(n, 7);
         const VectorCarrier x(-2.5, 4);
         expect_same(x.value, Numbers(4, -2.5), "value");
-        ASSERT_EQ(n, x.directions());
+        ASSERT_EQ(n, x.tangents());
         for (const Vector& derivative : x.derivatives) {
             expect_same(derivative, Numbers(4, -0.0), "derivative");
         }
@@ -45,7 +45,7 @@ TEST(VectorCarrier, OfANumberTakesTheLengthAndHasTheProcessWideNumberOfTangents)
 
 TEST(VectorCarrier, OfANonFiniteNumberHasNanTangents)
 {
-    const DirectionCounts counts(2);
+    const TangentCounts counts(2);
     for (const double number : {INF, -INF, QUIET_NAN}) {
         const VectorCarrier x(number, 3);
         expect_same(x.value, Numbers(3, number), "value");
@@ -59,29 +59,29 @@ TEST(VectorCarrier, WithoutTangentsDoesNotMultiplyByZero)
 {
     // inf * 0.0 would be an invalid operation, for nothing; with traps armed it would end the process.
     std::feclearexcept(FE_ALL_EXCEPT);
-    const DirectionCounts counts(0);
-    EXPECT_EQ(0u, VectorCarrier(vector_of({INF, -INF}), 0).directions());
-    EXPECT_EQ(0u, VectorCarrier(INF, 2).directions());
-    EXPECT_EQ(0u, MatrixCarrier(Matrix(ANY.data(), 7, 1)).directions());
+    const TangentCounts counts(0);
+    EXPECT_EQ(0u, VectorCarrier(vector_of({INF, -INF}), 0).tangents());
+    EXPECT_EQ(0u, VectorCarrier(INF, 2).tangents());
+    EXPECT_EQ(0u, MatrixCarrier(Matrix(ANY.data(), 7, 1)).tangents());
     EXPECT_EQ(0, std::fetestexcept(FE_INVALID));
 }
 
 TEST(VectorCarrier, MayBeEmpty)
 {
-    const DirectionCounts counts(3);
+    const TangentCounts counts(3);
     EXPECT_EQ(0u, VectorCarrier(1.0, 0).size());
-    EXPECT_EQ(3u, VectorCarrier(1.0, 0).directions());
+    EXPECT_EQ(3u, VectorCarrier(1.0, 0).tangents());
     EXPECT_EQ(0u, VectorCarrier(Vector(), 2).size());
-    EXPECT_EQ(2u, VectorCarrier(Vector(), 2).directions());
+    EXPECT_EQ(2u, VectorCarrier(Vector(), 2).tangents());
     EXPECT_EQ(0u, VectorCarrier().size());
-    EXPECT_EQ(0u, VectorCarrier().directions());
+    EXPECT_EQ(0u, VectorCarrier().tangents());
 }
 
 TEST(VectorCarrier, AfterTheCreationOfANetworkHasOneTangent)
 {
-    const DirectionCounts counts(6);
+    const TangentCounts counts(6);
     releaseVEMKNet(initVEMKNet("1 1 2 1 8 1 1 id sum", 20));
-    EXPECT_EQ(1u, VectorCarrier(1.0, 2).directions());
+    EXPECT_EQ(1u, VectorCarrier(1.0, 2).tangents());
 }
 
 TEST(VectorCarrier, IsCopiedWithEverythingItHolds)
@@ -106,13 +106,13 @@ TEST(VectorCarrier, SelectsTheEntriesOfAMaskAndOfItsNegation)
 
 TEST(VectorCarrier, SelectsAllOrNothing)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(2);
         const VectorCarrier x = vector_carrier(random, {1, 2, 3}, n);
         expect_same_carrier(x[std::valarray<bool>(true, 3)], x);
         const VectorCarrier none = x[std::valarray<bool>(false, 3)];
         EXPECT_EQ(0u, none.size());
-        ASSERT_EQ(n, none.directions());
+        ASSERT_EQ(n, none.tangents());
         for (const Vector& derivative : none.derivatives) EXPECT_EQ(0u, derivative.size());
     }
 }
@@ -140,7 +140,7 @@ TEST(VectorCarrier, ScattersInAscendingOrderAndLeavesTheRest)
 
 TEST(VectorCarrier, ScatterUndoesSelection)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(3);
         const VectorCarrier x = vector_carrier(random, random.list(9), n);
         std::valarray<bool> mask(9);
@@ -154,10 +154,10 @@ TEST(VectorCarrier, ScatterUndoesSelection)
 
 TEST(MatrixCarrier, OfAMatrixHasTheProcessWideNumberOfTangentsOfItsShape)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(n, 7);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(n, 7);
         const MatrixCarrier A(Matrix(ANY.data(), 7, 1));
-        ASSERT_EQ(n, A.directions());
+        ASSERT_EQ(n, A.tangents());
         expect_shape(A, 7, 1);
         expect_same(A.value.store(), ANY, "value");
         for (const Matrix& derivative : A.derivatives) {
@@ -168,9 +168,9 @@ TEST(MatrixCarrier, OfAMatrixHasTheProcessWideNumberOfTangentsOfItsShape)
 
 TEST(MatrixCarrier, MayHaveNoElements)
 {
-    const DirectionCounts counts(2);
+    const TangentCounts counts(2);
     const MatrixCarrier A(Matrix(0, 3)), B(Matrix(4, 0));
-    EXPECT_EQ(2u, A.directions());
+    EXPECT_EQ(2u, A.tangents());
     expect_shape(A, 0, 3);
     expect_shape(B, 4, 0);
 }
@@ -188,7 +188,7 @@ TEST(AsMatrix, ReshapesTheValueAndEveryDerivativeRowByRow)
 
 TEST(AsMatrix, IsUndoneByAsVector)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(4);
         const VectorCarrier v = vector_carrier(random, random.list(12), n);
         for (const std::size_t rows : {1u, 2u, 3u, 4u, 6u, 12u}) {
@@ -208,19 +208,19 @@ TEST(AsMatrix, KeepsNonFiniteEntries)
 TEST(AsMatrix, OfNothingKeepsTheShape)
 {
     const MatrixCarrier A = yafad::asMatrix(VectorCarrier(Vector(), 3), 0, 5);
-    ASSERT_EQ(3u, A.directions());
+    ASSERT_EQ(3u, A.tangents());
     expect_shape(A, 0, 5);
     EXPECT_EQ(0u, yafad::asVector(A).size());
-    EXPECT_EQ(3u, yafad::asVector(A).directions());
+    EXPECT_EQ(3u, yafad::asVector(A).tangents());
 }
 
 TEST(Colsum, SumsTheColumnsOfTheValueAndOfEveryDerivative)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(5);
         const MatrixCarrier A = random_matrix_carrier(random, 6, 4, n);
         const VectorCarrier s = yafad::colsum(A);
-        ASSERT_EQ(n, s.directions());
+        ASSERT_EQ(n, s.tangents());
         const auto check = [](const Matrix& m, const Vector& sums) {
             ASSERT_EQ(m.cols(), sums.size());
             for (std::size_t c = 0; c < m.cols(); ++c) {
@@ -261,8 +261,8 @@ TEST(Colsum, LetsNonFiniteEntriesThrough)
 
 TEST(Sum, AddsTheElementsOfTheValueAndOfEveryDerivative)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(n);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(n);
         Random random(6);
         const VectorCarrier v = vector_carrier(random, random.list(9), n);
         const Scalar s = yafad::sum(v);
@@ -282,7 +282,7 @@ TEST(Sum, AddsTheElementsOfTheValueAndOfEveryDerivative)
 
 TEST(Sum, GoesFromTheFirstElementToTheLast)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     const Scalar s = yafad::sum(vector_carrier({1e16, -1e16, 1}, {{-1e16, 1e16, -1}}));
     EXPECT_EQ(1.0, s.value);
     EXPECT_EQ(-1.0, s.derivatives[0]);
@@ -290,7 +290,7 @@ TEST(Sum, GoesFromTheFirstElementToTheLast)
 
 TEST(Sum, OfNothingIsZero)
 {
-    const DirectionCounts counts(2);
+    const TangentCounts counts(2);
     const Scalar s = yafad::sum(VectorCarrier(Vector(), 2));
     EXPECT_EQ(bits(0.0), bits(s.value));
     expect_same(s.derivatives, Numbers{0.0, 0.0}, "derivative");
@@ -303,7 +303,7 @@ constexpr std::size_t NW = 14;
 
 CarrierModel carrier_model(std::size_t directions)
 {
-    const DirectionCounts counts(directions);
+    const TangentCounts counts(directions);
     return VEMKN::mknn<CarrierModel>("3 2 2 1 8 3 2 atan sum");
 }
 
@@ -318,17 +318,17 @@ Numbers counting(double first)
 
 TEST(Mknn, StartsACarrierModelAtZeroWithTheProcessWideNumberOfTangents)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const CarrierModel net = carrier_model(n);
         ASSERT_EQ(2u, net.weights.size());
         ASSERT_EQ(2u, net.biases.size());
         expect_shape(net.weights[0], 3, 2);
         expect_shape(net.weights[1], 2, 2);
         for (std::size_t i = 0; i < 2; ++i) {
-            EXPECT_EQ(n, net.weights[i].directions());
-            EXPECT_EQ(n, net.biases[i].directions());
+            EXPECT_EQ(n, net.weights[i].tangents());
+            EXPECT_EQ(n, net.biases[i].tangents());
         }
-        const DirectionCounts counts(n);
+        const TangentCounts counts(n);
         expect_same_carrier(getweights(net), VectorCarrier(Vector(NW), n));
     }
 }
@@ -338,7 +338,7 @@ TEST(SetWeights, FillsTheLayersOfACarrierModelInFlatOrder)
     CarrierModel net = carrier_model(2);
     setweights(net, vector_carrier(counting(100), {counting(200), counting(300)}));
     const auto check = [](const auto& part, const Numbers& value) {
-        ASSERT_EQ(2u, part.directions());
+        ASSERT_EQ(2u, part.tangents());
         for (std::size_t i = 0; i < value.size(); ++i) {
             EXPECT_EQ(value[i], store_of(part.value)[i]);
             EXPECT_EQ(value[i] + 100, store_of(part.derivatives[0])[i]);
@@ -353,14 +353,14 @@ TEST(SetWeights, FillsTheLayersOfACarrierModelInFlatOrder)
 
 TEST(SetWeights, GivesEveryLayerTheNumberOfTangentsOfTheVector)
 {
-    for (const std::size_t before : DIRECTIONS) {
-        for (const std::size_t after : DIRECTIONS) {
+    for (const std::size_t before : TANGENTS) {
+        for (const std::size_t after : TANGENTS) {
             CarrierModel net = carrier_model(before);
             Random random(7);
             const VectorCarrier w = vector_carrier(random, random.list(NW), after);
             setweights(net, w);
             expect_shape(net.weights[0], 3, 2);
-            const DirectionCounts counts(after);
+            const TangentCounts counts(after);
             expect_same_carrier(getweights(net), w);
         }
     }
@@ -374,15 +374,15 @@ TEST(GetWeights, KeepsNonFiniteEntriesOfACarrierModel)
         w[i] = ANY[i % ANY.size()];
         tangent[i] = ANY[(i + 3) % ANY.size()];
     }
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     setweights(net, vector_carrier(w, {tangent}));
     expect_same_carrier(getweights(net), vector_carrier(w, {tangent}));
 }
 
 TEST(DoAdd, AddsValuesAndDerivativesOfCarrierModels)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(n);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(n);
         CarrierModel a = carrier_model(n), b = carrier_model(n);
         Random random(8);
         const VectorCarrier wa = vector_carrier(random, random.list(NW), n);
@@ -400,8 +400,8 @@ TEST(DoAdd, AddsValuesAndDerivativesOfCarrierModels)
 
 TEST(SetWeights0, LeavesPlainZerosWhateverTheModelHeld)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(n);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(n);
         CarrierModel net = carrier_model(n);
         VectorCarrier w(Vector(QUIET_NAN, NW), n);
         for (Vector& derivative : w.derivatives) derivative = -INF;
@@ -410,7 +410,7 @@ TEST(SetWeights0, LeavesPlainZerosWhateverTheModelHeld)
         // +0.0 each, not a product with zero, which would be NaN here.
         const VectorCarrier zeros = getweights(net);
         EXPECT_EQ(bits_of(Numbers(NW, 0.0)), bits_of(zeros.value));
-        ASSERT_EQ(n, zeros.directions());
+        ASSERT_EQ(n, zeros.tangents());
         for (const Vector& derivative : zeros.derivatives) {
             EXPECT_EQ(bits_of(Numbers(NW, 0.0)), bits_of(derivative));
         }

@@ -26,10 +26,10 @@ struct Activation {
 };
 
 using C = MatrixCarrier;
-constexpr auto ADJ_SOFTPLUS = adjoint_of<C, VEMKN::softplus<C>, VEMKN::adj_softplus<C>>;
-constexpr auto ADJ_ATAN = adjoint_of<C, VEMKN::act_atan<C>, VEMKN::adj_act_atan<C>>;
-constexpr auto ADJ_RELU = adjoint_of<C, VEMKN::act_relu<C>, VEMKN::adj_act_relu<C>>;
-constexpr auto ADJ_ID = adjoint_of<C, VEMKN::id<C>, VEMKN::adj_id<C>>;
+constexpr auto ADJ_SOFTPLUS = VEMKN::adj_softplus<C>;
+constexpr auto ADJ_ATAN = VEMKN::adj_act_atan<C>;
+constexpr auto ADJ_RELU = VEMKN::adj_act_relu<C>;
+constexpr auto ADJ_ID = VEMKN::adj_id<C>;
 
 Real relu_value(Real x, Real at)
 {
@@ -85,8 +85,8 @@ const std::vector<Activation>& activations()
          forward_of<Matrix, id<Matrix>>,
          forward_of<C, id<C>>,
          id<C>,
-         adjoint_of<Matrix, id<Matrix>, adj_id<Matrix>>,
-         adjoint_of<C, id<C>, adj_id<C>>,
+         adj_id<Matrix>,
+         adj_id<C>,
          [](Real x, Real) { return x; },
          [](Real, Real) { return Real(1); },
          {-1e300, -2, -0.0, 0.0, 1e-300, 3, 1e300}},
@@ -94,8 +94,8 @@ const std::vector<Activation>& activations()
          forward_of<Matrix, act_relu<Matrix>>,
          forward_of<C, act_relu<C>>,
          act_relu<C>,
-         adjoint_of<Matrix, act_relu<Matrix>, adj_act_relu<Matrix>>,
-         adjoint_of<C, act_relu<C>, adj_act_relu<C>>,
+         adj_act_relu<Matrix>,
+         adj_act_relu<C>,
          relu_value,
          relu_slope,
          RELU_POINTS},
@@ -103,8 +103,8 @@ const std::vector<Activation>& activations()
          forward_of<Matrix, act_atan<Matrix>>,
          forward_of<C, act_atan<C>>,
          act_atan<C>,
-         adjoint_of<Matrix, act_atan<Matrix>, adj_act_atan<Matrix>>,
-         adjoint_of<C, act_atan<C>, adj_act_atan<C>>,
+         adj_act_atan<Matrix>,
+         adj_act_atan<C>,
          [](Real x, Real) { return std::atan(x); },
          [](Real x, Real) { return 1 / (1 + x * x); },
          ATAN_POINTS},
@@ -112,8 +112,8 @@ const std::vector<Activation>& activations()
          forward_of<Matrix, softplus<Matrix>>,
          forward_of<C, softplus<C>>,
          softplus<C>,
-         adjoint_of<Matrix, softplus<Matrix>, adj_softplus<Matrix>>,
-         adjoint_of<C, softplus<C>, adj_softplus<C>>,
+         adj_softplus<Matrix>,
+         adj_softplus<C>,
          softplus_value,
          softplus_slope,
          SOFTPLUS_POINTS},
@@ -121,8 +121,8 @@ const std::vector<Activation>& activations()
          forward_of<Matrix, softplus_shifted<Matrix>>,
          forward_of<C, softplus_shifted<C>>,
          softplus_shifted<C>,
-         adjoint_of<Matrix, softplus_shifted<Matrix>, adj_softplus<Matrix>>,
-         adjoint_of<C, softplus_shifted<C>, adj_softplus<C>>,
+         adj_softplus<Matrix>,
+         adj_softplus<C>,
          softplus_value,
          softplus_slope,
          SOFTPLUS_POINTS},
@@ -189,7 +189,7 @@ MatrixCarrier one(double x, double dx)
 void expect_one(const MatrixCarrier& A, double value, double tangent)
 {
     ASSERT_EQ(1u, A.size());
-    ASSERT_EQ(1u, A.directions());
+    ASSERT_EQ(1u, A.tangents());
     EXPECT_TRUE(same(A.value.store()[0], value)) << A.value.store()[0] << " is not " << value;
     const double computed = A.derivatives[0].store()[0];
     EXPECT_TRUE(same(computed, tangent)) << "tangent " << computed << " is not " << tangent;
@@ -215,7 +215,7 @@ MatrixCarrier pulled(const Adjoint& adj, double x, double dx, double ybar, doubl
 
 TEST_P(EveryActivation, HasTheValueOfItsDoubleTwinToTheBit)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         // Lengths around multiples of those of vector registers.
         for (std::size_t length = 0; length <= 40; ++length) {
             Random random(length);
@@ -226,7 +226,7 @@ TEST_P(EveryActivation, HasTheValueOfItsDoubleTwinToTheBit)
             f().of_carriers(with_random_tangents(random, x, n), y);
             ASSERT_EQ(bits_of(twin.store()), bits_of(y.value.store())) << length;
             expect_shape(y, 1, length);
-            ASSERT_EQ(n, y.directions());
+            ASSERT_EQ(n, y.tangents());
         }
     }
 }
@@ -243,14 +243,14 @@ TEST_P(EveryActivation, KeepsTheShape)
         f().adj_of_carriers(x, x, xbar);
         for (const MatrixCarrier& result : {y, xbar, f().returned(x)}) {
             expect_shape(result, value.rows(), value.cols());
-            EXPECT_EQ(2u, result.directions());
+            EXPECT_EQ(2u, result.tangents());
         }
     }
 }
 
 TEST_P(EveryActivation, HasTheTangentsOfDifferences)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(n);
         const MatrixCarrier x =
             with_random_tangents(random, Matrix(f().points.data(), 1, f().points.size()), n);
@@ -327,7 +327,7 @@ TEST_P(EveryActivation, MayWriteToItsOwnArgument)
 
 TEST_P(EveryActivation, HasTheAdjointOfItsDoubleTwinToTheBit)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         for (std::size_t length = 0; length <= 40; ++length) {
             Random random(length);
             const Matrix x = arguments(f(), random, 1, length);
@@ -339,14 +339,14 @@ TEST_P(EveryActivation, HasTheAdjointOfItsDoubleTwinToTheBit)
                 with_random_tangents(random, x, n), with_random_tangents(random, ybar, n), xbar);
             ASSERT_EQ(bits_of(twin.store()), bits_of(xbar.value.store())) << length;
             expect_shape(xbar, 1, length);
-            ASSERT_EQ(n, xbar.directions());
+            ASSERT_EQ(n, xbar.tangents());
         }
     }
 }
 
 TEST_P(EveryActivation, HasTheSecondOrderTermsOfDifferences)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(n + 4);
         const std::size_t length = f().points.size();
         const MatrixCarrier x =
@@ -537,7 +537,7 @@ TEST(CarrierSoftplus, VanishesFarBelowZero)
 TEST(CarrierSoftplusShifted, IsSoftplusToTheBit)
 {
     Random random(8);
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const MatrixCarrier x = with_random_tangents(
             random, Matrix(SOFTPLUS_POINTS.data(), 1, SOFTPLUS_POINTS.size()), n);
         expect_same_carrier(VEMKN::softplus_shifted(x), VEMKN::softplus(x));

@@ -57,12 +57,12 @@ template <class Function>
 void expect_density(const VectorCarrier& f, const VectorCarrier& x, const Function& density)
 {
     ASSERT_EQ(x.size(), f.size());
-    ASSERT_EQ(x.directions(), f.directions());
+    ASSERT_EQ(x.tangents(), f.tangents());
     for (std::size_t i = 0; i < x.size(); ++i) {
         SCOPED_TRACE(x.value[i]);
         const Density truth = density(x.value[i]);
         expect_relative(f.value[i], truth.value, truth.value);
-        for (std::size_t k = 0; k < x.directions(); ++k) {
+        for (std::size_t k = 0; k < x.tangents(); ++k) {
             const Real tangent = truth.slope * x.derivatives[k][i];
             expect_relative(f.derivatives[k][i], tangent, std::fabs(tangent));
         }
@@ -77,13 +77,13 @@ void expect_adjoint(const VectorCarrier& xbar,
                     const Function& density)
 {
     ASSERT_EQ(x.size(), xbar.size());
-    ASSERT_EQ(x.directions(), xbar.directions());
+    ASSERT_EQ(x.tangents(), xbar.tangents());
     for (std::size_t i = 0; i < x.size(); ++i) {
         SCOPED_TRACE(x.value[i]);
         const Density truth = density(x.value[i]);
         const Real adjoint = truth.slope * w.value[i];
         expect_relative(xbar.value[i], adjoint, std::fabs(adjoint));
-        for (std::size_t k = 0; k < x.directions(); ++k) {
+        for (std::size_t k = 0; k < x.tangents(); ++k) {
             const Real first = truth.slope * w.derivatives[k][i];
             const Real second = truth.bend * w.value[i] * x.derivatives[k][i];
             // The curvature is a difference of terms that are up to |bend| + slope^2/value each.
@@ -99,7 +99,7 @@ void expect_adjoint(const VectorCarrier& xbar,
 template <class Check>
 void with_directions(const Numbers& points, const Check& check)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         SCOPED_TRACE(testing::Message() << n << " directions");
         Random random(n + 1);
         const VectorCarrier x = vector_carrier(random, points, n);
@@ -221,7 +221,7 @@ TEST(CarrierLikelihood, EqualsTheWayThroughTheDensityStepByStep)
             SCOPED_TRACE(x.value[i]);
             // The rounding of f, up to 18 units, is an absolute error of its logarithm, whose values are below 40.
             EXPECT_NEAR(steps.value[i], fused.value[i], 64 * EPS);
-            for (std::size_t k = 0; k < x.directions(); ++k) {
+            for (std::size_t k = 0; k < x.tangents(); ++k) {
                 expect_relative(fused.derivatives[k][i],
                                 steps.derivatives[k][i],
                                 std::fabs(steps.derivatives[k][i]));
@@ -244,7 +244,7 @@ TEST(CarrierLikelihood, HasTheAdjointOfTheWayThroughTheDensityStepByStep)
             expect_relative(fused.value[i], steps.value[i], std::fabs(steps.value[i]));
             const Density f = fat(x.value[i], THIRD);
             const Real slope = std::fabs(f.slope / f.value), bend = std::fabs(f.bend / f.value);
-            for (std::size_t k = 0; k < x.directions(); ++k) {
+            for (std::size_t k = 0; k < x.tangents(); ++k) {
                 // Step by step the curvature is what remains of terms as large as slope^2.
                 const Real terms =
                     slope * std::fabs(ybar.derivatives[k][i]) +

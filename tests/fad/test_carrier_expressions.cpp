@@ -54,10 +54,10 @@ void expect_elements(const VectorCarrier& y,
                      const Derivative& derivative)
 {
     ASSERT_EQ(x.a.size(), y.size());
-    ASSERT_EQ(x.a.directions(), y.directions());
+    ASSERT_EQ(x.a.tangents(), y.tangents());
     for (std::size_t i = 0; i < y.size(); ++i) {
         EXPECT_LE(ulps(y.value[i], value(i)), TOLERANCE) << i;
-        for (std::size_t k = 0; k < y.directions(); ++k) {
+        for (std::size_t k = 0; k < y.tangents(); ++k) {
             EXPECT_LE(ulps(y.derivatives[k][i], derivative(k, i)), TOLERANCE) << k << ", " << i;
         }
     }
@@ -68,14 +68,14 @@ void expect_empty_to_empty(const Node& node, std::size_t n)
 {
     const VectorCarrier y = fetched(node);
     EXPECT_EQ(0u, y.size());
-    EXPECT_EQ(n, y.directions());
+    EXPECT_EQ(n, y.tangents());
 }
 
 }  // namespace
 
 TEST(AddScalarNode, AddsToTheValueOnly)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n);
         const VectorCarrier y = fetched(ExpResult2<VectorCarrier, double, ADD_SCALAR>{x.a, 0.75});
         VectorCarrier expected = x.a;
@@ -94,7 +94,7 @@ TEST(AddScalarNode, LetsNonFiniteOperandsThrough)
 
 TEST(NegateNode, FlipsEverySignBit)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n);
         VectorCarrier expected = x.a;
         expected.value *= -1.0;
@@ -123,7 +123,7 @@ TEST(NegateNode, FlipsTheSignBitOfZeroAndNanToo)
 
 TEST(MultiplyNode, FollowsTheProductRule)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         // Positive factors and tangents of either sign: the two terms may cancel, so derivatives are compared to the
         // size of the terms.
         const Pair x = operands(n);
@@ -132,7 +132,7 @@ TEST(MultiplyNode, FollowsTheProductRule)
               fetched(x.a * x.b),
               VectorCarrier(x.a * x.b)}) {
             ASSERT_EQ(x.a.size(), y.size());
-            ASSERT_EQ(n, y.directions());
+            ASSERT_EQ(n, y.tangents());
             for (std::size_t i = 0; i < y.size(); ++i) {
                 EXPECT_EQ(x.a.value[i] * x.b.value[i], y.value[i]);
                 for (std::size_t k = 0; k < n; ++k) {
@@ -179,7 +179,7 @@ TEST(MultiplyNode, MayBeFetchedIntoAnOperand)
 
 TEST(DivideScalarNode, DividesTheValueAndEveryTangent)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n);
         VectorCarrier expected = x.a;
         expected.value /= -0.3;
@@ -215,7 +215,7 @@ TEST(DivideScalarNode, ByZeroIsNotReported)
 
 TEST(ExpNode, IsDoExp)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n);
         expect_elements(
             fetched(ExpResult<VectorCarrier, yafad::EXP>{x.a}),
@@ -229,7 +229,7 @@ TEST(ExpNode, IsDoExp)
 
 TEST(LogNode, IsDoLog)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n, 1.5, 4.0);
         expect_elements(
             fetched(ExpResult<VectorCarrier, LOG>{x.a}),
@@ -243,7 +243,7 @@ TEST(LogNode, IsDoLog)
 
 TEST(NestedNodes, GiveSoftplus)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n);
         const auto e = [&](std::size_t i) {
             return std::exp(static_cast<long double>(x.a.value[i]));
@@ -260,7 +260,7 @@ TEST(NestedNodes, GiveSoftplus)
 
 TEST(NestedNodes, GiveTheNegativeLogarithm)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n, 1.5, 4.0);
         expect_elements(
             fetched(-log(x.a)),
@@ -274,7 +274,7 @@ TEST(NestedNodes, GiveTheNegativeLogarithm)
 
 TEST(NestedNodes, GiveTheExponentialOfAScaledProduct)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const Pair x = operands(n, 0.5, 2.0);
         // Equal factors, as where it occurs, so that the terms of the product rule do not cancel.
         const auto g = [&](std::size_t i) {
@@ -305,7 +305,7 @@ TEST(NestedNodes, MayBeFetchedIntoTheirInnermostOperand)
 
 TEST(NestedNodes, OfNothingAreNothing)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const VectorCarrier x(Vector(), n);
         expect_empty_to_empty(x + 1.0, n);
         expect_empty_to_empty(-x, n);

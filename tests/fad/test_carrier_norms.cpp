@@ -57,22 +57,22 @@ VectorCarrier one(double x, double dx)
 // A matrix carrier of that shape with the contents of v.
 MatrixCarrier shaped(const VectorCarrier& v, std::size_t rows, std::size_t cols)
 {
-    MatrixCarrier A(Matrix(rows, cols), v.directions());
+    MatrixCarrier A(Matrix(rows, cols), v.tangents());
     A.value.store() = v.value;
-    for (std::size_t k = 0; k < v.directions(); ++k) A.derivatives[k].store() = v.derivatives[k];
+    for (std::size_t k = 0; k < v.tangents(); ++k) A.derivatives[k].store() = v.derivatives[k];
     return A;
 }
 
 VectorCarrier flat(const MatrixCarrier& A)
 {
-    VectorCarrier v(A.value.store(), A.directions());
-    for (std::size_t k = 0; k < A.directions(); ++k) v.derivatives[k] = A.derivatives[k].store();
+    VectorCarrier v(A.value.store(), A.tangents());
+    for (std::size_t k = 0; k < A.tangents(); ++k) v.derivatives[k] = A.derivatives[k].store();
     return v;
 }
 
 Scalar scalar(Random& random, std::size_t n)
 {
-    const DirectionCounts counts(n);
+    const TangentCounts counts(n);
     Scalar s(random.uniform(-2, 2));
     for (double& derivative : s.derivatives) derivative = random.uniform(-2, 2);
     return s;
@@ -97,16 +97,16 @@ double in_order(const Vector& v)
 void expect_sums(const Scalar& s, const VectorCarrier& v)
 {
     EXPECT_EQ(bits(in_order(v.value)), bits(s.value));
-    EXPECT_EQ(v.directions(), s.N);
-    ASSERT_EQ(v.directions(), s.derivatives.size());
-    for (std::size_t k = 0; k < v.directions(); ++k) {
+    EXPECT_EQ(v.tangents(), s.N);
+    ASSERT_EQ(v.tangents(), s.derivatives.size());
+    for (std::size_t k = 0; k < v.tangents(); ++k) {
         EXPECT_EQ(bits(in_order(v.derivatives[k])), bits(s.derivatives[k])) << k;
     }
 }
 
 MatrixCarrier adj_log_dnorm_of(const MatrixCarrier& R, const VectorCarrier& vbar)
 {
-    MatrixCarrier Rbar(Matrix(R.rows(), R.cols()), R.directions());
+    MatrixCarrier Rbar(Matrix(R.rows(), R.cols()), R.tangents());
     VEMKN::adj_log_dnorm(R, vbar, Rbar);
     return Rbar;
 }
@@ -115,7 +115,7 @@ MatrixCarrier adj_log_dnorm_of(const MatrixCarrier& R, const VectorCarrier& vbar
 
 TEST(CarrierNormfun, IsTheStoreWithItsTangents)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(1);
         const VectorCarrier v = vector_carrier(random, random.list(12), n);
         expect_same_carrier(VEMKN::normfun(shaped(v, 3, 4)), v);
@@ -124,12 +124,12 @@ TEST(CarrierNormfun, IsTheStoreWithItsTangents)
     expect_same_carrier(VEMKN::normfun(shaped(vector_carrier(any, {any}), 2, 2)),
                         vector_carrier(any, {any}));
     EXPECT_EQ(0u, VEMKN::normfun(MatrixCarrier(Matrix(0, 3), 2)).size());
-    EXPECT_EQ(2u, VEMKN::normfun(MatrixCarrier(Matrix(0, 3), 2)).directions());
+    EXPECT_EQ(2u, VEMKN::normfun(MatrixCarrier(Matrix(0, 3), 2)).tangents());
 }
 
 TEST(CarrierAdjNormfun, IsTheSeedInTheShapeOfTheArgument)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(2);
         const MatrixCarrier R = random_matrix_carrier(random, 3, 2, n);
         const VectorCarrier vbar = vector_carrier(random, random.list(6), n);
@@ -144,8 +144,8 @@ TEST(CarrierAdjNormfun, IsTheSeedInTheShapeOfTheArgument)
 
 TEST(CarrierNormfunSum, AddsUpTheStoreInOrder)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(n);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(n);
         Random random(3);
         const VectorCarrier v = vector_carrier(random, random.list(35), n);
         const MatrixCarrier R = shaped(v, 7, 5);
@@ -156,7 +156,7 @@ TEST(CarrierNormfunSum, AddsUpTheStoreInOrder)
 
 TEST(CarrierNormfunSum, NeitherSquaresNorTakesAbsoluteValues)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     const Scalar s = VEMKN::normfun_sum(shaped(vector_carrier({1, -1}, {{2, -5}}), 1, 2));
     EXPECT_EQ(0.0, s.value);
     EXPECT_EQ(-3.0, s.derivatives[0]);
@@ -164,13 +164,13 @@ TEST(CarrierNormfunSum, NeitherSquaresNorTakesAbsoluteValues)
 
 TEST(CarrierNormfunSum, OfNothingIsZero)
 {
-    const DirectionCounts counts(3);
+    const TangentCounts counts(3);
     expect_sums(VEMKN::normfun_sum(MatrixCarrier(Matrix(0, 2), 3)), VectorCarrier(Vector(), 3));
 }
 
 TEST(CarrierAdjNormfunSum, PutsTheSeedEverywhere)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(4);
         const MatrixCarrier R = random_matrix_carrier(random, 3, 2, n);
         const Scalar sbar = scalar(random, n);
@@ -196,14 +196,14 @@ TEST(CarrierAdjNormfunSum, IgnoresItsArgument)
 
 TEST(CarrierLogDnorm, HasTheValueOfItsDoubleTwinToTheBit)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         // Lengths around multiples of those of vector registers.
         for (std::size_t length = 0; length <= 40; ++length) {
             Random random(length);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);
             const VectorCarrier y = VEMKN::log_dnorm_vec(x);
             ASSERT_EQ(bits_of(VEMKN::log_dnorm_vec(x.value)), bits_of(y.value)) << length;
-            ASSERT_EQ(n, y.directions());
+            ASSERT_EQ(n, y.tangents());
             for (const Vector& derivative : y.derivatives) EXPECT_EQ(length, derivative.size());
             expect_same_carrier(VEMKN::log_dnorm(shaped(x, 1, length)), y);
         }
@@ -212,7 +212,7 @@ TEST(CarrierLogDnorm, HasTheValueOfItsDoubleTwinToTheBit)
 
 TEST(CarrierLogDnorm, HasTheTangentsOfDifferences)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(n);
         const VectorCarrier x = vector_carrier(random, POINTS, n);
         const VectorCarrier y = VEMKN::log_dnorm_vec(x);
@@ -281,8 +281,8 @@ TEST(CarrierLogDnorm, IsInfiniteAtInfinity)
 
 TEST(CarrierSumLogDnorm, AddsUpTheElementsInOrder)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(n);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(n);
         for (const std::size_t length : {0u, 1u, 7u, 40u}) {
             Random random(6);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);
@@ -298,7 +298,7 @@ TEST(CarrierSumLogDnorm, AddsUpTheElementsInOrder)
 
 TEST(CarrierAdjLogDnorm, HasTheAdjointOfItsDoubleTwinToTheBit)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         for (std::size_t length = 0; length <= 40; ++length) {
             Random random(length);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);
@@ -308,7 +308,7 @@ TEST(CarrierAdjLogDnorm, HasTheAdjointOfItsDoubleTwinToTheBit)
             Vector twin;
             VEMKN::adj_log_dnorm_vec(x.value, ybar.value, twin);
             ASSERT_EQ(bits_of(twin), bits_of(xbar.value)) << length;
-            ASSERT_EQ(n, xbar.directions());
+            ASSERT_EQ(n, xbar.tangents());
             const MatrixCarrier Rbar = adj_log_dnorm_of(shaped(x, 1, length), ybar);
             expect_shape(Rbar, 1, length);
             expect_same_carrier(flat(Rbar), xbar);
@@ -318,7 +318,7 @@ TEST(CarrierAdjLogDnorm, HasTheAdjointOfItsDoubleTwinToTheBit)
 
 TEST(CarrierAdjLogDnorm, HasTheSecondOrderTermsOfDifferences)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(n + 7);
         const VectorCarrier x = vector_carrier(random, POINTS, n);
         const VectorCarrier ybar = vector_carrier(random, random.list(POINTS.size()), n);
@@ -396,7 +396,7 @@ TEST(CarrierAdjLogDnorm, RaisesNoExceptionThatItsOwnBranchDoesNot)
 
 TEST(CarrierAdjSumLogDnorm, IsThatOfTheElementsWithTheSeedEverywhere)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         for (const std::size_t length : {0u, 1u, 7u, 40u}) {
             Random random(9);
             const VectorCarrier x = vector_carrier(random, arguments(random, length), n);
@@ -421,7 +421,7 @@ TEST(CarrierAdjSumLogDnorm, IsThatOfTheElementsWithTheSeedEverywhere)
 
 TEST(CarrierAdjSumLogDnorm, HasTheSlopeAndCurvatureOfTheCore)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     MatrixCarrier R(Matrix(1, 2), 1), Rbar(Matrix(1, 2), 1);
     R.value.store() = {1, 0};
     R.derivatives[0].store() = 1;

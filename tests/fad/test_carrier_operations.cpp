@@ -24,13 +24,13 @@ void expect_ulps(double computed, long double truth)
 template <class Operation>
 void check_smooth(const Operation& operation, const Truth& truth, double low, double high)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         SCOPED_TRACE(testing::Message() << n << " directions");
         Random random(n + 1);
         const VectorCarrier x = vector_carrier(random, random.list(50, low, high), n);
         const VectorCarrier y = operation(x);
         ASSERT_EQ(x.size(), y.size());
-        ASSERT_EQ(n, y.directions());
+        ASSERT_EQ(n, y.tangents());
         for (std::size_t i = 0; i < x.size(); ++i) {
             expect_ulps(y.value[i], truth.value(x.value[i]));
             for (std::size_t k = 0; k < n; ++k) {
@@ -56,10 +56,10 @@ void expect_at(const Operation& operation, VectorCarrier x, VectorCarrier expect
 template <class Operation>
 void expect_empty_to_empty(const Operation& operation)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         const VectorCarrier y = operation(VectorCarrier(Vector(), n));
         EXPECT_EQ(0u, y.size());
-        ASSERT_EQ(n, y.directions());
+        ASSERT_EQ(n, y.tangents());
         for (const Vector& derivative : y.derivatives) EXPECT_EQ(0u, derivative.size());
     }
 }
@@ -192,12 +192,12 @@ TEST(Invert, OfNothingIsNothing)
 
 TEST(Abs, TurnsTheTangentsWhereTheSignBitIsSet)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(9);
         const VectorCarrier x = vector_carrier(random, random.list(40), n);
         const VectorCarrier y = abs_of(x);
         ASSERT_EQ(x.size(), y.size());
-        ASSERT_EQ(n, y.directions());
+        ASSERT_EQ(n, y.tangents());
         for (std::size_t i = 0; i < x.size(); ++i) {
             const bool negative = x.value[i] < 0;
             EXPECT_EQ(negative ? -x.value[i] : x.value[i], y.value[i]);

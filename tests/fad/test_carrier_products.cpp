@@ -45,8 +45,8 @@ void expect_product(
     const std::size_t inner = ta ? A.rows() : A.cols();
     expect_shape(C, ta ? A.cols() : A.rows(), tb ? B.rows() : B.cols());
     expect_close(C.value.store(), plain_product(A.value, ta, B.value, tb), tolerance(inner));
-    ASSERT_EQ(A.directions(), C.directions());
-    for (std::size_t k = 0; k < A.directions(); ++k) {
+    ASSERT_EQ(A.tangents(), C.tangents());
+    for (std::size_t k = 0; k < A.tangents(); ++k) {
         auto truth = plain_product(A.derivatives[k], ta, B.value, tb);
         const auto second = plain_product(A.value, ta, B.derivatives[k], tb);
         for (std::size_t i = 0; i < truth.size(); ++i) truth[i] += second[i];
@@ -62,7 +62,7 @@ void for_all_shapes(const Check& check)
     for (const std::size_t m : SIZES) {
         for (const std::size_t inner : SIZES) {
             for (const std::size_t n : SIZES) {
-                for (const std::size_t directions : DIRECTIONS) {
+                for (const std::size_t directions : TANGENTS) {
                     SCOPED_TRACE(testing::Message() << m << " x " << inner << " x " << n << ", "
                                                     << directions << " directions");
                     check(random, m, inner, n, directions);
@@ -353,14 +353,14 @@ TEST(CarrierProducts, AreAddedAfterTheyAreFormed)
 
 TEST(CarrierDoBinplus, AddsABiasToEveryRow)
 {
-    for (const std::size_t N : DIRECTIONS) {
+    for (const std::size_t N : TANGENTS) {
         Random random(6);
         const MatrixCarrier A = random_matrix_carrier(random, 4, 3, N);
         const VectorCarrier b = vector_carrier(random, random.list(3), N);
         MatrixCarrier C = leftover(2, 2);
         do_binplus(C, A, b);
         expect_shape(C, 4, 3);
-        ASSERT_EQ(N, C.directions());
+        ASSERT_EQ(N, C.tangents());
         for (std::size_t r = 0; r < 4; ++r) {
             for (std::size_t c = 0; c < 3; ++c) {
                 EXPECT_EQ(A.value(r, c) + b.value[c], C.value(r, c));
@@ -374,14 +374,14 @@ TEST(CarrierDoBinplus, AddsABiasToEveryRow)
 
 TEST(CarrierDoBinplus, AddsElementByElementWhereTheBiasIsAsLongAsTheStore)
 {
-    for (const std::size_t N : DIRECTIONS) {
+    for (const std::size_t N : TANGENTS) {
         Random random(7);
         const MatrixCarrier A = random_matrix_carrier(random, 3, 2, N);
         const VectorCarrier b = vector_carrier(random, random.list(6), N);
         MatrixCarrier C;
         do_binplus(C, A, b);
         expect_shape(C, 3, 2);
-        ASSERT_EQ(N, C.directions());
+        ASSERT_EQ(N, C.tangents());
         for (std::size_t i = 0; i < 6; ++i) {
             EXPECT_EQ(A.value.store()[i] + b.value[i], C.value.store()[i]);
             for (std::size_t k = 0; k < N; ++k) {
@@ -405,7 +405,7 @@ TEST(CarrierDoBinplus, MayWriteToItsOwnMatrix)
 
 TEST(CarrierDoBinplus, SaysInvalidDimsOnceAndFormsNoSum)
 {
-    for (const std::size_t N : DIRECTIONS) {
+    for (const std::size_t N : TANGENTS) {
         Random random(9);
         const MatrixCarrier A = random_matrix_carrier(random, 3, 2, N);
         for (const std::size_t length : {0u, 1u, 3u, 5u, 7u}) {
@@ -429,7 +429,7 @@ TEST(CarrierDoBinplus, OfAnEmptyBatchIsEmpty)
     do_binplus(A, A, VectorCarrier(Vector(1.0, 3), 2));
     EXPECT_EQ("", err.text());
     expect_shape(A, 0, 3);
-    EXPECT_EQ(2u, A.directions());
+    EXPECT_EQ(2u, A.tangents());
 }
 
 TEST(CarrierDoBinplus, LetsNonFiniteEntriesThrough)

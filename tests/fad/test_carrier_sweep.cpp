@@ -2,7 +2,7 @@
 #include "api/work_model.h"
 #include "fad/carriers.h"
 #include "jacobian/derivative_calls.h"
-#include "model/mknn.h"
+#include "network/mknn.h"
 #include "support/capture.h"
 
 // The backward sweep over carriers on models made by hand: what the exported functions cannot ask for.
@@ -108,7 +108,7 @@ Swept sweep(const Problem& p,
         part.derivatives.fill(1e300);
     });
     const VEMKN::TransposedWeights<CarrierWorkModel> transposes(net);
-    VEMKN::AdjointWork<CarrierWorkModel> work(transposes);
+    VEMKN::SliceWorkspace<CarrierWorkModel> work(transposes);
     result.value = adj_computev(net, rows_of(p.x, p), rows_of(p.y, p), seed, outAdj, R, work, grad);
     result.outAdj = carrier_of(outAdj);
     result.R = carrier_of(R);
@@ -123,7 +123,7 @@ constexpr double TOLERANCE = 1e-11;
 
 TEST(CarrierSweep, WithASeedOfZeroTakesAWeightingOfTheElementNorms)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     for (const char* norm : NORMS) {
         for (const unsigned nmult : {1u, 2u, 3u}) {
             const Problem p = problem(norm, nmult);
@@ -150,7 +150,7 @@ TEST(CarrierSweep, WithASeedOfZeroTakesAWeightingOfTheElementNorms)
 TEST(CarrierSweep, GoesByTheValueOfTheSeedAlone)
 {
     // A seed of zero with a tangent is a seed of zero.
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     const Problem p = problem("sum");
     Random random(3);
     const CarrierWorkModel net = carrier_model(p, random.list(p.nw()));
@@ -165,7 +165,7 @@ TEST(CarrierSweep, GoesByTheValueOfTheSeedAlone)
 
 TEST(CarrierSweep, WithAnotherSeedTakesTheObjectiveAndItsTangents)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     for (const char* norm : NORMS) {
         const Problem p = problem(norm);
         Random random(4);
@@ -200,7 +200,7 @@ TEST(CarrierSweep, WithAnotherSeedTakesTheObjectiveAndItsTangents)
 
 TEST(CarrierSweep, GivesTheResidualsWithTheirTangents)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     const Problem p = problem("sum");
     Random random(5);
     const Numbers v = random.list(p.nw());
@@ -217,7 +217,7 @@ TEST(CarrierSweep, GivesTheResidualsWithTheirTangents)
 
 TEST(CarrierSweep, ScalesTheGradientOfSlicesByItsSeed)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     const Problem p = problem("sum_log_dnorm_fat");
     Random random(6);
     const Numbers v = random.list(p.nw());
@@ -243,7 +243,7 @@ TEST(CarrierSweep, ScalesTheGradientOfSlicesByItsSeed)
 
 TEST(CarrierSweep, SaysInvalidDimsOnceForABiasThatFitsNowhereAndGoesOn)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     Problem p = problem("sum");
     Random random(7);
     const Numbers v = random.list(p.nw());
@@ -257,7 +257,7 @@ TEST(CarrierSweep, SaysInvalidDimsOnceForABiasThatFitsNowhereAndGoesOn)
 
 TEST(CarrierSweep, GivesTheOutputsOfManyRowsAsOfEachRow)
 {
-    const DirectionCounts counts(1);
+    const TangentCounts counts(1);
     Problem p = problem("sum");
     p.nrows = 150;
     Random random(8);

@@ -132,7 +132,7 @@ TEST(Hv, WithoutDirectionsWritesValueAndGradientOnly)
     }
 }
 
-TEST(Hv, SetsTheDirectionCountsToWhatItCarries)
+TEST(Hv, SetsTheTangentCountsToWhatItCarries)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -163,7 +163,7 @@ TEST(Hv, SetsTheDirectionCountsToWhatItCarries)
     }
 }
 
-TEST(Hv, SharesTheDirectionCountsWithNoneButJvAndCreation)
+TEST(Hv, SharesTheTangentCountsWithNoneButJvAndCreation)
 {
     const Problem p = problem();
     const Network net(p.shape.text());

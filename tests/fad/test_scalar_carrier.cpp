@@ -12,7 +12,7 @@ namespace {
 
 Scalar scalar(double value, const Numbers& derivatives)
 {
-    const DirectionCounts counts(0, derivatives.size());
+    const TangentCounts counts(0, derivatives.size());
     Scalar a(value);
     a.derivatives = vector_of(derivatives);
     return a;
@@ -76,9 +76,9 @@ std::string message_of(double dividend, double divisor)
 
 TEST(ScalarCarrier, OfANumberIsAConstantWithTheCountOfScalars)
 {
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         // Only the count for scalars matters.
-        const DirectionCounts counts(7, n);
+        const TangentCounts counts(7, n);
         const Scalar a(-2.5);
         EXPECT_EQ(n, a.N);
         EXPECT_EQ(-2.5, a.value);
@@ -89,7 +89,7 @@ TEST(ScalarCarrier, OfANumberIsAConstantWithTheCountOfScalars)
 TEST(ScalarCarrier, OfANonFiniteNumberHasZeroTangents)
 {
     // Unlike vectors and matrices: the start value of an objective is NaN with tangents of zero.
-    const DirectionCounts counts(2);
+    const TangentCounts counts(2);
     for (const double number : {INF, -INF, QUIET_NAN}) {
         const Scalar a(number);
         EXPECT_TRUE(same(number, a.value));
@@ -120,7 +120,7 @@ TEST(ScalarCarrier, MultipliesByANumber)
 TEST(ScalarCarrier, DividesTheValueAndEveryTangentByANumber)
 {
     Recorder recorder;
-    for (const std::size_t n : DIRECTIONS) {
+    for (const std::size_t n : TANGENTS) {
         Random random(n);
         const Numbers derivatives = random.list(n);
         Scalar a = scalar(2.0, derivatives);
@@ -141,8 +141,8 @@ TEST(ScalarCarrier, DividesTheValueAndEveryTangentByANumber)
 
 TEST(PoleDivision, ByZeroIsReportedAndThenCarriedOut)
 {
-    for (const std::size_t n : DIRECTIONS) {
-        const DirectionCounts counts(9, n);
+    for (const std::size_t n : TANGENTS) {
+        const TangentCounts counts(9, n);
         Recorder recorder;
         Scalar a = scalar(3.5, Numbers(n, -2.0));
         a /= 0.0;

@@ -40,25 +40,25 @@ int raised(const std::function<void()>& work)
 
 // The loops from x alone, one after the other as they are meant to be called.
 
-Numbers inner_of(const ElementKernels& kernels, const double* x, std::size_t n)
+Numbers saved_of(const ElementKernels& kernels, const double* x, std::size_t n)
 {
-    Numbers t(x, x + n);
-    if (kernels.inner != nullptr) kernels.inner(x, t.data(), n);
-    return t;
+    Numbers saved(x, x + n);
+    if (kernels.saved != nullptr) kernels.saved(x, saved.data(), n);
+    return saved;
 }
 
 void value(const ElementKernels& kernels, const double* x, double* y, std::size_t n)
 {
-    kernels.value(x, inner_of(kernels, x, n).data(), y, n);
+    kernels.value(x, saved_of(kernels, x, n).data(), y, n);
 }
 
-void pull(
+void vjp(
     const ElementKernels& kernels, const double* x, const double* ybar, double* xbar, std::size_t n)
 {
-    kernels.pull(x, inner_of(kernels, x, n).data(), ybar, xbar, n);
+    kernels.vjp(x, saved_of(kernels, x, n).data(), ybar, xbar, n);
 }
 
-class KernelsOf : public testing::TestWithParam<InstructionSet> {
+class InstructionSets : public testing::TestWithParam<InstructionSet> {
 protected:
     const Kernels& k = kernels_of(GetParam());
 };
@@ -79,10 +79,10 @@ Numbers hard_points()
 }
 
 template <class F>
-double scalar_inner(double x)
+double scalar_saved(double x)
 {
-    if constexpr (F::HAS_INNER) {
-        return F::template inner<ScalarLane>(x);
+    if constexpr (F::SAVES) {
+        return F::template saved<ScalarLane>(x);
     } else {
         return x;
     }
@@ -91,13 +91,13 @@ double scalar_inner(double x)
 template <class F>
 double scalar_value(double x)
 {
-    return F::template value<ScalarLane>(x, scalar_inner<F>(x));
+    return F::template value<ScalarLane>(x, scalar_saved<F>(x));
 }
 
 template <class F>
-double scalar_pull(double x, double ybar)
+double scalar_vjp(double x, double ybar)
 {
-    return F::template pull<ScalarLane>(x, scalar_inner<F>(x), ybar);
+    return F::template vjp<ScalarLane>(x, scalar_saved<F>(x), ybar);
 }
 
 bool same_or_close(double a, double b, double ulps)
@@ -107,7 +107,7 @@ bool same_or_close(double a, double b, double ulps)
     return std::fabs(a - b) <= ulps * accuracy::ulp(b);
 }
 
-// value and pull of one function at every hard point, in every lane of a vector beside harmless neighbours: the scalar
+// value and vjp of one function at every hard point, in every lane of a vector beside harmless neighbours: the scalar
 // formula's value and the scalar formula's exceptions.
 template <class F>
 void expect_scalar_behaviour(const ElementKernels& kernels)
@@ -123,9 +123,9 @@ void expect_scalar_behaviour(const ElementKernels& kernels)
             EXPECT_TRUE(same_or_close(y[lane], expected, 8)) << y[lane] << " " << expected;
 
             double adjoint = 0.0;
-            const int adjoint_flags = raised([&] { adjoint = scalar_pull<F>(point, 1.5); });
+            const int adjoint_flags = raised([&] { adjoint = scalar_vjp<F>(point, 1.5); });
             EXPECT_EQ(adjoint_flags,
-                      raised([&] { pull(kernels, x.data(), ybar.data(), xbar.data(), 9); }));
+                      raised([&] { vjp(kernels, x.data(), ybar.data(), xbar.data(), 9); }));
             EXPECT_TRUE(same_or_close(xbar[lane], adjoint, 8)) << xbar[lane] << " " << adjoint;
         }
     }
@@ -133,40 +133,42 @@ void expect_scalar_behaviour(const ElementKernels& kernels)
 
 }  // namespace
 
-TEST_P(KernelsOf, BehaveLikeTheScalarFormulaAtHardPoints)
+TEST_P(InstructionSets, BehaveLikeTheScalarFormulaAtHardPoints)
 {
-    expect_scalar_behaviour<Id>(k.id);
-    expect_scalar_behaviour<Relu>(k.relu);
-    expect_scalar_behaviour<Atan>(k.atan);
-    expect_scalar_behaviour<Softplus>(k.softplus);
-    expect_scalar_behaviour<LogDnorm>(k.log_dnorm);
+    expect_scalar_behaviour<Id>(element_kernels<Id>(k));
+    expect_scalar_behaviour<Relu>(element_kernels<Relu>(k));
+    expect_scalar_behaviour<Atan>(element_kernels<Atan>(k));
+    expect_scalar_behaviour<Softplus>(element_kernels<Softplus>(k));
+    expect_scalar_behaviour<LogDnorm>(element_kernels<LogDnorm>(k));
 }
 
-TEST_P(KernelsOf, RaiseNothingForNumbersOfEverydaySize)
+TEST_P(InstructionSets, RaiseNothingForNumbersOfEverydaySize)
 {
     std::mt19937_64 engine(7);
     std::uniform_real_distribution<double> exponent(-40.0, 8.0), sign(-1.0, 1.0);
     Numbers x(20011), ybar(x.size()), a(x.size()), b(x.size()), c(x.size());
     for (double& number : x) number = std::copysign(std::pow(10.0, exponent(engine)), sign(engine));
     for (double& number : ybar) number = sign(engine);
-    for (const SmoothKernels* smooth : {&k.atan, &k.softplus, &k.log_dnorm}) {
+    for (const ElementKernels* smooth : {&element_kernels<Atan>(k),
+                                         &element_kernels<Softplus>(k),
+                                         &element_kernels<LogDnorm>(k)}) {
         const std::size_t n = x.size();
         EXPECT_EQ(0, raised([&] {
-                      const Numbers t = inner_of(*smooth, x.data(), n);
-                      smooth->value(x.data(), t.data(), a.data(), n);
-                      smooth->pull(x.data(), t.data(), ybar.data(), a.data(), n);
-                      smooth->value_slope(x.data(), t.data(), a.data(), b.data(), n);
-                      smooth->pull_slope_bend(
-                          x.data(), t.data(), ybar.data(), a.data(), b.data(), c.data(), n);
+                      const Numbers saved = saved_of(*smooth, x.data(), n);
+                      smooth->value(x.data(), saved.data(), a.data(), n);
+                      smooth->vjp(x.data(), saved.data(), ybar.data(), a.data(), n);
+                      smooth->value_slope(x.data(), saved.data(), a.data(), b.data(), n);
+                      smooth->vjp_terms(
+                          x.data(), saved.data(), ybar.data(), a.data(), b.data(), c.data(), n);
                   }));
     }
 }
 
-TEST_P(KernelsOf, StayWithinTheirErrorBounds)
+TEST_P(InstructionSets, StayWithinTheirErrorBounds)
 {
     for (const accuracy::Group<long double>& group : accuracy::groups<long double>()) {
         std::vector<double> worst(group.rows.size(), 0.0);
-        accuracy::Block<long double>(group, 200000, 12345).raise(k, worst);
+        accuracy::Sample<long double>(group, 200000, 12345).raise(k, worst);
         for (std::size_t r = 0; r < worst.size(); ++r) {
             EXPECT_LE(worst[r], group.rows[r].bound)
                 << group.name << ", " << group.rows[r].what << ", points " << group.low << " to "
@@ -175,13 +177,15 @@ TEST_P(KernelsOf, StayWithinTheirErrorBounds)
     }
 }
 
-TEST_P(KernelsOf, GiveAnElementTheSameBitsWhereverItStands)
+TEST_P(InstructionSets, GiveAnElementTheSameBitsWhereverItStands)
 {
     Numbers x(100);
     std::mt19937_64 engine(3);
     std::uniform_real_distribution<double> draw(-4.0, 4.0);
     for (double& number : x) number = draw(engine);
-    for (const SmoothKernels* smooth : {&k.atan, &k.softplus, &k.log_dnorm}) {
+    for (const ElementKernels* smooth : {&element_kernels<Atan>(k),
+                                         &element_kernels<Softplus>(k),
+                                         &element_kernels<LogDnorm>(k)}) {
         Numbers whole(100), part(100);
         value(*smooth, x.data(), whole.data(), 100);
         for (std::size_t first = 0; first < 20; ++first) {
@@ -193,15 +197,15 @@ TEST_P(KernelsOf, GiveAnElementTheSameBitsWhereverItStands)
     }
 }
 
-TEST_P(KernelsOf, GiveExactlyZeroForTheLikelihoodAtZero)
+TEST_P(InstructionSets, GiveExactlyZeroForTheLikelihoodAtZero)
 {
     const Numbers x = {0.0, -0.0, 0.0};
     Numbers y(3, 1.0);
-    value(k.log_dnorm, x.data(), y.data(), 3);
+    value(element_kernels<LogDnorm>(k), x.data(), y.data(), 3);
     EXPECT_EQ(Numbers(3, 0.0), y);
 }
 
-TEST_P(KernelsOf, SumColumnsFromTheLastRowToTheFirst)
+TEST_P(InstructionSets, SumColumnsFromTheLastRowToTheFirst)
 {
     // 1e16 + 1 loses the 1, so the order shows: from the last row up the ones are lost only after 1e16 came in.
     for (const std::size_t cols : {1u, 3u, 8u, 13u, 40u, 71u}) {
@@ -209,14 +213,14 @@ TEST_P(KernelsOf, SumColumnsFromTheLastRowToTheFirst)
         Numbers a(rows * cols, 1.0), sum(cols);
         for (std::size_t c = 0; c < cols; ++c) a[c] = 1e16;
         for (std::size_t c = 0; c < cols; ++c) a[3 * cols + c] = static_cast<double>(c);
-        k.sum_columns(a.data(), rows, cols, cols, sum.data());
+        k.sum_columns({a.data(), rows, cols, cols}, sum.data());
         for (std::size_t c = 0; c < cols; ++c) {
             EXPECT_EQ(((static_cast<double>(c) + 1.0) + 1.0) + 1e16, sum[c]);
         }
     }
 }
 
-TEST_P(KernelsOf, DoArithmeticOnEveryLength)
+TEST_P(InstructionSets, DoArithmeticOnEveryLength)
 {
     for (std::size_t n = 0; n < 30; ++n) {
         Numbers a(n), b(n), c(n), d(n), to(n, -1.0), kept;
@@ -227,7 +231,8 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
         const VEMKN::SideBySide flat{1, n, 1, n, n};
         k.multiply_each(a.data(), b.data(), to.data(), flat);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
-        k.atan.adj_tangent(d.data(), a.data(), c.data(), b.data(), d.data(), to.data(), flat);
+        element_kernels<Atan>(k).vjp_tangent(
+            d.data(), a.data(), c.data(), b.data(), d.data(), to.data(), flat);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i] + c[i] * d[i], to[i]);
         kept = to;
         k.add(a.data(), to.data(), n);
@@ -238,7 +243,7 @@ TEST_P(KernelsOf, DoArithmeticOnEveryLength)
     }
 }
 
-TEST_P(KernelsOf, ReachEveryDerivativeSideBySide)
+TEST_P(InstructionSets, ReachEveryDerivativeSideBySide)
 {
     for (const std::size_t cols : {1u, 2u, 5u, 8u, 10u, 16u, 31u, 63u, 64u, 65u, 100u}) {
         for (const std::size_t directions : {0u, 1u, 2u, 7u, 8u, 9u, 70u, 600u}) {
@@ -263,14 +268,15 @@ TEST_P(KernelsOf, ReachEveryDerivativeSideBySide)
                 }
                 Numbers scaled(dx.size(), -1.0), pulled = scaled, adjoint = scaled;
                 k.multiply_each(slope.data(), dx.data(), scaled.data(), shape);
-                k.relu.pull_each(x.data(), x.data(), dx.data(), pulled.data(), shape);
-                k.atan.adj_tangent(x.data(),
-                                   slope.data(),
-                                   bend.data(),
-                                   dybar.data(),
-                                   dx.data(),
-                                   adjoint.data(),
-                                   shape);
+                element_kernels<Relu>(k).vjp_each(
+                    x.data(), x.data(), dx.data(), pulled.data(), shape);
+                element_kernels<Atan>(k).vjp_tangent(x.data(),
+                                                     slope.data(),
+                                                     bend.data(),
+                                                     dybar.data(),
+                                                     dx.data(),
+                                                     adjoint.data(),
+                                                     shape);
                 for (std::size_t r = 0; r < rows; ++r) {
                     for (std::size_t c = 0; c < pitch; ++c) {
                         const std::size_t to = r * pitch + c, of = r * cols + c % step;
@@ -287,7 +293,7 @@ TEST_P(KernelsOf, ReachEveryDerivativeSideBySide)
 }
 
 // Small whole numbers: every sum is exact, in whatever order.
-TEST_P(KernelsOf, MultiplyMatricesAndVectors)
+TEST_P(InstructionSets, MultiplyMatricesAndVectors)
 {
     for (const std::size_t cols : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 16u, 33u, 70u}) {
         for (const std::size_t rows : {1u, 2u, 3u, 8u, 9u, 13u}) {
@@ -320,19 +326,19 @@ TEST_P(KernelsOf, MultiplyMatricesAndVectors)
                     };
 
                     Numbers y(rows * step, before);
-                    k.times_vector(A.data(), pitch, rows, cols, x.data(), y.data(), step, add);
+                    const StridedView view{A.data(), rows, cols, pitch};
+                    k.times_vector(view, x.data(), {y.data(), step}, add);
                     for (std::size_t i = 0; i < y.size(); ++i) {
                         i % step == 0 ? expect(product[i / step], y[i]) : expect_before(y[i]);
                     }
                     y.assign(cols * step, before);
-                    k.transposed_times_vector(
-                        A.data(), pitch, rows, cols, spread.data(), step, y.data(), step, add);
+                    k.transposed_times_vector(view, {spread.data(), step}, {y.data(), step}, add);
                     for (std::size_t i = 0; i < y.size(); ++i) {
                         i % step == 0 ? expect(transposed[i / step], y[i]) : expect_before(y[i]);
                     }
                     y.assign(rows * pitch, before);
                     k.outer_product(
-                        spread.data(), step, rows, x.data(), cols, y.data(), pitch, add);
+                        {spread.data(), step}, x.data(), {y.data(), rows, cols, pitch}, add);
                     for (std::size_t i = 0; i < y.size(); ++i) {
                         const std::size_t r = i / pitch, c = i % pitch;
                         c < cols ? expect(x[r] * x[c], y[i]) : expect_before(y[i]);
@@ -343,24 +349,26 @@ TEST_P(KernelsOf, MultiplyMatricesAndVectors)
     }
 }
 
-TEST_P(KernelsOf, MultiplyInfiniteVectorsWithoutAnException)
+TEST_P(InstructionSets, MultiplyInfiniteVectorsWithoutAnException)
 {
     for (const std::size_t n : {1u, 3u, 8u, 9u}) {
         const Numbers A(3 * n, 2.0), x(n, INFINITY), huge(n, 1e308);
         Numbers y(3 * n);
         std::feclearexcept(FE_ALL_EXCEPT);
-        k.times_vector(A.data(), n, 3, n, x.data(), y.data(), 1, false);
-        k.transposed_times_vector(A.data(), n, 1, n, x.data(), 1, y.data(), 1, false);
-        k.outer_product(x.data(), 1, 1, A.data(), n, y.data(), n, false);
+        k.times_vector({A.data(), 3, n, n}, x.data(), {y.data(), 1}, false);
+        k.transposed_times_vector({A.data(), 1, n, n}, {x.data(), 1}, {y.data(), 1}, false);
+        k.outer_product({x.data(), 1}, A.data(), {y.data(), 1, n, n}, false);
         const Numbers small(3 * n, 1e-300);
-        if (n >= 3)
-            k.transposed_times_vector(small.data(), n, 3, n, huge.data(), 1, y.data(), 1, false);
-        k.outer_product(huge.data(), 1, 1, small.data(), n, y.data(), n, true);
+        if (n >= 3) {
+            k.transposed_times_vector(
+                {small.data(), 3, n, n}, {huge.data(), 1}, {y.data(), 1}, false);
+        }
+        k.outer_product({huge.data(), 1}, small.data(), {y.data(), 1, n, n}, true);
         EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW)) << n;
     }
 }
 
-TEST_P(KernelsOf, AddToEveryRow)
+TEST_P(InstructionSets, AddToEveryRow)
 {
     for (const std::size_t cols : {1u, 2u, 3u, 5u, 7u, 8u, 9u, 16u, 31u, 511u, 512u, 513u, 600u}) {
         for (const std::size_t rows : {0u, 1u, 2u, 3u, 8u, 13u}) {
@@ -368,7 +376,7 @@ TEST_P(KernelsOf, AddToEveryRow)
                 const std::size_t pitch = cols + gap;
                 Numbers a(cols), matrix(rows * pitch, 2.0);
                 for (std::size_t c = 0; c < cols; ++c) a[c] = static_cast<double>(c) + 0.5;
-                k.add_to_rows(a.data(), matrix.data(), rows, cols, pitch);
+                k.add_to_rows(a.data(), {matrix.data(), rows, cols, pitch});
                 for (std::size_t r = 0; r < rows; ++r) {
                     for (std::size_t c = 0; c < pitch; ++c) {
                         EXPECT_EQ(c < cols ? 2.0 + a[c] : 2.0, matrix[r * pitch + c]);
@@ -379,7 +387,7 @@ TEST_P(KernelsOf, AddToEveryRow)
     }
 }
 
-TEST_P(KernelsOf, TellFiniteNumbersFromOthersQuietly)
+TEST_P(InstructionSets, TellFiniteNumbersFromOthersQuietly)
 {
     for (std::size_t n = 0; n < 20; ++n) {
         Numbers a(n, -1.7e308);
@@ -397,6 +405,6 @@ TEST_P(KernelsOf, TellFiniteNumbersFromOthersQuietly)
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryInstructionSet,
-                         KernelsOf,
+                         InstructionSets,
                          testing::ValuesIn(available()),
                          [](const auto& set) { return std::string(kernels_of(set.param).name); });

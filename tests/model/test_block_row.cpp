@@ -28,7 +28,7 @@ struct Pair {
 
 void expect_equal(const std::vector<WorkMatrix>& each, const BlockRow& all, double tolerance = 0)
 {
-    ASSERT_EQ(each.size(), all.number());
+    ASSERT_EQ(each.size(), all.count());
     for (std::size_t k = 0; k < each.size(); ++k) {
         ASSERT_EQ(each[k].rows(), all.rows());
         ASSERT_EQ(each[k].cols(), all.cols());
@@ -89,7 +89,7 @@ TEST(BlockRow, RefusesMoreThanCanBeAddressed)
     BlockRow a;
     EXPECT_THROW(a.set_shape(std::uint64_t{1} << 31, std::uint64_t{1} << 31, 2), std::bad_alloc);
     EXPECT_EQ(0u, a.size());
-    EXPECT_EQ(0u, a.number());
+    EXPECT_EQ(0u, a.count());
 }
 
 TEST(BlockRow, AddsAndSumsColumns)

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "model/linear.h"
 #include "model/matrix.h"
 #include "support/numbers.h"
 

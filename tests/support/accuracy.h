@@ -16,9 +16,9 @@
 namespace accuracy {
 
 // Outputs of the kernels of one element function.
-enum Quantity { INNER, VALUE, SLOPE, PULL, BEND, QUANTITIES };
+enum Quantity { SAVED, VALUE, SLOPE, VJP, CURVATURE, QUANTITIES };
 
-// What they are at a point, with pull and bend still to be multiplied by ybar.
+// What they are at a point, with vjp and curvature still to be multiplied by ybar.
 template <class Real>
 using Truth = std::array<Real, QUANTITIES>;
 
@@ -35,14 +35,14 @@ struct Row {
 template <class Real>
 struct Group {
     const char* name;
-    VEMKN::SmoothKernels VEMKN::Kernels::*kernels;
+    const VEMKN::ElementKernels& (*kernels)(const VEMKN::Kernels& of);
     double low, high;
     // Magnitudes spread evenly over the exponents, and both signs where low is negative; else uniform.
     bool logarithmic;
     Truth<Real> (*truth)(double);
     std::vector<Row> rows;
-    // For the logarithm alone: the kernels get points as t, this as x, so that nothing but the logarithm is in the error.
-    bool points_are_inner = false;
+    // For the logarithm alone: the kernels get points as what is saved, this as x, so that nothing but the logarithm is in the error.
+    bool points_are_saved = false;
 };
 
 template <class Real>
@@ -95,30 +95,30 @@ Truth<Real> log_of_sum(double e)
 template <class Real>
 const std::vector<Group<Real>>& groups()
 {
-    using VEMKN::Kernels;
+    using VEMKN::element_kernels, VEMKN::Atan, VEMKN::LogDnorm, VEMKN::Softplus;
     // clang-format off
     static const std::vector<Group<Real>> all = {
-        {"softplus", &Kernels::softplus, -40, 40, false, softplus<Real>, {
-            {INNER, "inner: exp(x)", 0, 3.5}, {VALUE, "value", 1, 2.9}, {SLOPE, "slope", 0, 5},
-            {PULL, "pull", 0, 6}, {BEND, "bend", 0, 8.2}}},
-        {"softplus", &Kernels::softplus, -700, 300, false, softplus<Real>, {
-            {INNER, "inner: exp(x)", 0, 3.4}, {VALUE, "value", 1, 2.8}, {SLOPE, "slope", 0, 4.2},
-            {PULL, "pull", 0, 5.2}, {BEND, "bend", 0, 6.9}}},
-        {"log", &Kernels::softplus, 1e-16, 1e130, true, log_of_sum<Real>, {
+        {"softplus", element_kernels<Softplus>, -40, 40, false, softplus<Real>, {
+            {SAVED, "saved: exp(x)", 0, 3.5}, {VALUE, "value", 1, 2.9}, {SLOPE, "slope", 0, 5},
+            {VJP, "vjp", 0, 6}, {CURVATURE, "curvature", 0, 8.2}}},
+        {"softplus", element_kernels<Softplus>, -700, 300, false, softplus<Real>, {
+            {SAVED, "saved: exp(x)", 0, 3.4}, {VALUE, "value", 1, 2.8}, {SLOPE, "slope", 0, 4.2},
+            {VJP, "vjp", 0, 5.2}, {CURVATURE, "curvature", 0, 6.9}}},
+        {"log", element_kernels<Softplus>, 1e-16, 1e130, true, log_of_sum<Real>, {
             {VALUE, "value: log(1 + e) of e", 0, 1.8}}, true},
-        {"atan", &Kernels::atan, -5, 5, false, atan_<Real>, {
-            {VALUE, "value", 0, 1.9}, {SLOPE, "slope", 0, 2.2}, {PULL, "pull", 0, 2.2}, {BEND, "bend", 0, 6}}},
-        {"atan", &Kernels::atan, -1e100, 1e100, true, atan_<Real>, {
-            {VALUE, "value", 0, 2.6}, {SLOPE, "slope", 0, 2.6}, {PULL, "pull", 0, 2.5}, {BEND, "bend", 0, 6.4}}},
-        {"log_dnorm", &Kernels::log_dnorm, -1, 1, false, log_dnorm<Real>, {
-            {INNER, "inner: density", 0, 11.5}, {VALUE, "value", 4.5, 2.3}, {SLOPE, "slope", 0, 1.1},
-            {PULL, "pull", 0, 3.7}, {BEND, "bend", 0, 1.7}}},
-        {"log_dnorm", &Kernels::log_dnorm, -2, 2, false, log_dnorm<Real>, {
-            {INNER, "inner: density", 0, 38.2}, {VALUE, "value", 18, 2.3}, {SLOPE, "slope", 0, 1.1},
-            {PULL, "pull", 0, 3.8}, {BEND, "bend", 0, 1.7}}},
-        {"log_dnorm", &Kernels::log_dnorm, 2, 1e70, true, log_dnorm<Real>, {
-            {INNER, "inner: density", 0, 3.5}, {VALUE, "value", 0, 1.5}, {SLOPE, "slope", 0, 3.1},
-            {PULL, "pull", 0, 6.3}, {BEND, "bend", 0, 11.5}}},
+        {"atan", element_kernels<Atan>, -5, 5, false, atan_<Real>, {
+            {VALUE, "value", 0, 1.9}, {SLOPE, "slope", 0, 2.2}, {VJP, "vjp", 0, 2.2}, {CURVATURE, "curvature", 0, 6}}},
+        {"atan", element_kernels<Atan>, -1e100, 1e100, true, atan_<Real>, {
+            {VALUE, "value", 0, 2.6}, {SLOPE, "slope", 0, 2.6}, {VJP, "vjp", 0, 2.5}, {CURVATURE, "curvature", 0, 6.4}}},
+        {"log_dnorm", element_kernels<LogDnorm>, -1, 1, false, log_dnorm<Real>, {
+            {SAVED, "saved: density", 0, 11.5}, {VALUE, "value", 4.5, 2.3}, {SLOPE, "slope", 0, 1.1},
+            {VJP, "vjp", 0, 3.7}, {CURVATURE, "curvature", 0, 1.7}}},
+        {"log_dnorm", element_kernels<LogDnorm>, -2, 2, false, log_dnorm<Real>, {
+            {SAVED, "saved: density", 0, 38.2}, {VALUE, "value", 18, 2.3}, {SLOPE, "slope", 0, 1.1},
+            {VJP, "vjp", 0, 3.8}, {CURVATURE, "curvature", 0, 1.7}}},
+        {"log_dnorm", element_kernels<LogDnorm>, 2, 1e70, true, log_dnorm<Real>, {
+            {SAVED, "saved: density", 0, 3.5}, {VALUE, "value", 0, 1.5}, {SLOPE, "slope", 0, 3.1},
+            {VJP, "vjp", 0, 6.3}, {CURVATURE, "curvature", 0, 11.5}}},
     };
     // clang-format on
     return all;
@@ -135,8 +135,8 @@ constexpr double SMALLEST = 1e-30;
 
 // Seeded points of a group, with the truth of each.
 template <class Real>
-struct Block {
-    Block(const Group<Real>& a_group, std::size_t n, unsigned seed)
+struct Sample {
+    Sample(const Group<Real>& a_group, std::size_t n, unsigned seed)
         : group(a_group), x(n), ybar(n), exact(n)
     {
         std::mt19937_64 engine(seed);
@@ -155,7 +155,7 @@ struct Block {
             const Truth<Real> truth = group.truth(x[i]);
             for (int q = 0; q < QUANTITIES; ++q) {
                 exact[i][q] = static_cast<long double>(truth[q]);
-                if (q == PULL || q == BEND) exact[i][q] *= static_cast<long double>(ybar[i]);
+                if (q == VJP || q == CURVATURE) exact[i][q] *= static_cast<long double>(ybar[i]);
             }
         }
     }
@@ -163,22 +163,22 @@ struct Block {
     // Raises worst, one entry a row of the group, to the largest errors of these kernels here.
     void raise(const VEMKN::Kernels& kernels, std::vector<double>& worst) const
     {
-        const VEMKN::SmoothKernels& k = kernels.*group.kernels;
+        const VEMKN::ElementKernels& k = group.kernels(kernels);
         const std::size_t n = x.size();
         std::array<std::vector<double>, QUANTITIES> y;
         for (std::vector<double>& numbers : y) numbers.resize(n);
-        if (group.points_are_inner) {
+        if (group.points_are_saved) {
             k.value(std::vector<double>(n, 0.0).data(), x.data(), y[VALUE].data(), n);
         } else {
-            y[INNER] = x;
-            if (k.inner != nullptr) k.inner(x.data(), y[INNER].data(), n);
-            const double* t = y[INNER].data();
+            y[SAVED] = x;
+            if (k.saved != nullptr) k.saved(x.data(), y[SAVED].data(), n);
+            const double* saved = y[SAVED].data();
             std::vector<double> again(n);
-            k.value_slope(x.data(), t, y[VALUE].data(), y[SLOPE].data(), n);
-            k.pull_slope_bend(
-                x.data(), t, ybar.data(), again.data(), again.data(), y[BEND].data(), n);
-            k.value(x.data(), t, y[VALUE].data(), n);
-            k.pull(x.data(), t, ybar.data(), y[PULL].data(), n);
+            k.value_slope(x.data(), saved, y[VALUE].data(), y[SLOPE].data(), n);
+            k.vjp_terms(
+                x.data(), saved, ybar.data(), again.data(), again.data(), y[CURVATURE].data(), n);
+            k.value(x.data(), saved, y[VALUE].data(), n);
+            k.vjp(x.data(), saved, ybar.data(), y[VJP].data(), n);
         }
         for (std::size_t r = 0; r < worst.size(); ++r) {
             const Row& row = group.rows[r];

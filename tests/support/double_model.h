@@ -1,7 +1,7 @@
 #pragma once
 
-#include "api/params.h"
-#include "model/mknn.h"
+#include "model/params.h"
+#include "network/mknn.h"
 #include "support/plain_network.h"
 
 // Models and matrices of the library made by hand, for the tests of its hidden kernels.

@@ -4,6 +4,8 @@ from __future__ import annotations
 
 import ctypes
 import ctypes.util
+import functools
+import itertools
 import os
 import threading
 from collections.abc import Iterator, Sequence
@@ -93,6 +95,15 @@ def _version_of(loaded: ctypes.CDLL) -> str:
         oldest = ".".join(map(str, OLDEST))
         raise ImportError(f"{loaded._name} is libvemkn {text}; vemkn needs {oldest} or newer")
     return text
+
+
+@functools.cache
+def words(name: str) -> tuple[str, ...]:
+    """The words that the library's function vemk_activations or vemk_norms lists, null past their end."""
+    function = getattr(library, name)
+    function.restype, function.argtypes = ctypes.c_char_p, [_COUNT]
+    listed = itertools.takewhile(lambda word: word is not None, map(function, itertools.count()))
+    return tuple(word.decode() for word in listed)
 
 
 def _declare(loaded: ctypes.CDLL) -> None:

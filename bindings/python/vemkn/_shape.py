@@ -7,10 +7,7 @@ from dataclasses import dataclass
 from functools import cached_property
 
 from ._arrays import LIMIT
-
-# softmax and softplus_shifted are softplus to the library.
-ACTIVATIONS = ("softplus", "atan", "relu", "id", "softmax", "softplus_shifted")
-NORMS = ("sum_log_dnorm_fat", "sum")
+from ._library import words
 
 
 @dataclass(frozen=True)
@@ -36,8 +33,8 @@ class Shape:
                 f"nmult is {self.nmult}, so the last size, {self.sizes[-1]}, must equal the first, "
                 f"{self.sizes[0]}"
             )
-        _check_word("activation", self.activation, ACTIVATIONS)
-        _check_word("norm", self.norm, NORMS)
+        _check_word("activation", self.activation, words("vemk_activations"))
+        _check_word("norm", self.norm, words("vemk_norms"))
 
     @staticmethod
     def parse(text: str) -> Shape:

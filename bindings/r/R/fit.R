@@ -37,10 +37,10 @@
 #' p <- predict(fit, c(-1, 0, 1), se.fit = TRUE)
 #' cbind(truth = 3 + sin(2 * c(-1, 0, 1)), fit = p$fit[, 1], se = p$se.fit[, 1])
 #' @export
-vemkn_fit <- function(x, y, hidden = 6, activation = c("softplus", "atan", "relu", "id"), core = NULL, shift = NULL,
+vemkn_fit <- function(x, y, hidden = 6, activation = "softplus", core = NULL, shift = NULL,
                       decay = 0, starts = 3, method = c("BFGS", "CG", "nlminb"), maxit = 1000, threads = 1,
                       batch = 64) {
-    activation <- match.arg(activation)
+    activation <- match.arg(activation, .Call(C_words, FALSE))
     method <- match.arg(method)
     starts <- counts(starts, "starts", 1)
     maxit <- counts(maxit, "maxit", 1)

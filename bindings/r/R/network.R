@@ -18,8 +18,8 @@
 #'
 #' @param ... widths of the hidden layers, at least one.
 #' @param numin,numout number of inputs and outputs.
-#' @param activation of every layer.
-#' @param norm what is made of the residuals.
+#' @param activation of every layer: `"softplus"`, `"atan"`, `"relu"`, `"id"`, or another word that the library knows.
+#' @param norm what is made of the residuals: `"sum_log_dnorm_fat"` or `"sum"`.
 #' @param threads number of shares into which the rows are dealt. The same data with the same `threads` and `batch` give
 #'   the same bits.
 #' @param batch rows that are worked on at a time.
@@ -31,16 +31,16 @@
 #' weights(net) <- rnorm(length(weights(net)))
 #' net
 #' @export
-vemkn <- function(..., numin, numout = 1, activation = c("softplus", "atan", "relu", "id"),
-                  norm = c("sum_log_dnorm_fat", "sum"), threads = 1, batch = 32, nmult = 1) {
+vemkn <- function(..., numin, numout = 1, activation = "softplus",
+                  norm = "sum_log_dnorm_fat", threads = 1, batch = 32, nmult = 1) {
     hidden <- counts(c(...), "hidden widths")
     numin <- counts(numin, "numin", 1)
     numout <- counts(numout, "numout", 1)
     threads <- counts(threads, "threads", 1)
     batch <- counts(batch, "batch", 1)
     nmult <- counts(nmult, "nmult", 1)
-    activation <- match.arg(activation)
-    norm <- match.arg(norm)
+    activation <- match.arg(activation, .Call(C_words, FALSE))
+    norm <- match.arg(norm, .Call(C_words, TRUE))
     if (threads > 99999) stop("'threads' has to be at most 99999")
     if (nmult > 1 && hidden[length(hidden)] != numin) {
         stop("with 'nmult' above 1 the last hidden width has to be 'numin', as its outputs are the next inputs")

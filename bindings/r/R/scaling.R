@@ -46,9 +46,9 @@ atan_reach <- 1.4
 # lowest maps to 1, for atan the middle to 0, for id the median to 0.
 default_shift <- function(y, core, activation) {
     switch(activation,
-           softplus = , relu = min(y) - 3 * core,
            atan = (min(y) + max(y)) / 2,
-           id = median(y))
+           id = median(y),
+           min(y) - 3 * core)
 }
 
 make_target_map <- function(x, y, core, shift, activation) {

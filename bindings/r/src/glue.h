@@ -98,6 +98,7 @@ SEXP vemknr_create(SEXP text, SEXP threads, SEXP batch);
 SEXP vemknr_release(SEXP handle);
 SEXP vemknr_numel(SEXP handle);
 SEXP vemknr_version(void);
+SEXP vemknr_words(SEXP norms);
 
 SEXP vemknr_compute(SEXP handle, SEXP w, SEXP x);
 SEXP vemknr_residual(SEXP handle, SEXP w, SEXP x, SEXP y);

@@ -91,6 +91,17 @@ SEXP vemknr_numel(SEXP handle)
     return Rf_ScalarInteger((int)vemk_numel(network_of(handle)));
 }
 
+SEXP vemknr_words(SEXP norms)
+{
+    const char *(*const word)(unsigned) = Rf_asLogical(norms) ? vemk_norms : vemk_activations;
+    unsigned n = 0;
+    while (word(n) != NULL) ++n;
+    SEXP words = PROTECT(Rf_allocVector(STRSXP, n));
+    for (unsigned i = 0; i < n; ++i) SET_STRING_ELT(words, i, Rf_mkChar(word(i)));
+    UNPROTECT(1);
+    return words;
+}
+
 SEXP vemknr_version(void)
 {
     return Rf_mkString(vemk_version());

@@ -9,6 +9,7 @@ static const R_CallMethodDef entries[] = {
     {"release",          (DL_FUNC)&vemknr_release,          1},
     {"numel",            (DL_FUNC)&vemknr_numel,            1},
     {"version",          (DL_FUNC)&vemknr_version,          0},
+    {"words",            (DL_FUNC)&vemknr_words,            1},
     {"compute",          (DL_FUNC)&vemknr_compute,          3},
     {"residual",         (DL_FUNC)&vemknr_residual,         4},
     {"objective",        (DL_FUNC)&vemknr_objective,        4},

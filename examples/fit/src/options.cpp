@@ -6,6 +6,8 @@
 #include <charconv>
 #include <cmath>
 #include <map>
+#include <string>
+#include <vector>
 
 #include "user_error.h"
 
@@ -79,6 +81,14 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
         ->group(group);
 }
 
+// Those that the library lists.
+std::vector<std::string> known_activations()
+{
+    std::vector<std::string> words;
+    for (unsigned i = 0; const char* const word = vemk_activations(i); ++i) words.emplace_back(word);
+    return words;
+}
+
 void add_network_options(CLI::App& app, Options& options, Raw& raw)
 {
     const char* group = "Network";
@@ -93,7 +103,7 @@ void add_network_options(CLI::App& app, Options& options, Raw& raw)
                    options.shape.activation,
                    "softplus, atan, relu or id. It acts on the outputs, too: those of softplus and "
                    "relu are positive, those of atan lie within pi/2 of 0")
-        ->check(CLI::IsMember({"softplus", "atan", "relu", "id"}))
+        ->check(CLI::IsMember(known_activations()))
         ->capture_default_str()
         ->group(group);
     app.add_option("--norm",

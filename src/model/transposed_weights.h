@@ -1,0 +1,43 @@
+#pragma once
+
+#include <vector>
+
+#include "model/blas.h"
+#include "model/model.h"
+
+namespace VEMKN {
+
+// The transposed weight matrices, copied once for all slices of a call and shared by its threads: Zbar W^T is then a
+// product of two factors as they stand, which the small-product kernels of BLAS are made for (docs/performance.md).
+template <class Model>
+class TransposedWeights {
+public:
+    // None of them: a single slice is not worth the copies.
+    TransposedWeights() = default;
+
+    explicit TransposedWeights(const Model& net) : transposed_(net.weights.size())
+    {
+        // With one pass nothing is passed down from the first layer.
+        for (std::size_t i = net.nmult == 1 ? 1 : 0; i < net.weights.size(); ++i) {
+            transpose(net.weights[i], transposed_[i]);
+        }
+    }
+
+    // Hbar = Zbar W^T for layer i.
+    void pass_down(const Model& net,
+                   std::size_t i,
+                   const typename Model::Adjoint& Zbar,
+                   typename Model::Adjoint& Hbar) const
+    {
+        if (transposed_.empty()) {
+            do_binmult(Hbar, Zbar, transposed(net.weights[i]));
+        } else {
+            do_mult(Zbar, transposed_[i], Hbar);
+        }
+    }
+
+private:
+    std::vector<typename Model::Matrix> transposed_;
+};
+
+}  // namespace VEMKN

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+#include "model/model.h"
+#include "network/description.h"
+#include "network/function_tables.h"
+#include "runtime/call_frame.h"
+#include "runtime/messages.h"
+
+namespace VEMKN {
+
+// One line about the build on standard output when the environment variable INFO is set.
+void print_build_information();
+
+// The model that a parsed description asks for, weights and biases zero.
+template <class Model>
+Model build_model(const Description& d)
+{
+    Model net;
+    net.numin = d.numin;
+    net.numout = d.numout;
+    net.nlayers = d.nlayers;
+    net.nmult = d.nmult;
+    net.batch = static_cast<std::int32_t>(d.batch);
+    if (!d.valid) {
+        write_error("Error: invalid network data\n");
+        return net;
+    }
+
+    net.sizes = d.sizes;
+    net.activation_name = d.activation_name;
+    net.norm_name = d.norm_name;
+    net.weights.reserve(d.nlayers);
+    net.biases.reserve(d.nlayers);
+    for (std::size_t i = 0; i < d.nlayers; ++i) {
+        net.weights.emplace_back(MatrixTemplate<double>(d.rows(i), d.cols(i)));
+        net.biases.emplace_back(0.0, d.cols(i));
+    }
+    if (!set_norm_named(d.norm_name, net)) {
+        write_output(message("invalid norm function name: ", d.norm_name, "\n"));
+    }
+    const LogpConstants logp = logp_named<Model>(d.norm_name);
+    net.logp_bias = typename Model::SValue(logp.bias);
+    net.logp_sigma = typename Model::SValue(logp.sigma);
+    net.activation = activation_named<Model>(d.activation_name);
+    return net;
+}
+
+// Model from a description text. Bad content gives a message and a model without layers, never an exception.
+template <class Model>
+Model mknn(const std::string& text)
+{
+    Model net;
+    call_frame([&] {
+        print_build_information();
+        net = build_model<Model>(parse_description(text));
+    });
+    return net;
+}
+
+}  // namespace VEMKN

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "runtime/calls.h"
+#include "runtime/traps.h"
+
+namespace VEMKN {
+
+// The banner, one line on standard output, once a process.
+void print_banner_once();
+
+// What every computing entry point and the parser run their work in: banner, BLAS to one thread, traps on, the work,
+// traps off, BLAS threads back. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
+// this is no destructor's job.
+template <class Work>
+void call_frame(const Work& work)
+{
+    print_banner_once();
+    CallInFlight call;
+    arm_traps();
+    work();
+    fedisableexcept(TRAPS);
+    call.finish();
+}
+
+// The same for a quiet handle: no traps, and the host's floating-point environment as it was found.
+template <class Work>
+void quiet_frame(const Work& work)
+{
+    print_banner_once();
+    CallInFlight call;
+    const ScopedTraps masked(false);
+    work();
+    call.finish();
+}
+
+}  // namespace VEMKN
