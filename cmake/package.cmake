@@ -29,7 +29,7 @@ Hessian-vector products, and Jacobian products in both directions. It is
 meant for programs that fit the weights with an optimiser of their own.")
 
 # dpkg-shlibdeps finds the libraries that are needed, and libopenblas0, which the serial OpenBLAS would satisfy: with that
-# one calls run on one thread, whatever they are told.
+# one calls run on one thread, whatever the host asks for.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libvemkn1)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
@@ -68,6 +68,6 @@ set(CPACK_COMPONENT_FIT_DESCRIPTION
     "robust fits of a small network to the columns of a CSV file
 vemkn-fit fits a small feed-forward network to columns of a CSV file, so that
 gross outliers do not pull the fit along. It can compare the fit with least
-squares, tell the uncertainty of its predictions, and draw a plot.")
+squares, give the uncertainty of its predictions, and draw a plot.")
 
 include(CPack)

@@ -1,6 +1,9 @@
-/** @mainpage libvemkn: values and exact derivatives of a small dense feed-forward network, for optimisers and fits
+/** @mainpage libvemkn: values and exact derivatives of a small dense feed-forward network
  *
  * SPDX-License-Identifier: BSD-3-Clause
+ *
+ * For optimisers and fits: a host hands over weights and a batch of rows, and gets outputs,
+ * residuals, the objective, and its derivatives with respect to the weights.
  *
  * ## A call sequence
  *
@@ -13,77 +16,110 @@
  *
  * ## The handle
  *
- * A handle holds the shapes, the names of the activation and the norm, a thread count, a slice size and one
- * set of weights of its own. Every computing call takes the weights that it is to use; the handle's own ones
- * serve only where the caller passes none (null). No computing call changes the handle.
+ * A handle holds the shapes, the names of the activation and the norm, a thread count, a slice size
+ * and one set of weights of its own. Every computing call takes the weights that it is to use; the
+ * handle's own serve only where the caller passes none (null). No computing call changes the
+ * handle.
  *
  * ## The description text
  *
- * Words separated by white space: numin numout nlayers nmult batch, then nlayers sizes, then the name of the
- * activation ("softplus", "atan", "relu", "id"; "softmax", "softplus_shifted" and any other word are softplus) and
- * the name of the norm ("sum" or "sum_log_dnorm_fat"). With s0 ... s(n-1) the sizes and n = nlayers, layer i < n-1
- * maps s(i) values to s(i+1); the last layer maps s(n-1)*nmult values to numout. The activation acts on every
- * layer, the last one included. nmult > 1 applies the hidden layers that often in a chain and hands the outputs of
- * all passes, side by side, to the last layer.
+ * Words separated by white space: numin numout nlayers nmult batch, then nlayers sizes, then the
+ * name of the activation ("softplus", "atan", "relu", "id"; "softmax", "softplus_shifted" and any
+ * other word are softplus) and the name of the norm ("sum" or "sum_log_dnorm_fat").
+ *
+ * - With s0 ... s(n-1) the sizes and n = nlayers, layer i < n-1 maps s(i) values to s(i+1); the
+ *   last layer maps s(n-1)*nmult values to numout.
+ * - The activation acts on every layer, the last one included.
+ * - nmult > 1 applies the hidden layers that often in a chain and hands the outputs of all passes,
+ *   side by side, to the last layer. The last size must then equal the first.
+ * - batch must not be 0 and is otherwise ignored: a new handle works in slices of 32 rows.
  *
  * ## The flat order of weights, gradients and products
  *
  *     layer 0          layer 1          layer 2
  *     b0 | W0 by rows | b1 | W1 by rows | b2 | W2 by rows        vemk_numel() numbers in all
  *
- * W(i) has one row for each input of the layer and one column for each output, so the outputs are H*W + b.
+ * W(i) has one row for each input of the layer and one column for each output, so the outputs are
+ * H*W + b.
  *
- * ## The objective
+ * ## Norms, and the objective
  *
- * R = output - target. "sum": the mean of R, signed. "sum_log_dnorm_fat": the mean of the negative log-likelihood
- * -log f(R) + vemk_logp_bias, where f is a Gaussian of standard deviation 1/3 for |R| < 2 and a Cauchy density of
- * scale 0.0004785973257525766 from there on; a gross outlier so costs little more than a moderate one. The two do not
- * join: the cost rises to 18 just below |R| = 2, falls to 10.36 there and is back at 18 only at 91.
+ * R = output - target. The element norm gives one number for each residual, the summing norm their
+ * sum; the objective is the summing norm of R divided by its number of elements.
+ *
+ * - "sum": the residual itself, signed.
+ * - "sum_log_dnorm_fat": its negative log-likelihood -log f(R) + vemk_logp_bias, where f is a
+ *   Gaussian of standard deviation 1/3, the core, for |R| < 2, and a Cauchy density of scale
+ *   0.0004785973257525766, the tail, from there on. A gross outlier costs little more than a
+ *   moderate one. The two do not join: the cost rises to 18 just below |R| = 2, falls to 10.36
+ *   there and is back at 18 only at 91.
+ *
+ * ## Tangents and cotangents
+ *
+ * A tangent is a direction in the space of the weights, nw numbers in the flat order: vemk_Jv gives
+ * the derivatives of all normed residuals along it (a Jacobian-vector product), vemk_Hv that of the
+ * gradient (a Hessian-vector product). A cotangent has a number for each residual: vemk_vJ gives
+ * the gradient of the sum of the normed residuals, each times its number (a vector-Jacobian
+ * product). The Jacobian is that of the element-normed residuals.
  *
  * ## What a call does to the process
  *
- * - Floating-point traps for invalid, divide-by-zero and overflow are armed while a computing call runs, on every
- *   thread that works for it: arithmetic that would give a NaN out of numbers, or an infinity, ends the process with
- *   SIGFPE instead. On return those three traps are off. A quiet NaN in the data passes through. Flags of the three
- *   exceptions that the host left pending are cleared first. vemk_quiet does without the traps.
- * - OpenBLAS is set to one thread while at least one call runs, and set back when the last one returns.
- * - A call that hands in more input columns than the network takes (numin, or the first of the sizes where that is
- *   smaller) prints "too many predicates: " and ends the process with exit status 3.
- * - A refused call (each function says when) prints one line on standard error, writes nothing and returns -1.
- * - The first call prints one line, the banner, on standard output.
- * - C++ exceptions (lack of memory) pass through to the caller; traps then stay armed (but for a quiet handle) and
- *   BLAS stays at one thread.
- * - In the child of a fork a call runs on one thread, with the same results.
+ * - Traps: while a computing call runs, invalid operations, divisions by zero and overflows trap on
+ *   every thread that works for it. Arithmetic that would make a NaN out of numbers, or an
+ *   infinity, ends the process with SIGFPE. On return those three traps are off, whatever they were
+ *   before; flags of the three exceptions that were pending are cleared. A quiet NaN in the data
+ *   passes through; a signalling NaN traps (R's NA_real_ is one). vemk_quiet does without traps.
+ * - Width: a call with more input columns than the network takes prints "too many predicates: " and
+ *   ends the process with exit status 3. The network takes the smaller of vemk_numin and the first
+ *   of the sizes.
+ * - Refusals: a refused call prints one line on standard error, writes nothing and returns -1.
+ *   Every computing function refuses a null handle; every one that runs the network also refuses a
+ *   network with fewer than two layers, one with nmult > 1 whose last size differs from its first,
+ *   an unknown norm name (where the norm is used), nw other than vemk_numel, an output width other
+ *   than vemk_numout, and 2^32 or more results.
+ * - BLAS: OpenBLAS runs on one thread while at least one call runs, and is set back when the last
+ *   one returns.
+ * - Banner: the first call, initVEMKNet included, prints one line on standard output.
+ * - Exceptions: C++ exceptions (lack of memory) pass through to the caller. Traps then stay armed,
+ *   unless the handle is quiet, and BLAS stays at one thread.
+ * - Fork: in a fork's child a call runs on one thread, with the same results.
+ * - Environment: vemk_Hv, vemk_Jv, vemk_vJ, vemk_vJ_vec and initVEMKNet read environment variables.
+ *   setenv, putenv and unsetenv must not run at the same time on another thread.
  *
  * ## Results and threads
  *
- * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares (64 at most), and the shares' sums are added in
- * a fixed order: the same input with the same threads and batch gives the same bits on one machine, run after run,
- * however many threads really ran. A team has at most as many threads as there are shares, or processors (two where
- * there is one). Calls may overlap in time, on one handle too, as long as no setter runs on it meanwhile; at most 64
- * threads work inside the library at once, further calls wait. Outputs of a call may overlap its inputs.
+ * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares (64 at most), and
+ * the shares' sums are added in a fixed order. The same input with the same threads and batch gives
+ * the same bits on one machine, however many threads really run: at most as many as there are
+ * shares, or processors (two where there is one). Calls may overlap in time, on one handle too, as
+ * long as no setter runs on it; at most 64 threads work inside the library at once, further calls
+ * wait. Outputs of a call may overlap its inputs.
  *
- * ## Words used below
+ * ## Null pointers
  *
- * "Shapes" are rows x columns, stored row by row. "Refused" is as above; every computing function refuses a null
- * handle, and every one that runs the network also refuses a network with fewer than two layers, one with nmult > 1
- * whose last hidden size differs from its first size, an unknown norm name (where the norm is used), nw other than
- * vemk_numel, an output width other than vemk_numout, and 2^32 or more results.
- * Null w: the handle's own weights. Null x, y, u, v or r: zeros. Null output: that result is not written.
+ * Null w: the handle's own weights. Null x, y, u, v or r: zeros. Null output: that result is not
+ * written.
  */
 #ifndef VEMKN_H
 #define VEMKN_H
 
 /** @file
- * The whole C interface, for C99 and C++20. What holds for all of it is told on the main page, its head comment. */
+ * The whole C interface, for C99 and C++. The main page explains the terms. */
 
 #include <stdint.h>
 
-/** Version of this header, "year.month.build". That of the library which runs is vemk_version. */
-#define VEMKN_VERSION "2026.9.1175"
 #define VEMKN_VERSION_MAJOR 2026 /**< year of VEMKN_VERSION */
 #define VEMKN_VERSION_MINOR 9    /**< month of VEMKN_VERSION */
 #define VEMKN_VERSION_PATCH 1175 /**< build of VEMKN_VERSION */
+/** @cond */
+#define VEMKN_TEXT_OF(number) #number
+#define VEMKN_VERSION_OF(year, month, build) \
+    VEMKN_TEXT_OF(year) "." VEMKN_TEXT_OF(month) "." VEMKN_TEXT_OF(build)
+/** @endcond */
+/** Version of this header, "year.month.build". vemk_version gives that of the library which
+ * runs. */
+#define VEMKN_VERSION \
+    VEMKN_VERSION_OF(VEMKN_VERSION_MAJOR, VEMKN_VERSION_MINOR, VEMKN_VERSION_PATCH)
 
 #if defined(__GNUC__)
 #define VEMKN_API __attribute__((visibility("default")))
@@ -95,43 +131,52 @@
 namespace VEMKN {
 struct VEMKNInfo;
 }
-typedef VEMKN::VEMKNInfo VEMKNInfo; /**< what a handle points to; its layout is nobody's business */
+
+typedef VEMKN::VEMKNInfo VEMKNInfo; /**< what a handle points to, opaque */
 extern "C" {
 #else
-typedef struct VEMKNInfo VEMKNInfo; /**< what a handle points to; its layout is nobody's business */
+typedef struct VEMKNInfo VEMKNInfo; /**< what a handle points to, opaque */
 #endif
 
-/** Storage order of direction matrices and of their results in vemk_Hv and vemk_Jv: 0 (the start value) means that
- * the directions are interleaved, anything else that they stand one after the other. Shared by all handles; written
- * by vemk_major. Nothing else reads it.
+/** Storage order of tangents, and of products with them, in vemk_Hv and vemk_Jv: 0, the start
+ * value, interleaves them; anything else puts them one after the other. Shared by all handles;
+ * vemk_major writes it. Nothing else reads it.
  * Threads: a plain variable; do not write it while vemk_Hv or vemk_Jv runs. */
 extern VEMKN_API int vemkn_rowmajor;
 
-/** Number of tangents that a derivative carrier gets when nobody says otherwise. Set by initVEMKNet (to 1) and by
- * vemk_Hv and vemk_Jv (to their number of directions). For inspection: a host has no reason to write it.
+/** How many tangents a derivative carrier gets that is made without a number: 1 after initVEMKNet,
+ * as many as the call carries after vemk_Hv and vemk_Jv. For inspection: a host has no reason to
+ * write it.
  * Threads: written under the library's lock. */
 extern VEMKN_API uint64_t g_ndd;
 
 /* C++ hosts that want to hear of a division by zero among derivative carriers install a handler: see
- * vemkn_errors.h, installed beside this header. Without a handler the message goes to standard error. */
+ * vemkn_errors.h, installed beside this header. Without a handler the message goes to standard
+ * error. */
 
-/* ------------------------------------------------------------------------------------------------ life cycle */
+/* ---------------------------------------------------------------------------------- life cycle */
 
 /** New handle from a description.
  *
  * @param[in] text    array of length [length], the description (see above); may hold any bytes
  * @param[in] length  number of bytes
- * @return a handle, never null; release it with releaseVEMKNet. A text that describes no network gives a handle
- *         without layers: it can be read and released, and every computing call refuses it.
+ * @return a handle, never null; release it with releaseVEMKNet. A text that describes no network
+ *         gives a handle without layers: it can be read and released, and every computing call
+ *         refuses it.
  *
- * The new handle has batch 32 (whatever the text says), threads 1 (inside a parallel region of the host: the size of
- * its team) and all weights 0. Sets g_ndd to 1.
+ * The new handle has batch 32 (whatever the text says), threads 1 (inside a parallel region of the
+ * host: the size of its team) and all weights 0. Sets g_ndd to 1.
  * Ownership: text is copied.
- * Messages:  "Error: invalid network data\n" on standard error when one of the first five numbers is zero or the
- *            network takes more than half of the machine's memory; "invalid norm function name: " and the name on standard
- *            output for an unknown norm; with the environment variable INFO set, a line about the build on standard
- *            output. The text is parsed for two internal models, so each of these appears twice.
+ * Messages:  "Error: invalid network data\n" on standard error when one of the first five numbers
+ *            is zero, or the network takes more than half of the machine's memory or more than the
+ *            process may have; "invalid norm function name: " and the name on standard output for
+ *            an unknown norm; with the environment variable INFO set, a line about the build on
+ *            standard output. The text is parsed for two internal models, so each of these appears
+ *            twice.
  * Failure:   null text with a length throws std::logic_error, a negative length std::length_error.
+ *            The text is parsed as a computing call runs: on return the traps for invalid
+ *            operations, divisions by zero and overflows are off, and a host that had them armed
+ *            arms them again; lack of memory (std::bad_alloc) leaves them armed.
  * Threads:   may run at any time; waits while vemk_Hv or vemk_Jv runs in another thread. */
 VEMKN_API VEMKNInfo* initVEMKNet(const char* text, int length);
 
@@ -144,9 +189,10 @@ VEMKN_API void releaseVEMKNet(VEMKNInfo* net);
 /** Sets the number of threads and the slice size.
  *
  * @param[in,out] net      handle
- * @param[in]     threads  1 ... 99999: number of shares that the slices are dealt to, 64 of them at most. The team of
- *                         threads that works on them never exceeds the number of shares, nor what OpenBLAS stands.
- * @param[in]     batch    rows of a slice, at least 1; anything else leaves the slice size as it is, silently
+ * @param[in]     threads  1 ... 99999: number of shares that the slices are dealt to, 64 of them at
+ *                         most; see "Results and threads" for how many threads run
+ * @param[in]     batch    rows of a slice, at least 1; anything else leaves the slice size as it
+ *                         is, without a message
  * @return 0; -1 for threads out of range or a null handle, and nothing is changed.
  * Threads: must not overlap with other calls on this handle. */
 VEMKN_API int vemk_setpar(VEMKNInfo* net, unsigned threads, int batch);
@@ -158,15 +204,16 @@ VEMKN_API int vemk_setpar(VEMKNInfo* net, unsigned threads, int batch);
  * Threads: must not overlap with other calls on this handle. */
 VEMKN_API int vemk_setbatch(VEMKNInfo* net, int batch);
 
-/** Switches the quiet mode of a handle, off in a new one. Made for R, Python and line searches, which would rather see a
- * NaN than lose their process.
+/** Switches the quiet mode of a handle, off in a new one. For R, Python and line searches, which
+ * would rather see a NaN than lose their process.
  *
  * @param[in,out] net  handle
- * @param[in]     on   not 0: computing calls on this handle arm no traps. Numbers that are not finite flow through, and
- *                     a call whose results are not all finite returns 1 after it wrote them. The three traps are masked
- *                     on every thread that works, and the host's floating-point environment is put back as found.
- *                     Results that the caller did not want (null outputs) count too. An overflow on the way that
- *                     leaves all results finite is not told.
+ * @param[in]     on   not 0: computing calls on this handle arm no traps. Numbers that are not
+ *                     finite flow through, and a call whose results are not all finite returns 1
+ *                     after it wrote them. The three traps are masked on every thread that works,
+ *                     and the host's floating-point environment is put back as found. Results that
+ *                     the caller did not want (null outputs) count too. An overflow on the way that
+ *                     leaves all results finite is not reported.
  * @return 0; -1 for a null handle.
  * Failure: too many input columns end the process in quiet mode too, and refused calls return -1.
  * Threads: must not overlap with other calls on this handle. */
@@ -185,7 +232,8 @@ VEMKN_API int vemk_major(VEMKNInfo* net, int rowmajor);
  * Threads:   may run at any time. */
 VEMKN_API const char* vemk_version(void);
 
-/** The words that a description may name an activation by, aliases included, in the order in which they are compared.
+/** The words that a description may name an activation by, aliases included, in the order in which
+ * they are compared.
  * @param[in] i  0, 1, ...
  * @return word i; null past the end of the list
  * Ownership: a constant.
@@ -199,9 +247,10 @@ VEMKN_API const char* vemk_activations(unsigned i);
  * Threads:   may run at any time. */
 VEMKN_API const char* vemk_norms(unsigned i);
 
-/* --------------------------------------------------------------------------------------- shapes and parameters */
+/* ----------------------------------------------------------------------- shapes and parameters */
 
-/** Number of input columns that the network takes, the first number of its description.
+/** The first number of the description: input columns that the network takes, unless the first of
+ * the sizes is smaller.
  * @param[in] net  handle
  * @return the number; 0 for a null handle
  * Threads: reads the handle only. */
@@ -223,33 +272,39 @@ VEMKN_API uint64_t vemk_numel(VEMKNInfo* net);
  *
  * @param[in]     net     handle
  * @param[in]     layer   0 ... number of layers - 1
- * @param[out]    buffer  null: only the shape is asked for. Else array of length [*rows * *cols], row by row
- * @param[in,out] rows    with a null buffer receives the number of rows, else says how many there are room for
+ * @param[out]    buffer  null: only the shape is asked for. Else array of length [*rows * *cols],
+ *                        row by row
+ * @param[in,out] rows    with a null buffer receives the number of rows, else says how many there
+ *                        are room for
  * @param[in,out] cols    the same for the columns
- * @return 0; -1 for a null handle, no such layer, null rows or cols, or room for more values than are stored (nothing
- *         is written then). Room for fewer receives the first ones.
+ * @return 0; -1 for a null handle, no such layer, null rows or cols, or room for more values than
+ *         are stored (nothing is written then). Room for fewer receives the first ones.
  * Threads: reads the handle only. */
-VEMKN_API int vemk_weights(VEMKNInfo* net, unsigned layer, double* buffer, unsigned* rows, unsigned* cols);
+VEMKN_API int vemk_weights(
+    VEMKNInfo* net, unsigned layer, double* buffer, unsigned* rows, unsigned* cols);
 
 /** One bias vector of the handle's own weights, or its length.
  *
  * @param[in]     net     handle
  * @param[in]     layer   0 ... number of layers - 1
  * @param[out]    buffer  null: only the length is asked for. Else array of length [*length]
- * @param[in,out] length  with a null buffer receives the length, else says how many there is room for
+ * @param[in,out] length  with a null buffer receives the length, else says how many there is room
+ *                        for
  * @return as vemk_weights
  * Threads: reads the handle only. */
 VEMKN_API int vemk_bias(VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length);
 
-/** Log density of the likelihood's core at zero, ln(3/sqrt(2 pi)) = 0.17967375546343706.
+/** Log density of the likelihood's core at zero, ln(3/sqrt(2 pi)) = 0.17967375546343706. A network
+ * with the norm "sum", or an unknown one, has it too.
  * @param[in] net  handle
- * @return that constant; 0.0 for a null handle
+ * @return that constant; 0.0 for a network without layers and for a null handle
  * Threads: reads the handle only. */
 VEMKN_API double vemk_logp_bias(VEMKNInfo* net);
 
-/** Standard deviation of the likelihood's core, 1/3.
+/** Standard deviation of the likelihood's core, 1/3. A network with the norm "sum", or an unknown
+ * one, has it too.
  * @param[in] net  handle
- * @return that constant; 0.0 for a null handle
+ * @return that constant; 0.0 for a network without layers and for a null handle
  * Threads: reads the handle only. */
 VEMKN_API double vemk_logp_sigma(VEMKNInfo* net);
 
@@ -266,14 +321,15 @@ VEMKN_API int vemk_setweights(VEMKNInfo* net, const double* w, unsigned n);
 /** The handle's own weights; zeros after creation.
  *
  * @param[in]  net  handle
- * @param[out] w    array of length [n]: the first n values of the flat vector; may be null only if n is 0
+ * @param[out] w    array of length [n]: the first n values of the flat vector; may be null only if
+ *                  n is 0
  * @param[in]  n    at most vemk_numel(net)
- * @return 0; -1 for a null handle, a null w with n > 0, or n too large (one line on standard error for the last;
- *         nothing is written).
+ * @return 0; -1 for a null handle, a null w with n > 0, or n too large (one line on standard error
+ *         for the last; nothing is written).
  * Threads: reads the handle only. */
 VEMKN_API int vemk_getweights(VEMKNInfo* net, double* w, unsigned n);
 
-/* -------------------------------------------------------------------------------------- outputs and residuals */
+/* ----------------------------------------------------------------------- outputs and residuals */
 
 /** Outputs of the network for a batch, on the calling thread whatever vemk_setpar says.
  *
@@ -282,16 +338,23 @@ VEMKN_API int vemk_getweights(VEMKNInfo* net, double* w, unsigned n);
  * @param[in]  nw       must equal vemk_numel(net); not looked at when w is null
  * @param[in]  x        array of length [nrows*ncols], row by row; vemk_major has no effect here
  * @param[in]  nrows    number of rows
- * @param[in]  ncols    input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  ncols    input columns; missing ones count as zeros
  * @param[in]  ignored  not looked at
  * @param[out] out      array of length [nrows*numout], row by row
- * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
- * Threads:   reads the handle only; calls may overlap, on one handle too. */
-VEMKN_API int vemk_compute(VEMKNInfo* net, const double* w, unsigned nw, const double* x, unsigned nrows,
-                           unsigned ncols, uint64_t ignored, double* out);
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Runs on the calling
+ *            thread. */
+VEMKN_API int vemk_compute(VEMKNInfo* net,
+                           const double* w,
+                           unsigned nw,
+                           const double* x,
+                           unsigned nrows,
+                           unsigned ncols,
+                           uint64_t ignored,
+                           double* out);
 
 /** Residuals, outputs minus targets, on the calling thread whatever vemk_setpar says.
  *
@@ -301,20 +364,28 @@ VEMKN_API int vemk_compute(VEMKNInfo* net, const double* w, unsigned nw, const d
  * @param[in]  x      array of length [nrows*xcols], row by row; vemk_major has no effect here
  * @param[in]  y      array of length [nrows*ycols], row by row
  * @param[in]  nrows  number of rows
- * @param[in]  xcols  input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  xcols  input columns; missing ones count as zeros
  * @param[in]  ycols  must equal vemk_numout(net)
  * @param[out] out    array of length [nrows*ycols], row by row
- * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
- * Threads:   reads the handle only; calls may overlap, on one handle too. */
-VEMKN_API int vemk_residual(VEMKNInfo* net, const double* w, unsigned nw, const double* x, const double* y,
-                            unsigned nrows, unsigned xcols, unsigned ycols, double* out);
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Runs on the calling
+ *            thread. */
+VEMKN_API int vemk_residual(VEMKNInfo* net,
+                            const double* w,
+                            unsigned nw,
+                            const double* x,
+                            const double* y,
+                            unsigned nrows,
+                            unsigned xcols,
+                            unsigned ycols,
+                            double* out);
 
-/* -------------------------------------------------------------------------------------------------- objective */
+/* ------------------------------------------------------------------------------------ objective */
 
-/** Objective of a batch: the summing norm of the residuals divided by their number n*nout.
+/** Objective of a batch: the mean over all residuals of their norm.
  *
  * @param[in]  net     handle; not changed
  * @param[in]  w       array of length [nw], flat order
@@ -322,19 +393,27 @@ VEMKN_API int vemk_residual(VEMKNInfo* net, const double* w, unsigned nw, const 
  * @param[in]  x       array of length [n*nin], row by row; vemk_major has no effect here
  * @param[in]  y       array of length [n*nout], row by row
  * @param[in]  n       number of rows; 0 is refused
- * @param[in]  nin     input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  nin     input columns; missing ones count as zeros
  * @param[in]  nout    must equal vemk_numout(net)
  * @param[out] result  one double
- * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
- * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out as told above. */
-VEMKN_API int vemk_obj(VEMKNInfo* net, const double* w, unsigned nw, const double* x, const double* y, unsigned n,
-                       unsigned nin, unsigned nout, double* result);
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out to
+ *            a team. */
+VEMKN_API int vemk_obj(VEMKNInfo* net,
+                       const double* w,
+                       unsigned nw,
+                       const double* x,
+                       const double* y,
+                       unsigned n,
+                       unsigned nin,
+                       unsigned nout,
+                       double* result);
 
-/** The element norm of every residual: the residual itself under "sum", its negative log-likelihood under
- * "sum_log_dnorm_fat"; divided by nothing.
+/** The element norm of every residual: the residual itself under "sum", its negative log-likelihood
+ * under "sum_log_dnorm_fat"; divided by nothing.
  *
  * @param[in]  net   handle; not changed
  * @param[in]  w     array of length [nw], flat order
@@ -342,16 +421,24 @@ VEMKN_API int vemk_obj(VEMKNInfo* net, const double* w, unsigned nw, const doubl
  * @param[in]  x     array of length [n*nin], row by row
  * @param[in]  y     array of length [n*nout], row by row
  * @param[in]  n     number of rows; 0 writes nothing
- * @param[in]  nin   input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  nin   input columns; missing ones count as zeros
  * @param[in]  nout  must equal vemk_numout(net)
  * @param[out] out   array of length [n*nout], row by row
- * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   see "What a call does to the process".
- * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out as told above. */
-VEMKN_API int vemk_objv(VEMKNInfo* net, const double* w, unsigned nw, const double* x, const double* y, unsigned n,
-                        unsigned nin, unsigned nout, double* out);
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out to
+ *            a team. */
+VEMKN_API int vemk_objv(VEMKNInfo* net,
+                        const double* w,
+                        unsigned nw,
+                        const double* x,
+                        const double* y,
+                        unsigned n,
+                        unsigned nin,
+                        unsigned nout,
+                        double* out);
 
 /** The summing norm of any matrix divided by its number of elements; no network is run.
  *
@@ -359,11 +446,13 @@ VEMKN_API int vemk_objv(VEMKNInfo* net, const double* w, unsigned nw, const doub
  * @param[in]  r       array of length [a*b]
  * @param[in]  a, b    dimensions
  * @param[out] result  one double; 0.0 for no elements
- * @return 0; -1 for a null handle, an unknown norm name or 2^32 or more elements; 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 for a null handle, an unknown norm name or 2^32 or more
+ *         elements.
  *
  * Ownership: every buffer stays the caller's.
- * Failure:   an element beyond about 7.6e153 overflows in the likelihood: SIGFPE.
- * Threads:   reads the handle only; runs on the calling thread. */
+ * Failure:   an element beyond about 7.56e153 in magnitude overflows in the likelihood: SIGFPE.
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Runs on the calling
+ *            thread. */
 VEMKN_API int vemk_norm(VEMKNInfo* net, const double* r, unsigned a, unsigned b, double* result);
 
 /** The element norm of any vector; no network is run.
@@ -372,17 +461,17 @@ VEMKN_API int vemk_norm(VEMKNInfo* net, const double* r, unsigned a, unsigned b,
  * @param[in]  x    array of length [n]
  * @param[in]  n    number of elements; 0 writes nothing
  * @param[out] out  array of length [n]
- * @return 0; -1 for a null handle or an unknown norm name; 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 for a null handle or an unknown norm name.
  *
  * Ownership: every buffer stays the caller's.
  * Failure:   as vemk_norm.
- * Threads:   reads the handle only; runs on the calling thread. */
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Runs on the calling
+ *            thread. */
 VEMKN_API int vemk_logp(VEMKNInfo* net, const double* x, unsigned n, double* out);
 
-/* ------------------------------------------------------------------------------------------------ derivatives */
+/* ---------------------------------------------------------------------------------- derivatives */
 
-/** Objective of a batch and its gradient with respect to every weight and bias. In the likelihood a residual beyond
- * about 6.5e76 overflows on the way to its derivative (here and in vemk_Hv, vemk_vJ, vemk_vJ_vec): SIGFPE.
+/** Objective of a batch and its gradient with respect to every weight and bias.
  *
  * @param[in]  net       handle; not changed
  * @param[in]  w         array of length [nw], flat order
@@ -390,124 +479,185 @@ VEMKN_API int vemk_logp(VEMKNInfo* net, const double* x, unsigned n, double* out
  * @param[in]  x         array of length [n*nin], row by row; vemk_major has no effect here
  * @param[in]  y         array of length [n*nout], row by row
  * @param[in]  n         number of rows; 0 is refused
- * @param[in]  nin       input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  nin       input columns; missing ones count as zeros
  * @param[in]  nout      must equal vemk_numout(net)
  * @param[out] value     one double, the objective as vemk_obj gives it
  * @param[out] gradient  array of length [nw], flat order; overwritten
- * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused.
  *
  * Ownership: every buffer stays the caller's.
- * Failure:   see "What a call does to the process".
- * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out as told above. */
-VEMKN_API int vemk_g(VEMKNInfo* net, const double* w, unsigned nw, const double* x, const double* y, unsigned n,
-                     unsigned nin, unsigned nout, double* value, double* gradient);
+ * Failure:   see "What a call does to the process". In the likelihood a residual beyond about
+ *            6.5e76 in magnitude overflows on the way to its derivative (here and in vemk_Hv,
+ *            vemk_vJ, vemk_vJ_vec): SIGFPE.
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out to
+ *            a team. */
+VEMKN_API int vemk_g(VEMKNInfo* net,
+                     const double* w,
+                     unsigned nw,
+                     const double* x,
+                     const double* y,
+                     unsigned n,
+                     unsigned nin,
+                     unsigned nout,
+                     double* value,
+                     double* gradient);
 
-/** Objective, gradient and the products of the Hessian with several directions.
+/** Objective, gradient and Hessian-vector products with several tangents.
  *
- * Directions and products are interleaved when vemkn_rowmajor is 0 (entry k of direction d at [k*nv + d]), else they
- * stand one after the other ([d*nw + k]). With vemkn_rowmajor not 0 the number of tangents carried is nw whatever nv is:
- * directions nv ... nw-1 count as zero, and nv above nw is refused. With nw = nv = 1 the direction is 1.0 and v is not
- * read.
+ * Tangents and products are interleaved when vemkn_rowmajor is 0 (entry k of tangent d at [k*nv +
+ * d]), else one after the other ([d*nw + k]). With vemkn_rowmajor not 0, nw tangents are carried
+ * whatever nv is: tangents nv ... nw-1 count as zero, and nv above nw is refused. With nw = nv = 1
+ * the tangent is 1.0 and v is not read.
  *
  * @param[in]  net       handle; not changed
  * @param[in]  w         array of length [nw], flat order
  * @param[in]  nw        must equal vemk_numel(net)
- * @param[in]  v         array of length [nw*nv], the directions
- * @param[in]  nv        number of directions; 0 leaves hv alone
+ * @param[in]  v         array of length [nw*nv], the tangents
+ * @param[in]  nv        number of tangents; 0 leaves hv alone
  * @param[in]  x         array of length [n*nin], row by row
  * @param[in]  y         array of length [n*nout], row by row
  * @param[in]  n         number of rows
- * @param[in]  nin       input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  nin       input columns; missing ones count as zeros
  * @param[in]  nout      must equal vemk_numout(net)
  * @param[out] value     one double, the objective
  * @param[out] gradient  array of length [nw], flat order
  * @param[out] hv        array of length [nw*nv], the products
- * @return 0, 1 as told at vemk_quiet, or -1 when the call is refused (also for 2^32 or more direction values).
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused, also for 2^32 or more tangent
+ *         values.
  *
  * Ownership: every buffer stays the caller's.
- * Messages:  with the environment variable NN_TRACE set, "J = value, seconds s\n" on standard output.
- * Failure:   see "What a call does to the process". An empty batch divides by zero: the error handler is told, then
- *            SIGFPE ends the process (a quiet handle goes on, tells it twice and gives NaN).
- * Threads:   reads the handle only; calls may overlap, on one handle too. A call waits for calls of vemk_Hv and vemk_Jv
- *            in other threads that carry another number of tangents. Rows are shared out as told above. */
-VEMKN_API int vemk_Hv(VEMKNInfo* net, const double* w, unsigned nw, const double* v, unsigned nv, const double* x,
-                      const double* y, unsigned n, unsigned nin, unsigned nout, double* value, double* gradient,
+ * Messages:  with the environment variable NN_TRACE set, "J = value, seconds s\n" on standard
+ *            output.
+ * Failure:   see "What a call does to the process". An empty batch divides by zero: the error
+ *            handler gets a report, then SIGFPE ends the process (a quiet handle goes on, reports
+ *            twice and gives NaN).
+ * Threads:   reads the handle only; calls may overlap, on one handle too. A call waits for calls
+ *            of vemk_Hv and vemk_Jv in other threads that carry another number of tangents. Rows
+ *            are shared out to a team. */
+VEMKN_API int vemk_Hv(VEMKNInfo* net,
+                      const double* w,
+                      unsigned nw,
+                      const double* v,
+                      unsigned nv,
+                      const double* x,
+                      const double* y,
+                      unsigned n,
+                      unsigned nin,
+                      unsigned nout,
+                      double* value,
+                      double* gradient,
                       double* hv);
 
-/** The element norm of every residual and its derivatives along several directions in weight space.
+/** The element norm of every residual and its Jacobian-vector products with several tangents.
  *
- * The order of the directions, their number and the case nw = nv = 1 are as in vemk_Hv. Element i = row*ycols + column
- * has its derivative along direction d at jac[i*nv + d] when vemkn_rowmajor is 0, else at jac[d*nrows*ycols + i].
+ * The order of the tangents, their number and the case nw = nv = 1 are as in vemk_Hv. Element i =
+ * row*ycols + column has its derivative along tangent d at jac[i*nv + d] when vemkn_rowmajor is 0,
+ * else at jac[d*nrows*ycols + i].
  *
  * @param[in]  net    handle; not changed
  * @param[in]  w      array of length [nw], flat order
  * @param[in]  nw     must equal vemk_numel(net)
- * @param[in]  v      array of length [nw*nv], the directions
- * @param[in]  nv     number of directions; 0 leaves jac alone
+ * @param[in]  v      array of length [nw*nv], the tangents
+ * @param[in]  nv     number of tangents; 0 leaves jac alone
  * @param[in]  x      array of length [nrows*xcols], row by row
  * @param[in]  y      array of length [nrows*ycols], row by row
  * @param[in]  nrows  number of rows
- * @param[in]  xcols  input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  xcols  input columns; missing ones count as zeros
  * @param[in]  ycols  must equal vemk_numout(net)
  * @param[out] f      array of length [nrows*ycols], the element-normed residuals
  * @param[out] jac    array of length [nrows*ycols*nv]
- * @return 0, 1 as told at vemk_quiet, or -1 when the call is refused (also for 2^32 or more direction values).
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused, also for 2^32 or more tangent
+ *         values.
  *
  * Ownership: every buffer stays the caller's.
- * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the summing norm of f divided
- *            by its length. Deliberate: f is element-normed already.
+ * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the
+ *            summing norm of f divided by its length. Deliberate: f is element-normed already.
  * Failure:   as vemk_Hv; an empty batch divides by zero only when NN_TRACE is set.
  * Threads:   as vemk_Hv. */
-VEMKN_API int vemk_Jv(VEMKNInfo* net, const double* w, unsigned nw, const double* v, unsigned nv, const double* x,
-                      const double* y, unsigned nrows, unsigned xcols, unsigned ycols, double* f, double* jac);
+VEMKN_API int vemk_Jv(VEMKNInfo* net,
+                      const double* w,
+                      unsigned nw,
+                      const double* v,
+                      unsigned nv,
+                      const double* x,
+                      const double* y,
+                      unsigned nrows,
+                      unsigned xcols,
+                      unsigned ycols,
+                      double* f,
+                      double* jac);
 
-/** Residuals, and the sum over all elements e of u[e] times the gradient of the element norm of residual e.
+/** Residuals, and the vector-Jacobian product with one cotangent: the sum over all elements e of
+ * u[e] times the gradient of the element norm of residual e.
  *
  * @param[in]  net      handle; not changed
  * @param[in]  w        array of length [nw], flat order
  * @param[in]  nw       must equal vemk_numel(net)
- * @param[in]  u        array of length [nrows*ycols], row by row: the weighting
+ * @param[in]  u        array of length [nrows*ycols], row by row: the cotangent
  * @param[in]  ignored  not looked at
  * @param[in]  x        array of length [nrows*xcols], row by row; vemk_major has no effect here
  * @param[in]  y        array of length [nrows*ycols], row by row
  * @param[in]  nrows    number of rows; 0 gives a zero gradient
- * @param[in]  xcols    input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  xcols    input columns; missing ones count as zeros
  * @param[in]  ycols    must equal vemk_numout(net)
  * @param[out] r_out    array of length [nrows*ycols]: the residuals, output minus target
  * @param[out] g_out    array of length [nw], flat order
- * @return 0, -1 when the call is refused, 1 as told at vemk_quiet.
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused.
  *
  * Ownership: every buffer stays the caller's.
- * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the objective.
- * Failure:   see "What a call does to the process"; an empty batch with NN_TRACE set divides by zero: SIGFPE.
- * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out as told above. */
-VEMKN_API int vemk_vJ(VEMKNInfo* net, const double* w, unsigned nw, const double* u, uint64_t ignored,
-                      const double* x, const double* y, unsigned nrows, unsigned xcols, unsigned ycols, double* r_out,
+ * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the
+ *            objective.
+ * Failure:   see "What a call does to the process"; an empty batch with NN_TRACE set divides by
+ *            zero: SIGFPE.
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Rows are shared out to
+ *            a team. */
+VEMKN_API int vemk_vJ(VEMKNInfo* net,
+                      const double* w,
+                      unsigned nw,
+                      const double* u,
+                      uint64_t ignored,
+                      const double* x,
+                      const double* y,
+                      unsigned nrows,
+                      unsigned xcols,
+                      unsigned ycols,
+                      double* r_out,
                       double* g_out);
 
-/** vemk_vJ for k weightings at once: one forward pass over the whole batch, the k backward sweeps shared out over the
- * handle's threads.
+/** vemk_vJ for k cotangents at once: one forward pass over the whole batch, the k backward sweeps
+ * shared out over the handle's threads.
  *
  * @param[in]  net    handle; not changed
  * @param[in]  w      array of length [nw], flat order
  * @param[in]  nw     must equal vemk_numel(net)
- * @param[in]  u      array of length [k*nrows*ycols]: weighting i is the i-th block, row by row
- * @param[in]  k      number of weightings; 0 leaves g_out alone
+ * @param[in]  u      array of length [k*nrows*ycols], one cotangent after the other, each row by
+ *                    row
+ * @param[in]  k      number of cotangents; 0 leaves g_out alone
  * @param[in]  x      array of length [nrows*xcols], row by row; vemk_major has no effect here
  * @param[in]  y      array of length [nrows*ycols], row by row
  * @param[in]  nrows  number of rows; 0 gives zero gradients
- * @param[in]  xcols  input columns, at most vemk_numin(net); missing ones count as zeros
+ * @param[in]  xcols  input columns; missing ones count as zeros
  * @param[in]  ycols  must equal vemk_numout(net)
  * @param[out] r_out  array of length [nrows*ycols]: the residuals
- * @param[out] g_out  array of length [k*nw]: product i is the i-th block, flat order
- * @return 0, 1 as told at vemk_quiet, or -1 when the call is refused (also for 2^32 or more weighting values).
+ * @param[out] g_out  array of length [k*nw], one product after the other, each in the flat order
+ * @return 0; 1 (see vemk_quiet); -1 when the call is refused, also for 2^32 or more cotangent
+ *         values.
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  as vemk_vJ.
  * Failure:   as vemk_vJ.
  * Threads:   reads the handle only; calls may overlap, on one handle too. */
-VEMKN_API int vemk_vJ_vec(VEMKNInfo* net, const double* w, unsigned nw, const double* u, unsigned k, const double* x,
-                          const double* y, unsigned nrows, unsigned xcols, unsigned ycols, double* r_out,
+VEMKN_API int vemk_vJ_vec(VEMKNInfo* net,
+                          const double* w,
+                          unsigned nw,
+                          const double* u,
+                          unsigned k,
+                          const double* x,
+                          const double* y,
+                          unsigned nrows,
+                          unsigned xcols,
+                          unsigned ycols,
+                          double* r_out,
                           double* g_out);
 
 #ifdef __cplusplus
@@ -516,12 +666,12 @@ VEMKN_API int vemk_vJ_vec(VEMKNInfo* net, const double* w, unsigned nw, const do
 namespace yafad {
 namespace FO {
 namespace Dynamic {
-/** Number of tangents of the scalar carriers made inside an operation; written together with g_ndd by vemk_Hv and
- * vemk_Jv, left alone by initVEMKNet. */
+/** Number of tangents of the scalar carriers made inside an operation; written together with
+ * g_ndd by vemk_Hv and vemk_Jv, left alone by initVEMKNet. */
 extern VEMKN_API uint64_t NDIR;
-} // namespace Dynamic
-} // namespace FO
-} // namespace yafad
+}  // namespace Dynamic
+}  // namespace FO
+}  // namespace yafad
 #endif
 
 #endif /* VEMKN_H */

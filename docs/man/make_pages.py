@@ -1,4 +1,5 @@
-"""Writes the manual pages of section 3 from the comments of vemkn.h, so that they say what the header says.
+"""Writes the manual pages of section 3 from the comments of vemkn.h, so that they say what the header says. The version
+and its month are filled in when the pages are installed.
 
     make_pages.py include/vemkn.h docs/man           writes them
     make_pages.py --check include/vemkn.h docs/man   fails unless they are there as it would write them
@@ -146,15 +147,14 @@ def synopsis(code):
     return [".PP", ".nf", *[f"\\fB{line}\\fP" for line in lines], ".fi"]
 
 
-def page(name, names, purpose, body, version, others):
-    year, month, _ = version.split(".")
+def page(name, names, purpose, body, others):
     see = ",\n".join(f".BR {other} (3)" for other in others).replace(",\n", " ,\n")
     # A paragraph request right after a heading says nothing.
     body = [line for before, line in zip([""] + body, body) if not (line == ".PP" and before.startswith(".S"))]
     return "\n".join(
         [
             ".\\\" Written by make_pages.py from vemkn.h, which is the place to change it.",
-            f'.TH {name.upper()} 3 {year}-{int(month):02d}-01 "libvemkn {version}" "libvemkn"',
+            f'.TH {name.upper()} 3 @MAN_DATE@ "libvemkn @PROJECT_VERSION@" "libvemkn"',
             ".SH NAME",
             ",\n".join(names) + f" \\- {purpose}",
             *body,
@@ -166,7 +166,6 @@ def page(name, names, purpose, body, version, others):
 
 
 def all_pages(header):
-    version = re.search(r'VEMKN_VERSION "([\d.]+)"', header)[1]
     known = declarations(header[: header.index("namespace yafad")])
     placed = [name for _, names in PAGES.values() for name in names.split()]
     if sorted(placed) != sorted(known):
@@ -182,7 +181,7 @@ def all_pages(header):
         for each in names.split():
             body += [f".SS {each}", *described(known[each][1])]
         others = [other for other in everything if other != name]
-        pages[name] = page(name, names.split(), purpose, body, version, others)
+        pages[name] = page(name, names.split(), purpose, body, others)
 
     opening = comment_lines(re.search(r"/\*.*?\*/", header, flags=re.S)[0])
     opening = opening[opening.index("", 2) :]  # after the title and the licence
@@ -204,7 +203,7 @@ def all_pages(header):
     body += [".SH FILES", ".TP", "\\fIvemkn.h\\fP", "the interface, for C99 and C++"]
     body += [".TP", "\\fIvemkn.hpp\\fP", "a C++20 class on top of it, documented in the file"]
     body += [".TP", "\\fIvemkn_errors.h\\fP", "for C++ hosts that want to hear of a division by zero among derivatives"]
-    pages["vemkn"] = page("vemkn", ["vemkn"], LIBRARY[1], body, version, list(PAGES))
+    pages["vemkn"] = page("vemkn", ["vemkn"], LIBRARY[1], body, list(PAGES))
     return pages
 
 
@@ -213,7 +212,7 @@ def main(arguments):
     header, folder = arguments[-2:]
     bad = []
     for name, text in all_pages(pathlib.Path(header).read_text()).items():
-        path = pathlib.Path(folder) / f"{name}.3"
+        path = pathlib.Path(folder) / f"{name}.3.in"
         if not check:
             path.write_text(text)
         elif not path.exists() or path.read_text() != text:

@@ -15,4 +15,5 @@ file(READ "${SOURCE}" program)
 expect_block(c "${program}" "the text of ${SOURCE}")
 
 execute_process(COMMAND "${PROGRAM}" OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX REPLACE "^VEMKN [^\n]*\n" "" output "${output}") # the banner, which names the version
 expect_block(text "${output}" "what ${PROGRAM} prints")

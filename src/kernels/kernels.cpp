@@ -6,10 +6,14 @@ namespace VEMKN {
 
 InstructionSet best_instruction_set()
 {
+#ifdef VEMKN_INSTRUCTION_SET
+    return InstructionSet::VEMKN_INSTRUCTION_SET;  // a build for measurements and tests of one of them
+#else
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512f")) return InstructionSet::avx512;
     if (__builtin_cpu_supports("avx2")) return InstructionSet::avx2;
     return InstructionSet::sse2;
+#endif
 }
 
 const Kernels& kernels_of(InstructionSet set)

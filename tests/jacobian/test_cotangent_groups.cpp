@@ -9,7 +9,7 @@ TEST(CotangentGroups, HoldEveryWeightingOnceInSharesAsLargeAsWithoutThem)
     for (const std::size_t k : {1u, 2u, 5u, 6u, 8u, 9u, 17u, 64u, 100u, 257u}) {
         for (const unsigned threads : {1u, 2u, 3u, 4u, 7u, 64u, 1000u}) {
             for (const std::size_t most : {1u, 2u, 3u, 8u}) {
-                SCOPED_TRACE(testing::Message() << k << " weightings, " << threads << " threads, "
+                SCOPED_TRACE(testing::Message() << k << " cotangents, " << threads << " threads, "
                                                 << most << " at most");
                 const CotangentGroups groups(k, threads, most);
                 const VEMKN::Shares shares(k, threads);

@@ -1,5 +1,5 @@
-#ifndef VEMKN_FIT_RANDOM_H
-#define VEMKN_FIT_RANDOM_H
+#ifndef VEMKN_EXAMPLES_RANDOM_H
+#define VEMKN_EXAMPLES_RANDOM_H
 
 #include <cmath>
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace fit {
+namespace examples {
 
 /** Seeded numbers. The distributions of <random> differ between standard libraries; a seed printed
  * in a report should mean the same weights elsewhere, so they are made by hand here. */
@@ -40,6 +40,6 @@ private:
     std::mt19937_64 engine_;
 };
 
-}  // namespace fit
+}  // namespace examples
 
 #endif
