@@ -94,7 +94,7 @@ void run(benchmark::State& state,
     }
 }
 
-// Memory for N directions of the widest network; 64 of them on 200,000 rows would not tell more than 8.
+// Memory for N directions of the widest network; 64 of them on 200,000 rows would show no more than 8.
 bool too_large(const Entry& entry, const Shape& shape)
 {
     return entry.directions > 8 && shape.rows > 10000;

@@ -6,7 +6,7 @@
 
 namespace bench {
 
-// One call of an entry point with the handle's batch. in holds the directions or weightings, out takes all results.
+// One call of an entry point with the handle's batch. in holds the directions or cotangents, out takes all results.
 using Call = void(const Problem&,
                   unsigned directions,
                   const std::vector<double>& in,
@@ -14,7 +14,7 @@ using Call = void(const Problem&,
 
 Call compute, obj, objv, g, Hv, Jv, vJ, vJ_vec;
 
-// An entry point as the table knows it: its name, how many directions or weightings it gets, and how many forward and
+// An entry point as the table knows it: its name, how many directions or cotangents it gets, and how many forward and
 // backward products its result asks for in units of one pass.
 struct Entry {
     const char* name;
@@ -26,7 +26,7 @@ struct Entry {
 
 const std::vector<Entry>& entries();
 
-// What a call with so many directions or weightings, or none, reads and writes at most.
+// What a call with so many directions or cotangents, or none, reads and writes at most.
 std::vector<double> numbers_in(const Problem& p, unsigned directions);
 std::vector<double> numbers_out(const Problem& p, unsigned directions);
 

@@ -103,12 +103,12 @@ inline void check_word(const char* what, const std::string& word, const char* (*
 
 /** The words of a description text, see vemkn.h. */
 struct Description {
-    unsigned numin = 1;                           /**< input columns */
-    unsigned numout = 1;                          /**< output columns */
-    std::vector<unsigned> sizes{};                /**< widths of the layers' inputs, at least two */
-    std::string activation = "softplus";          /**< of every layer: a word that vemk_activations lists */
-    std::string norm = "sum_log_dnorm_fat";       /**< of the residuals: a word that vemk_norms lists */
-    unsigned nmult = 1;                           /**< how often the hidden layers are applied */
+    unsigned numin = 1;                  /**< input columns */
+    unsigned numout = 1;                 /**< output columns */
+    std::vector<unsigned> sizes{};       /**< widths of the layers' inputs, at least two */
+    std::string activation = "softplus"; /**< of every layer: a word that vemk_activations lists */
+    std::string norm = "sum_log_dnorm_fat"; /**< of the residuals: a word that vemk_norms lists */
+    unsigned nmult = 1;                     /**< how often the hidden layers are applied */
 
     /** The words as initVEMKNet takes them.
      * @return the description text
@@ -124,7 +124,7 @@ struct Description {
     }
 };
 
-/** How several directions, and the products with them, lie in one vector: entry k of direction d of nv, each of n entries,
+/** How several tangents, and the products with them, lie in one vector: entry k of tangent d of nv, each of n entries,
  * is at [k*nv + d] or at [d*n + k]. */
 enum class Order { interleaved, consecutive };
 
@@ -145,14 +145,14 @@ struct Gradient {
 struct HessianProduct {
     double value;                 /**< the objective */
     std::vector<double> gradient; /**< numel(), flat order */
-    std::vector<double> products; /**< numel() * nv, in the order of the directions */
+    std::vector<double> products; /**< numel() * nv, in the order of the tangents */
     bool finite;                  /**< whether every number here is */
 };
 
 /** What Network::jacobian_product computes. */
 struct JacobianProduct {
     std::vector<double> values;   /**< rows * numout(), the element norm of every residual */
-    std::vector<double> products; /**< rows * numout() * nv, in the order of the directions */
+    std::vector<double> products; /**< rows * numout() * nv, in the order of the tangents */
     bool finite;                  /**< whether every number here is */
 };
 
@@ -383,14 +383,14 @@ public:
         return r;
     }
 
-    /** Objective, gradient and the products of the Hessian with nv directions.
+    /** Objective, gradient and the products of the Hessian with nv tangents.
      *
      * The order is this call's alone. vemkn_rowmajor, which is one for the process, is set to 0 while such calls run and
      * then put back, so neither may the host write it meanwhile, nor call vemk_Hv or vemk_Jv itself expecting anything
-     * but 0. Consecutive directions cost a copy of them and of the products, and no more tangents.
+     * but 0. Consecutive tangents cost a copy of them and of the products, and no more tangents.
      *
      * @param w      numel() numbers, flat order
-     * @param v      numel() * nv, at least one direction
+     * @param v      numel() * nv, at least one tangent
      * @param x      rows * numin()
      * @param y      rows * numout()
      * @param order  of v and of the products
@@ -402,15 +402,15 @@ public:
                                    Order order = Order::interleaved) const
     {
         const Shape s = shape(w, x, y);
-        const Directions directions(v, s.nw, order);
+        const Tangents tangents(v, s.nw, order);
         HessianProduct r{0.0, std::vector<double>(s.nw), std::vector<double>(v.size()), true};
         {
             const detail::Interleaved interleaved;
             const int status = vemk_Hv(handle(),
                                        w.data(),
                                        s.nw,
-                                       directions.data(),
-                                       directions.number(),
+                                       tangents.data(),
+                                       tangents.number(),
                                        x.data(),
                                        y.data(),
                                        s.rows,
@@ -423,13 +423,13 @@ public:
         }
         r.finite = r.finite && std::isfinite(r.value) && detail::all_finite(r.gradient) &&
                    detail::all_finite(r.products);
-        directions.put_in_order(r.products);
+        tangents.put_in_order(r.products);
         return r;
     }
 
-    /** The norm of every residual and its derivatives along nv directions; vemkn_rowmajor as in hessian_product().
+    /** The norm of every residual and its derivatives along nv tangents; vemkn_rowmajor as in hessian_product().
      * @param w      numel() numbers, flat order
-     * @param v      numel() * nv, at least one direction
+     * @param v      numel() * nv, at least one tangent
      * @param x      rows * numin()
      * @param y      rows * numout()
      * @param order  of v and of the products
@@ -441,17 +441,17 @@ public:
                                      Order order = Order::interleaved) const
     {
         const Shape s = shape(w, x, y);
-        const Directions directions(v, s.nw, order);
+        const Tangents tangents(v, s.nw, order);
         JacobianProduct r{std::vector<double>(s.results()),
-                          std::vector<double>(s.results() * directions.number()),
+                          std::vector<double>(s.results() * tangents.number()),
                           true};
         {
             const detail::Interleaved interleaved;
             const int status = vemk_Jv(handle(),
                                        w.data(),
                                        s.nw,
-                                       directions.data(),
-                                       directions.number(),
+                                       tangents.data(),
+                                       tangents.number(),
                                        x.data(),
                                        y.data(),
                                        s.rows,
@@ -462,15 +462,15 @@ public:
             r.finite = done("vemk_Jv", status);
         }
         r.finite = r.finite && detail::all_finite(r.values) && detail::all_finite(r.products);
-        directions.put_in_order(r.products);
+        tangents.put_in_order(r.products);
         return r;
     }
 
-    /** Residuals, and for each of k weightings u the sum over all residuals of u times the gradient of the residual's
-     * norm. A single weighting shares the rows out over the threads, several of them the weightings.
+    /** Residuals, and for each of k cotangents u the sum over all residuals of u times the gradient of the residual's
+     * norm. A single cotangent shares the rows out over the threads, several of them the cotangents.
      *
      * @param w  numel() numbers, flat order
-     * @param u  k * rows * numout(), one weighting after the other, at least one
+     * @param u  k * rows * numout(), one cotangent after the other, at least one
      * @param x  rows * numin()
      * @param y  rows * numout()
      * @return the residuals and the products */
@@ -480,7 +480,7 @@ public:
                                      std::span<const double> y) const
     {
         const Shape s = shape(w, x, y);
-        const unsigned k = multiple(u, s.results(), "weighting values");
+        const unsigned k = multiple(u, s.results(), "cotangent values");
         ProductJacobian r{
             std::vector<double>(s.results()), std::vector<double>(std::size_t{k} * s.nw), true};
         const int status = k == 1 ? vemk_vJ(handle(),
@@ -524,12 +524,12 @@ private:
         std::size_t results() const { return std::size_t{rows} * ycols; }
     };
 
-    // Directions as the library takes them, interleaved.
-    class Directions {
+    // Tangents as the library takes them, interleaved.
+    class Tangents {
     public:
-        Directions(std::span<const double> v, unsigned nw, Order order)
+        Tangents(std::span<const double> v, unsigned nw, Order order)
             : given_(v),
-              number_(multiple(v, nw, "direction values")),
+              number_(multiple(v, nw, "tangent values")),
               turned_(order == Order::consecutive && number_ > 1)
         {
             if (turned_) copy_ = detail::transposed(v, number_, nw);

@@ -1,5 +1,5 @@
-# What hosts do to a library, row by row of docs/reliability.md: suite Fault01 is row 1. The expected outcome stands
-# behind the underscore in each name. All bear the label faults.
+# What hosts do to a library, row by row of docs/reliability.md: scripts/reliability names the suite of each row. The expected
+# outcome stands behind the underscore in each name. All bear the label faults.
 
 vemkn_test(faults/test_faults SCENES LABELS faults process SOURCES
     faults/test_host_team.cpp
@@ -52,10 +52,10 @@ add_library(r_shim MODULE faults/r_shim.c)
 target_link_libraries(r_shim PRIVATE vemkn)
 set(python_host ${CMAKE_CURRENT_SOURCE_DIR}/faults/hosts.py $<TARGET_FILE:vemkn>)
 set(r_host ${CMAKE_CURRENT_SOURCE_DIR}/faults/hosts.R $<TARGET_FILE:r_shim>)
-vemkn_host_test(Fault03.StaleFlagsOfNumPy_NormalResult "${VEMKN_PYTHON}" ${python_host} stale_flags)
-vemkn_host_test(Fault03.StaleFlagsOfR_NormalResult "${VEMKN_RSCRIPT}" ${r_host} stale_flags)
-vemkn_host_test(Fault09.ForkByMultiprocessing_TheSameBits "${VEMKN_PYTHON}" ${python_host} fork)
-vemkn_host_test(Fault09.ForkByMclapply_TheSameBits "${VEMKN_RSCRIPT}" ${r_host} fork)
+vemkn_host_test(StaleFlagsFault.StaleFlagsOfNumPy_NormalResult "${VEMKN_PYTHON}" ${python_host} stale_flags)
+vemkn_host_test(StaleFlagsFault.StaleFlagsOfR_NormalResult "${VEMKN_RSCRIPT}" ${r_host} stale_flags)
+vemkn_host_test(ForkFault.ForkByMultiprocessing_TheSameBits "${VEMKN_PYTHON}" ${python_host} fork)
+vemkn_host_test(ForkFault.ForkByMclapply_TheSameBits "${VEMKN_RSCRIPT}" ${r_host} fork)
 
 # Whether the gate for races sees one.
 if(VEMKN_SANITIZE MATCHES "thread")

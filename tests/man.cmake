@@ -5,7 +5,7 @@ set(man_build ${PROJECT_BINARY_DIR}/docs/man)
 
 vemkn_script_test(ManPages.NameEveryExportedFunction LABELS abi SCRIPT man/names.cmake
     VARIABLES LIST=${CMAKE_CURRENT_SOURCE_DIR}/abi/exported_symbols.txt
-              PAGES=${man_source} LINKS=${man_build}/links)
+              PAGES=${man_build} LINKS=${man_build}/links)
 
 if(VEMKN_PYTHON)
     add_test(NAME ManPages.SayWhatTheHeaderSays
@@ -18,7 +18,7 @@ if(TARGET vemkn-fit)
         VARIABLES PROGRAM=$<TARGET_FILE:vemkn-fit> PAGE=${man_build}/vemkn-fit.1)
 endif()
 
-file(GLOB man_pages CONFIGURE_DEPENDS ${man_source}/*.3)
+file(GLOB man_pages CONFIGURE_DEPENDS ${man_build}/*.3)
 if(VEMKN_BUILD_FIT)
     list(APPEND man_pages ${man_build}/vemkn-fit.1)
 endif()

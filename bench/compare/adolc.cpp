@@ -6,7 +6,7 @@
 
 // The network on a general tool for automatic differentiation: the norms of a block of rows are recorded once over the
 // weights, with inputs and targets as parameters that are exchanged from block to block; then its drivers run over the
-// tape. What one gets from such a tool without writing a derivative, all directions of Jv and all weightings of vJ_vec in
+// tape. What one gets from such a tool without writing a derivative, all directions of Jv and all cotangents of vJ_vec in
 // one of its sweeps.
 
 namespace compare {
@@ -79,7 +79,7 @@ public:
           direction_rows_(w_.size(), q.operation.directions),
           tangent_rows_(norms_.size(), q.operation.directions),
           second_(w_.size(), 2),
-          weightings_(q.operation.directions, norms_.size()),
+          cotangents_(q.operation.directions, norms_.size()),
           gradients_(q.operation.directions, w_.size())
     {
         record();
@@ -137,7 +137,7 @@ private:
         return block;
     }
 
-    // The dependents are the norms and, for vJ_vec, the residuals after them, which no weighting reaches.
+    // The dependents are the norms and, for vJ_vec, the residuals after them, which no cotangent reaches.
     void record()
     {
         static short tags = 0;
@@ -220,9 +220,9 @@ private:
         zos_forward(tag_, m_, n_, 1, w_.data(), norms_.data());
         std::copy_n(norms_.begin() + elements_, elements_, a[0].begin() + first);
         for (int k = 0; k < N_; ++k) {
-            std::copy_n(v_.begin() + k * p.y.size() + first, elements_, weightings_.own()[k]);
+            std::copy_n(v_.begin() + k * p.y.size() + first, elements_, cotangents_.own()[k]);
         }
-        fov_reverse(tag_, m_, n_, N_, weightings_.own(), gradients_.own());
+        fov_reverse(tag_, m_, n_, N_, cotangents_.own(), gradients_.own());
         for (int k = 0; k < N_; ++k) {
             for (int i = 0; i < n_; ++i) a[1][k * n_ + i] += gradients_.own()[k][i];
         }
@@ -233,7 +233,7 @@ private:
     unsigned block_, elements_;
     int m_, n_, N_;
     std::vector<double> w_, v_, data_, mean_, norms_, along_, direction_, gradient_;
-    Rows direction_rows_, tangent_rows_, second_, weightings_, gradients_;
+    Rows direction_rows_, tangent_rows_, second_, cotangents_, gradients_;
 };
 
 }  // namespace

@@ -8,7 +8,7 @@
 //     network  activation  operation  contestant  median seconds of a call  smallest  largest
 //
 // compare_cpp --core prints OpenBLAS's name for this processor and nothing else. With --verbose a line that begins with
-// # tells how a hand-written program was set up. Exit status 1: a contestant's numbers differ from the library's.
+// # says how a hand-written program was set up. Exit status 1: a contestant's numbers differ from the library's.
 
 #include <cblas.h>
 

@@ -14,7 +14,7 @@ namespace compare {
 
 enum class Operation { obj, g, Hv, Jv, vJ_vec };
 
-// An operation as the tables name it, with its number of directions or weightings.
+// An operation as the tables name it, with its number of directions or cotangents.
 struct NamedOperation {
     const char* name;
     Operation kind;
@@ -38,7 +38,7 @@ struct Question {
     const bench::Problem& problem;
     std::string activation;
     NamedOperation operation;
-    std::vector<double> directions;  // or weightings, in the order of vemkn.h
+    std::vector<double> directions;  // or cotangents, in the order of vemkn.h
 };
 
 // The arrays that the library's call for this operation writes, in the order and the layout of vemkn.h.

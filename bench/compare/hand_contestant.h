@@ -54,7 +54,7 @@ private:
         return all;
     }
 
-    // Of a warm call; a call that takes long needs no repetition to be told from another.
+    // Of a warm call; a call that takes long needs no repetition to be distinguished from another.
     double shortest(HandNetwork<Backend, Activation>& network, Answer& scratch)
     {
         using Clock = std::chrono::steady_clock;

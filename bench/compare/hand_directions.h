@@ -2,7 +2,7 @@
 
 #include "hand_block.h"
 
-// Directions or weightings that go through a block together, and their way between the caller's order and the one of
+// Directions or cotangents that go through a block together, and their way between the caller's order and the one of
 // the products.
 
 namespace compare {
@@ -18,7 +18,7 @@ inline std::size_t weight_offset(const Layer& layer)
 }
 
 // Directions begin ... begin + G - 1. Within a layer of k inputs and n outputs
-//   by_output  (1+k) x n x G    biases and weights of the directions; empty for weightings
+//   by_output  (1+k) x n x G    biases and weights of the directions; empty for cotangents
 //   by_input   k x G x n        weights
 //   first      (1+k) x n x G    [1 H]^T Zbar'
 //   second     k x G x n        H'^T Zbar, none for layer 0
@@ -71,7 +71,7 @@ inline void unpack(const std::vector<Layer>& layers, const Group& group, int N, 
 }
 
 // Gradients one after the other.
-inline void unpack_weightings(const Group& group, double* gradients)
+inline void unpack_cotangents(const Group& group, double* gradients)
 {
     const std::size_t nw = group.first.size() / group.G;
     for (std::size_t k = 0; k < nw; ++k) {
@@ -81,7 +81,7 @@ inline void unpack_weightings(const Group& group, double* gradients)
     }
 }
 
-// The weightings u of a group times slope, n features without directions. out has the order (feature, direction, row).
+// The cotangents u of a group times slope, n features without directions. out has the order (feature, direction, row).
 inline void weigh(
     const Block& b, const Group& group, const double* u, const double* slope, int n, double* out)
 {

@@ -139,10 +139,10 @@ public:
             HandNorm::slopes(R, bar_.back().data(), 1.0, b.size(numout()));
             for (Group& group : groups_) {
                 weigh(b, group, u, bar_.back().data(), numout(), dbar_[0].data());
-                backward_weightings(b, group);
+                backward_cotangents(b, group);
             }
         });
-        for (const Group& group : groups_) unpack_weightings(group, gradients);
+        for (const Group& group : groups_) unpack_cotangents(group, gradients);
     }
 
 private:
@@ -259,8 +259,8 @@ private:
         }
     }
 
-    // The sweep of backward, for all weightings of a group. From dbar_[0], weighted.
-    void backward_weightings(const Block& b, Group& group)
+    // The sweep of backward, for all cotangents of a group. From dbar_[0], weighted.
+    void backward_cotangents(const Block& b, Group& group)
     {
         const int G = group.G;
         double *dbar = dbar_[0].data(), *next = dbar_[1].data();

@@ -50,7 +50,7 @@ objective <- function() optimiser(0, none, 0)$val
 objective_and_gradient <- function() optimiser(100, none, 0)$val
 
 # One accepted step of steepest descent goes from w to w - s g, with s a power of 0.2; the step that a difference of the
-# objective agrees with best tells s.
+# objective agrees with best gives s.
 gradient <- function() {
     step <- wts - optimiser(100, all, 1e300)$wts
     along <- step / sqrt(sum(step^2))

@@ -26,7 +26,7 @@ class Problem:
     w: Array
     x: Array
     y: Array
-    numbers: Array  # directions or weightings, as many as asked for from the front
+    numbers: Array  # directions or cotangents, as many as asked for from the front
 
     @property
     def layers(self) -> list[tuple[Array, Array]]:
@@ -44,8 +44,8 @@ class Problem:
         """One direction a row."""
         return np.ascontiguousarray(self.numbers[: self.w.size * count].reshape(-1, count).T)
 
-    def weightings(self, count: int) -> Array:
-        """One weighting a block of the shape of the targets."""
+    def cotangents(self, count: int) -> Array:
+        """One cotangent a block of the shape of the targets."""
         return self.numbers[: self.y.size * count].reshape(count, *self.y.shape)
 
 

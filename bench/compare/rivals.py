@@ -84,7 +84,7 @@ def seconds_of_a_call(entrant: Contestant, calls: int) -> float:
 
 
 def warm_seconds(entrant: Contestant, first: float) -> float:
-    """The first call serves where it took long; a short one tells little of the next."""
+    """The first call serves where it took long; a short one says little about the next."""
     return first if first > 1.0 else seconds_of_a_call(entrant, 1)
 
 

@@ -67,7 +67,7 @@ class Torch:
         self.net = Network(problem)
         count = OPERATIONS[operation]
         self.directions = [self.net.tensors(v) for v in problem.directions(count)] if count else []
-        self.weightings = torch.from_numpy(problem.weightings(count)) if count else None
+        self.cotangents = torch.from_numpy(problem.cotangents(count)) if count else None
         self.call = getattr(self, operation.rstrip("0123456789"))
         self.operation = operation
 
@@ -132,7 +132,7 @@ class Eager(Torch):
         residuals = self.net.residuals(parameters)
         norms = normed(residuals)
         products = [
-            torch.autograd.grad(norms, parameters, u, retain_graph=True) for u in self.weightings
+            torch.autograd.grad(norms, parameters, u, retain_graph=True) for u in self.cotangents
         ]
         return residuals, products
 
@@ -169,7 +169,7 @@ class Batched(Torch):
         parameters = self.net.parameters
         residuals = self.net.residuals(parameters)
         norms = normed(residuals)
-        products = torch.autograd.grad(norms, parameters, self.weightings, is_grads_batched=True)
+        products = torch.autograd.grad(norms, parameters, self.cotangents, is_grads_batched=True)
         return residuals, self.unstacked(products)
 
 

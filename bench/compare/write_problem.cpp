@@ -3,7 +3,7 @@
 //     write_problem NET ACTIVATION DIRECTORY
 //
 // text.txt is the description of the network, w.f64 x.f64 y.f64 are weights, inputs and targets, and directions.f64 are the
-// numbers that serve as directions or weightings, as many as compare_cpp draws for 8 of them.
+// numbers that serve as directions or cotangents, as many as compare_cpp draws for 8 of them.
 
 #include <algorithm>
 #include <fstream>

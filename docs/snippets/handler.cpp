@@ -7,7 +7,7 @@
 
 // guide:
 struct Listener : yafad::ErrorHandler {
-    void report(yafad::Error& error) override { std::printf("told: %s\n", error.message.c_str()); }
+    void report(yafad::Error& error) override { std::printf("report: %s\n", error.message.c_str()); }
 } listener;
 
 int main() {

@@ -34,7 +34,8 @@ public:
     void set_steps(std::size_t hidden, std::size_t passes)
     {
         last_ = hidden * passes;
-        turn_ = hidden * (whole_ ? passes : std::min<std::size_t>(passes, 2));
+        const std::size_t remembered = whole_ ? passes : std::min<std::size_t>(passes, 2);
+        turn_ = std::max<std::size_t>(hidden * remembered, 1);
         if (steps_.size() != turn_ + 1) steps_.resize(turn_ + 1);
     }
 

@@ -47,7 +47,7 @@ public:
         return *this;
     }
 
-    // The one operation that reports a discontinuity: a divisor of +0.0 or -0.0 is told to the error handler, and then the
+    // The one operation that reports a discontinuity: a divisor of +0.0 or -0.0 is reported to the error handler, and then the
     // division is carried out all the same. A NaN divisor is not reported.
     Active& operator/=(double divisor);
 

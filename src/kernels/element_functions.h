@@ -235,7 +235,7 @@ private:
     }
 };
 
-// The constants that a model tells of its likelihood: the standard deviation of the core, and the logarithm of the core's
+// The constants of a likelihood that a model gives: the standard deviation of the core, and the logarithm of the core's
 // density at zero.
 struct LogpConstants {
     double bias, sigma;

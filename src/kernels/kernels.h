@@ -18,14 +18,14 @@ struct SideBySide {
 // A vector whose neighbouring elements are `step` apart, and a rows x cols matrix whose rows are `pitch` apart.
 template <class T>
 struct StridedVector {
-    T* data;
-    std::size_t step;
+    T* data = nullptr;
+    std::size_t step = 1;
 };
 
 template <class T>
 struct StridedMatrix {
-    T* data;
-    std::size_t rows, cols, pitch;
+    T* data = nullptr;
+    std::size_t rows = 0, cols = 0, pitch = 0;
 };
 
 using StridedView = StridedMatrix<const double>;

@@ -5,13 +5,18 @@
 
 namespace VEMKN {
 
+inline StridedView view_of(const RowsView& m)
+{
+    return {m.data, m.rows, m.cols, m.cols};
+}
+
 // One factor of a product: some elements of a stored matrix, to be used as they stand or transposed.
 struct Factor : StridedView {
     bool transposed = false;
 
     Factor(const StridedView& elements) : StridedView(elements) {}
 
-    Factor(const RowsView& m) : StridedView{m.data, m.rows, m.cols, m.cols} {}
+    Factor(const RowsView& m) : Factor(view_of(m)) {}
 
     template <class Store>
     Factor(const DoubleMatrix<Store>& m) : Factor(RowsView(m))

@@ -78,11 +78,11 @@ TransposedWeights<DoubleModel> copies_for(const DoubleModel& net, Copies copies)
 Swept sweep(const Problem& problem,
             const DoubleModel& net,
             double seed,
-            const Matrix& weighting,
+            const Matrix& cotangent,
             Copies copies = Copies::none)
 {
     const Matrix X = problem.X(), Y = problem.Y();
-    Matrix outAdj = weighting, R;
+    Matrix outAdj = cotangent, R;
     const TransposedWeights<DoubleModel> transposes = copies_for(net, copies);
     SliceWorkspace<DoubleModel> work(transposes);
     DoubleModel grad = filled_like(net, 1e30);
@@ -90,9 +90,9 @@ Swept sweep(const Problem& problem,
     return {value, outAdj, R, flat(grad)};
 }
 
-Swept sweep(const Problem& problem, double seed, const Matrix& weighting)
+Swept sweep(const Problem& problem, double seed, const Matrix& cotangent)
 {
-    return sweep(problem, model_of(problem.network, problem.w), seed, weighting);
+    return sweep(problem, model_of(problem.network, problem.w), seed, cotangent);
 }
 
 Swept sweep(const Problem& problem, double seed)
@@ -147,23 +147,23 @@ TEST(AdjComputev, SpreadsTheSeedOverTheOutputsUnderTheSumNorm)
     EXPECT_EQ(bits_of(Numbers(14, 3.0 / 14)), bits_of(s.outAdj.store()));
 }
 
-TEST(AdjComputev, TakesAWeightingOfTheElementsWhereTheSeedIsExactlyZero)
+TEST(AdjComputev, TakesACotangentOfTheElementsWhereTheSeedIsExactlyZero)
 {
     for (const char* norm : {"sum", "sum_log_dnorm_fat"}) {
         for (const double zero : {0.0, -0.0}) {
             SCOPED_TRACE(std::string(norm) + " " + std::to_string(zero));
             const Problem p = small("softplus", norm);
             Random random(51);
-            const Numbers weighting = random.list(14);
-            const Swept s = sweep(p, zero, matrix_of(weighting, 7, 2));
-            const plain::Reals u(weighting.begin(), weighting.end());
+            const Numbers cotangent = random.list(14);
+            const Swept s = sweep(p, zero, matrix_of(cotangent, 7, 2));
+            const plain::Reals u(cotangent.begin(), cotangent.end());
             expect_close(s.gradient, p.network.weighted_gradient(p.w, p.x, p.y, 7, 3, u), ROUNDING);
             EXPECT_NEAR(p.objective(), s.value, ROUNDING);
         }
     }
 }
 
-TEST(AdjComputev, KeepsAWeightingOfOnesUnderTheSumNorm)
+TEST(AdjComputev, KeepsACotangentOfOnesUnderTheSumNorm)
 {
     const Problem p = small("softplus", "sum");
     Matrix ones(7, 2);
@@ -173,7 +173,7 @@ TEST(AdjComputev, KeepsAWeightingOfOnesUnderTheSumNorm)
 
 TEST(AdjComputev, TakesTheTiniestSeedAsASeed)
 {
-    // The comparison with 0.0 is exact: a weighting that came in by mistake must not count.
+    // The comparison with 0.0 is exact: a cotangent that came in by mistake must not count.
     const Problem p = small("softplus", "sum");
     Matrix huge(7, 2);
     huge.store() = 1e10;
@@ -211,7 +211,7 @@ TEST(AdjComputev, StandsWidthsOfZero)
 
 TEST(AdjComputev, SumsABiasGradientFromTheLastRowUp)
 {
-    // id and "sum": the adjoint of an output is the weighting. Its column sum from the first row down would be 0.
+    // id and "sum": the adjoint of an output is the cotangent. Its column sum from the first row down would be 0.
     const Problem p(
         {.numin = 1, .numout = 1, .sizes = {1, 1}, .activation = "id", .norm = "sum"}, 3, 53);
     const Swept s = sweep(p, 0.0, matrix_of({1, 1e16, -1e16}, 3, 1));

@@ -20,7 +20,7 @@ plain::Network small()
             .norm = "sum_log_dnorm_fat"};
 }
 
-// Every entry point from several host threads at once, as often as told.
+// Every entry point from several host threads at once, as often as asked.
 void expect_same_bits(const std::vector<VEMKNInfo*>& nets, int repetitions)
 {
     const Batch batch = random_batch(small(), 67, 3, 2);

@@ -73,10 +73,10 @@ TEST_P(Threads, GiveTheSameBitsWhateverTeamSizeTheHostAllows)
     omp_set_dynamic(0);
     const int before = omp_get_max_threads();
     omp_set_num_threads(1);
-    const auto told = bits_of(results_of(entry(), net, batch));
+    const auto computed = bits_of(results_of(entry(), net, batch));
     omp_set_num_threads(before);
     EXPECT_EQ(expected, adjusted);
-    EXPECT_EQ(expected, told);
+    EXPECT_EQ(expected, computed);
 }
 
 TEST_P(Threads, AreNeverMoreThanThereAreSlices)

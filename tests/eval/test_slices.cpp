@@ -9,7 +9,7 @@ using namespace VEMKN;
 
 namespace {
 
-// Slices of each share as the rule tells them: blocks of ceil(slices/threads).
+// Slices of each share as the rule gives them: blocks of ceil(slices/threads).
 std::vector<std::pair<std::size_t, std::size_t>> dealt(std::size_t count, unsigned threads)
 {
     const Shares shares(count, threads);

@@ -95,7 +95,7 @@ void expect_adjoint(const VectorCarrier& xbar,
     }
 }
 
-// Calls check(x, w) with random tangents for every number of directions.
+// Calls check(x, w) with random tangents, for every number of directions.
 template <class Check>
 void with_directions(const Numbers& points, const Check& check)
 {

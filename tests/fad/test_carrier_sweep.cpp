@@ -70,15 +70,15 @@ plain::Reals plain_second_derivative(const Problem& p,
                                      const Numbers& du)
 {
     const auto gradient = [&](long double t) {
-        plain::Reals weighting;
-        for (std::size_t e = 0; e < u.size(); ++e) weighting.push_back(u[e] + t * du[e]);
+        plain::Reals cotangent;
+        for (std::size_t e = 0; e < u.size(); ++e) cotangent.push_back(u[e] + t * du[e]);
         std::vector<plain::Complex> at;
         for (std::size_t k = 0; k < p.w.size(); ++k) at.emplace_back(p.w[k] + t * v[k]);
         std::valarray<long double> g(at.size());
         for (std::size_t k = 0; k < at.size(); ++k) {
             const plain::Complex before = at[k];
             at[k] += plain::Complex(0, plain::STEP);
-            g[k] = p.shape.weighted(at, p.x, p.y, p.nrows, p.xcols, weighting).imag() / plain::STEP;
+            g[k] = p.shape.weighted(at, p.x, p.y, p.nrows, p.xcols, cotangent).imag() / plain::STEP;
             at[k] = before;
         }
         return g;
@@ -121,7 +121,7 @@ constexpr double TOLERANCE = 1e-11;
 
 }  // namespace
 
-TEST(CarrierSweep, WithASeedOfZeroTakesAWeightingOfTheElementNorms)
+TEST(CarrierSweep, WithASeedOfZeroTakesACotangentOfTheElementNorms)
 {
     const TangentCounts counts(1);
     for (const char* norm : NORMS) {
@@ -159,7 +159,7 @@ TEST(CarrierSweep, GoesByTheValueOfTheSeedAlone)
     const Swept plain = sweep(p, net, seed, U);
     seed.derivatives[0] = 5.0;
     expect_same_carrier(sweep(p, net, seed, U).gradient, plain.gradient);
-    // Under the plain sum the adjoint of the outputs is the weighting.
+    // Under the plain sum the adjoint of the outputs is the cotangent.
     expect_same_carrier(plain.outAdj, U);
 }
 

@@ -27,7 +27,7 @@ constexpr const char* AT_ZERO =
     "ad.h:269: POLE_DIVISION_C: non differentiable function division at point (0, 0)\n";
 constexpr const char* AT_ONE =
     "ad.h:269: POLE_DIVISION_C: non differentiable function division at point (1, 0)\n";
-constexpr const char* BANNER = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
+constexpr const char* BANNER = "VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n";
 
 // Straight to the descriptor: what a stream buffers is lost when a signal ends the process.
 void say(const std::string& text)
@@ -59,8 +59,9 @@ int empty_Jv(VEMKNInfo* net)
 struct Teller : yafad::ErrorHandler {
     void report(yafad::Error& error) override
     {
-        const bool as_told = error.file == "ad.h" && error.line == 269 && error.category == 12;
-        say((as_told ? "told: " : "told wrongly: ") + error.message + "\n");
+        const bool as_documented =
+            error.file == "ad.h" && error.line == 269 && error.category == 12;
+        say((as_documented ? "report: " : "wrong report: ") + error.message + "\n");
     }
 };
 
@@ -98,7 +99,7 @@ TEST(EmptyHv, TellsTheHandlerOnceAndThenRaisesSigfpe)
     const child::Outcome outcome = child::play("empty_Hv_tells_the_handler");
     EXPECT_TRUE(outcome.killed_by(SIGFPE)) << outcome.description();
     // The first division is that of the objective, 0/0, and the armed trap ends the process at it.
-    EXPECT_EQ(std::string("told: ") + AT_ZERO, outcome.err);
+    EXPECT_EQ(std::string("report: ") + AT_ZERO, outcome.err);
 }
 
 SCENE(empty_Hv_without_a_handler)
@@ -156,14 +157,14 @@ TEST(EmptyHv, TellsTheHandlerOfBothDivisionsAndReturnsIfTheHandlerDisarmsTheTrap
     const child::Outcome outcome = child::play("empty_Hv_and_a_handler_that_disarms_the_traps");
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
     // The objective and the seed of the sweep are divided by the number of elements.
-    EXPECT_EQ(std::string("told: ") + AT_ZERO + "told: " + AT_ONE + "came back\n", outcome.err);
+    EXPECT_EQ(std::string("report: ") + AT_ZERO + "report: " + AT_ONE + "came back\n", outcome.err);
 }
 
 namespace {
 
-// Keeps what it is told, for a scope.
+// Keeps the reports, for a scope.
 struct Recorder : yafad::ErrorHandler {
-    std::string told;
+    std::string reports;
 
     Recorder() { getHandler() = this; }
 
@@ -171,8 +172,8 @@ struct Recorder : yafad::ErrorHandler {
 
     void report(yafad::Error& error) override
     {
-        told += error.message;
-        told += '\n';
+        reports += error.message;
+        reports += '\n';
     }
 };
 
@@ -185,7 +186,7 @@ TEST(EmptyHv, OfAQuietHandleTellsTheHandlerTwiceAndGivesNan)
     const Recorder recorder;
     double value = 1.0, gradient[NW], hv[2 * NW];
     EXPECT_EQ(1, empty_Hv(net, &value, gradient, hv));
-    EXPECT_EQ(std::string(AT_ZERO) + AT_ONE, recorder.told);
+    EXPECT_EQ(std::string(AT_ZERO) + AT_ONE, recorder.reports);
     EXPECT_TRUE(std::isnan(value));
     for (const double g : gradient) EXPECT_EQ(0.0, g);
     for (const double h : hv) EXPECT_EQ(0.0, h);
@@ -212,7 +213,7 @@ TEST(EmptyJv, WithATraceTellsTheHandlerOnceAndThenRaisesSigfpe)
     for (const char* value : {"", "1"}) {
         const child::Outcome outcome = child::play("empty_Jv", {}, {{{"NN_TRACE", value}}});
         EXPECT_TRUE(outcome.killed_by(SIGFPE)) << outcome.description();
-        EXPECT_EQ(std::string("told: ") + AT_ZERO, outcome.err);
+        EXPECT_EQ(std::string("report: ") + AT_ZERO, outcome.err);
     }
 }
 
@@ -253,7 +254,7 @@ TEST(EmptyVJ, WithATraceRaisesSigfpeAndTellsNobody)
 
 namespace {
 
-// A handler and what it is told as a compiler lays them out, made by hand: hosts in other languages build on this.
+// A handler and its reports as a compiler lays them out, made by hand: hosts in other languages build on this.
 struct RawCarrier {
     std::uint64_t N;
     double value;
@@ -283,12 +284,12 @@ void destroyed(void*, RawError*)
 
 void reported(void*, RawError* error)
 {
-    const bool as_told = error->file == "ad.h" && error->line == 269 && error->category == 12 &&
-                         error->result == error->left && error->left->N == 2 &&
-                         error->left->value == 0.0 && error->left->length == 2 &&
-                         error->right->N == 2 && error->right->value == 0.0 &&
-                         error->right->length == 2 && error->right->derivatives[1] == 0.0;
-    say((as_told ? "raw: " : "raw and wrong: ") + error->message + "\n");
+    const bool as_documented =
+        error->file == "ad.h" && error->line == 269 && error->category == 12 &&
+        error->result == error->left && error->left->N == 2 && error->left->value == 0.0 &&
+        error->left->length == 2 && error->right->N == 2 && error->right->value == 0.0 &&
+        error->right->length == 2 && error->right->derivatives[1] == 0.0;
+    say((as_documented ? "raw: " : "raw and wrong: ") + error->message + "\n");
     _exit(0);
 }
 

@@ -24,7 +24,7 @@ std::string bits_under(const Environment& environment)
 {
     const child::Outcome outcome = child::play("prints_results", {}, {.environment = environment});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-#if !defined(__clang__)  // whose OpenMP tells of every team that is smaller than asked
+#if !defined(__clang__)  // whose OpenMP prints a line for every team that is smaller than asked
     EXPECT_EQ("", outcome.err);
 #endif
     return outcome.out;
@@ -42,7 +42,7 @@ SCENE(prints_results)
     }
 }
 
-TEST(Fault10, ThreadLimitsInTheEnvironment_TheSameBits)
+TEST(ThreadLimitsFault, ThreadLimitsInTheEnvironment_TheSameBits)
 {
     const std::string expected = bits_under({});
     const Environment environments[] = {
@@ -85,7 +85,7 @@ SCENE(calls_inside_a_host_region)
     std::cout << calls << " calls, " << wrong << " wrong" << std::endl;
 }
 
-TEST(Fault10, CallsInsideARegionOfTheHost_TheSameBits)
+TEST(ThreadLimitsFault, CallsInsideARegionOfTheHost_TheSameBits)
 {
     // Levels: how many regions inside each other may have teams.
     const std::pair<const char*, int> levels[] = {{"1", 32}, {"2", 34}, {"3", 34}};
@@ -118,12 +118,12 @@ SCENE(works_through_many_slices)
     std::cout << "done\n";
 }
 
-TEST(Fault10, TeamSmallerThanAsked_NoSliceIsLost)
+TEST(ThreadLimitsFault, TeamSmallerThanAsked_NoSliceIsLost)
 {
     for (const char* limit : {"1", "3"}) {
         const child::Outcome outcome = child::play(
             "works_through_many_slices", {}, {.environment = {{"OMP_THREAD_LIMIT", limit}}});
         EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-        EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out);
+        EXPECT_EQ("VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\ndone\n", outcome.out);
     }
 }

@@ -40,9 +40,9 @@ std::vector<std::uint64_t> everything(VEMKNInfo* net, const Request& q)
     return all;
 }
 
-class Fault09 : public testing::Test {
+class ForkFault : public testing::Test {
 protected:
-    Fault09() { vemk_setpar(net_, 4, 8); }
+    ForkFault() { vemk_setpar(net_, 4, 8); }
 
     std::vector<std::uint64_t> everything() const { return ::everything(net_, request_); }
 
@@ -55,7 +55,7 @@ private:
 
 }  // namespace
 
-TEST_F(Fault09, ForkAfterAThreadedCall_TheChildGetsTheSameBits)
+TEST_F(ForkFault, ForkAfterAThreadedCall_TheChildGetsTheSameBits)
 {
     const auto expected = everything();
     EXPECT_TRUE(in_child([&] { return same(expected); }));
@@ -63,7 +63,7 @@ TEST_F(Fault09, ForkAfterAThreadedCall_TheChildGetsTheSameBits)
     EXPECT_TRUE(same(expected));
 }
 
-TEST_F(Fault09, ForkBeforeTheParentHadATeam_TheChildGetsTheSameBits)
+TEST_F(ForkFault, ForkBeforeTheParentHadATeam_TheChildGetsTheSameBits)
 {
     std::vector<std::uint64_t> of_child;
     int channel[2];
@@ -80,7 +80,7 @@ TEST_F(Fault09, ForkBeforeTheParentHadATeam_TheChildGetsTheSameBits)
     EXPECT_EQ(expected, of_child);
 }
 
-TEST_F(Fault09, ForkInTheChild_TheGrandchildGetsTheSameBits)
+TEST_F(ForkFault, ForkInTheChild_TheGrandchildGetsTheSameBits)
 {
     const auto expected = everything();
     EXPECT_TRUE(in_child([&] {
@@ -88,7 +88,7 @@ TEST_F(Fault09, ForkInTheChild_TheGrandchildGetsTheSameBits)
     }));
 }
 
-TEST_F(Fault09, CallInTheChild_TrapsOffAndBlasThreadsAsTheChildSetThem)
+TEST_F(ForkFault, CallInTheChild_TrapsOffAndBlasThreadsAsTheChildSetThem)
 {
     openblas_set_num_threads(2);
     everything();
@@ -100,7 +100,7 @@ TEST_F(Fault09, CallInTheChild_TrapsOffAndBlasThreadsAsTheChildSetThem)
     openblas_set_num_threads(1);
 }
 
-TEST_F(Fault09, HandleMadeInTheChild_TheSameBits)
+TEST_F(ForkFault, HandleMadeInTheChild_TheSameBits)
 {
     const auto expected = everything();
     EXPECT_TRUE(in_child([&] {
@@ -134,7 +134,7 @@ void stop_in_the_middle()
 
 }  // namespace
 
-TEST_F(Fault09, ForkDuringACallOfAnotherThread_TheChildHasTheCountsOfTheHost)
+TEST_F(ForkFault, ForkDuringACallOfAnotherThread_TheChildHasTheCountsOfTheHost)
 {
     const auto expected = everything();
     openblas_set_num_threads(2);

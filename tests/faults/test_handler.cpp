@@ -9,7 +9,7 @@
 #include "support/network.h"
 #include "vemkn_errors.h"
 
-// The discontinuity handler: without one, with one, and told from several threads of the host at once.
+// The discontinuity handler: without one, with one, and with reports from several threads of the host at once.
 
 namespace {
 
@@ -35,12 +35,12 @@ int empty_Hv(VEMKNInfo* net)
 }
 
 struct Counter : yafad::ErrorHandler {
-    std::atomic<int> as_told{0}, others{0};
+    std::atomic<int> as_documented{0}, others{0};
 
     void report(yafad::Error& error) override
     {
         const std::string said = error.message + "\n";
-        ++(said == TOLD || said == TOLD_OF_ONE ? as_told : others);
+        ++(said == TOLD || said == TOLD_OF_ONE ? as_documented : others);
     }
 };
 
@@ -57,10 +57,10 @@ int quiet_calls_from_workers()
 {
     const Network net("2 1 2 1 8 2 3 softplus sum");
     vemk_quiet(net, 1);
-    std::atomic<int> told{0};
+    std::atomic<int> reported{0};
 #pragma omp parallel num_threads(THREADS)
-    for (int i = 0; i < CALLS; ++i) told += empty_Hv(net);
-    return told;
+    for (int i = 0; i < CALLS; ++i) reported += empty_Hv(net);
+    return reported;
 }
 
 }  // namespace
@@ -71,21 +71,23 @@ SCENE(divides_by_nothing_with_traps_armed)
     static Counter counter;
     if (arguments.at(0) == "set") yafad::ErrorHandler::getHandler() = &counter;
     struct sigaction action = {};
-    action.sa_handler = [](int) { _exit(counter.as_told == 1 && counter.others == 0 ? 5 : 6); };
+    action.sa_handler = [](int) {
+        _exit(counter.as_documented == 1 && counter.others == 0 ? 5 : 6);
+    };
     sigaction(SIGFPE, &action, nullptr);
     const Network net("2 1 2 1 8 2 3 softplus sum");
     empty_Hv(net);
     say("came back\n");
 }
 
-TEST(Fault18, HandlerUnset_TheToldTextAndThenTheTrap)
+TEST(HandlerFault, HandlerUnset_TheMessageAndThenTheTrap)
 {
     const child::Outcome outcome = child::play("divides_by_nothing_with_traps_armed", {"unset"});
     EXPECT_TRUE(outcome.exited_with(6)) << outcome.description();
     EXPECT_EQ(TOLD, outcome.err);
 }
 
-TEST(Fault18, HandlerSet_ToldOnceAndThenTheTrap)
+TEST(HandlerFault, HandlerSet_OneReportAndThenTheTrap)
 {
     const child::Outcome outcome = child::play("divides_by_nothing_with_traps_armed", {"set"});
     EXPECT_TRUE(outcome.exited_with(5)) << outcome.description();
@@ -96,21 +98,22 @@ SCENE(divides_by_nothing_on_workers)
 {
     Counter counter;
     if (arguments.at(0) == "set") yafad::ErrorHandler::getHandler() = &counter;
-    const int told = quiet_calls_from_workers();
+    const int reported = quiet_calls_from_workers();
     yafad::ErrorHandler::getHandler() = nullptr;
     const int reports = arguments.at(0) == "set" ? 2 * THREADS * CALLS : 0;
-    const bool good = told == THREADS * CALLS && counter.as_told == reports && counter.others == 0;
+    const bool good =
+        reported == THREADS * CALLS && counter.as_documented == reports && counter.others == 0;
     _exit(good ? 0 : 1);
 }
 
-TEST(Fault18, HandlerCalledFromWorkers_EveryReportArrives)
+TEST(HandlerFault, HandlerCalledFromWorkers_EveryReportArrives)
 {
     const child::Outcome outcome = child::play("divides_by_nothing_on_workers", {"set"});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
     EXPECT_EQ("", outcome.err);
 }
 
-TEST(Fault18, NoHandlerOnWorkers_EveryLineIsWritten)
+TEST(HandlerFault, NoHandlerOnWorkers_EveryLineIsWritten)
 {
     const child::Outcome outcome = child::play("divides_by_nothing_on_workers", {"unset"});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();

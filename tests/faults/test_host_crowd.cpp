@@ -84,7 +84,7 @@ private:
 
 }  // namespace
 
-TEST(Fault05, TwoFourAndEightHostThreadsOnOwnHandles_TheSerialBits)
+TEST(HostThreadsFault, TwoFourAndEightHostThreadsOnOwnHandles_TheSerialBits)
 {
     openblas_set_num_threads(2);
     for (const std::size_t hosts : {2u, 4u, 8u}) {
@@ -93,7 +93,7 @@ TEST(Fault05, TwoFourAndEightHostThreadsOnOwnHandles_TheSerialBits)
     openblas_set_num_threads(1);
 }
 
-TEST(Fault05, TwoFourAndEightHostThreadsOnOneHandle_TheSerialBits)
+TEST(HostThreadsFault, TwoFourAndEightHostThreadsOnOneHandle_TheSerialBits)
 {
     openblas_set_num_threads(2);
     for (const std::size_t hosts : {2u, 4u, 8u}) {
@@ -102,7 +102,7 @@ TEST(Fault05, TwoFourAndEightHostThreadsOnOneHandle_TheSerialBits)
     openblas_set_num_threads(1);
 }
 
-TEST(Fault21, TheSameCallManyTimesUnderLoad_OneBitPatternForEachThreadCount)
+TEST(LoadedMachineFault, TheSameCallManyTimesUnderLoad_OneBitPatternForEachThreadCount)
 {
     const Load load;
     const Network net(usual_network().text());

@@ -46,7 +46,7 @@ SCENE(divides_by_zero_in_a_region_of_its_own)
     std::cout << infinite << " infinite" << std::endl;
 }
 
-TEST(Fault01, HostDividesByZeroInItsOwnRegionAfterTheFirstTeam_InfAndNoSignal)
+TEST(HostRegionFault, HostDividesByZeroInItsOwnRegionAfterTheFirstTeam_InfAndNoSignal)
 {
     for (const AnyEntry& entry : ALL_ENTRIES) {
         const child::Outcome outcome =
@@ -69,7 +69,7 @@ SCENE(overflows_in_a_team_that_the_host_started)
     std::cout << "returned from a team of " << started << std::endl;
 }
 
-TEST(Fault02, WorkersSliceOverflowsInTheHostsPool_SigfpeAsWithOneThread)
+TEST(HostPoolFault, WorkersSliceOverflowsInTheHostsPool_SigfpeAsWithOneThread)
 {
     for (const AnyEntry& entry : ALL_ENTRIES) {
         // Those that run no network have nothing that overflows.

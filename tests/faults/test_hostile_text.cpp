@@ -15,7 +15,7 @@
 
 namespace {
 
-const std::string BANNER = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
+const std::string BANNER = "VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n";
 const std::string INVALID = "Error: invalid network data\n";
 
 // Processor time: a text of 10 MB takes a fraction of a second, a shape that is refused next to nothing.
@@ -162,7 +162,7 @@ const std::vector<Text>& texts()
     return all;
 }
 
-class Fault14 : public testing::TestWithParam<std::size_t> {
+class HostileTextFault : public testing::TestWithParam<std::size_t> {
 protected:
     const Text& text() const { return texts()[GetParam()]; }
 };
@@ -179,7 +179,7 @@ std::string text_name(const testing::TestParamInfo<std::size_t>& instance)
     return texts()[instance.param].name;
 }
 
-// The most memory that the process had in use since it was last told to forget.
+// The most memory that the process had in use since that was last reset.
 void forget_the_peak()
 {
     std::ofstream("/proc/self/clear_refs") << "5";
@@ -221,7 +221,7 @@ SCENE(parses)
               << peak_kilobytes() - kilobytes_before << " " << words.size() << "\n";
 }
 
-TEST_P(Fault14, HostileText_NoSignalAndLittleTimeAndMemory)
+TEST_P(HostileTextFault, HostileText_NoSignalAndLittleTimeAndMemory)
 {
     const child::Outcome outcome = child::play("parses", {std::to_string(GetParam())});
     ASSERT_TRUE(outcome.exited_with(0)) << outcome.description().substr(0, 1000);
@@ -248,4 +248,4 @@ TEST_P(Fault14, HostileText_NoSignalAndLittleTimeAndMemory)
     EXPECT_EQ(text().parameters == NO_LAYERS, says_invalid) << outcome.err.substr(0, 1000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Texts, Fault14, testing::ValuesIn(indices()), text_name);
+INSTANTIATE_TEST_SUITE_P(Texts, HostileTextFault, testing::ValuesIn(indices()), text_name);

@@ -75,7 +75,7 @@ int run(const std::string& name, VEMKNInfo* net, unsigned nrows, unsigned n)
 struct Counts {
     const char* name;
     unsigned nrows, n;
-    const char* product;  // as the message tells it
+    const char* product;  // as the message gives it
 };
 
 constexpr unsigned MOST = 4294967295u, HALF = 2147483648u;
@@ -122,7 +122,7 @@ SCENE(asks_for_too_many)
     std::cout << "\nreturned " << status << " " << time.count() << std::endl;
 }
 
-TEST(Fault13, CountsWhoseProductNeeds33Bits_OneLineAndMinusOneBeforeAnyAllocation)
+TEST(HugeCountsFault, CountsWhoseProductNeeds33Bits_OneLineAndMinusOneBeforeAnyAllocation)
 {
     for (std::size_t i = 0; i < std::size(HUGE_COUNTS); ++i) {
         const child::Outcome outcome = child::play("asks_for_too_many", {std::to_string(i)});

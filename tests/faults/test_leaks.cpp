@@ -24,7 +24,7 @@ void create_and_release(int times)
 
 }  // namespace
 
-TEST(Fault20, TenThousandCreationsAndReleases_NoLeak)
+TEST(LeakFault, TenThousandCreationsAndReleases_NoLeak)
 {
     testing::internal::CaptureStderr();
     create_and_release(500);

@@ -94,7 +94,7 @@ SCENE(loads_calls_and_unloads)
               << status_number("VmRSS:") - kilobytes << std::endl;
 }
 
-TEST(Fault16, LoadCallAndUnloadAThousandTimes_ThreadCountAndMemoryFlat)
+TEST(LoadFault, LoadCallAndUnloadAThousandTimes_ThreadCountAndMemoryFlat)
 {
     const child::Outcome outcome = child::play("loads_calls_and_unloads");
     ASSERT_TRUE(outcome.exited_with(0)) << outcome.description();
@@ -131,15 +131,15 @@ SCENE(looks_at_its_environment_around_a_load)
         if (!net.gives_a_gradient()) std::cout << "no gradient\n";
         const int traps = fegetexcept();
         fedisableexcept(FE_ALL_EXCEPT);
-        const int told = quiet ? FE_DIVBYZERO | FE_UNDERFLOW : FE_UNDERFLOW;
-        if (traps != told) std::cout << "traps after a call: " << traps << "\n";
+        const int expected = quiet ? FE_DIVBYZERO | FE_UNDERFLOW : FE_UNDERFLOW;
+        if (traps != expected) std::cout << "traps after a call: " << traps << "\n";
     }
     std::cout << "done" << std::endl;
 }
 
-TEST(Fault17, FloatingPointEnvironmentAroundALoad_Unchanged_AndTheThreeTrapsOffAfterACall)
+TEST(EnvironmentFault, FloatingPointEnvironmentAroundALoad_Unchanged_AndTheThreeTrapsOffAfterACall)
 {
     const child::Outcome outcome = child::play("looks_at_its_environment_around_a_load");
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-    EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out);
+    EXPECT_EQ("VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\ndone\n", outcome.out);
 }

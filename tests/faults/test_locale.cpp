@@ -43,7 +43,7 @@ std::string without_seconds(const std::string& text)
 SCENE(says_all_that_can_be_said)
 {
     take_the_locale_of(arguments.at(0));
-    // Read as written: 1.234 is no number of layers, 2006002 parameters are told as such.
+    // Read as written: 1.234 is no number of layers, 2006002 parameters are printed as such.
     const Network large("3 2 2 1 8 1000 2000 softplus sum");
     const Network fraction("3 2 2 1 8 1.000 2.000 softplus sum");
     const Network grouped("1,000 2 2 1 8 3 4 softplus sum");
@@ -66,7 +66,7 @@ SCENE(says_all_that_can_be_said)
     vemk_compute(net, nullptr, 0, nullptr, 1, 1234567, 0, nullptr);
 }
 
-TEST(Fault15, GroupedDigitsAndDecimalComma_ParsingAndMessagesUnchanged)
+TEST(LocaleFault, GroupedDigitsAndDecimalComma_ParsingAndMessagesUnchanged)
 {
     const child::Setting setting{.environment = {{"NN_TRACE", "1"}, {"INFO", "1"}}};
     const child::Outcome classic = child::play("says_all_that_can_be_said", {"classic"}, setting);

@@ -37,13 +37,13 @@ SCENE(writes_nowhere)
     _exit(wrong == 0 ? 7 : 8);  // flushing the host's own streams may fail now
 }
 
-TEST(Fault19, StandardStreamsClosed_TheCallsWork)
+TEST(LostOutputFault, StandardStreamsClosed_TheCallsWork)
 {
     const child::Outcome outcome = child::play("writes_nowhere", {}, {.closed_streams = true});
     EXPECT_TRUE(outcome.exited_with(7)) << outcome.description();
 }
 
-TEST(Fault19, StandardStreamsOnAFullDevice_TheCallsWork)
+TEST(LostOutputFault, StandardStreamsOnAFullDevice_TheCallsWork)
 {
     const child::Outcome outcome = child::play("writes_nowhere", {"/dev/full"});
     EXPECT_TRUE(outcome.exited_with(7)) << outcome.description();

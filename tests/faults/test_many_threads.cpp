@@ -52,21 +52,21 @@ SCENE(calls_from_many_threads)
     std::cout << wrong << " wrong\n";
 }
 
-TEST(Fault08, FiftyHostThreadsWithTeams_TheSameBitsAndNoCrash)
+TEST(ManyThreadsFault, FiftyHostThreadsWithTeams_TheSameBitsAndNoCrash)
 {
     const child::Outcome outcome =
         child::play("calls_from_many_threads", {"50", "16", "8192", "512"});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-    EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n0 wrong\n", outcome.out);
+    EXPECT_EQ("VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n0 wrong\n", outcome.out);
     EXPECT_EQ("", outcome.err);
 }
 
-TEST(Fault08, TwoHundredHostThreads_TheSameBitsAndNoCrash)
+TEST(ManyThreadsFault, TwoHundredHostThreads_TheSameBitsAndNoCrash)
 {
     const child::Outcome outcome =
         child::play("calls_from_many_threads", {"200", "1", "2048", "2048"});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-    EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n0 wrong\n", outcome.out);
+    EXPECT_EQ("VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n0 wrong\n", outcome.out);
     EXPECT_EQ("", outcome.err);
 }
 
@@ -124,7 +124,8 @@ SCENE(asks_for_99999_threads)
     }
 }
 
-TEST(Fault08, NinetyNineThousandThreadsOnAHundredThousandRows_RightInTwiceTheTimeOfTheCores)
+TEST(ManyThreadsFault,
+     NinetyNineThousandThreadsOnAHundredThousandRows_RightInTwiceTheTimeOfTheCores)
 {
     // Where other processes want the processors too, threads that spin would only measure who spins more.
     const child::Outcome outcome = child::play(

@@ -77,7 +77,7 @@ SCENE(prints_its_variant_and_results)
     }
 }
 
-TEST(Fault06, SerialOpenBlasWithFourThreads_RightResults)
+TEST(SerialBlasFault, SerialOpenBlasWithFourThreads_RightResults)
 {
     const child::Outcome outcome = play_with("serial");
     if (!is_installed(outcome)) GTEST_SKIP() << "the serial variant is not installed";
@@ -87,7 +87,7 @@ TEST(Fault06, SerialOpenBlasWithFourThreads_RightResults)
     EXPECT_EQ(std::string::npos, outcome.out.find("refused"));
 }
 
-TEST(Fault07, PthreadAndOpenMpOpenBlas_RightResultsAndTheSameBits)
+TEST(BlasVariantsFault, PthreadAndOpenMpOpenBlas_RightResultsAndTheSameBits)
 {
     const child::Outcome pthread = play_with("pthread"), openmp = play_with("openmp");
     for (const auto& [outcome, said] :

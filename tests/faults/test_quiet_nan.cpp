@@ -81,7 +81,7 @@ void expect_passage(const Functions& functions, const Place& place, unsigned thr
 
 }  // namespace
 
-TEST(Fault04, QuietNanInInputsTargetsAndWeights_PassesThroughEveryFunction)
+TEST(QuietNanFault, QuietNanInInputsTargetsAndWeights_PassesThroughEveryFunction)
 {
     for (const Functions& functions : all_functions()) {
         for (const Place& place : PLACES) {

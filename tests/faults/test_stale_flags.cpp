@@ -30,9 +30,9 @@ SCENE(leaves_flags_before_everything)
     std::cout << "done" << std::endl;
 }
 
-TEST(Fault03, StaleFlagsBeforeInitAndEveryCall_NormalResult)
+TEST(StaleFlagsFault, StaleFlagsBeforeInitAndEveryCall_NormalResult)
 {
     const child::Outcome outcome = child::play("leaves_flags_before_everything");
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-    EXPECT_EQ("VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\ndone\n", outcome.out);
+    EXPECT_EQ("VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\ndone\n", outcome.out);
 }

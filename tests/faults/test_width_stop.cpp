@@ -50,22 +50,22 @@ void expect_stop_every_time(const char* nrows, const char* threads)
 
 }  // namespace
 
-TEST(Fault11, TooManyColumnsInOneSliceWithOneThread_OneMessageAndStatus3EveryTime)
+TEST(WidthFault, TooManyColumnsInOneSliceWithOneThread_OneMessageAndStatus3EveryTime)
 {
     expect_stop_every_time("5", "1");
 }
 
-TEST(Fault11, TooManyColumnsInOneSliceWithFourThreads_OneMessageAndStatus3EveryTime)
+TEST(WidthFault, TooManyColumnsInOneSliceWithFourThreads_OneMessageAndStatus3EveryTime)
 {
     expect_stop_every_time("5", "4");
 }
 
-TEST(Fault11, TooManyColumnsInManySlicesWithOneThread_OneMessageAndStatus3EveryTime)
+TEST(WidthFault, TooManyColumnsInManySlicesWithOneThread_OneMessageAndStatus3EveryTime)
 {
     expect_stop_every_time("100", "1");
 }
 
-TEST(Fault11, TooManyColumnsInManySlicesWithFourThreads_OneMessageAndStatus3EveryTime)
+TEST(WidthFault, TooManyColumnsInManySlicesWithFourThreads_OneMessageAndStatus3EveryTime)
 {
     expect_stop_every_time("100", "4");
 }

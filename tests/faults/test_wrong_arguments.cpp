@@ -7,7 +7,7 @@
 #include "support/capture.h"
 #include "support/child.h"
 
-// Counts and pointers that are wrong in every way, drawn at random. What each call has to do is told by the few rules
+// Counts and pointers that are wrong in every way, drawn at random. What each call has to do follows from the few rules
 // of refused(); where a call is not refused, a null input is zeros (null weights are the handle's own) and a null output
 // is not written. All arrays have exactly their length, so that AddressSanitizer sees whatever lies beyond.
 
@@ -57,7 +57,7 @@ struct Arguments {
 struct Callee {
     const char* name;
     int (*run)(const Arguments& a);
-    bool takes_targets, needs_nw_with_null_w, needs_rows, takes_directions, takes_weightings;
+    bool takes_targets, needs_nw_with_null_w, needs_rows, takes_directions, takes_cotangents;
     int outputs;
     std::size_t (*first_length)(const Arguments& a);
     std::size_t (*second_length)(const Arguments& a);
@@ -126,7 +126,7 @@ bool refused(const Callee& callee, const Arguments& a)
     if (results(a) >= LIMIT) return true;
     if (callee.needs_rows && a.nrows == 0) return true;
     if (callee.takes_directions && products(a) >= LIMIT) return true;
-    return callee.takes_weightings && derivatives(a) >= LIMIT;
+    return callee.takes_cotangents && derivatives(a) >= LIMIT;
 }
 
 template <std::size_t N>
@@ -156,7 +156,7 @@ public:
     bool is_beyond_this_test() const
     {
         if (refused(callee_, given_)) return false;
-        const bool huge = given_.nv > 3 && (callee_.takes_directions || callee_.takes_weightings);
+        const bool huge = given_.nv > 3 && (callee_.takes_directions || callee_.takes_cotangents);
         return huge || (std::string("vemk_Hv") == callee_.name && given_.nrows == 0);
     }
 
@@ -191,9 +191,9 @@ private:
     {
         // A refused call must look into none of them.
         const Arguments sizes = is_refused ? Arguments{} : given_;
-        const bool weightings = !callee_.takes_directions;
-        const std::size_t one_direction = weightings ? results(sizes) : NUMEL;
-        const bool single = !callee_.takes_directions && !callee_.takes_weightings;
+        const bool cotangents = !callee_.takes_directions;
+        const std::size_t one_direction = cotangents ? results(sizes) : NUMEL;
+        const bool single = !callee_.takes_directions && !callee_.takes_cotangents;
         w_.emplace(NUMEL, random_);
         v_.emplace(one_direction * (single ? 1 : sizes.nv), random_);
         x_.emplace(std::size_t{sizes.nrows} * sizes.xcols, random_);
@@ -255,7 +255,7 @@ private:
 
 }  // namespace
 
-TEST(Fault12, WrongCountsAndNullPointersInEveryCombination_TheDecidedResult)
+TEST(WrongArgumentsFault, WrongCountsAndNullPointersInEveryCombination_TheDecidedResult)
 {
     const Network net(TEXT);
     const Array own(NUMEL, 0.25);
@@ -286,7 +286,7 @@ SCENE(has_four_billion_columns_of_nothing)
     }
 }
 
-TEST(Fault12, FourBillionColumnsOfANullArray_TheFatalExitAtNoCost)
+TEST(WrongArgumentsFault, FourBillionColumnsOfANullArray_TheFatalExitAtNoCost)
 {
     for (const Callee& callee : CALLEES) {
         for (const char* nrows : {"1", "1000000"}) {

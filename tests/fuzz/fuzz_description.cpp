@@ -24,7 +24,7 @@ void check(bool holds)
     if (!holds) std::abort();
 }
 
-// How many layers a call runs through, which no entry point tells: layers times passes.
+// How many layers a call runs through, which no entry point gives: layers times passes.
 std::uint64_t steps_of(const std::string& text)
 {
     std::istringstream in(text);

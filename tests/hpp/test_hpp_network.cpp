@@ -130,12 +130,12 @@ TEST(HppNetwork, PassesThreadsAndSlicesOnToTheHandle)
     EXPECT_EQ(reference(1, 7), bits_of(net.value_and_gradient(w, x, y).gradient));
     net.set_threads(3);
     EXPECT_EQ(reference(3, 7), bits_of(net.value_and_gradient(w, x, y).gradient));
-    EXPECT_NE(reference(1, 32), reference(3, 7)) << "the data do not tell the settings apart";
+    EXPECT_NE(reference(1, 32), reference(3, 7)) << "the data do not distinguish the settings";
 }
 
 using Arguments = std::array<Numbers, 3>;  // weights, inputs, targets
 
-// Every computing member function on these arguments, with one direction or weighting that fits.
+// Every computing member function on these arguments, with one direction or cotangent that fits.
 std::vector<std::pair<const char*, std::function<void(const vemkn::Network&, const Arguments&)>>>
 computing_functions()
 {

@@ -283,7 +283,7 @@ inline plain::Reals plain_jacobian(const Problem& p)
 // direction of several units a network bends more than its functions do one by one, so the step is shorter than theirs.
 inline plain::Reals plain_hessian_product(const Problem& p, const Numbers& v, int exponent = -11)
 {
-    const plain::Reals weighting = p.shape.mean(p.nrows);
+    const plain::Reals cotangent = p.shape.mean(p.nrows);
     const auto gradient = [&](long double t) {
         std::vector<plain::Complex> at;
         for (std::size_t k = 0; k < p.w.size(); ++k) at.emplace_back(p.w[k] + t * v[k]);
@@ -291,7 +291,7 @@ inline plain::Reals plain_hessian_product(const Problem& p, const Numbers& v, in
         for (plain::Complex& parameter : at) {
             const plain::Complex before = parameter;
             parameter += plain::Complex(0, plain::STEP);
-            g.push_back(p.shape.weighted(at, p.x, p.y, p.nrows, p.xcols, weighting).imag() /
+            g.push_back(p.shape.weighted(at, p.x, p.y, p.nrows, p.xcols, cotangent).imag() /
                         plain::STEP);
             parameter = before;
         }

@@ -125,7 +125,7 @@ TEST(WidthStop, LooksAtTheFirstLayerAfterTheInputs)
     }
 }
 
-// entry, number of directions or weightings, what is infinite: a linear network of positive weights
+// entry, number of directions or cotangents, what is infinite: a linear network of positive weights
 SCENE(infinity)
 {
     const Network net("2 1 2 1 8 2 1 id sum");

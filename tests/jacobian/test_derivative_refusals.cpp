@@ -15,7 +15,7 @@ namespace {
 struct Arguments {
     const double* w;
     unsigned nw;
-    const double* v;  // directions or weightings
+    const double* v;  // directions or cotangents
     unsigned nv;      // their number; vemk_vJ has one
     const double* x;
     const double* y;

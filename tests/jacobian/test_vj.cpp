@@ -9,7 +9,7 @@ Numbers unit(std::size_t n, std::size_t i)
     return u;
 }
 
-// vemk_vJ_vec with one weighting in place of vemk_vJ.
+// vemk_vJ_vec with one cotangent in place of vemk_vJ.
 TransposedProducts call_vJ_vec_once(VEMKNInfo* net, const Problem& p, const Numbers& u)
 {
     return call_vJ_vec(net, p, u, 1);

@@ -33,7 +33,7 @@ TEST(VJVec, GivesAProductForEveryWeightingRowByRow)
         const Network net(p.shape.text());
         for (const unsigned k : {1u, 2u, 5u, 17u}) {
             for (const unsigned threads : {1u, 2u, 3u, 8u}) {
-                SCOPED_TRACE(testing::Message() << k << " weightings, " << threads << " threads");
+                SCOPED_TRACE(testing::Message() << k << " cotangents, " << threads << " threads");
                 // The rows are not split, whatever the batch.
                 ASSERT_EQ(0, vemk_setpar(net, threads, 2));
                 Random random(12);
@@ -44,7 +44,7 @@ TEST(VJVec, GivesAProductForEveryWeightingRowByRow)
                     expect_close(part_of(products.g, i, p.nw()),
                                  plain_product(p, part_of(u, i, p.elements())),
                                  TOLERANCE,
-                                 "weighting " + std::to_string(i) + ", weight");
+                                 "cotangent " + std::to_string(i) + ", weight");
                 }
             }
         }
@@ -71,7 +71,7 @@ TEST(VJVec, DependsOnTheOtherWeightingsAndTheThreadsByRoundingOnly)
     }
 }
 
-// How many weightings are swept side by side depends on the widths, on their number and on the threads; rows go through in
+// How many cotangents are swept side by side depends on the widths, on their number and on the threads; rows go through in
 // several blocks. One Jacobian gives what all of them have to be.
 TEST(VJVec, GivesEveryProductInGroupsOfAnySize)
 {
@@ -109,7 +109,7 @@ TEST(VJVec, GivesEveryProductInGroupsOfAnySize)
             const Numbers u = random.list(k * p.elements());
             const plain::Reals products = weighted_rows(J, u, k);
             for (const unsigned threads : {1u, 2u, 5u}) {
-                SCOPED_TRACE(testing::Message() << described(p) << ", " << k << " weightings, "
+                SCOPED_TRACE(testing::Message() << described(p) << ", " << k << " cotangents, "
                                                 << threads << " threads");
                 ASSERT_EQ(0, vemk_setpar(net, threads, 32));
                 // Sums over up to a hundred times the elements of the other tests.

@@ -2,7 +2,7 @@
 
 #include "jacobian/derivative_calls.h"
 
-// A problem for products with weightings, and what its calls have to give.
+// A problem for products with cotangents, and what its calls have to give.
 
 // 2-3-2, numel = 3 + 6 + 2 + 6.
 inline Problem problem(const char* activation = "softplus", const char* norm = "sum_log_dnorm_fat")

@@ -17,7 +17,7 @@ DoubleModel parse(const std::string& text)
 // What the parser says about a text on one stream; the banner may come first, once a process.
 std::string without_banner(const std::string& text)
 {
-    const std::string banner = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
+    const std::string banner = "VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n";
     return text.rfind(banner, 0) == 0 ? text.substr(banner.size()) : text;
 }
 
@@ -68,7 +68,7 @@ std::valarray<double> normed(const DoubleModel& net, const Matrix& R)
     return v;
 }
 
-// Which of the activations a model has, told by values: 0.5 and -0.5 tell all of them apart.
+// Which of the activations a model has, by its values at 0.5 and -0.5, which differ for all of them.
 Numbers activated(const DoubleModel& net)
 {
     const double x[] = {0.5, -0.5};

@@ -14,7 +14,7 @@
 
 namespace {
 
-const std::string BANNER = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
+const std::string BANNER = "VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n";
 const std::string INVALID = "Error: invalid network data\n";
 constexpr const char* GOOD = "3 2 2 1 8 3 4 softplus sum_log_dnorm_fat";
 

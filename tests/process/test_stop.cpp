@@ -11,7 +11,7 @@
 
 namespace {
 
-const std::string BANNER = "VEMKN 2026.9.1175 (C) 2026 the VEMKN developers\n";
+const std::string BANNER = "VEMKN " VEMKN_VERSION " (C) 2026 the VEMKN developers\n";
 
 void says_how_the_end_looks()
 {

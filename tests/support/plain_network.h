@@ -171,18 +171,18 @@ struct Network {
         return r;
     }
 
-    // Sum over the elements of weighting[e] times the norm of residual e.
+    // Sum over the elements of cotangent[e] times the norm of residual e.
     template <class T>
     T weighted(const std::vector<T>& w,
                const Numbers& x,
                const Numbers& y,
                std::size_t nrows,
                std::size_t ncols,
-               const Reals& weighting) const
+               const Reals& cotangent) const
     {
         const std::vector<T> r = residuals(w, x, y, nrows, ncols);
         T s(0);
-        for (std::size_t i = 0; i < r.size(); ++i) s += T(weighting[i]) * element_norm(norm, r[i]);
+        for (std::size_t i = 0; i < r.size(); ++i) s += T(cotangent[i]) * element_norm(norm, r[i]);
         return s;
     }
 
@@ -192,20 +192,20 @@ struct Network {
                             const Numbers& y,
                             std::size_t nrows,
                             std::size_t ncols,
-                            const Reals& weighting) const
+                            const Reals& cotangent) const
     {
         std::vector<Complex> at(w.begin(), w.end());
         Reals gradient;
         for (Complex& parameter : at) {
             const Complex before = parameter;
             parameter += Complex(0, STEP);
-            gradient.push_back(weighted(at, x, y, nrows, ncols, weighting).imag() / STEP);
+            gradient.push_back(weighted(at, x, y, nrows, ncols, cotangent).imag() / STEP);
             parameter = before;
         }
         return gradient;
     }
 
-    // The weighting that makes the objective of the weighted sum.
+    // The cotangent that makes the objective of the weighted sum.
     Reals mean(std::size_t nrows) const
     {
         const std::size_t n = nrows * numout;

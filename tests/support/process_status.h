@@ -3,7 +3,7 @@
 #include <fstream>
 #include <string>
 
-// A number that the kernel tells of this process: "Threads:", "VmRSS:" (kilobytes).
+// A number that the kernel gives for this process: "Threads:", "VmRSS:" (kilobytes).
 inline long status_number(const std::string& name)
 {
     std::ifstream status("/proc/self/status");

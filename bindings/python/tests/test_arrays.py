@@ -22,7 +22,7 @@ def test_what_the_library_can_read_is_not_copied() -> None:
     assert _arrays.vector("w", flat, 12) is flat
     assert np.shares_memory(_arrays.matrix("y", flat, 1), x)
     assert np.shares_memory(_arrays.directions("v", flat, 12), x)
-    assert np.shares_memory(_arrays.weightings("u", x, (3, 1)), x)
+    assert np.shares_memory(_arrays.cotangents("u", x, (3, 1)), x)
 
 
 @pytest.mark.parametrize(
@@ -110,7 +110,7 @@ def test_wrong_weights_inputs_and_targets(call: Call, one: Case) -> None:
 
 
 @pytest.mark.usefixtures("no_library")
-def test_wrong_directions_and_weightings(one: Case) -> None:
+def test_wrong_directions_and_cotangents(one: Case) -> None:
     n, w, x, y = one.network, one.w, one.x, one.y
     wrong: list[Any]
     wrong = [np.zeros(20), np.zeros((20, 2)), np.zeros((1, 21)), np.zeros((21, 1, 1)), 0.0]
@@ -161,7 +161,7 @@ def test_more_than_the_library_counts(one: Case) -> None:
 
 
 @pytest.mark.usefixtures("no_library")
-def test_more_weightings_of_no_rows_than_the_library_counts(one: Case) -> None:
+def test_more_cotangents_of_no_rows_than_the_library_counts(one: Case) -> None:
     many = np.empty((2**32 + 1, 0, 1))
     with pytest.raises(ValueError, match="takes fewer than 4294967296"):
         one.network.vjp_many(one.w, many, np.empty((0, 2)), np.empty((0, 1)))

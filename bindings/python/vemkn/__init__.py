@@ -4,8 +4,14 @@
 estimator for scikit-learn. Both are imported by their names, as each needs its own packages.
 """
 
+import importlib.metadata
+
 from ._library import version as library_version
-from ._version import __version__
 from .network import Network
+
+try:
+    __version__ = importlib.metadata.version("vemkn")
+except importlib.metadata.PackageNotFoundError:  # used where it lies: it came with its library
+    __version__ = library_version
 
 __all__ = ["Network", "__version__", "library_version"]

@@ -71,14 +71,14 @@ def directions(name: str, values: ArrayLike, length: int) -> Array:
     return contiguous(array)
 
 
-def weightings(name: str, values: ArrayLike, shape: tuple[int, int]) -> Array:
+def cotangents(name: str, values: ArrayLike, shape: tuple[int, int]) -> Array:
     """Shape (k, rows, columns); (k, rows) where there is one column."""
     array = numbers(name, values)
     if array.ndim == 2 and shape[1] == 1:
         array = array[:, :, np.newaxis]
     if array.ndim != 3 or array.shape[1:] != shape:
         raise ValueError(
-            f"{name} has the shape {np.shape(values)}, needs (weightings, {shape[0]}, {shape[1]})"
+            f"{name} has the shape {np.shape(values)}, needs (cotangents, {shape[0]}, {shape[1]})"
         )
     check_count(name, array.shape)
     return contiguous(array)

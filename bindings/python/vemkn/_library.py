@@ -13,8 +13,8 @@ from contextlib import contextmanager
 from pathlib import Path
 
 FILE_NAME = "libvemkn.so.1"
-# The first version with vemk_quiet, without which the process would not survive a NaN.
-OLDEST = (2026, 9, 1175)
+# The youngest of the functions that the package calls: a library that lacks it is too old.
+YOUNGEST = "vemk_activations"
 
 _POINTER = ctypes.c_void_p
 _COUNT = ctypes.c_uint
@@ -83,17 +83,12 @@ def _open() -> ctypes.CDLL:
 
 
 def _version_of(loaded: ctypes.CDLL) -> str:
-    try:
-        function = loaded.vemk_version
-    except AttributeError:
+    if not hasattr(loaded, YOUNGEST):
         raise ImportError(
-            f"{loaded._name} is not libvemkn, or an older one: it has no vemk_version"
-        ) from None
-    function.restype = ctypes.c_char_p
-    text: str = function().decode()
-    if tuple(int(number) for number in text.split(".")) < OLDEST:
-        oldest = ".".join(map(str, OLDEST))
-        raise ImportError(f"{loaded._name} is libvemkn {text}; vemkn needs {oldest} or newer")
+            f"{loaded._name} is not libvemkn, or an older one: it has no {YOUNGEST}"
+        )
+    loaded.vemk_version.restype = ctypes.c_char_p
+    text: str = loaded.vemk_version().decode()
     return text
 
 

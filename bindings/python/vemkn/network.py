@@ -16,7 +16,7 @@ from ._arrays import (
     matrix,
     numbers,
     vector,
-    weightings,
+    cotangents,
 )
 from ._base import NetworkBase
 from ._library import direction_order
@@ -327,7 +327,7 @@ class Network(NetworkBase):
         w, x, y
             As in `residual`.
         u : array_like, shape (rows, numout)
-            The weighting.
+            The cotangent.
 
         Returns
         -------
@@ -337,12 +337,12 @@ class Network(NetworkBase):
             ``tensordot(u, jacobian(w, x, y), 2)``
         """
         weights, data = self._weights(w), self._data(x, y)
-        weighting = matrix("u", u, self.numout)
-        _check_rows("u", weighting, len(data[0]))
+        cotangent = matrix("u", u, self.numout)
+        _check_rows("u", cotangent, len(data[0]))
         residuals, gradient = self._results(len(data[0])), np.empty(self.numel)
         self._call(
             "vemk_vJ",
-            *(weights, self.numel, weighting, 0),
+            *(weights, self.numel, cotangent, 0),
             *(*data, *_counts(data)),
             *(residuals, gradient),
         )
@@ -351,14 +351,14 @@ class Network(NetworkBase):
     def vjp_many(
         self, w: ArrayLike | None, u: ArrayLike, x: ArrayLike, y: ArrayLike
     ) -> tuple[Array, Array]:
-        """What `vjp` gives, for several weightings, from one forward pass.
+        """What `vjp` gives, for several cotangents, from one forward pass.
 
         Parameters
         ----------
         w, x, y
             As in `residual`.
         u : array_like, shape (k, rows, numout)
-            The weightings.
+            The cotangents.
 
         Returns
         -------
@@ -366,11 +366,11 @@ class Network(NetworkBase):
         gradients : ndarray, shape (k, numel)
         """
         weights, data = self._weights(w), self._data(x, y)
-        weighting = weightings("u", u, (len(data[0]), self.numout))
-        residuals, gradients = self._results(len(data[0])), np.empty((len(weighting), self.numel))
+        cotangent = cotangents("u", u, (len(data[0]), self.numout))
+        residuals, gradients = self._results(len(data[0])), np.empty((len(cotangent), self.numel))
         self._call(
             "vemk_vJ_vec",
-            *(weights, self.numel, weighting, len(weighting)),
+            *(weights, self.numel, cotangent, len(cotangent)),
             *(*data, *_counts(data)),
             *(residuals, gradients),
         )

@@ -99,13 +99,13 @@ vemkn_hessian <- function(net, weights, x, y, block = 32) {
 #' log-likelihood under `"sum_log_dnorm_fat"`) with respect to the weights.
 #'
 #' @inheritParams vemkn_objective
-#' @param u weightings of the elements: a matrix of the shape of `y` for one; for `k` of them, an array of `numout`
+#' @param u cotangents of the elements: a matrix of the shape of `y` for one; for `k` of them, an array of `numout`
 #'   columns and `k` layers, or a matrix with `k` columns, each in the order of `as.vector(y)`.
 #' @return `vemkn_jacobian_product()`: a list of `norms`, a matrix of the shape of `y` that is divided by nothing, and
 #'   `product`, with a row for each element in the order of `as.vector(y)` and a column for each direction.
 #'
 #'   `vemkn_product_jacobian()`: a list of `residual`, a matrix of the shape of `y`, and `product`, with a row for each
-#'   weight and a column for each weighting: the gradient of the weighted sum of the normed residuals.
+#'   weight and a column for each cotangent: the gradient of the weighted sum of the normed residuals.
 #' @examples
 #' net <- vemkn(3, numin = 1, norm = "sum")
 #' w <- sin(1:10)
@@ -123,12 +123,12 @@ vemkn_jacobian_product <- function(net, weights, x, y, v) {
 vemkn_product_jacobian <- function(net, weights, x, y, u) {
     check_network(net)
     x <- inputs(net, x)
-    with_batch(C_product_jacobian, net, weights, x, y, weightings(u, nrow(x), net$numout))
+    with_batch(C_product_jacobian, net, weights, x, y, cotangents(u, nrow(x), net$numout))
 }
 
-# One column for each weighting. A matrix of the shape of y is one weighting; one with a row for each element is
+# One column for each cotangent. A matrix of the shape of y is one cotangent; one with a row for each element is
 # taken column by column; with one output the two readings agree but for the number of columns.
-weightings <- function(u, rows, numout) {
+cotangents <- function(u, rows, numout) {
     refuse_long(u, "u")
     if (!is.numeric(u)) stop("'u' has to be numeric", call. = FALSE)
     shape <- if (is.null(dim(u))) c(length(u), 1) else dim(u)

@@ -1,4 +1,4 @@
-#' What a fit tells
+#' What a fit knows
 #'
 #' @param object,x a fit made by [vemkn_fit()], or its summary.
 #' @param newdata inputs as `x` of the fit; by default those of the fit.
@@ -18,7 +18,7 @@
 #' weights in the network's units. The likelihood's scale is fixed by `core`, so nothing is estimated from the
 #' residuals. Data often leave directions in weight space undetermined, and an optimum may lie at a jump of the
 #' likelihood, where the Hessian is not positive. Directions that curve by less than `least_curvature` are therefore
-#' taken to curve by that much, and a warning tells their number. Without `decay` they so become uncertain by 1, the
+#' taken to curve by that much, and a warning gives their number. Without `decay` they so become uncertain by 1, the
 #' spread of the starting weights; with it, as uncertain as the prior says. Standard errors of predictions follow from
 #' `vcov()` by the exact Jacobian of the outputs.
 #' @examples

@@ -109,17 +109,17 @@ SEXP vemknr_jacobian_product(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP v)
     return list;
 }
 
-/* u: a matrix whose columns are the weightings, each in the order of as.vector(y). */
+/* u: a matrix whose columns are the cotangents, each in the order of as.vector(y). */
 SEXP vemknr_product_jacobian(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP u)
 {
     const struct batch b = read_batch(handle, w, x, y);
     check_matrix(u, (int)(b.rows * b.ycols), "u");
     const int k = Rf_ncols(u);
-    const double* weightings = blocks_by_rows(REAL(u), (int)b.rows, (int)b.ycols, k);
+    const double* cotangents = blocks_by_rows(REAL(u), (int)b.rows, (int)b.ycols, k);
     SEXP residual = PROTECT(new_matrix(b.rows, b.ycols));
     SEXP product = PROTECT(new_matrix(b.nw, k));
     double* residual_rows = row_buffer(residual);
-    const int status = library_weighted(&b, weightings, (unsigned)k, residual_rows, REAL(product));
+    const int status = library_weighted(&b, cotangents, (unsigned)k, residual_rows, REAL(product));
     check_status(status, "vemkn_product_jacobian");
     settle_rows(residual, residual_rows);
 

@@ -49,7 +49,7 @@ int library_hessian(const struct batch* b,
 int library_jacobian(
     const struct batch* b, const double* v, unsigned nv, double* norms, double* product);
 
-/* Weightings: k blocks, each as y. Products: k blocks of nw. */
+/* Cotangents: k blocks, each as y. Products: k blocks of nw. */
 int library_weighted(
     const struct batch* b, const double* u, unsigned k, double* residual, double* product);
 

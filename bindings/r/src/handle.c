@@ -2,7 +2,7 @@
  *
  * The pointer's protected value is the list (description, threads, batch) from which the network
  * was built. R saves it with a workspace, but not the address; so a nil pointer with a description
- * is built anew when it is used. The tag tells such a pointer from one that was released. */
+ * is built anew when it is used. The tag distinguishes such a pointer from one that was released. */
 #include <string.h>
 
 #include "glue.h"
@@ -93,7 +93,7 @@ SEXP vemknr_numel(SEXP handle)
 
 SEXP vemknr_words(SEXP norms)
 {
-    const char *(*const word)(unsigned) = Rf_asLogical(norms) ? vemk_norms : vemk_activations;
+    const char* (*const word)(unsigned) = Rf_asLogical(norms) ? vemk_norms : vemk_activations;
     unsigned n = 0;
     while (word(n) != NULL) ++n;
     SEXP words = PROTECT(Rf_allocVector(STRSXP, n));

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <memory>
 
-#include "random.h"
+#include "../../common/random.h"
 #include "start.h"
 #include "user_error.h"
 

@@ -85,7 +85,8 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
 std::vector<std::string> known_activations()
 {
     std::vector<std::string> words;
-    for (unsigned i = 0; const char* const word = vemk_activations(i); ++i) words.emplace_back(word);
+    for (unsigned i = 0; const char* const word = vemk_activations(i); ++i)
+        words.emplace_back(word);
     return words;
 }
 

@@ -25,8 +25,8 @@ struct Options {
 
 /** Reads the command line.
  * @param[out] status  the exit status if there is nothing to run
- * @return nothing if help was asked for or the command line is wrong, which has then been told
- * @throw UserError for what can only be told once all options are known */
+ * @return nothing if help was asked for or the command line is wrong, which has then been reported
+ * @throw UserError for what can only be found once all options are known */
 std::optional<Options> parse_options(int argc, char** argv, int& status);
 
 const char* method_name(Method method);

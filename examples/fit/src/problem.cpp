@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-#include "random.h"
+#include "../../common/random.h"
 #include "text.h"
 #include "user_error.h"
 
@@ -43,7 +43,7 @@ Problem make_problem(Columns columns,
     const std::size_t rows = columns.lines.size();
     const auto wanted =
         static_cast<std::size_t>(std::lround(options.held_out_share * static_cast<double>(rows)));
-    std::vector<std::size_t> order = Random(options.seed).permutation(rows);
+    std::vector<std::size_t> order = examples::Random(options.seed).permutation(rows);
     std::vector<std::size_t> held_out(order.begin(),
                                       order.begin() + static_cast<std::ptrdiff_t>(wanted));
     std::vector<std::size_t> training(order.begin() + static_cast<std::ptrdiff_t>(wanted),

@@ -34,7 +34,7 @@ struct Problem {
 
 /** Splits off the held-out rows and makes both maps, from the training rows alone.
  * @param[in,out] shape  its inputs and outputs are filled in
- * @param[out]    notes  what the user should be told
+ * @param[out]    notes  what the user should know
  * @throw UserError */
 Problem make_problem(Columns columns,
                      const ProblemOptions& options,

@@ -87,7 +87,7 @@ struct TargetOptions {
  * - half_pi: the middle of y maps to 0. A core that the user did not choose is enlarged until all of
  *   y fits into the range; one that he chose and that does not fit is refused;
  * - unbounded: the median maps to 0.
- * @param[out] notes  what the user should be told
+ * @param[out] notes  what the user should know
  * @throw UserError */
 TargetMap make_target_map(const Matrix& x,
                           const Matrix& y,

@@ -1,10 +1,12 @@
 #ifndef VEMKN_FIT_START_H
 #define VEMKN_FIT_START_H
 
+#include "../../common/random.h"
 #include "network.h"
-#include "random.h"
 
 namespace fit {
+
+using examples::Random;
 
 /** Random weights of the size that suits each layer's width, and output biases that bring the median
  * of every output to that of its target. Without the latter a robust likelihood may start with all

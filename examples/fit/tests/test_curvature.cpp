@@ -4,8 +4,8 @@
 #include <Eigen/LU>
 #include <cmath>
 
+#include "../../common/random.h"
 #include "fit.h"
-#include "random.h"
 #include "uncertainty.h"
 
 namespace {
@@ -48,7 +48,7 @@ TEST(Laplace, GivesAMeanItsStandardError)
     const Shape shape{.inputs = 1, .outputs = 1, .hidden = {1}, .activation = "id"};
     const Eigen::Index rows = 400;
     const fit::Guard guard(shape, Vector::Zero(1));
-    fit::Random random(9);
+    examples::Random random(9);
     Batch batch{Matrix::Zero(rows, 1), Matrix(rows, 1)};
     for (Eigen::Index i = 0; i < rows; ++i) batch.y(i, 0) = random.normal() / 3.0;
     batch.y.array() -= batch.y.mean();

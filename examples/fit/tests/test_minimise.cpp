@@ -5,8 +5,8 @@
 #include <limits>
 #include <memory>
 
+#include "../../common/random.h"
 #include "fit.h"
-#include "random.h"
 #include "start.h"
 #include "statistics.h"
 
@@ -23,7 +23,7 @@ const Shape shape{.inputs = 1, .outputs = 1, .hidden = {3}, .activation = "softp
 
 Batch bump()
 {
-    fit::Random random(2);
+    examples::Random random(2);
     Batch batch{fit::Matrix(150, 1), fit::Matrix(150, 1)};
     for (Eigen::Index i = 0; i < 150; ++i) {
         batch.x(i, 0) = 4.0 * random.uniform() - 2.0;
@@ -43,7 +43,7 @@ protected:
 
     Vector start(std::uint64_t seed)
     {
-        fit::Random random(seed);
+        examples::Random random(seed);
         return fit::starting_weights(network, batch, random);
     }
 

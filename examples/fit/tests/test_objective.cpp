@@ -13,7 +13,7 @@ using fit::Vector;
 
 const fit::Shape shape{.inputs = 1, .outputs = 1, .hidden = {1}, .activation = "id"};
 
-/* The guard was told of inputs around zero, so it lets weights pass that overflow with these. */
+/* The guard knows inputs around zero, so it lets weights pass that overflow with these. */
 TEST(Objective, IsInfiniteWhereTheLibraryOverflows)
 {
     const fit::Guard guard(shape, Vector::Zero(1));

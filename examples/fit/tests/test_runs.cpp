@@ -86,7 +86,7 @@ TEST_F(Run, RefusesAWrongCommandLine)
     refused("");
     refused(complete + "--no-such-option");
     refused(complete + "--hidden 0");
-    refused(complete + "--activation softmax");
+    refused(complete + "--activation tanh");
     refused(complete + "--core -1");
     EXPECT_TRUE(contains(refused(complete + "--norm sum"), "has no minimum"));
     EXPECT_TRUE(contains(refused(complete + "--norm l2"), "\"l2\" is neither"));

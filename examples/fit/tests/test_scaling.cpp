@@ -4,8 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "../../common/random.h"
 #include "problem.h"
-#include "random.h"
 #include "statistics.h"
 #include "user_error.h"
 
@@ -27,7 +27,7 @@ Matrix column(const Vector& values)
 struct Line {
     Line() : x(2000, 1), y(2000)
     {
-        fit::Random random(5);
+        examples::Random random(5);
         for (Eigen::Index i = 0; i < y.size(); ++i) {
             x(i, 0) = random.normal();
             y[i] = 3.0 + 2.0 * x(i, 0) + random.normal() + (i % 20 == 0 ? 1000.0 : 0.0);

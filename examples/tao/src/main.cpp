@@ -68,7 +68,7 @@ struct Default {
     const char* value;
 };
 
-/** What the Newton types have to be told. A shell has no entries to precondition with; `ntl` falls back on the
+/** Settings of the Newton types. A shell has no entries to precondition with; `ntl` falls back on the
  * quasi-Newton matrix of its preconditioner and crashes without one. The residuals of BRGN are scaled to a mean,
  * and so is the weight of its regulariser. */
 constexpr Default defaults[] = {
@@ -189,7 +189,7 @@ PetscErrorCode run()
     std::unique_ptr<Network> network;
     together(PETSC_COMM_WORLD, [&] {
         if (options.data.empty() || options.net.empty())
-            throw std::runtime_error("-vemkn_data and -vemkn_net are needed; -help tells more");
+            throw std::runtime_error("-vemkn_data and -vemkn_net are needed; -help says more");
         network = std::make_unique<Network>(
             options.net, static_cast<int>(options.threads), static_cast<int>(options.batch));
         rows = read_share(options.data, rank, ranks);

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "random.h"
+#include "../../common/random.h"
 
 namespace vemkn_tao {
 
@@ -14,7 +14,7 @@ Network::Network(const std::string& description, int threads, int batch)
         vemk_setpar(handle(), static_cast<unsigned>(threads), batch) != 0)
         throw std::runtime_error("threads or batch out of range");
     vemk_quiet(handle(), 1);
-    // One row of zeros tells what can be evaluated at all; without columns no width can be wrong.
+    // One row of zeros shows what can be evaluated at all; without columns no width can be wrong.
     std::vector<double> outputs_of_row(outputs());
     double norm = 0.0;
     if (vemk_compute(handle(), nullptr, 0, nullptr, 1, 0, 0, outputs_of_row.data()) < 0 ||
@@ -45,7 +45,7 @@ bool Network::plain_residuals() const
 
 std::vector<double> Network::random_weights(std::uint64_t seed, double spread) const
 {
-    Random random(seed);
+    examples::Random random(seed);
     std::vector<double> w;
     w.reserve(numel());
     unsigned rows = 0;

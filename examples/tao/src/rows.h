@@ -10,7 +10,7 @@ namespace vemkn_tao {
 
 /** A file of rows: 8 bytes "VEMKROWS", then three unsigned 64-bit numbers, rows, inputs and outputs,
  * then row after row of inputs and outputs as doubles. Everything is little-endian, as the machines
- * are that the library runs on. Every row lies at a place that the header tells, so each rank reads
+ * are that the library runs on. Every row lies at a place that the header gives, so each rank reads
  * its own rows and no others. */
 struct Header {
     std::uint64_t rows = 0;

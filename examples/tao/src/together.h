@@ -9,10 +9,10 @@
 
 namespace vemkn_tao {
 
-/// Thrown on all ranks after one of them has told what is wrong.
+/// Thrown on all ranks after one of them has reported what is wrong.
 struct Ended {};
 
-/** Runs `work` on every rank. If it threw on any of them, the first of these tells why on standard
+/** Runs `work` on every rank. If it threw on any of them, the first of these says why on standard
  * error and all ranks throw Ended: none is left waiting in the next collective call. */
 template <class Work>
 void together(MPI_Comm comm, Work&& work)

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "../../common/random.h"
 #include "network.h"
-#include "random.h"
 #include "rows.h"
 
 using namespace vemkn_tao;
@@ -51,7 +51,7 @@ void write(const Synthetic& wanted)
     const Network network(wanted.network, 1, 32);
     const auto truth = network.random_weights(wanted.seed, 2.0);
     RowsWriter file(wanted.path, {wanted.rows, network.inputs(), network.outputs()});
-    Random random(wanted.seed + 1);
+    examples::Random random(wanted.seed + 1);
     constexpr std::uint64_t block = 4096;
     std::vector<double> x(block * network.inputs());
     std::vector<double> y(block * network.outputs());

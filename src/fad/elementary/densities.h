@@ -4,7 +4,7 @@
 #include "kernels/element_functions.h"
 
 // The density of the likelihood and its adjoint in carrier arithmetic, one elementary operation after the other. The
-// likelihood kernels evaluate the same functions element by element in one pass (LogDnorm in eval/element_functions.h);
+// likelihood kernels evaluate the same functions element by element in one pass (LogDnorm in kernels/element_functions.h);
 // these forms are what they are checked against.
 
 namespace yafad {

@@ -52,10 +52,10 @@ for (norm in c("sum", "sum_log_dnorm_fat")) {
         u <- array(cos(seq_len(3 * length(p$y))), c(dim(p$y), 3))
         backward <- vemkn_product_jacobian(p$net, p$w, p$x, p$y, u)
         expect_equal(backward$residual, plain_outputs(p$widths, p$activation, p$w, p$x) - p$y, tolerance = rounding)
-        expected <- differences(function(w) apply(u, 3, function(weighting) sum(weighting * norms(w))), p$w, diag(n))
+        expected <- differences(function(w) apply(u, 3, function(cotangent) sum(cotangent * norms(w))), p$w, diag(n))
         expect_equal(backward$product, t(expected), tolerance = difference_tolerance)
 
-        # The three ways to write weightings.
+        # The three ways to write cotangents.
         as_columns <- matrix(u, ncol = 3)
         expect_identical(vemkn_product_jacobian(p$net, p$w, p$x, p$y, as_columns)$product, backward$product)
         first <- vemkn_product_jacobian(p$net, p$w, p$x, p$y, u[, , 1])

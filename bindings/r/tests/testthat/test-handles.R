@@ -49,11 +49,11 @@ test_that("garbage collection frees networks", {
     expect_identical(vemkn_compute(p$net, p$w, p$x), vemkn_compute(p$net, p$w, p$x))
 })
 
-test_that("printing tells the network", {
+test_that("printing shows the network", {
     expect_output(print(vemkn(3, numin = 2)), "network 2-3-1 softplus.*weights  13, all zero")
     expect_output(print(vemkn(2, numin = 2, nmult = 3)), "3 times")
 })
 
-test_that("the library tells its version", {
+test_that("the library gives its version", {
     expect_match(vemkn_version(), "^[0-9]+\\.[0-9]+\\.[0-9]+$")
 })
