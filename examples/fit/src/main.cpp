@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "escape.h"
 #include "options.h"
 #include "output_directory.h"
 #include "plot.h"
@@ -20,7 +21,7 @@ void say(const std::string& text)
 
 void warn(const std::string& text)
 {
-    std::fprintf(stderr, "vemkn-fit: note: %s\n", text.c_str());
+    std::fprintf(stderr, "vemkn-fit: note: %s\n", visible(text).c_str());
 }
 
 Eigen::Index column_to_plot(const Problem& problem, const Options& options)
@@ -141,7 +142,7 @@ void write_files(const Problem& problem,
     }
     out.commit({"curve.csv", "medians.csv", "plot.gp", "plot.png"});
     const bool drawn = options.plot && trouble.empty();
-    say("\nwritten to " + options.out + ": weights.txt, predictions.csv, summary.txt" +
+    say("\nwritten to " + visible(options.out) + ": weights.txt, predictions.csv, summary.txt" +
         (drawn ? ", plot.png" : "") + "\n");
 }
 
@@ -177,7 +178,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "vemkn-fit: %s\n", error.what());
         return 2;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "vemkn-fit: %s\n", error.what());
+        std::fprintf(stderr, "vemkn-fit: %s\n", fit::visible(error.what()).c_str());
         return 1;
     }
 }

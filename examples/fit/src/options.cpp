@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "escape.h"
 #include "user_error.h"
 
 namespace fit {
@@ -233,6 +234,9 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
     add_network_options(app, options, raw);
     add_method_options(app, options, raw);
     add_output_options(app, options, raw);
+    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+        return visible(error.what()) + "\nRun with --help for more information.\n";
+    });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "escape.h"
 #include "text.h"
 
 namespace fit {
@@ -11,31 +12,19 @@ namespace {
 
 constexpr double band = 1.959963984540054;  // 95 % of a Gaussian
 
-const char* const heading = R"(# Draws plot.png from the tables beside this file: gnuplot plot.gp
-set terminal pngcairo noenhanced size @WIDTH@,1100 font 'DejaVu Sans,13'
-set output 'plot.png'
-set datafile separator comma
-set datafile columnheaders
-set border lw 0.8 lc rgb '#777777'
-set grid lt 1 lw 0.6 lc rgb '#cccccc'
-set tics nomirror
-set style fill solid 0.25 noborder
-set xrange @X@
-set xlabel @XLABEL@
-set multiplot layout 2,@TARGETS@ columnsfirst margins @LEFT@,0.98,0.07,0.94 spacing @LEFT@,0.12
-)";
+constexpr std::size_t longest_label = 100;
 
-std::string quoted(const std::string& text)
+/// A column's name as a label: cut where it would not fit beside an axis anyway, as drawing takes long.
+std::string label(const std::string& name, const std::string& addition = "")
 {
-    std::string result = "'";
-    for (const char c : text) result += c == '\'' ? std::string("''") : std::string(1, c);
-    return result + "'";
-}
-
-void replace(std::string& text, const std::string& what, const std::string& by)
-{
-    const auto at = text.find(what);
-    if (at != std::string::npos) text.replace(at, what.size(), by);
+    std::size_t end = name.size();
+    if (end > longest_label) {
+        end = longest_label;
+        const auto inside_character = [&] { return (name[end] & '\xc0') == '\x80'; };
+        for (int byte = 0; byte < 3 && inside_character(); ++byte) --end;
+    }
+    const std::string dots = end < name.size() ? "..." : "";
+    return gnuplot_string(name.substr(0, end) + dots + addition);
 }
 
 /// The columns of curve.csv that one target has.
@@ -53,6 +42,12 @@ struct CurveColumns {
     Eigen::Index low;            ///< 0: there is no band
     Eigen::Index least_squares;  ///< 0: there is none
 };
+
+/// Draws from a table, whose first line holds names and not data.
+std::string table(const std::string& file, const std::string& columns)
+{
+    return "  '" + file + "' skip 1 using " + columns;
+}
 
 std::string range(double low, double high)
 {
@@ -86,23 +81,22 @@ std::string x_range(const Vector& x)
 std::string curves(const PlotContent& content, Eigen::Index target)
 {
     const CurveColumns columns(content, target);
-    std::ostringstream out;
+    const auto curve = [](Eigen::Index column) {
+        return ", \\\n" + table("curve.csv", "1:" + std::to_string(column)) + " with lines lw ";
+    };
+    std::string text;
     if (columns.least_squares > 0)
-        out << ", \\\n  'curve.csv' using 1:" << columns.least_squares
-            << " with lines lw 3 lc rgb '#e08a00' title 'least squares'";
-    out << ", \\\n  'curve.csv' using 1:" << columns.fit
-        << " with lines lw 3.5 lc rgb '#0b4fa0' title " << quoted(content.fit_name);
-    return out.str();
+        text += curve(columns.least_squares) + "3 lc rgb '#e08a00' title 'least squares'";
+    return text + curve(columns.fit) + "3.5 lc rgb '#0b4fa0' title " +
+           gnuplot_string(content.fit_name);
 }
 
 std::string band_of(const PlotContent& content, Eigen::Index target)
 {
-    const CurveColumns columns(content, target);
-    if (columns.low == 0) return "";
-    std::ostringstream out;
-    out << "  'curve.csv' using 1:" << columns.low << ":" << columns.low + 1
-        << " with filledcurves lc rgb '#0b4fa0' title '95 % band', \\\n";
-    return out.str();
+    const Eigen::Index low = CurveColumns(content, target).low;
+    if (low == 0) return "";
+    return table("curve.csv", "1:" + std::to_string(low) + ":" + std::to_string(low + 1)) +
+           " with filledcurves lc rgb '#0b4fa0' title '95 % band', \\\n";
 }
 
 /// All data of a target above, and a close-up of the curves below.
@@ -112,20 +106,22 @@ std::string panels(const Problem& problem,
                    Eigen::Index x,
                    Eigen::Index y)
 {
-    const std::string name = problem.columns.target_names[static_cast<std::size_t>(t)];
+    const std::string& name = problem.columns.target_names[static_cast<std::size_t>(t)];
     const auto points = [&](const char* outlier) {
-        return "  'predictions.csv' using " + std::to_string(x) + ":($" + std::to_string(y + 3) +
-               " == " + outlier + " ? $" + std::to_string(y) + " : 1/0) with points ";
+        return table("predictions.csv",
+                     std::to_string(x) + ":($" + std::to_string(y + 3) + " == " + outlier + " ? $" +
+                         std::to_string(y) + " : 1/0)") +
+               " with points ";
     };
     std::ostringstream out;
-    out << "\nset ylabel " << quoted(name) << " offset 1,0\nset autoscale y\n"
+    out << "\nset ylabel " << label(name) << " offset 1,0\nset autoscale y\n"
         << "set key at graph 0,1.02 left bottom horizontal maxrows 1 reverse Left samplen 2 width "
            "1\nplot \\\n"
         << points("0") << "pt 7 ps 0.35 lc rgb '#9a9a9a' title 'data', \\\n"
         << points("1") << "pt 6 ps 0.9 lw 1.5 lc rgb '#c8102e' title 'beyond six core scales'"
-        << curves(content, t) << "\n\nset ylabel " << quoted(name + " (close-up)")
+        << curves(content, t) << "\n\nset ylabel " << label(name, " (close-up)")
         << " offset 1,0\nset yrange " << close_up_range(content, t) << "\nplot \\\n"
-        << band_of(content, t) << "  'medians.csv' using 1:" << t + 2
+        << band_of(content, t) << table("medians.csv", "1:" + std::to_string(t + 2))
         << " with points pt 7 ps 1.4 lc rgb '#333333' title 'median of the data nearby'"
         << curves(content, t) << "\n";
     return out.str();
@@ -185,18 +181,29 @@ std::string plot_script(const Problem& problem,
 {
     const auto targets = static_cast<Eigen::Index>(problem.columns.target_names.size());
     const auto column = static_cast<std::size_t>(content.column);
-    std::string script = heading;
-    replace(script, "@WIDTH@", std::to_string(200 + 1000 * targets));
-    replace(script, "@X@", x_range(content.fit.x));
-    replace(script, "@XLABEL@", quoted(problem.columns.input_names[column]));
-    replace(script, "@TARGETS@", std::to_string(targets));
-    for (int sides = 0; sides < 2; ++sides)
-        replace(script, "@LEFT@", number(0.03 + 0.05 / static_cast<double>(targets)));
+    const double left = 0.03 + 0.05 / static_cast<double>(targets);
+    std::ostringstream out;
+    out << "# Draws plot.png from the tables beside this file: gnuplot plot.gp\n"
+           "set encoding utf8\n"
+           "set terminal pngcairo size "
+        << 200 + 1000 * targets << ",1100 font 'DejaVu Sans,13'\n"
+        << "set termoption noenhanced\n"
+           "set output 'plot.png'\n"
+           "set datafile separator comma\n"
+           "set border lw 0.8 lc rgb '#777777'\n"
+           "set grid lt 1 lw 0.6 lc rgb '#cccccc'\n"
+           "set tics nomirror\n"
+           "set style fill solid 0.25 noborder\n"
+        << "set xrange " << x_range(content.fit.x) << "\nset xlabel "
+        << label(problem.columns.input_names[column]) << "\nset multiplot layout 2," << targets
+        << " columnsfirst margins " << number(left) << ",0.98,0.07,0.94 spacing " << number(left)
+        << ",0.12\n";
     // Line number and set come before the inputs in predictions.csv.
     const Eigen::Index x = content.column + 3;
     for (Eigen::Index t = 0; t < targets; ++t)
-        script += panels(problem, content, t, x, first_column + t * target_stride);
-    return script + "unset multiplot\n";
+        out << panels(problem, content, t, x, first_column + t * target_stride);
+    out << "unset multiplot\n";
+    return out.str();
 }
 
 }  // namespace fit

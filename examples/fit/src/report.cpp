@@ -4,14 +4,21 @@
 #include <array>
 #include <cstdio>
 
+#include "escape.h"
 #include "text.h"
 
 namespace fit {
 namespace {
 
+/// A longer one stays whole.
+std::string padded(const std::string& label, std::size_t width)
+{
+    return label + std::string(label.size() < width ? width - label.size() : 1, ' ');
+}
+
 std::string line(const std::string& label, const std::string& text)
 {
-    return label + std::string(label.size() < 17 ? 17 - label.size() : 1, ' ') + text + "\n";
+    return padded(label, 17) + text + "\n";
 }
 
 std::string percent(double share)
@@ -22,9 +29,8 @@ std::string percent(double share)
 /// Columns of a small table, the first one flush left.
 std::string row(const std::string& label, const std::vector<std::string>& cells)
 {
+    std::string result = padded("  " + label, 30);
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "  %-28s", label.c_str());
-    std::string result = text.data();
     for (const std::string& cell : cells) {
         std::snprintf(text.data(), text.size(), " %12s", cell.c_str());
         result += text.data();
@@ -123,16 +129,16 @@ std::string describe_problem(const Problem& problem, const Options& options, con
     const Columns& columns = problem.columns;
     std::string text =
         line("data",
-             options.data + ": " + std::to_string(problem.training.size()) +
+             visible(options.data) + ": " + std::to_string(problem.training.size()) +
                  " rows for training, " + std::to_string(problem.held_out.size()) + " held out" +
                  (columns.dropped > 0
                       ? ", " + std::to_string(columns.dropped) + " left out for missing values"
                       : ""));
-    text += line("inputs", join(problem.inputs.names(), ", "));
+    text += line("inputs", visible(join(problem.inputs.names(), ", ")));
     for (std::size_t t = 0; t < columns.target_names.size(); ++t) {
         const TargetScale& scale = problem.targets.scales[t];
         text += line(t == 0 ? "target" : "",
-                     columns.target_names[t] + ", mapped by (y - " + number(scale.shift) +
+                     visible(columns.target_names[t]) + ", mapped by (y - " + number(scale.shift) +
                          ") / (3 * " + number(scale.core) + ")");
     }
     return text + line("network",
@@ -154,7 +160,7 @@ std::string describe_results(const Problem& problem, const Options& options, con
         text.pop_back();
     }
     for (std::size_t t = 0; t < problem.columns.target_names.size(); ++t)
-        text += target_table(results, problem.columns.target_names[t], t);
+        text += target_table(results, visible(problem.columns.target_names[t]), t);
     return text;
 }
 

@@ -1,3 +1,4 @@
+#include "escape.h"
 #include "report.h"
 #include "text.h"
 
@@ -24,10 +25,11 @@ void put_figures(std::string& text,
                  const std::string& target,
                  const Figures& figures)
 {
-    put(text, prefix + "median_error." + target, figures.median_error);
-    put(text, prefix + "rms_error." + target, figures.rms_error);
-    put(text, prefix + "bias." + target, figures.bias);
-    put(text, prefix + "outliers." + target, figures.outliers);
+    const std::string key = key_part(target);
+    put(text, prefix + "median_error." + key, figures.median_error);
+    put(text, prefix + "rms_error." + key, figures.rms_error);
+    put(text, prefix + "bias." + key, figures.bias);
+    put(text, prefix + "outliers." + key, figures.outliers);
 }
 
 void put_judged(std::string& text,
@@ -80,7 +82,7 @@ std::string summary(const Problem& problem,
     const auto& targets = problem.columns.target_names;
     std::string text;
     put(text, "version", VEMKN_VERSION);
-    put(text, "data", options.data);
+    put(text, "data", visible(options.data));
     put_count(text, "training_rows", problem.training.size());
     put_count(text, "held_out_rows", problem.held_out.size());
     put_count(text, "dropped_rows", problem.columns.dropped);
@@ -91,8 +93,8 @@ std::string summary(const Problem& problem,
     put_count(text, "seed", options.fit.seed);
     put_count(text, "starts", results.main.fit.starts.size());
     for (std::size_t t = 0; t < targets.size(); ++t) {
-        put(text, "core." + targets[t], problem.targets.scales[t].core);
-        put(text, "shift." + targets[t], problem.targets.scales[t].shift);
+        put(text, "core." + key_part(targets[t]), problem.targets.scales[t].core);
+        put(text, "shift." + key_part(targets[t]), problem.targets.scales[t].shift);
     }
     put_judged(text, "", targets, results.main);
     if (results.least_squares) put_judged(text, "least_squares.", targets, *results.least_squares);
@@ -133,9 +135,10 @@ std::string predictions_csv(const Problem& problem, const Results& results)
 std::string weights_text(const Problem& problem, const Network& network, const Vector& w)
 {
     std::string text = "# network: " + network.description() + "\n";
-    for (const std::string& rule : problem.inputs.describe()) text += "# input " + rule + "\n";
+    for (const std::string& rule : problem.inputs.describe())
+        text += "# input " + visible(rule) + "\n";
     for (std::size_t t = 0; t < problem.targets.scales.size(); ++t)
-        text += "# output " + problem.columns.target_names[t] + ": y * " +
+        text += "# output " + visible(problem.columns.target_names[t]) + ": y * " +
                 exact_number(problem.targets.scales[t].unit()) + " + " +
                 exact_number(problem.targets.scales[t].shift) + "\n";
     text += "# weights: layer by layer the biases, then the matrix by rows, a row for each input\n";

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,9 +17,12 @@ std::string run_gnuplot(const std::filesystem::path& folder, const std::string& 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+    // Where standard input is closed, the script that gnuplot opens would take its place.
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     std::string program = "gnuplot";
+    std::string no_startup_files = "-d";
     std::string file = script;
-    std::array<char*, 3> arguments{program.data(), file.data(), nullptr};
+    std::array<char*, 4> arguments{program.data(), no_startup_files.data(), file.data(), nullptr};
     pid_t child = 0;
     const int error =
         posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments.data(), environ);

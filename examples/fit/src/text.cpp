@@ -27,12 +27,4 @@ std::string join(const std::vector<std::string>& words, const std::string& betwe
     return text;
 }
 
-std::string csv_cell(const std::string& text)
-{
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string quoted = "\"";
-    for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return quoted + "\"";
-}
-
 }  // namespace fit

@@ -15,9 +15,6 @@ std::string exact_number(double value);
 
 std::string join(const std::vector<std::string>& words, const std::string& between);
 
-/// A cell of a CSV file, quoted if it has to be.
-std::string csv_cell(const std::string& text);
-
 }  // namespace fit
 
 #endif

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -30,6 +31,16 @@ public:
     {
         std::ofstream(path_ / name, std::ios::binary) << text;
         return *this / name;
+    }
+
+    /// Everything in it but folders, by its path from here.
+    std::set<std::string> files() const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(path_))
+            if (!entry.is_directory())
+                names.insert(entry.path().lexically_relative(path_).string());
+        return names;
     }
 
 private:

@@ -1,71 +1,15 @@
 // The program from end to end: exit status, messages, files.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <map>
-#include <sstream>
 
-#include "temporary.h"
+#include "run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-class Run : public testing::Test {
-protected:
-    /// Runs the program and keeps what it says; [before] goes in front, for the environment.
-    int fit(const std::string& arguments, const std::string& before = "")
-    {
-        const std::string command = before + " '" FIT_PROGRAM "' " + arguments + " --out '" + out +
-                                    "' >'" + (folder / "stdout") + "' 2>'" + (folder / "stderr") +
-                                    "'";
-        const int status = std::system(command.c_str());
-        output = read_text(folder / "stdout");
-        errors = read_text(folder / "stderr");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    /// A run that must end with status 2 and leave nothing behind.
-    std::string refused(const std::string& arguments)
-    {
-        EXPECT_EQ(fit(arguments), 2) << arguments;
-        EXPECT_FALSE(fs::exists(out)) << arguments;
-        return errors;
-    }
-
-    std::map<std::string, std::string> summary() const
-    {
-        std::map<std::string, std::string> values;
-        std::istringstream lines(read_text(out + "/summary.txt"));
-        for (std::string line; std::getline(lines, line);)
-            values[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
-        return values;
-    }
-
-    double figure(const std::string& key) const { return std::stod(summary().at(key)); }
-
-    bool has(const std::string& file) const { return fs::exists(out + "/" + file); }
-
-    TemporaryFolder folder;
-    std::string out = folder / "out";
-    std::string output;
-    std::string errors;
-    const std::string mpg = "'" FIT_DATA "/auto_mpg.csv' --target mpg --quiet ";
-    const std::string complete = mpg + "--drop-missing --no-plot ";
-    const std::string flights =
-        "'" FIT_DATA
-        "/flight_delays.csv' --target delay_min --core 15 --quiet --inputs "
-        "hour,day_of_year,distance_miles --periodic hour=24,day_of_year=365 ";
-};
-
-testing::AssertionResult contains(const std::string& text, const std::string& part)
-{
-    if (text.find(part) != std::string::npos) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "\"" << part << "\" is not in:\n" << text;
-}
 
 TEST_F(Run, RefusesBadDataWithTheirPlace)
 {
@@ -189,6 +133,15 @@ TEST_F(Run, DrawsThePlot)
     EXPECT_EQ(read_text(out + "/plot.png").substr(1, 3), "PNG") << errors;
     ASSERT_EQ(fit(complete + "--starts 1"), 0);
     EXPECT_FALSE(has("plot.png")) << "a plot of other weights must not stay";
+}
+
+TEST_F(Run, DrawsWithoutStartupFilesAndStandardInput)
+{
+    if (std::system("command -v gnuplot >/dev/null") != 0) GTEST_SKIP() << "no gnuplot";
+    folder.write(".gnuplot", "print 'started'\n");
+    ASSERT_EQ(fit(mpg + "--drop-missing --starts 1 <&-", "HOME='" + (folder / "") + "'"), 0);
+    EXPECT_EQ(errors, "");
+    EXPECT_TRUE(has("plot.png"));
 }
 
 TEST_F(Run, FitsSeveralTargetsWithEveryActivation)
