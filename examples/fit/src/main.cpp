@@ -1,6 +1,5 @@
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <memory>
 
 #include "escape.h"
@@ -8,6 +7,7 @@
 #include "output_directory.h"
 #include "plot.h"
 #include "report.h"
+#include "text.h"
 #include "user_error.h"
 
 namespace fit {
@@ -121,12 +121,12 @@ PlotContent plot_content(const Problem& problem,
 void write_files(const Problem& problem,
                  const Networks& networks,
                  const Options& options,
-                 const Results& results)
+                 const Results& results,
+                 OutputDirectory& out)
 {
-    OutputDirectory out(options.out);
+    out.open();
     out.write("weights.txt", weights_text(problem, networks.fitted, results.main.fit.weights));
     out.write("predictions.csv", predictions_csv(problem, results));
-    out.write("summary.txt", summary(problem, options, networks.fitted, results));
     std::string trouble;
     if (options.plot) {
         const PlotContent content = plot_content(problem, networks.plain, options, results);
@@ -140,7 +140,10 @@ void write_files(const Problem& problem,
         trouble = run_gnuplot(out.waiting(), "plot.gp");
         if (!trouble.empty()) warn(trouble + ", so there is no plot.png; plot.gp draws it later");
     }
-    out.commit({"curve.csv", "medians.csv", "plot.gp", "plot.png"});
+    const auto left = out.commit(summary(problem, options, networks.fitted, results));
+    if (!left.empty())
+        warn("not known to be from an earlier run, or changed since, so it stays in " +
+             options.out + ": " + join(left, ", "));
     const bool drawn = options.plot && trouble.empty();
     say("\nwritten to " + visible(options.out) + ": weights.txt, predictions.csv, summary.txt" +
         (drawn ? ", plot.png" : "") + "\n");
@@ -153,8 +156,7 @@ void run(const Options& options)
     std::vector<std::string> notes;
     const Problem problem = make_problem(std::move(columns), options.problem, shape, notes);
     column_to_plot(problem, options);  // a wrong name should not wait for the end of the fit
-    if (std::filesystem::exists(options.out) && !std::filesystem::is_directory(options.out))
-        throw UserError("--out " + options.out + ": is not a folder");
+    OutputDirectory out(options.out, options.data, options.plot);
     const Networks networks{{shape, options.fit.norm, options.fit.threads},
                             {shape, "sum", options.fit.threads}};
     say(describe_problem(problem, options, shape));
@@ -162,7 +164,7 @@ void run(const Options& options)
     const Results results = compute(problem, networks, options);
     say(describe_results(problem, options, results));
     warn_of_small_core(problem, results);
-    write_files(problem, networks, options, results);
+    write_files(problem, networks, options, results, out);
 }
 
 }  // namespace
