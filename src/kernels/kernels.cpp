@@ -7,7 +7,7 @@ namespace VEMKN {
 InstructionSet best_instruction_set()
 {
 #ifdef VEMKN_INSTRUCTION_SET
-    return InstructionSet::VEMKN_INSTRUCTION_SET;  // a build for measurements and tests of one of them
+    return InstructionSet::VEMKN_INSTRUCTION_SET;  // a build for measurements and tests of one
 #else
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512f")) return InstructionSet::avx512;
