@@ -2,6 +2,7 @@
 
 import pathlib
 import re
+import tempfile
 
 from setuptools import setup
 
@@ -15,4 +16,6 @@ if HEADER.exists():
 else:
     version = re.search(r"^Version: (.*)$", METADATA.read_text(), re.MULTILINE)[1]
 
-setup(version=version)
+# Beside the sources a later build would find the files of this one.
+with tempfile.TemporaryDirectory() as scratch:
+    setup(version=version, options={"build": {"build_base": scratch}, "egg_info": {"egg_base": scratch}})
