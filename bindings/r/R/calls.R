@@ -27,12 +27,12 @@ vemkn_residual <- function(net, weights, x, y) {
     .Call(C_residual, net$handle, weights, x, targets(net, y, x))
 }
 
-# The derivatives want at least one row.
-with_batch <- function(entry, net, weights, x, y, ...) {
+# What a call takes, checked. The derivatives want at least one row.
+batch_of <- function(net, weights, x, y) {
     weights <- flat_weights(net, weights)
     x <- inputs(net, x)
     check_rows(x)
-    .Call(entry, net$handle, weights, x, targets(net, y, x), ...)
+    list(w = weights, x = x, y = targets(net, y, x))
 }
 
 # Directions: a vector is one of them.
@@ -63,17 +63,23 @@ directions <- function(net, v) numeric_matrix(v, "v", rows = net$numel)
 #' fit$minimum
 #' sqrt(diag(vemkn_hessian(net, fit$estimate, x, y)))
 #' @export
-vemkn_objective <- function(net, weights, x, y) with_batch(C_objective, net, weights, x, y)
+vemkn_objective <- function(net, weights, x, y) {
+    b <- batch_of(net, weights, x, y)
+    .Call(C_objective, net$handle, b$w, b$x, b$y)
+}
 
 #' @rdname vemkn_objective
 #' @export
-vemkn_gradient <- function(net, weights, x, y) with_batch(C_gradient, net, weights, x, y)
+vemkn_gradient <- function(net, weights, x, y) {
+    b <- batch_of(net, weights, x, y)
+    .Call(C_gradient, net$handle, b$w, b$x, b$y)
+}
 
 #' @rdname vemkn_objective
 #' @export
 vemkn_hessian_product <- function(net, weights, x, y, v) {
-    check_network(net)
-    with_batch(C_hessian_product, net, weights, x, y, directions(net, v))
+    b <- batch_of(net, weights, x, y)
+    .Call(C_hessian_product, net$handle, b$w, b$x, b$y, directions(net, v))
 }
 
 #' @rdname vemkn_objective
@@ -114,16 +120,15 @@ vemkn_hessian <- function(net, weights, x, y, block = 32) {
 #' vemkn_product_jacobian(net, w, x, c(0, 0, 0), c(1, 2, 3))$product - t(jacobian) %*% c(1, 2, 3)
 #' @export
 vemkn_jacobian_product <- function(net, weights, x, y, v) {
-    check_network(net)
-    with_batch(C_jacobian_product, net, weights, x, y, directions(net, v))
+    b <- batch_of(net, weights, x, y)
+    .Call(C_jacobian_product, net$handle, b$w, b$x, b$y, directions(net, v))
 }
 
 #' @rdname vemkn_jacobian_product
 #' @export
 vemkn_product_jacobian <- function(net, weights, x, y, u) {
-    check_network(net)
-    x <- inputs(net, x)
-    with_batch(C_product_jacobian, net, weights, x, y, cotangents(u, nrow(x), net$numout))
+    b <- batch_of(net, weights, x, y)
+    .Call(C_product_jacobian, net$handle, b$w, b$x, b$y, cotangents(u, nrow(b$x), net$numout))
 }
 
 # One column for each cotangent. A matrix of the shape of y is one cotangent; one with a row for each element is
