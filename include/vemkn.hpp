@@ -52,8 +52,8 @@
  *
  * std::invalid_argument: a wrong shape or setting, or a text that describes no network. std::runtime_error: the library
  * refused the call all the same (2^32 or more results); the reason is on standard error. std::logic_error: a network that
- * has been moved from, which can be destroyed or assigned to and nothing else. std::bad_alloc is passed through; see
- * vemkn.h for what it leaves behind when it comes out of a call of the library.
+ * has been moved from, which can be destroyed or assigned to and nothing else. std::bad_alloc is passed through; it
+ * leaves no trap armed that was not before, and BLAS at one thread where it comes out of a call of the library.
  *
  * ## Threads
  *
@@ -66,6 +66,7 @@
 #define VEMKN_HPP
 
 #include <algorithm>
+#include <cfenv>
 #include <climits>
 #include <cmath>
 #include <cstddef>
@@ -75,6 +76,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "vemkn.h"
@@ -164,6 +166,20 @@ struct ProductJacobian {
 };
 
 namespace detail {
+
+// Calls the library. An exception leaves the traps armed that the call had armed; they are put back as they were before.
+template <class Result, class... Parameters>
+Result call(Result (*entry)(Parameters...), std::type_identity_t<Parameters>... arguments)
+{
+    const int traps = fegetexcept();
+    try {
+        return entry(arguments...);
+    } catch (...) {
+        fedisableexcept(FE_ALL_EXCEPT);
+        feenableexcept(traps);
+        throw;
+    }
+}
 
 // While one of these lives, vemkn_rowmajor is 0; the last one to go puts back what the first one found. They do not wait
 // for each other, so calls of several threads overlap. The record is one for the process, whatever its visibility flags.
@@ -310,8 +326,8 @@ public:
     {
         const Shape s = shape(w, x, x.size() / numin());
         Values r{std::vector<double>(s.results()), true};
-        const int status =
-            vemk_compute(handle(), w.data(), s.nw, x.data(), s.rows, s.xcols, 0, r.values.data());
+        const int status = detail::call(
+            vemk_compute, handle(), w.data(), s.nw, x.data(), s.rows, s.xcols, 0, r.values.data());
         r.finite = done("vemk_compute", status) && detail::all_finite(r.values);
         return r;
     }
@@ -340,8 +356,16 @@ public:
         const Shape s = shape(w, x, y);
         double value = 0.0;
         done("vemk_obj",
-             vemk_obj(
-                 handle(), w.data(), s.nw, x.data(), y.data(), s.rows, s.xcols, s.ycols, &value));
+             detail::call(vemk_obj,
+                          handle(),
+                          w.data(),
+                          s.nw,
+                          x.data(),
+                          y.data(),
+                          s.rows,
+                          s.xcols,
+                          s.ycols,
+                          &value));
         return value;
     }
 
@@ -368,16 +392,17 @@ public:
     {
         const Shape s = shape(w, x, y);
         Gradient r{0.0, std::vector<double>(s.nw), true};
-        const int status = vemk_g(handle(),
-                                  w.data(),
-                                  s.nw,
-                                  x.data(),
-                                  y.data(),
-                                  s.rows,
-                                  s.xcols,
-                                  s.ycols,
-                                  &r.value,
-                                  r.gradient.data());
+        const int status = detail::call(vemk_g,
+                                        handle(),
+                                        w.data(),
+                                        s.nw,
+                                        x.data(),
+                                        y.data(),
+                                        s.rows,
+                                        s.xcols,
+                                        s.ycols,
+                                        &r.value,
+                                        r.gradient.data());
         r.finite =
             done("vemk_g", status) && std::isfinite(r.value) && detail::all_finite(r.gradient);
         return r;
@@ -406,19 +431,20 @@ public:
         HessianProduct r{0.0, std::vector<double>(s.nw), std::vector<double>(v.size()), true};
         {
             const detail::Interleaved interleaved;
-            const int status = vemk_Hv(handle(),
-                                       w.data(),
-                                       s.nw,
-                                       tangents.data(),
-                                       tangents.number(),
-                                       x.data(),
-                                       y.data(),
-                                       s.rows,
-                                       s.xcols,
-                                       s.ycols,
-                                       &r.value,
-                                       r.gradient.data(),
-                                       r.products.data());
+            const int status = detail::call(vemk_Hv,
+                                            handle(),
+                                            w.data(),
+                                            s.nw,
+                                            tangents.data(),
+                                            tangents.number(),
+                                            x.data(),
+                                            y.data(),
+                                            s.rows,
+                                            s.xcols,
+                                            s.ycols,
+                                            &r.value,
+                                            r.gradient.data(),
+                                            r.products.data());
             r.finite = done("vemk_Hv", status);
         }
         r.finite = r.finite && std::isfinite(r.value) && detail::all_finite(r.gradient) &&
@@ -447,18 +473,19 @@ public:
                           true};
         {
             const detail::Interleaved interleaved;
-            const int status = vemk_Jv(handle(),
-                                       w.data(),
-                                       s.nw,
-                                       tangents.data(),
-                                       tangents.number(),
-                                       x.data(),
-                                       y.data(),
-                                       s.rows,
-                                       s.xcols,
-                                       s.ycols,
-                                       r.values.data(),
-                                       r.products.data());
+            const int status = detail::call(vemk_Jv,
+                                            handle(),
+                                            w.data(),
+                                            s.nw,
+                                            tangents.data(),
+                                            tangents.number(),
+                                            x.data(),
+                                            y.data(),
+                                            s.rows,
+                                            s.xcols,
+                                            s.ycols,
+                                            r.values.data(),
+                                            r.products.data());
             r.finite = done("vemk_Jv", status);
         }
         r.finite = r.finite && detail::all_finite(r.values) && detail::all_finite(r.products);
@@ -483,30 +510,32 @@ public:
         const unsigned k = multiple(u, s.results(), "cotangent values");
         ProductJacobian r{
             std::vector<double>(s.results()), std::vector<double>(std::size_t{k} * s.nw), true};
-        const int status = k == 1 ? vemk_vJ(handle(),
-                                            w.data(),
-                                            s.nw,
-                                            u.data(),
-                                            0,
-                                            x.data(),
-                                            y.data(),
-                                            s.rows,
-                                            s.xcols,
-                                            s.ycols,
-                                            r.residuals.data(),
-                                            r.products.data())
-                                  : vemk_vJ_vec(handle(),
-                                                w.data(),
-                                                s.nw,
-                                                u.data(),
-                                                k,
-                                                x.data(),
-                                                y.data(),
-                                                s.rows,
-                                                s.xcols,
-                                                s.ycols,
-                                                r.residuals.data(),
-                                                r.products.data());
+        const int status = k == 1 ? detail::call(vemk_vJ,
+                                                 handle(),
+                                                 w.data(),
+                                                 s.nw,
+                                                 u.data(),
+                                                 0,
+                                                 x.data(),
+                                                 y.data(),
+                                                 s.rows,
+                                                 s.xcols,
+                                                 s.ycols,
+                                                 r.residuals.data(),
+                                                 r.products.data())
+                                  : detail::call(vemk_vJ_vec,
+                                                 handle(),
+                                                 w.data(),
+                                                 s.nw,
+                                                 u.data(),
+                                                 k,
+                                                 x.data(),
+                                                 y.data(),
+                                                 s.rows,
+                                                 s.xcols,
+                                                 s.ycols,
+                                                 r.residuals.data(),
+                                                 r.products.data());
         r.finite = done(k == 1 ? "vemk_vJ" : "vemk_vJ_vec", status) &&
                    detail::all_finite(r.residuals) && detail::all_finite(r.products);
         return r;
@@ -558,7 +587,8 @@ private:
     {
         if (text.size() > INT_MAX) detail::wrong("the text is too long");
         // The library wants a text, be it empty.
-        return initVEMKNet(text.empty() ? "" : text.data(), static_cast<int>(text.size()));
+        return detail::call(
+            initVEMKNet, text.empty() ? "" : text.data(), static_cast<int>(text.size()));
     }
 
     // Rows of a layer's weights, 0 if there is no such layer.
@@ -578,8 +608,8 @@ private:
             if (rows == 0 || cols == 0) return false;
         }
         double value = 0.0;
-        return vemk_compute(net, nullptr, 0, nullptr, 0, 0, 0, nullptr) == 0 &&
-               vemk_norm(net, nullptr, 0, 0, &value) == 0;
+        return detail::call(vemk_compute, net, nullptr, 0, nullptr, 0, 0, 0, nullptr) == 0 &&
+               detail::call(vemk_norm, net, nullptr, 0, 0, &value) == 0;
     }
 
     // Whether all results were finite as far as the library looked, which it does in quiet mode.
@@ -640,15 +670,16 @@ private:
     {
         const Shape s = shape(w, x, y);
         Values r{std::vector<double>(s.results()), true};
-        const int status = entry(handle(),
-                                 w.data(),
-                                 s.nw,
-                                 x.data(),
-                                 y.data(),
-                                 s.rows,
-                                 s.xcols,
-                                 s.ycols,
-                                 r.values.data());
+        const int status = detail::call(entry,
+                                        handle(),
+                                        w.data(),
+                                        s.nw,
+                                        x.data(),
+                                        y.data(),
+                                        s.rows,
+                                        s.xcols,
+                                        s.ycols,
+                                        r.values.data());
         r.finite = done(name, status) && detail::all_finite(r.values);
         return r;
     }

@@ -2,6 +2,7 @@
 
 vemkn_test(hpp/test_hpp_values LABELS unit deriv)
 vemkn_test(hpp/test_hpp_network LABELS unit)
+vemkn_test(hpp/test_hpp_memory ALLOCATIONS LABELS unit ENVIRONMENT OMP_WAIT_POLICY=passive)
 vemkn_test(hpp/test_hpp_order LABELS unit threads ENVIRONMENT OMP_WAIT_POLICY=passive)
 
 # The example of its head comment, as it stands there.

@@ -1,20 +1,24 @@
 // The calls of the library. A C++ exception must not pass through R, which is C: it ends here.
+#include <cfenv>
 #include <new>
 
 #include "glue.h"
 
 namespace {
 
+// An exception that leaves initVEMKNet leaves its traps armed, and R's next division by zero would end the process.
 template <class Call>
 int guarded(Call call) noexcept
 {
+    int status = exception_thrown;
     try {
         return call();
     } catch (const std::bad_alloc&) {
-        return no_memory;
+        status = no_memory;
     } catch (...) {
-        return exception_thrown;
     }
+    fedisableexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW);
+    return status;
 }
 
 // The storage order is one variable for the whole process. Whoever else set it gets it back.

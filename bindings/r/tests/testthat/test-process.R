@@ -32,3 +32,23 @@ test_that("weights that have run away do not end R", {
     expect_false(all(is.finite(vemkn_hessian(p$net, far, p$x, p$y))))
     expect_true(is.finite(vemkn_objective(p$net, p$w, p$x, p$y)))
 })
+
+test_that("R goes on after lack of memory", {
+    program <- tempfile(fileext = ".R")
+    writeLines(c(
+        "library(vemkn)",
+        "said <- NULL",
+        "width <- 1000",
+        "while (is.null(said)) {",
+        "    said <- tryCatch({ vemkn_release(vemkn(width, width, numin = 1)); NULL }, error = conditionMessage)",
+        "    width <- width + 250",
+        "}",
+        "cat(said, 1 / 0, 0 / 0, 1e200 * 1e200, vemkn_compute(vemkn(1, numin = 1, activation = \"id\"), NULL, 1))"
+    ), program)
+    # Four times what R takes by itself; each thread of OpenBLAS would reserve memory besides.
+    limited <- paste("ulimit -v 600000; exec", shQuote(file.path(R.home("bin"), "Rscript")), shQuote(program))
+    libraries <- paste(.libPaths(), collapse = ":")
+    said <- system2("sh", c("-c", shQuote(limited)), stdout = TRUE,
+                    env = c("OPENBLAS_NUM_THREADS=1", paste0("R_LIBS=", shQuote(libraries))))
+    expect_match(said[length(said)], "vemkn: not enough memory Inf NaN Inf 0", fixed = TRUE)
+})
