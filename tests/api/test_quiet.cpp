@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <functional>
+#include <limits>
 
 #include "support/calls.h"
 #include "support/capture.h"
@@ -33,6 +34,7 @@ const Accident ACCIDENTS[] = {
          b.x[10] = b.x[11] = INF;
      }},
     {"sum", [](Batch& b) { b.x[10] = QUIET_NAN; }},
+    {"sum", [](Batch& b) { b.x[10] = std::numeric_limits<double>::signaling_NaN(); }},
 };
 
 const Accident LIKELIHOOD_ACCIDENTS[] = {

@@ -5,7 +5,8 @@
 #' @param x numeric matrix with a row for each case and `numin` columns, or a vector for one column.
 #' @param y numeric matrix of targets with as many rows and `numout` columns, or a vector for one column.
 #' @return `vemkn_compute()`: outputs, `vemkn_residual()`: outputs minus targets; each a matrix with a row for each case
-#'   and `numout` columns. `NA` and `NaN` in a row make the results of that row `NA` or `NaN`.
+#'   and `numout` columns. `NA` and `NaN` in a row make the results of that row `NA` or `NaN`; `is.na()` is true of
+#'   both.
 #' @details An argument of another shape is an error. This holds for fewer columns of `x`, too, although the library
 #'   itself would count them as zeros.
 #' @examples

@@ -13,11 +13,17 @@
 #'
 #' @section What the library does to R:
 #' Every network is in the library's quiet mode. Arithmetic that overflows does not end R: `Inf` and `NaN` flow through
-#' to the results, as they do from missing values in the data. All shapes are checked before a call, so that nothing
-#' reaches the library that it would answer by ending the process. While a call runs, OpenBLAS is set to one thread, and
-#' back afterwards. A call cannot be interrupted; [vemkn_hessian()] can between its blocks of directions. The library's
-#' first call prints one line with its version on standard output.
+#' to the results. All shapes are checked before a call, so that nothing reaches the library that it would answer by
+#' ending the process. Lack of memory in the library is an error, after which R goes on. While a call runs, OpenBLAS is
+#' set to one thread, and back afterwards. A call cannot be interrupted; [vemkn_hessian()] can between its blocks of
+#' directions. The library's first call prints one line with its version on standard output.
 #'
+#' @section Missing values:
+#' `NA` in inputs, targets or weights is a NaN to the library, and flows through as such: what it enters is `NA` or
+#' `NaN`, so ask with `is.na()`, which is true of both. One in a row of the data is enough for the objective and its
+#' derivatives. [vemkn_fit()] refuses missing values; before other calls leave such rows out, see [complete.cases()].
+#'
+#' @section Forks:
 #' After a fork (`parallel::mclapply`) networks go on working in the child, on one thread and with the same results.
 #'
 #' @name vemkn-package
