@@ -61,10 +61,10 @@ double product_seconds()
 // Seconds an element of the loops of one element function.
 struct ElementSeconds {
     double value;        // with what is saved for the sweep: two passes
-    double slope;        // the same with the slope beside it
+    double value_term;   // the same with the term of its tangents beside it
     double vjp;          // after value
-    double vjp_terms;    // the same with slope and curvature beside it
-    double tangent;      // the tangent of the value, given the slope
+    double vjp_terms;    // the same with the terms of its tangents beside it
+    double tangent;      // the tangent of the value, given the term
     double vjp_tangent;  // the tangent of the adjoint
 };
 
@@ -75,7 +75,8 @@ ElementSeconds measure()
     // No multiple of 512: arrays 4096 bytes apart get in each other's way.
     constexpr std::size_t N = 488;
     const std::vector<double> x = uniform(N, 10), ybar = uniform(N, 11);
-    std::vector<double> saved = x, y(N), slope(N), curvature(N);
+    std::vector<double> saved = x, y(N), term(N, 1.0), ybar_term(N);
+    const VEMKN::SideBySide flat{1, N, 1, N, N};
     const auto per_element = [](const auto& work) { return best_seconds(work) / N; };
     const auto save = [&] {
         if (k.saved != nullptr) k.saved(x.data(), saved.data(), N);
@@ -86,30 +87,24 @@ ElementSeconds measure()
         k.value(x.data(), saved.data(), y.data(), N);
     });
     seconds.vjp = per_element([&] { k.vjp(x.data(), saved.data(), ybar.data(), y.data(), N); });
-    seconds.tangent = per_element([&] {
-        VEMKN::kernels().multiply_each(slope.data(), x.data(), y.data(), {1, N, 1, N, N});
-    });
     if (!F::IS_SMOOTH) {
-        seconds.slope = seconds.value;
+        seconds.value_term = seconds.value;
         seconds.vjp_terms = seconds.vjp_tangent = seconds.tangent = seconds.vjp;
         return seconds;
     }
-    seconds.slope = per_element([&] {
+    seconds.value_term = per_element([&] {
         save();
-        k.value_slope(x.data(), saved.data(), y.data(), slope.data(), N);
+        k.value_term(x.data(), saved.data(), y.data(), term.data(), N);
     });
+    seconds.tangent =
+        per_element([&] { k.tangent(x.data(), term.data(), ybar.data(), y.data(), flat); });
     seconds.vjp_terms = per_element([&] {
         k.vjp_terms(
-            x.data(), saved.data(), ybar.data(), y.data(), slope.data(), curvature.data(), N);
+            x.data(), saved.data(), ybar.data(), y.data(), term.data(), ybar_term.data(), N);
     });
     seconds.vjp_tangent = per_element([&] {
-        k.vjp_tangent(x.data(),
-                      slope.data(),
-                      curvature.data(),
-                      ybar.data(),
-                      x.data(),
-                      y.data(),
-                      {1, N, 1, N, N});
+        k.vjp_tangent(
+            x.data(), term.data(), ybar_term.data(), ybar.data(), x.data(), y.data(), flat);
     });
     return seconds;
 }
@@ -148,7 +143,7 @@ Passes passes_of(const Entry& entry)
 
 double seconds_of(const Passes& passes, double elements, const ElementSeconds& each)
 {
-    double sum = passes.derivative ? each.slope : each.value;
+    double sum = passes.derivative ? each.value_term : each.value;
     sum += passes.vjps * (passes.curvature ? each.vjp_terms : each.vjp);
     sum += passes.tangents * (each.tangent + (passes.curvature ? each.vjp_tangent : 0.0));
     return elements * sum;

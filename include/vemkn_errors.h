@@ -8,12 +8,19 @@
  *         void report(yafad::Error& error) override { ++reports; std::cerr << error.message << '\n'; }
  *     } counter;
  *     yafad::ErrorHandler::getHandler() = &counter;
+ *
+ * The error is a Discontinuity; a handler that needs the operands with their derivatives casts it:
+ *
+ *     using Pole = yafad::Discontinuity<yafad::FO::Dynamic::Active<1>>;
+ *     if (const auto* pole = dynamic_cast<const Pole*>(&error)) { ... pole->left.derivatives ... }
  */
 #ifndef VEMKN_ERRORS_H
 #define VEMKN_ERRORS_H
 
+#include <cstdint>
 #include <string>
 #include <utility>
+#include <valarray>
 
 #if defined(__GNUC__)
 #define VEMKN_ERRORS_API __attribute__((visibility("default")))
@@ -46,6 +53,65 @@ public:
     }
 
     virtual ~Error() = default;
+};
+
+namespace FO {
+namespace Dynamic {
+
+/** A number with its derivatives along N tangents; for first order, Order is 1. */
+template <int Order>
+class Active;
+
+/** The scalar carrier. */
+template <>
+class VEMKN_ERRORS_API Active<1> {
+public:
+    Active() = default;
+
+    /** A constant, with as many derivatives of zero as the call has tangents. Made by the library.
+     * @param[in] number  its value */
+    explicit Active(double number);
+
+    std::uint64_t N = 0;               /**< number of tangents */
+    double value = 0.0;                /**< the number */
+    std::valarray<double> derivatives; /**< its N derivatives */
+};
+
+}  // namespace Dynamic
+}  // namespace FO
+
+/** A division by zero among carriers of that kind. */
+template <class Scalar>
+class Discontinuity;
+
+/** A scalar carrier that is divided by zero in place, with the operands as they are before the division. Like the error
+ * itself they live only while the handler runs. */
+template <>
+class VEMKN_ERRORS_API Discontinuity<FO::Dynamic::Active<1>> : public Error {
+public:
+    /** What is divided. */
+    using Scalar = FO::Dynamic::Active<1>;
+
+    /** Made by the library.
+     * @param[in] file_name, line_number, error_category, text  the members of Error, in their order
+     * @param[in] result_operand, left_operand, right_operand  the members, in their order */
+    Discontinuity(std::string file_name,
+                  int line_number,
+                  int error_category,
+                  std::string text,
+                  const Scalar& result_operand,
+                  const Scalar& left_operand,
+                  const Scalar& right_operand)
+        : Error(std::move(file_name), line_number, error_category, std::move(text)),
+          result(result_operand),
+          left(left_operand),
+          right(right_operand)
+    {
+    }
+
+    const Scalar& result; /**< where the quotient goes: the dividend */
+    const Scalar& left;   /**< the dividend */
+    const Scalar& right;  /**< the divisor, a constant */
 };
 
 /** Base of what a host installs. The host owns the handler and keeps it alive as long as it is installed. */

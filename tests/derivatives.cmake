@@ -19,6 +19,7 @@ vemkn_test(jacobian/test_vj_vec LABELS deriv)
 vemkn_test(jacobian/test_cotangent_groups HIDDEN LABELS deriv)
 vemkn_test(jacobian/test_derivative_refusals LABELS deriv)
 vemkn_test(jacobian/test_trace LABELS deriv process)
+vemkn_test(jacobian/test_evaluated_norms LABELS deriv process)
 vemkn_test(jacobian/test_derivative_endings SCENES LABELS deriv process)
 # Thousands of short parallel regions: threads that wait for the next one by spinning would take the time of those
 # that work, where there are fewer processors than threads.

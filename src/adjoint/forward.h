@@ -53,8 +53,7 @@ void adj_layer(const Input& H,
 {
     if (into == Into::add) {
         do_binmult_add(gW, transposed(H), Zbar, work.panel);
-        colsum(Zbar, slice_gb);
-        do_add(gb, slice_gb);
+        add_colsum(Zbar, gb, slice_gb);
     } else {
         do_binmult(gW, transposed(H), Zbar);
         colsum(Zbar, gb);
@@ -65,7 +64,8 @@ void adj_layer(const Input& H,
 // of grad is overwritten, or added to. The cache is only read: several sweeps may share it.
 //
 // To add, the gradient of a layer is formed first and then added, while it is in cache. With several passes a layer's
-// gradient is a sum itself, formed apart.
+// gradient is a sum itself, formed apart. Sums of adjoints side by side go on over the slices instead, which come from the
+// last to the first.
 template <NetworkModel Model>
 void backward(const Model& net,
               const TransposedWeights<Model>& transposes,
@@ -75,7 +75,7 @@ void backward(const Model& net,
               typename Model::Gradient& grad,
               Into into)
 {
-    if (into == Into::add && net.nmult > 1) {
+    if (Model::ONE_ADJOINT && into == Into::add && net.nmult > 1) {
         if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
         backward(net, transposes, cache, Obar, work, *work.slice_grad, Into::overwrite);
         do_add(grad, *work.slice_grad);

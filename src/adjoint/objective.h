@@ -15,6 +15,7 @@ struct SliceWorkspace {
     ForwardCache<typename Model::Matrix> cache;
     typename Model::Matrix outAdj;
     typename Model::Matrix R;
+    typename Model::Vector norms;
     typename Model::SValue seed{0.0};
     typename Model::SValue output_seed{0.0};
     typename Model::SValue value{0.0};
@@ -45,6 +46,7 @@ const typename Model::SValue& adj_computev(const Model& net,
         work.output_seed /= static_cast<double>(R.size());
         net.summing_norm.adjoint(R, work.output_seed, outAdj);
     } else {
+        element_norm(net, R, work.norms);
         net.element_norm.adjoint(R, asVector(outAdj), outAdj);
     }
     backward(net, *work.transposes, work.cache, outAdj, work.sweep, grad, into);

@@ -42,8 +42,8 @@ int vemk_objv(::VEMKNInfo* net,
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             AlignedArray values;
             values.set_size(batch.elements());
-            element_norms(model, X, Y, [&](const AlignedArray& part, std::size_t first) {
-                put_elements(values, first, part);
+            element_norms(model, X, Y, [&](const AlignedArray& part, std::size_t first_row) {
+                put_elements(values, first_row * batch.ycols, part);
             });
             results.write(out, values);
         };

@@ -75,9 +75,19 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
     return total;
 }
 
+// The norm of every element of R, row by row. norms takes their number.
+template <NetworkModel Model>
+void element_norm(const Model& net,
+                  const typename Model::Matrix& R,
+                  typename Model::Vector& norms)
+{
+    if (norms.size() != R.size()) norms = vector_like(R);
+    net.element_norm.forward(R, norms);
+}
+
 // The element norm of every residual of a batch.
-//   X, Y : as objv        put(part, first) : takes those of a slice, row by row, the first of them being element `first` of
-//                         n*nout; several threads call it at the same time
+//   X, Y : as objv        put(part, first_row) : takes those of a slice, from that row of the batch on;
+//                         several threads call it at the same time
 template <NetworkModel Model, class Put>
 void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const Put& put)
 {
@@ -97,9 +107,8 @@ void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const
         [](Local&) {},
         [&](Local& local, std::size_t s) {
             const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), local.cache);
-            if (local.part.size() != R.size()) local.part = vector_like(R);
-            net.element_norm.forward(R, local.part);
-            put(local.part, slices.first_row(s) * Y.cols);
+            element_norm(net, R, local.part);
+            put(local.part, slices.first_row(s));
         },
         [](const Local&) {});  // slices write disjoint elements: nothing to merge
 }

@@ -42,12 +42,14 @@ void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor
 
 }  // namespace
 
-FO::Dynamic::Active<1>& FO::Dynamic::Active<1>::operator/=(double divisor)
+FO::Dynamic::Active<1>::Active(double number) : N(NDIR), value(number), derivatives(0.0, NDIR) {}
+
+FO::Dynamic::Active<1>& FO::Dynamic::operator/=(Active<1>& a, double divisor)
 {
-    if (divisor == 0.0) report_pole_division(*this, divisor);
-    value /= divisor;
-    derivatives /= divisor;
-    return *this;
+    if (divisor == 0.0) report_pole_division(a, divisor);
+    a.value /= divisor;
+    a.derivatives /= divisor;
+    return a;
 }
 
 }  // namespace yafad

@@ -1,60 +1,41 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <valarray>
-
 #include "fad/errors.h"
 #include "model/matrix.h"
 #include "vemkn.h"
+
+// The scalar carrier's arithmetic; the carrier itself is in vemkn_errors.h, where hosts meet it.
 
 namespace yafad {
 namespace FO {
 namespace Dynamic {
 
-template <int Order>
-class Active;
+// a becomes the constant Active(number).
+inline void set_constant(Active<1>& a, double number)
+{
+    a.N = NDIR;
+    a.value = number;
+    VEMKN::set_size(a.derivatives, NDIR);
+    a.derivatives = 0.0;
+}
 
-// The scalar carrier: a value and its derivatives along N directions. Made from a number it is a constant, with NDIR
-// derivatives of zero.
-template <>
-class Active<1> {
-public:
-    Active() = default;
+inline Active<1>& operator+=(Active<1>& a, const Active<1>& b)
+{
+    a.value += b.value;
+    a.derivatives += b.derivatives;
+    return a;
+}
 
-    explicit Active(double number) : N(NDIR), value(number), derivatives(0.0, NDIR) {}
+inline Active<1>& operator*=(Active<1>& a, double factor)
+{
+    a.value *= factor;
+    a.derivatives *= factor;
+    return a;
+}
 
-    // Becomes the constant that Active(number) is.
-    void set_constant(double number)
-    {
-        N = NDIR;
-        value = number;
-        VEMKN::set_size(derivatives, NDIR);
-        derivatives = 0.0;
-    }
-
-    Active& operator+=(const Active& other)
-    {
-        value += other.value;
-        derivatives += other.derivatives;
-        return *this;
-    }
-
-    Active& operator*=(double factor)
-    {
-        value *= factor;
-        derivatives *= factor;
-        return *this;
-    }
-
-    // The one operation that reports a discontinuity: a divisor of +0.0 or -0.0 is reported to the error handler, and then the
-    // division is carried out all the same. A NaN divisor is not reported.
-    Active& operator/=(double divisor);
-
-    std::uint64_t N = 0;
-    double value = 0.0;
-    std::valarray<double> derivatives;
-};
+// The one operation that reports a discontinuity: a divisor of +0.0 or -0.0 is reported to the error handler, and then the
+// division is carried out all the same. A NaN divisor is not reported.
+Active<1>& operator/=(Active<1>& a, double divisor);
 
 inline double value_of(const Active<1>& a)
 {
@@ -63,33 +44,5 @@ inline double value_of(const Active<1>& a)
 
 }  // namespace Dynamic
 }  // namespace FO
-
-// A division by zero: the dividend is both the result and the left operand, the divisor is a constant.
-template <class Scalar>
-class Discontinuity;
-
-template <>
-class Discontinuity<FO::Dynamic::Active<1>> : public Error {
-public:
-    using Scalar = FO::Dynamic::Active<1>;
-
-    Discontinuity(std::string file_name,
-                  int line_number,
-                  int error_category,
-                  std::string text,
-                  const Scalar& result_operand,
-                  const Scalar& left_operand,
-                  const Scalar& right_operand)
-        : Error(std::move(file_name), line_number, error_category, std::move(text)),
-          result(result_operand),
-          left(left_operand),
-          right(right_operand)
-    {
-    }
-
-    const Scalar& result;
-    const Scalar& left;
-    const Scalar& right;
-};
 
 }  // namespace yafad

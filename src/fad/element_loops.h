@@ -7,11 +7,11 @@
 
 // Element functions over bundles, the counterpart of eval/element_loops.h. With F of kernels/element_functions.h:
 //
-//     y    = F(x)              y'_k    = slope(x) x'_k
-//     xbar = vjp(x, ybar)      xbar'_k = slope(x) ybar'_k + curvature(x) ybar x'_k
+//     y    = F(x)              y'_k    = tangent of y along x'_k
+//     xbar = vjp(x, ybar)      xbar'_k = tangent of xbar along x'_k and ybar'_k
 //
-// Branches go by the value alone, so a derivative at a kink is the one of the branch that the value selects. Slope and
-// curvature are evaluated once an element, not once a tangent. Of a piecewise linear F, slope 0 or 1, the derivatives are
+// Branches go by the value alone, so a derivative at a kink is the one of the branch that the value selects. Terms that
+// tangents share are evaluated once an element, not once a tangent. Of a piecewise linear F, slope 0 or 1, the derivatives are
 // selected by vjp instead, so that nothing is multiplied by zero.
 
 namespace yafad {
@@ -27,9 +27,12 @@ void apply_strip(const Bundle& x, const StripOfEach& s, const double* saved, dou
     const double* const value = x.value.data() + s.at;
     const double* const dx = x.derivatives.data() + s.each_at;
     if constexpr (F::IS_SMOOTH) {
-        Strip slope;
-        kernels.value_slope(value, saved, y, slope.data, s.n);
-        VEMKN::kernels().multiply_each(slope.data, dx, dy, s.shape);
+        // Tangents need x, which y may be.
+        Strip term, room;
+        double* const to = y == value ? room.data : y;
+        kernels.value_term(value, saved, to, term.data, s.n);
+        kernels.tangent(value, term.data, dx, dy, s.shape);
+        if (y == value) std::copy_n(room.data, s.n, y);
     } else {
         kernels.vjp_each(value, saved, dx, dy, s.shape);
         kernels.value(value, saved, y, s.n);
@@ -65,19 +68,19 @@ void apply_to(const Bundle& x, Bundle& y)
     apply_with<F>(x, y, nullptr);
 }
 
-// s_k += the derivatives of the terms of a strip: slope(x) x'_k, or x'_k as vjp lets it through.
+// s_k += the derivatives of the terms of a strip: tangents, or x'_k as vjp lets it through.
 template <class F>
-void add_derivatives(const Bundle& x, const StripOfEach& strip, const double* slope, double* s)
+void add_derivatives(const Bundle& x, const StripOfEach& strip, const double* term, double* s)
 {
     const VEMKN::SideBySide& shape = strip.shape;
     if (shape.n == 0) return;
     const double* const value = x.value.data() + strip.at;
     const auto add = [&](std::size_t element, const double* dx, std::size_t step) {
         for (std::size_t k = 0; k < shape.n; ++k) {
+            const double at = value[element];
             if constexpr (F::IS_SMOOTH) {
-                s[k] += slope[element] * dx[k * step];
+                s[k] += F::template tangent<VEMKN::ScalarLane>(at, term[element], dx[k * step]);
             } else {
-                const double at = value[element];
                 s[k] += F::template vjp<VEMKN::ScalarLane>(at, at, dx[k * step]);
             }
         }
@@ -98,20 +101,20 @@ void add_derivatives(const Bundle& x, const StripOfEach& strip, const double* sl
 template <class F>
 void sum_of(const Bundle& x, FO::Dynamic::Active<1>& s)
 {
-    Strip room, terms, slope;
-    s.set_constant(VEMKN::empty_sum(x.size()));
+    Strip room, terms, term;
+    set_constant(s, VEMKN::empty_sum(x.size()));
     s.derivatives = VEMKN::empty_sum(x.size());
     for_each_strip(x.derivatives, [&](const StripOfEach& strip) {
         const double* const value = x.value.data() + strip.at;
         const double* const saved = VEMKN::saved_of<F>(value, room.data, strip.n);
         const auto& kernels = VEMKN::element_kernels<F>();
         if constexpr (F::IS_SMOOTH) {
-            kernels.value_slope(value, saved, terms.data, slope.data, strip.n);
+            kernels.value_term(value, saved, terms.data, term.data, strip.n);
         } else {
             kernels.value(value, saved, terms.data, strip.n);
         }
         VEMKN::add_up(terms, strip.n, s.value);
-        add_derivatives<F>(x, strip, slope.data, std::begin(s.derivatives));
+        add_derivatives<F>(x, strip, term.data, std::begin(s.derivatives));
     });
 }
 
@@ -129,10 +132,10 @@ void adj_apply_strip(const Bundle& x,
     double* const to = xbar.value.data() + s.at;
     double* const dto = xbar.derivatives.data() + s.each_at;
     if constexpr (F::IS_SMOOTH) {
-        Strip slope, ybar_curvature;
+        Strip term, ybar_term;
         const double* const dx = x.derivatives.data() + s.each_at;
-        kernels.vjp_terms(value, saved, ybar, to, slope.data, ybar_curvature.data, s.n);
-        kernels.vjp_tangent(value, slope.data, ybar_curvature.data, dybar, dx, dto, s.shape);
+        kernels.vjp_terms(value, saved, ybar, to, term.data, ybar_term.data, s.n);
+        kernels.vjp_tangent(value, term.data, ybar_term.data, dybar, dx, dto, s.shape);
     } else {
         kernels.vjp_each(value, saved, dybar, dto, s.shape);
         kernels.vjp(value, saved, ybar, to, s.n);

@@ -29,22 +29,21 @@ int vemk_Jv(::VEMKNInfo* net,
     const auto make_model = [&] { return with_tangents(*net, seeding, w, v); };
     const auto work =
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
+            const bool traced = Trace::wanted();
+            yafad::Bundle normed;  // for the trace's mean, which takes all tangents along
+            if (traced) set_zero(normed, nrows, ycols);
             Trace trace;
             WorkMatrix values(nrows, ycols);
             AlignedArray derivatives;
             derivatives.set_size(batch.elements() * nv);
             element_norms(model, X, Y, [&](const yafad::Bundle& part, std::size_t first) {
-                put_elements(values.store(), first, part.value);
-                seeding.put_derivatives(derivatives.begin(), part, first, batch.elements());
+                put_rows(values, first, part.value);
+                seeding.put_derivatives(derivatives.begin(), part, first * ycols, batch.elements());
+                if (traced) put_rows(normed, first, part);
             });
             trace.finish();
             // Deliberate: the summing norm acts on values that are element-normed already.
-            if (Trace::wanted()) {
-                yafad::Bundle normed;
-                set_zero(normed, nrows, ycols);
-                normed.value = values;
-                trace.print(mean_norm(model, normed).value);
-            }
+            if (traced) trace.print(mean_norm(model, normed).value);
 
             results.write(f, values);
             results.write(jac, derivatives);

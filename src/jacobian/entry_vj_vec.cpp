@@ -31,7 +31,7 @@ int vemk_vJ_vec(::VEMKNInfo* net,
             std::valarray<RowsView> cotangents(k);
             for (std::size_t i = 0; i < k; ++i) cotangents[i] = RowsView(U).slice(i * nrows, nrows);
             WorkMatrix R;
-            const CotangentGroups groups = cotangent_groups(model, k, nrows);
+            const CotangentGroups groups = cotangent_groups(model, k);
             std::valarray<CotangentsModel::Gradient> grads;
             Trace trace;
             adj_computev_vec(model, X, Y, R, cotangents, groups, grads);

@@ -7,20 +7,11 @@
 
 namespace VEMKN {
 
-// Adjoint of the outputs for the cotangent U of the element norms of R.
-//   U : shape of R, a constant        Obar : overwritten
-template <class Matrix, class Model>
-void adj_element_norms(const Model& net, const Matrix& R, const RowsView& U, Matrix& Obar)
-{
-    Obar.resize(U.rows, U.cols);
-    std::copy_n(U.data, U.size(), Obar.data());
-    net.element_norm.adjoint(R, asVector(Obar), Obar);
-}
-
 // Vector-Jacobian product: the gradient of the sum over all elements of U times the element norm of the residual.
 //   X : n x nin        Y, U : n x nout        R : overwritten with the residuals
 //   grad : zeroed by the caller; a batch of one slice overwrites it, several slices are added
-// U holds absolute numbers, not shares of a mean, so slices simply add up.
+// U holds absolute numbers, not shares of a mean, so slices simply add up. The mean norm of a slice is evaluated as for a
+// gradient, and is of no further use: nothing of an empty batch.
 template <NetworkModel Model>
 void adj_residuals(const Model& net,
                    const RowsView& X,
@@ -29,25 +20,26 @@ void adj_residuals(const Model& net,
                    const RowsView& U,
                    Model& grad)
 {
-    using Matrix = typename Model::Matrix;
     R.resize(X.rows, Y.cols);
+    if (R.size() == 0) return;
 
-    const auto adj_rows = [&](SliceWorkspace<Model>& work,
-                              const RowsView& Xs,
-                              const RowsView& Ys,
-                              const RowsView& Us,
-                              Model& rows_grad,
-                              Into into) -> const Matrix& {
-        const Matrix& slice_R = residuals(net, Xs, Ys, work.cache);
-        adj_element_norms(net, slice_R, Us, work.outAdj);
-        backward(net, *work.transposes, work.cache, work.outAdj, work.sweep, rows_grad, into);
-        return slice_R;
+    const typename Model::SValue no_seed(0.0);
+    const auto adj_slice = [&](SliceWorkspace<Model>& work,
+                               const RowsView& Xs,
+                               const RowsView& Ys,
+                               const RowsView& Us,
+                               Model& slice_grad,
+                               Into into) {
+        work.outAdj.resize(Us.rows, Us.cols);
+        std::copy_n(Us.data, Us.size(), work.outAdj.data());
+        adj_computev(net, Xs, Ys, no_seed, work.outAdj, work.R, work, slice_grad, into);
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
         const TransposedWeights<Model> none;
         SliceWorkspace<Model> work(none);
-        R = adj_rows(work, X, Y, U, grad, Into::overwrite);
+        adj_slice(work, X, Y, U, grad, Into::overwrite);
+        std::swap(R, work.R);
         return;
     }
     adj_slices(
@@ -55,8 +47,9 @@ void adj_residuals(const Model& net,
         slices,
         [&](SliceWorkspace<Model> & work, std::size_t s, Model & share_grad) -> const auto& {
             const RowsView Xs = slices.cut(X, s), Ys = slices.cut(Y, s), Us = slices.cut(U, s);
-            put_rows(R, slices.first_row(s), adj_rows(work, Xs, Ys, Us, share_grad, Into::add));
-            return work.value;  // no value is asked for: it stays zero
+            adj_slice(work, Xs, Ys, Us, share_grad, Into::add);
+            put_rows(R, slices.first_row(s), work.R);
+            return no_seed;  // no value is asked for: the sum stays zero
         },
         grad);
 }
@@ -87,13 +80,23 @@ typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
     return grads;
 }
 
+// A call of less work than a team takes to meet runs on the calling thread; in multiplications of the sweeps.
+template <class Model>
+unsigned sweeping_threads(const Model& net, std::size_t rows, std::size_t cotangents)
+{
+    constexpr double LEAST_WORK = 100'000;
+    const auto work = static_cast<double>(rows) * static_cast<double>(numel(net)) *
+                      static_cast<double>(std::max<std::size_t>(cotangents, 1));
+    return work < LEAST_WORK ? 1 : net.threads;
+}
+
 // Several vector-Jacobian products: one forward pass, then a backward sweep for each group of cotangents, shared out over
 // the threads.
 //   X, Y, R : as adj_residuals
-//   U : the cotangents, each n x nout        groups : as cotangent_groups deals them
+//   U : the cotangents, each n x nout        groups : how they go together
 //   grads : one for each group, made here: the gradients of its cotangents side by side
-// Rows go through in chunks, every sweep of a share over one chunk before the next, so that the intermediates of a chunk
-// are read while in cache.
+// Rows go through in chunks, from the last to the first as column sums run: every sweep of a share over one chunk before
+// the next, so that the intermediates of a chunk are read while in cache.
 template <NetworkModel Model>
 void adj_computev_vec(const Model& net,
                       const RowsView& X,
@@ -117,53 +120,63 @@ void adj_computev_vec(const Model& net,
     };
 
     const Slices chunks(X.rows, ROWS_OF_A_CHUNK);
-    const unsigned threads = sweeping_threads(net, X.rows);
+    const unsigned threads = sweeping_threads(net, X.rows, U.size());
     const std::size_t round = chunks_of_a_round(chunks.count(), threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<ForwardCache<Matrix>> caches(std::min(round, chunks.count()));
-    std::vector<Local> locals(groups.shares());
+    const Shares of_groups(groups.count(), threads);
+    std::vector<Local> locals(of_groups.count());
 
-    // Chunk `first + j` has cache j.
-    const auto run_chunk = [&](std::size_t first, std::size_t j) {
-        const std::size_t c = first + j;
+    // The j-th chunk of a round, of which `done` were swept before. It has cache j.
+    const auto chunk = [&](std::size_t done, std::size_t j) {
+        return chunks.count() - 1 - (done + j);
+    };
+    const auto run_chunk = [&](std::size_t done, std::size_t j) {
+        const std::size_t c = chunk(done, j);
         const Matrix& chunk_R = residuals(net, chunks.cut(X, c), chunks.cut(Y, c), caches[j]);
         put_rows(R, chunks.first_row(c), chunk_R);
     };
-    const auto sweep_chunk = [&](Local& local, std::size_t g, std::size_t first, std::size_t j) {
-        if (groups.size(g) == 0) return;
-        const std::size_t c = first + j;
+    const auto sweep_chunk = [&](Local& local, std::size_t g, std::size_t done, std::size_t j) {
+        const std::size_t c = chunk(done, j);
         local.outAdj.set_shape(chunks.rows_of(c), Y.cols, groups.size(g));
         for (std::size_t i = 0; i < groups.size(g); ++i) {
             put_matrix(local.outAdj, i, chunks.cut(U[groups.begin(g) + i], c));
         }
         net.element_norm.adjoint(caches[j].O, local.outAdj, local.outAdj);
-        backward(net, transposes, caches[j], local.outAdj, local.sweep, grads[g], Into::add);
+        const Into into = done + j == 0 ? Into::overwrite : Into::add;
+        backward(net, transposes, caches[j], local.outAdj, local.sweep, grads[g], into);
     };
     const auto nothing = [](const auto&...) {};  // chunks and sweeps write to places of their own
     const auto no_local = [] { return nullptr; };
-    for (std::size_t first = 0; first < chunks.count(); first += round) {
-        const std::size_t count = std::min(round, chunks.count() - first);
+    for (std::size_t done = 0; done < chunks.count(); done += round) {
+        const std::size_t count = std::min(round, chunks.count() - done);
         for_each_share(
             Shares(count, threads),
             threads,
             no_local,
             nothing,
-            [&](auto, std::size_t j) { run_chunk(first, j); },
+            [&](auto, std::size_t j) { run_chunk(done, j); },
             nothing);
         for_each_share(
-            Shares(groups.shares(), threads),
+            Shares(of_groups.count(), threads),
             threads,
             no_local,
             nothing,
             [&](auto, std::size_t share) {
-                const std::size_t first_group = share * groups.of_share();
+                const auto s = static_cast<unsigned>(share);
                 for (std::size_t j = 0; j < count; ++j) {
-                    for (std::size_t i = 0; i < groups.of_share(); ++i) {
-                        sweep_chunk(locals[share], first_group + i, first, j);
+                    for (std::size_t g = of_groups.begin(s); g < of_groups.end(s); ++g) {
+                        sweep_chunk(locals[s], g, done, j);
                     }
                 }
             },
             nothing);
+    }
+    // The element norms are part of the call. Adjoints evaluate all that can raise an exception in them; without a
+    // cotangent there are none.
+    if (groups.count() == 0) {
+        typename Model::Vector norms;
+        element_norm(net, R, norms);
     }
 }
 

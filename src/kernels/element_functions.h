@@ -7,12 +7,16 @@
 //                              the functions below need: saved(x), computed once. Where it does not, x itself is handed
 //                              over in its place
 //   IS_SMOOTH                  whether it bends. One that does not is piecewise linear with slopes 0 and 1, and has none of
-//                              the last three
+//                              the last four
 //   value(x, saved)            y
 //   vjp(x, saved, ybar)        the adjoint of x, in the order of operations that fixes its last bits
-//   value_slope(x, saved)      y, and dy/dx for tangents
-//   vjp_terms(x, saved, ybar)  the adjoint of x, dy/dx, and ybar * d2y/dx2 for the tangents of the adjoint
-//   vjp_tangent(...)           the tangent of the adjoint from those: slope * ybar' + ybar_curvature * x'
+//   value_term(x, saved)       y, and the one term that all tangents of y need
+//   tangent(x, term, dx)       the tangent of y from that term and the tangent of x
+//   vjp_terms(x, saved, ybar)  the adjoint of x, and the two terms that all tangents of it need
+//   vjp_tangent(x, terms, ...) the tangent of the adjoint from those and the tangents of ybar and x
+//
+// Terms are computed once an element, whatever the number of tangents. Which ones a function chooses follows from the
+// order of operations of its tangents, which fixes their last bits and where they overflow.
 //
 // saved() is a function of its own for speed as well: exp and the log of its result in one loop are a chain of dependent
 // instructions too long for a processor to overlap with the next element's (docs/performance.md).
@@ -25,21 +29,28 @@
 namespace VEMKN {
 
 template <class L>
-struct ValueSlope {
-    typename L::V value, slope;
+struct ValueTerm {
+    typename L::V value, term;
 };
 
 template <class L>
 struct VjpTerms {
-    typename L::V vjp, slope, ybar_curvature;
+    typename L::V vjp, term, ybar_term;
 };
 
 struct PiecewiseLinear {
     static constexpr bool IS_SMOOTH = false;
 };
 
+// One whose terms are the slope and, for the adjoint, ybar times the curvature, unless it says otherwise.
 struct Smooth {
     static constexpr bool IS_SMOOTH = true;
+
+    template <class L, class V = typename L::V>
+    static V tangent(V, V slope, V dx)
+    {
+        return slope * dx;
+    }
 
     template <class L, class V = typename L::V>
     static V vjp_tangent(V, V slope, V dybar, V ybar_curvature, V dx)
@@ -95,20 +106,39 @@ struct Atan : Smooth {
     template <class L, class V = typename L::V>
     static V vjp(V x, V, V ybar)
     {
-        return ybar / (x * x + L::set(1.0));
+        return ybar / divisor<L>(x);
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x, V)
+    static ValueTerm<L> value_term(V x, V)
     {
-        return {L::atan(x), L::set(1.0) / (x * x + L::set(1.0))};
+        return {L::atan(x), divisor<L>(x)};
+    }
+
+    template <class L, class V = typename L::V>
+    static V tangent(V, V d, V dx)
+    {
+        return dx / d;
     }
 
     template <class L, class V = typename L::V>
     static VjpTerms<L> vjp_terms(V x, V saved, V ybar)
     {
-        const V slope = L::set(1.0) / (x * x + L::set(1.0));
-        return {vjp<L>(x, saved, ybar), slope, ybar * (L::set(-2.0) * x * slope * slope)};
+        return {vjp<L>(x, saved, ybar), divisor<L>(x), ybar * L::set(2.0) * x};
+    }
+
+    // ybar'/d - ybar 2 x x'/d^2. Divided by d twice, since d*d would overflow from |x| = 1e77 on, where nothing else does.
+    template <class L, class V = typename L::V>
+    static V vjp_tangent(V, V d, V dybar, V two_x_ybar, V dx)
+    {
+        return dybar / d - two_x_ybar * dx / d / d;
+    }
+
+private:
+    template <class L, class V = typename L::V>
+    static V divisor(V x)
+    {
+        return x * x + L::set(1.0);
     }
 };
 
@@ -144,9 +174,18 @@ struct Softplus : Smooth {
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x, V e)
+    static ValueTerm<L> value_term(V x, V e)
     {
-        return {value<L>(x, e), slope<L>(x, e)};
+        return {value<L>(x, e), e};
+    }
+
+    // x' e/(e + 1), the product first
+    template <class L, class V = typename L::V>
+    static V tangent(V x, V e, V dx)
+    {
+        const auto bends = below<L>(x);
+        const V dx_below = L::select(bends, dx, L::set(0.0));
+        return L::select(bends, dx_below * e / (e + L::set(1.0)), dx);
     }
 
     template <class L, class V = typename L::V>
@@ -269,7 +308,7 @@ struct LogDnorm : Smooth {
     }
 
     template <class L, class V = typename L::V>
-    static ValueSlope<L> value_slope(V x, V f)
+    static ValueTerm<L> value_term(V x, V f)
     {
         return {value<L>(x, f), slope_and_curvature<L>(x).slope};
     }

@@ -44,19 +44,25 @@ struct ElementKernels {
                      double* xbar,
                      const SideBySide& shape);
 
-    void (*value_slope)(
-        const double* x, const double* saved, double* y, double* slope, std::size_t n);
+    void (*value_term)(
+        const double* x, const double* saved, double* y, double* term, std::size_t n);
+    // dy_k = tangent(x, term, dx_k) for every derivative k
+    void (*tangent)(const double* x,
+                    const double* term,
+                    const double* dx,
+                    double* dy,
+                    const SideBySide& shape);
     void (*vjp_terms)(const double* x,
                       const double* saved,
                       const double* ybar,
                       double* xbar,
-                      double* slope,
-                      double* ybar_curvature,
+                      double* term,
+                      double* ybar_term,
                       std::size_t n);
-    // dxbar_k = vjp_tangent(x, slope, dybar_k, ybar_curvature, dx_k) for every derivative k
+    // dxbar_k = vjp_tangent(x, term, dybar_k, ybar_term, dx_k) for every derivative k
     void (*vjp_tangent)(const double* x,
-                        const double* slope,
-                        const double* ybar_curvature,
+                        const double* term,
+                        const double* ybar_term,
                         const double* dybar,
                         const double* dx,
                         double* dxbar,
@@ -78,8 +84,6 @@ struct Kernels {
     const char* name;
     ElementTable<ElementFunctions> elements;
 
-    // to_k = a * b_k for every derivative k
-    void (*multiply_each)(const double* a, const double* b, double* to, const SideBySide& shape);
     // to += a
     void (*add)(const double* a, double* to, std::size_t n);
     // to -= a
@@ -88,8 +92,9 @@ struct Kernels {
     bool (*all_finite)(const double* a, std::size_t n);
     // every row of `to` += a
     void (*add_to_rows)(const double* a, const StridedMatrix<double>& to);
-    // to = sum of the rows of A, from the last to the first; at least one row
-    void (*sum_columns)(const StridedView& A, double* to);
+    // to = sum of the rows of A, from the last to the first; at least one row. One that goes on starts with what `to` holds,
+    // the sum of rows that come after these
+    void (*sum_columns)(const StridedView& A, double* to, bool go_on);
 
     // Products with vectors. Results are written, or added.
 

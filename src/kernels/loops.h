@@ -138,13 +138,21 @@ struct Loops {
         });
     }
 
-    static void value_slope(
-        const double* x, const double* saved, double* y, double* slope, std::size_t n)
+    static void value_term(
+        const double* x, const double* saved, double* y, double* term, std::size_t n)
     {
-        run<L, 2, 2>({x, saved}, {y, slope}, n, [](const V* a, V* r) {
-            const ValueSlope<L> terms = F::template value_slope<L>(a[0], a[1]);
-            r[0] = terms.value;
-            r[1] = terms.slope;
+        run<L, 2, 2>({x, saved}, {y, term}, n, [](const V* a, V* r) {
+            const ValueTerm<L> both = F::template value_term<L>(a[0], a[1]);
+            r[0] = both.value;
+            r[1] = both.term;
+        });
+    }
+
+    static void tangent(
+        const double* x, const double* term, const double* dx, double* dy, const SideBySide& s)
+    {
+        run_each<L, 2, 1>({x, term}, {dx}, dy, s, [](const V* a, V* r) {
+            r[0] = F::template tangent<L>(a[0], a[1], a[2]);
         });
     }
 
@@ -152,27 +160,27 @@ struct Loops {
                           const double* saved,
                           const double* ybar,
                           double* xbar,
-                          double* slope,
-                          double* ybar_curvature,
+                          double* term,
+                          double* ybar_term,
                           std::size_t n)
     {
-        run<L, 3, 3>({x, saved, ybar}, {xbar, slope, ybar_curvature}, n, [](const V* a, V* r) {
+        run<L, 3, 3>({x, saved, ybar}, {xbar, term, ybar_term}, n, [](const V* a, V* r) {
             const VjpTerms<L> terms = F::template vjp_terms<L>(a[0], a[1], a[2]);
             r[0] = terms.vjp;
-            r[1] = terms.slope;
-            r[2] = terms.ybar_curvature;
+            r[1] = terms.term;
+            r[2] = terms.ybar_term;
         });
     }
 
     static void vjp_tangent(const double* x,
-                            const double* slope,
-                            const double* ybar_curvature,
+                            const double* term,
+                            const double* ybar_term,
                             const double* dybar,
                             const double* dx,
                             double* dxbar,
                             const SideBySide& s)
     {
-        run_each<L, 3, 2>({x, slope, ybar_curvature}, {dybar, dx}, dxbar, s, [](const V* a, V* r) {
+        run_each<L, 3, 2>({x, term, ybar_term}, {dybar, dx}, dxbar, s, [](const V* a, V* r) {
             r[0] = F::template vjp_tangent<L>(a[0], a[1], a[3], a[2], a[4]);
         });
     }
@@ -185,7 +193,8 @@ struct Loops {
         all.vjp_each = vjp_each;
         if constexpr (F::SAVES) all.saved = saved;
         if constexpr (F::IS_SMOOTH) {
-            all.value_slope = value_slope;
+            all.value_term = value_term;
+            all.tangent = tangent;
             all.vjp_terms = vjp_terms;
             all.vjp_tangent = vjp_tangent;
         }
@@ -202,11 +211,6 @@ constexpr ElementTable<FunctionList<F...>> element_table(FunctionList<F...>)
 template <class L>
 struct Arithmetic {
     using V = typename L::V;
-
-    static void multiply_each(const double* a, const double* b, double* to, const SideBySide& s)
-    {
-        run_each<L, 1, 1>({a}, {b}, to, s, [](const V* v, V* r) { r[0] = v[0] * v[1]; });
-    }
 
     static void add(const double* a, double* to, std::size_t n)
     {
@@ -279,24 +283,26 @@ struct Arithmetic {
                               std::size_t rows,
                               std::size_t pitch,
                               double* to,
+                              bool go_on,
                               const Load& load,
                               const Store& store)
     {
         V sum[REGISTERS];
-        const double* row = a + (rows - 1) * pitch;
-        for (int j = 0; j < REGISTERS; ++j) sum[j] = load(row + j * L::WIDTH);
-        for (std::size_t r = rows - 1; r-- > 0;) {
+        const double* row = a + rows * pitch;
+        const double* const begin = go_on ? to : row -= pitch;
+        for (int j = 0; j < REGISTERS; ++j) sum[j] = load(begin + j * L::WIDTH);
+        while (row != a) {
             row -= pitch;
             for (int j = 0; j < REGISTERS; ++j) sum[j] = sum[j] + load(row + j * L::WIDTH);
         }
         for (int j = 0; j < REGISTERS; ++j) store(to + j * L::WIDTH, sum[j]);
     }
 
-    static void sum_columns(const StridedView& A, double* to)
+    static void sum_columns(const StridedView& A, double* to, bool go_on)
     {
         const std::size_t c = for_each_registers<L>(A.cols, [&](std::size_t first, auto registers) {
             sum_registers<registers()>(
-                A.data + first, A.rows, A.pitch, to + first, L::load, L::store);
+                A.data + first, A.rows, A.pitch, to + first, go_on, L::load, L::store);
         });
         if (c == A.cols) return;
         const int rest = static_cast<int>(A.cols - c);
@@ -305,6 +311,7 @@ struct Arithmetic {
             A.rows,
             A.pitch,
             to + c,
+            go_on,
             [=](const double* p) { return L::load_part(p, rest, L::set(0.0)); },
             [=](double* p, V v) { store_part<L>(p, rest, v); });
     }
@@ -317,7 +324,6 @@ constexpr Kernels kernels_for(const char* name)
     using P = VectorProducts<L>;
     return {.name = name,
             .elements = element_table<L>(ElementFunctions()),
-            .multiply_each = A::multiply_each,
             .add = A::add,
             .subtract = A::subtract,
             .all_finite = A::all_finite,

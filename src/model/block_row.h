@@ -121,8 +121,14 @@ inline void colsum(const BlockRow& A, BlockRow& out)
     if (A.rows() == 0) {
         set_zero(out);
     } else {
-        kernels().sum_columns({A.data(), A.rows(), A.width(), A.pitch()}, out.data());
+        kernels().sum_columns(A.side_by_side(), out.data(), false);
     }
+}
+
+// The sums go on from what they hold: those of the rows below these, so that they become the column sums of a taller A.
+inline void add_colsum(const BlockRow& A, BlockRow& sums, BlockRow&)
+{
+    kernels().sum_columns(A.side_by_side(), sums.data(), true);
 }
 
 // Matrix k takes the values of a matrix of its shape.

@@ -10,6 +10,13 @@
 
 namespace VEMKN {
 
+// a += b, element by element; same shapes.
+template <class Array>
+void do_add(Array& a, const Array& b)
+{
+    kernels().add(elements(b), elements(a), a.size());
+}
+
 // Sum over the rows of every column, each summed from the last row up to the first.
 //   A : rows x cols        out : overwritten, cols entries
 template <class Store>
@@ -20,8 +27,16 @@ void colsum(const DoubleMatrix<Store>& A, Store& out)
     if (A.rows() == 0) {
         out = 0.0;
     } else {
-        kernels().sum_columns({A.data(), A.rows(), cols, cols}, std::begin(out));
+        kernels().sum_columns({A.data(), A.rows(), cols, cols}, std::begin(out), false);
     }
+}
+
+// sums += colsum(A), formed first; room receives it.
+template <class Matrix, class Vector>
+void add_colsum(const Matrix& A, Vector& sums, Vector& room)
+{
+    colsum(A, room);
+    do_add(sums, room);
 }
 
 template <class T, class Store>
@@ -109,13 +124,6 @@ void transpose(const DoubleMatrix<Store>& A, DoubleMatrix<Store>& At)
             }
         }
     }
-}
-
-// a += b, element by element; same shapes.
-template <class Array>
-void do_add(Array& a, const Array& b)
-{
-    kernels().add(elements(b), elements(a), a.size());
 }
 
 }  // namespace VEMKN

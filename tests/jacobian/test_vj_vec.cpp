@@ -177,3 +177,68 @@ TEST(VJVec, OfNoRowsGivesZerosForEveryWeighting)
     const Network net(p.shape.text());
     EXPECT_EQ(Numbers(3 * std::size_t{p.nw()}), call_vJ_vec(net, p, {}, 3).g);
 }
+
+namespace {
+
+// The affine 1-1-1 network of four weights, sums as its norm.
+Problem affine(const Numbers& w, const Numbers& x)
+{
+    Problem p;
+    p.shape = {.numin = 1, .numout = 1, .sizes = {1, 1}, .activation = "id", .norm = "sum"};
+    p.nrows = static_cast<unsigned>(x.size());
+    p.xcols = 1;
+    p.w = w;
+    p.x = x;
+    p.y = Numbers(x.size());
+    return p;
+}
+
+}  // namespace
+
+// 1 + 1e16 loses the 1; so only the order from the last row of all to the first gives zero.
+TEST(VJVec, SumsColumnsFromTheLastRowOfTheBatchToTheFirst)
+{
+    const unsigned rows = 65;
+    const Problem p = affine({0.0, 1.0, 0.0, 1.0}, Numbers(rows, 1.0));
+    Numbers u(rows);
+    u[0] = -1e16, u[63] = 1e16, u[64] = 1.0;
+    const Network net(p.shape.text());
+    vemk_setbatch(net, rows);
+    EXPECT_EQ(0.0, call_vJ(net, p, u).g[2]);
+    for (const unsigned threads : {1u, 2u, 5u}) {
+        for (const int batch : {1, 32, 65}) {
+            vemk_setpar(net, threads, batch);
+            EXPECT_EQ(0.0, call_vJ_vec(net, p, u, 1).g[2]) << threads << ", " << batch;
+        }
+    }
+}
+
+TEST(VJVec, AddsNothingToTheGradientOfOneChunk)
+{
+    const Problem p = affine({0.0, 1.0, 0.0, 1.0}, {-1.0});
+    const Network net(p.shape.text());
+    const Numbers g = call_vJ_vec(net, p, {0.0}, 1).g;
+    EXPECT_TRUE(std::signbit(g[1]) && std::signbit(g[3]));
+    EXPECT_EQ(bits_of(call_vJ(net, p, {0.0}).g), bits_of(g));
+}
+
+// Cotangents go in groups that depend on their number and the shape alone.
+TEST(VJVec, HasTheSameBitsOnAnyNumberOfThreadsWithAnyBatch)
+{
+    Problem p = problem("softplus", "sum_log_dnorm_fat");
+    Random random(15);
+    p.nrows = 300;
+    p.fill(random);
+    const Network net(p.shape.text());
+    for (const unsigned k : {1u, 3u, 8u, 21u}) {
+        const Numbers u = random.list(k * p.elements());
+        vemk_setpar(net, 1, 32);
+        const auto expected = bits_of(call_vJ_vec(net, p, u, k).g);
+        for (const unsigned threads : {2u, 3u, 64u, 1000u}) {
+            for (const int batch : {32, 1000}) {
+                vemk_setpar(net, threads, batch);
+                EXPECT_EQ(expected, bits_of(call_vJ_vec(net, p, u, k).g)) << k << ", " << threads;
+            }
+        }
+    }
+}

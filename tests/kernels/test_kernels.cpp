@@ -157,9 +157,13 @@ TEST_P(InstructionSets, RaiseNothingForNumbersOfEverydaySize)
                       const Numbers saved = saved_of(*smooth, x.data(), n);
                       smooth->value(x.data(), saved.data(), a.data(), n);
                       smooth->vjp(x.data(), saved.data(), ybar.data(), a.data(), n);
-                      smooth->value_slope(x.data(), saved.data(), a.data(), b.data(), n);
+                      const VEMKN::SideBySide flat{1, n, 1, n, n};
+                      smooth->value_term(x.data(), saved.data(), a.data(), b.data(), n);
+                      smooth->tangent(x.data(), b.data(), ybar.data(), c.data(), flat);
                       smooth->vjp_terms(
                           x.data(), saved.data(), ybar.data(), a.data(), b.data(), c.data(), n);
+                      smooth->vjp_tangent(
+                          x.data(), b.data(), c.data(), ybar.data(), ybar.data(), a.data(), flat);
                   }));
     }
 }
@@ -213,9 +217,50 @@ TEST_P(InstructionSets, SumColumnsFromTheLastRowToTheFirst)
         Numbers a(rows * cols, 1.0), sum(cols);
         for (std::size_t c = 0; c < cols; ++c) a[c] = 1e16;
         for (std::size_t c = 0; c < cols; ++c) a[3 * cols + c] = static_cast<double>(c);
-        k.sum_columns({a.data(), rows, cols, cols}, sum.data());
+        k.sum_columns({a.data(), rows, cols, cols}, sum.data(), false);
         for (std::size_t c = 0; c < cols; ++c) {
             EXPECT_EQ(((static_cast<double>(c) + 1.0) + 1.0) + 1e16, sum[c]);
+        }
+        // The same in two goes, the lower rows first.
+        Numbers in_parts(cols);
+        k.sum_columns({a.data() + 2 * cols, 2, cols, cols}, in_parts.data(), false);
+        k.sum_columns({a.data(), 2, cols, cols}, in_parts.data(), true);
+        EXPECT_EQ(sum, in_parts);
+    }
+}
+
+// The order of operations decides the last bits, and where a tangent overflows.
+TEST_P(InstructionSets, FormTangentsInTheirOrderOfOperations)
+{
+    std::mt19937_64 engine(5);
+    std::uniform_real_distribution<double> draw(-30.0, 30.0);
+    for (std::size_t n = 1; n < 40; ++n) {
+        Numbers x(n), dx(n), ybar(n), dybar(n), y(n), term(n), ybar_term(n), to(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            x[i] = draw(engine), dx[i] = draw(engine), ybar[i] = draw(engine);
+            dybar[i] = draw(engine);
+        }
+        x[n - 1] = 300.0;
+        const VEMKN::SideBySide flat{1, n, 1, n, n};
+        const auto tangent = [&](const ElementKernels& of, const Numbers& saved) {
+            of.value_term(x.data(), saved.data(), y.data(), term.data(), n);
+            of.tangent(x.data(), term.data(), dx.data(), to.data(), flat);
+        };
+        const ElementKernels& softplus = element_kernels<Softplus>(k);
+        const Numbers e = saved_of(softplus, x.data(), n);
+        tangent(softplus, e);
+        for (std::size_t i = 0; i < n; ++i) {
+            EXPECT_EQ(x[i] < 300.0 ? dx[i] * e[i] / (e[i] + 1.0) : dx[i], to[i]);
+        }
+        const ElementKernels& atan = element_kernels<Atan>(k);
+        tangent(atan, x);
+        for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(dx[i] / (x[i] * x[i] + 1.0), to[i]);
+        atan.vjp_terms(x.data(), x.data(), ybar.data(), y.data(), term.data(), ybar_term.data(), n);
+        atan.vjp_tangent(
+            x.data(), term.data(), ybar_term.data(), dybar.data(), dx.data(), to.data(), flat);
+        for (std::size_t i = 0; i < n; ++i) {
+            const double d = x[i] * x[i] + 1.0;
+            EXPECT_EQ(dybar[i] / d - ybar[i] * 2.0 * x[i] * dx[i] / d / d, to[i]);
         }
     }
 }
@@ -229,9 +274,9 @@ TEST_P(InstructionSets, DoArithmeticOnEveryLength)
             a[i] = at + 0.5, b[i] = 3.0 - at, c[i] = at * at, d[i] = 0.25 * at;
         }
         const VEMKN::SideBySide flat{1, n, 1, n, n};
-        k.multiply_each(a.data(), b.data(), to.data(), flat);
+        element_kernels<LogDnorm>(k).tangent(d.data(), a.data(), b.data(), to.data(), flat);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i], to[i]);
-        element_kernels<Atan>(k).vjp_tangent(
+        element_kernels<LogDnorm>(k).vjp_tangent(
             d.data(), a.data(), c.data(), b.data(), d.data(), to.data(), flat);
         for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(a[i] * b[i] + c[i] * d[i], to[i]);
         kept = to;
@@ -255,35 +300,36 @@ TEST_P(InstructionSets, ReachEveryDerivativeSideBySide)
                              << " and " << part_gap);
                 const std::size_t rows = 3, step = cols + part_gap, pitch = directions * step + gap;
                 const VEMKN::SideBySide shape{rows, cols, directions, step, pitch};
-                Numbers x(rows * cols), slope(rows * cols), bend(rows * cols);
+                Numbers x(rows * cols), slope(rows * cols), curvature(rows * cols);
                 Numbers dx(rows * pitch), dybar(rows * pitch);
                 for (std::size_t i = 0; i < x.size(); ++i) {
                     const auto at = static_cast<double>(i);
                     x[i] = i % 3 == 0 ? -at - 0.5 : at;
-                    slope[i] = 0.5 + at, bend[i] = 3.0 - at;
+                    slope[i] = 0.5 + at, curvature[i] = 3.0 - at;
                 }
                 for (std::size_t i = 0; i < dx.size(); ++i) {
                     const auto at = static_cast<double>(i);
                     dx[i] = at - 7.0, dybar[i] = 0.25 * at + 1.0;
                 }
-                Numbers scaled(dx.size(), -1.0), pulled = scaled, adjoint = scaled;
-                k.multiply_each(slope.data(), dx.data(), scaled.data(), shape);
+                Numbers scaled(dx.size(), -1.0), selected = scaled, adjoint = scaled;
+                element_kernels<LogDnorm>(k).tangent(
+                    x.data(), slope.data(), dx.data(), scaled.data(), shape);
                 element_kernels<Relu>(k).vjp_each(
-                    x.data(), x.data(), dx.data(), pulled.data(), shape);
-                element_kernels<Atan>(k).vjp_tangent(x.data(),
-                                                     slope.data(),
-                                                     bend.data(),
-                                                     dybar.data(),
-                                                     dx.data(),
-                                                     adjoint.data(),
-                                                     shape);
+                    x.data(), x.data(), dx.data(), selected.data(), shape);
+                element_kernels<LogDnorm>(k).vjp_tangent(x.data(),
+                                                         slope.data(),
+                                                         curvature.data(),
+                                                         dybar.data(),
+                                                         dx.data(),
+                                                         adjoint.data(),
+                                                         shape);
                 for (std::size_t r = 0; r < rows; ++r) {
                     for (std::size_t c = 0; c < pitch; ++c) {
                         const std::size_t to = r * pitch + c, of = r * cols + c % step;
                         const bool inside = c < directions * step && c % step < cols;
                         EXPECT_EQ(inside ? slope[of] * dx[to] : -1.0, scaled[to]);
-                        EXPECT_EQ(inside ? (x[of] < 0 ? 0.0 : dx[to]) : -1.0, pulled[to]);
-                        EXPECT_EQ(inside ? slope[of] * dybar[to] + bend[of] * dx[to] : -1.0,
+                        EXPECT_EQ(inside ? (x[of] < 0 ? 0.0 : dx[to]) : -1.0, selected[to]);
+                        EXPECT_EQ(inside ? slope[of] * dybar[to] + curvature[of] * dx[to] : -1.0,
                                   adjoint[to]);
                     }
                 }

@@ -173,10 +173,21 @@ struct Sample {
             y[SAVED] = x;
             if (k.saved != nullptr) k.saved(x.data(), y[SAVED].data(), n);
             const double* saved = y[SAVED].data();
-            std::vector<double> again(n);
-            k.value_slope(x.data(), saved, y[VALUE].data(), y[SLOPE].data(), n);
+            // Tangents along 1, and of the adjoint with ybar held.
+            const std::vector<double> one(n, 1.0), zero(n, 0.0);
+            std::vector<double> term(n), ybar_term(n), again(n);
+            const VEMKN::SideBySide flat{1, n, 1, n, n};
+            k.value_term(x.data(), saved, y[VALUE].data(), term.data(), n);
+            k.tangent(x.data(), term.data(), one.data(), y[SLOPE].data(), flat);
             k.vjp_terms(
-                x.data(), saved, ybar.data(), again.data(), again.data(), y[CURVATURE].data(), n);
+                x.data(), saved, ybar.data(), again.data(), term.data(), ybar_term.data(), n);
+            k.vjp_tangent(x.data(),
+                          term.data(),
+                          ybar_term.data(),
+                          zero.data(),
+                          one.data(),
+                          y[CURVATURE].data(),
+                          flat);
             k.value(x.data(), saved, y[VALUE].data(), n);
             k.vjp(x.data(), saved, ybar.data(), y[VJP].data(), n);
         }
