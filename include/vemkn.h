@@ -68,10 +68,14 @@
  *   every thread that works for it. Arithmetic that would make a NaN out of numbers, or an
  *   infinity, ends the process with SIGFPE. On return those three traps are off, whatever they were
  *   before; flags of the three exceptions that were pending are cleared. A quiet NaN in the data
- *   passes through; a signalling NaN traps (R's NA_real_ is one). vemk_quiet does without traps.
+ *   passes through; a signalling NaN traps (R's NA_real_ is one). vemk_quiet does without traps. A
+ *   handler for SIGFPE may leave the call by siglongjmp: later calls work, but the memory of this
+ *   one is lost.
  * - Width: a call with more input columns than the network takes prints "too many predicates: " and
  *   ends the process with exit status 3. The network takes the smaller of vemk_numin and the first
- *   of the sizes.
+ *   of the sizes. Exit handlers may make handles and call.
+ * - End of the process: by exit, new calls of other threads are held back for up to a second, and
+ *   those in flight waited for as long.
  * - Refusals: a refused call prints one line on standard error, writes nothing and returns -1.
  *   Every computing function refuses a null handle; every one that runs the network also refuses a
  *   network with fewer than two layers, one with nmult > 1 whose last size differs from its first,
@@ -79,6 +83,8 @@
  *   than vemk_numout, and 2^32 or more results.
  * - BLAS: OpenBLAS runs on one thread while at least one call runs, and is set back when the last
  *   one returns.
+ * - Copies: two copies of the library in one process compute each for itself; they share
+ *   vemkn_rowmajor and the error handler.
  * - Banner: the first call, initVEMKNet included, prints one line on standard output.
  * - Exceptions: C++ exceptions (lack of memory) pass through to the caller. Traps then stay armed,
  *   unless the handle is quiet, and BLAS stays at one thread.
@@ -567,7 +573,7 @@ VEMKN_API int vemk_Hv(VEMKNInfo* net,
  * @param[out] f      array of length [nrows*ycols], the element-normed residuals
  * @param[out] jac    array of length [nrows*ycols*nv]
  * @return 0; 1 (see vemk_quiet); -1 when the call is refused, also for 2^32 or more tangent
- *         values.
+ *         values or derivatives.
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  with NN_TRACE set, "J = value, seconds s\n" on standard output; the value is the
@@ -641,12 +647,13 @@ VEMKN_API int vemk_vJ(VEMKNInfo* net,
  * @param[out] r_out  array of length [nrows*ycols]: the residuals
  * @param[out] g_out  array of length [k*nw], one product after the other, each in the flat order
  * @return 0; 1 (see vemk_quiet); -1 when the call is refused, also for 2^32 or more cotangent
- *         values.
+ *         values or products.
  *
  * Ownership: every buffer stays the caller's.
  * Messages:  as vemk_vJ.
  * Failure:   as vemk_vJ.
- * Threads:   reads the handle only; calls may overlap, on one handle too. */
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Cotangents and rows are
+ *            shared out to a team, whatever the batch; the products' bits depend on neither. */
 VEMKN_API int vemk_vJ_vec(VEMKNInfo* net,
                           const double* w,
                           unsigned nw,

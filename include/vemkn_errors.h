@@ -72,6 +72,11 @@ public:
      * @param[in] number  its value */
     explicit Active(double number);
 
+    /** The same for any number of tangents. Made by the library.
+     * @param[in] number  its value
+     * @param[in] tangents  how many derivatives it has */
+    Active(double number, std::uint64_t tangents);
+
     std::uint64_t N = 0;               /**< number of tangents */
     double value = 0.0;                /**< the number */
     std::valarray<double> derivatives; /**< its N derivatives */

@@ -13,7 +13,12 @@ vemkn_test(faults/test_faults SCENES LABELS faults process SOURCES
     faults/test_locale.cpp
     faults/test_handler.cpp
     faults/test_lost_output.cpp
-    faults/test_hostile_text.cpp)
+    faults/test_hostile_text.cpp
+    faults/test_jumps.cpp
+    faults/test_endings.cpp
+    faults/test_cancelled.cpp
+    faults/test_host_environment.cpp
+    faults/test_scarce_memory.cpp)
 file(GLOB openblas_folders /usr/lib/*/openblas-*)
 list(JOIN openblas_folders ":" openblas_folders)
 target_compile_definitions(test_faults PRIVATE VEMKN_OPENBLAS_FOLDERS="${openblas_folders}")
@@ -21,6 +26,10 @@ target_compile_definitions(test_faults PRIVATE VEMKN_OPENBLAS_FOLDERS="${openbla
 vemkn_test(faults/test_fork ALLOCATIONS LABELS faults process)
 vemkn_test(faults/test_load UNLINKED SCENES LABELS faults process)
 vemkn_test(faults/test_leaks LABELS faults)
+# nosan: a sanitizer sees two definitions of everything.
+vemkn_test(faults/test_copies SCENES LABELS faults process nosan)
+# nosan: sanitizers have a pthread_create of their own.
+vemkn_test(faults/test_no_threads LABELS faults nosan)
 
 # Host threads wait for each other, and there are more of them than processors: no spinning.
 vemkn_test(faults/test_fault_threads LABELS faults threads ENVIRONMENT OMP_WAIT_POLICY=passive SOURCES

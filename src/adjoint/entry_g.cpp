@@ -26,5 +26,5 @@ int vemk_g(::VEMKNInfo* net,
             results.write(value, objective);
             results.write(gradient, grad);
         };
-    return computing_call(*net, w, batch, work);
+    return computing_call(*net, w, batch, {}, work);
 }

@@ -53,14 +53,13 @@ inline bool infinite_weights(const VEMKNInfo& net, const double* w)
 }
 
 // The scan that decides how a call multiplies: by plain loops (model/blas.h) if an infinity is among what enters products,
-// the weights, the inputs and the tangents or cotangents. Rows of too many columns, which end the process, are not read.
+// the weights, the inputs and the tangents or cotangents.
 inline PlainProducts scan_for_infinities(const VEMKNInfo& net,
                                          const double* w,
                                          const Batch& batch,
                                          const InputArray& vectors)
 {
-    const bool too_wide = batch.xcols > net.model.numin;
-    const InputArray inputs{batch.x, too_wide ? 0 : std::uint64_t{batch.rows} * batch.xcols};
+    const InputArray inputs{batch.x, std::uint64_t{batch.rows} * batch.xcols};
     return PlainProducts(!net.quiet && (infinite_weights(net, w) || vectors.has_infinity() ||
                                         inputs.has_infinity()));
 }
@@ -68,18 +67,22 @@ inline PlainProducts scan_for_infinities(const VEMKNInfo& net,
 // The body of every entry point that runs the network: work(model, X, Y, results) with the model to compute with that
 // make_model() gives, the caller's rows, and what takes the results.
 //   vectors : the tangents or cotangents that the call multiplies by, if any
-// More input columns than the network takes end the process here.
-template <class MakeModel, class Work>
+//   hold : gives what the call has to hold while it runs
+// More input columns than the network takes end the process here, before the call holds anything: exit handlers may call.
+template <class Hold, class MakeModel, class Work>
 int computing_call(const VEMKNInfo& net,
                    const double* w,
                    const Batch& batch,
                    const InputArray& vectors,
+                   const Hold& hold,
                    const MakeModel& make_model,
                    const Work& work)
 {
+    print_banner_once();
+    stop_if_too_wide(net.model, batch.xcols);
+    [[maybe_unused]] const auto held = hold();
     const PlainProducts products = scan_for_infinities(net, w, batch, vectors);
     return framed_call(net, [&](Results& results) {
-        stop_if_too_wide(net.model, batch.xcols);
         const auto model = make_model();
         const InputRows X = batch.inputs(), Y = batch.targets();
         work(model, X, Y, results);
@@ -87,11 +90,16 @@ int computing_call(const VEMKNInfo& net,
 }
 
 // The same with a model of doubles at the caller's weights.
-template <class Work>
-int computing_call(const VEMKNInfo& net, const double* w, const Batch& batch, const Work& work)
+template <class Model = WorkModel, class Work>
+int computing_call(const VEMKNInfo& net,
+                   const double* w,
+                   const Batch& batch,
+                   const InputArray& vectors,
+                   const Work& work)
 {
-    return computing_call(
-        net, w, batch, {}, [&] { return with_weights<WorkModel>(net, w); }, work);
+    const auto nothing = [] { return nullptr; };
+    const auto make_model = [&] { return with_weights<Model>(net, w); };
+    return computing_call(net, w, batch, vectors, nothing, make_model, work);
 }
 
 }  // namespace VEMKN

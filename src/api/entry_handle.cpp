@@ -13,11 +13,13 @@ using namespace VEMKN;
 ::VEMKNInfo* initVEMKNet(const char* text, int length)
 {
     // A negative length becomes a size that no string can have, and throws.
-    const std::string description(text, static_cast<std::size_t>(length));
+    const DescriptionText description(std::string(text, static_cast<std::size_t>(length)));
     auto net = std::make_unique<VEMKN::VEMKNInfo>();
-    const yafad::TangentLock lock{yafad::TangentLock::Creation()};
+    {
+        const yafad::TangentLock creation{yafad::TangentLock::Creation()};
+    }
     net->model = mknn<DoubleModel>(description);
-    net->derivative_model = mknn<CarrierModel>(description);
+    net->derivative_model = mknn<CarrierModel>(description, std::uint64_t{1});
     vemk_setpar(net.get(), static_cast<unsigned>(omp_get_num_threads()), 32);
     return net.release();
 }

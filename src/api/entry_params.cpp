@@ -1,15 +1,22 @@
 #include "api/handle.h"
 #include "api/refusals.h"
 #include "model/params.h"
+#include "runtime/messages.h"
 
 using namespace VEMKN;
 
 namespace {
 
 // The first `room` of the stored values; more room than values is the caller's mistake.
-int copy_stored(const std::valarray<double>& stored, double* buffer, std::uint64_t room)
+int copy_stored(const char* entry,
+                const std::valarray<double>& stored,
+                double* buffer,
+                std::uint64_t room)
 {
-    if (room > stored.size()) return -1;
+    if (room > stored.size()) {
+        return refuse(
+            entry, message("there is room for ", room, " values, the layer has ", stored.size()));
+    }
     std::copy_n(std::begin(stored), room, buffer);
     return 0;
 }
@@ -46,7 +53,9 @@ int vemk_weights(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* row
     if (net == nullptr || layer >= net->model.weights.size()) return -1;
     if (rows == nullptr || cols == nullptr) return -1;
     const MatrixTemplate<double>& W = net->model.weights[layer];
-    if (buffer != nullptr) return copy_stored(W.store(), buffer, std::uint64_t{*rows} * *cols);
+    if (buffer != nullptr) {
+        return copy_stored("vemk_weights", W.store(), buffer, std::uint64_t{*rows} * *cols);
+    }
     *rows = static_cast<unsigned>(W.rows());
     *cols = static_cast<unsigned>(W.cols());
     return 0;
@@ -56,7 +65,7 @@ int vemk_bias(::VEMKNInfo* net, unsigned layer, double* buffer, unsigned* length
 {
     if (net == nullptr || layer >= net->model.biases.size() || length == nullptr) return -1;
     const std::valarray<double>& b = net->model.biases[layer];
-    if (buffer != nullptr) return copy_stored(b, buffer, *length);
+    if (buffer != nullptr) return copy_stored("vemk_bias", b, buffer, *length);
     *length = static_cast<unsigned>(b.size());
     return 0;
 }

@@ -23,7 +23,7 @@ int vemk_compute(::VEMKNInfo* net,
     const auto work = [&](const auto& model, const RowsView& X, const RowsView&, Results& results) {
         results.write(out, computev(model, X));
     };
-    return computing_call(*net, w, batch, work);
+    return computing_call(*net, w, batch, {}, work);
 }
 
 int vemk_residual(::VEMKNInfo* net,
@@ -46,5 +46,5 @@ int vemk_residual(::VEMKNInfo* net,
             subtract_rows(R, Y);
             results.write(out, R);
         };
-    return computing_call(*net, w, batch, work);
+    return computing_call(*net, w, batch, {}, work);
 }

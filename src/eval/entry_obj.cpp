@@ -22,7 +22,7 @@ int vemk_obj(::VEMKNInfo* net,
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             results.write(result, objv(model, X, Y));
         };
-    return computing_call(*net, w, batch, work);
+    return computing_call(*net, w, batch, {}, work);
 }
 
 int vemk_objv(::VEMKNInfo* net,
@@ -47,5 +47,5 @@ int vemk_objv(::VEMKNInfo* net,
             });
             results.write(out, values);
         };
-    return computing_call(*net, w, batch, work);
+    return computing_call(*net, w, batch, {}, work);
 }

@@ -77,9 +77,7 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 
 // The norm of every element of R, row by row. norms takes their number.
 template <NetworkModel Model>
-void element_norm(const Model& net,
-                  const typename Model::Matrix& R,
-                  typename Model::Vector& norms)
+void element_norm(const Model& net, const typename Model::Matrix& R, typename Model::Vector& norms)
 {
     if (norms.size() != R.size()) norms = vector_like(R);
     net.element_norm.forward(R, norms);

@@ -95,13 +95,13 @@ void for_each_share(const Shares& shares,
     }
 
     TeamException failure;
-    const bool armed = ScopedTraps::armed_here();
     const bool plain = PlainProducts::here();
+    const ScopedEnvironment of_caller;
     // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
-    const ScopedTraps unarmed(false);
+    fedisableexcept(TRAPS);
 #pragma omp parallel num_threads(team.size())
     {
-        const ScopedTraps traps(armed);
+        const ScopedEnvironment taken_over(of_caller.before());
         const PlainProducts products(plain);
         std::optional<decltype(make_local())> local;
         failure.guard([&] { local.emplace(make_local()); });

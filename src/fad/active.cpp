@@ -42,7 +42,12 @@ void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor
 
 }  // namespace
 
-FO::Dynamic::Active<1>::Active(double number) : N(NDIR), value(number), derivatives(0.0, NDIR) {}
+FO::Dynamic::Active<1>::Active(double number) : Active(number, scalar_tangent_count) {}
+
+FO::Dynamic::Active<1>::Active(double number, std::uint64_t tangents)
+    : N(tangents), value(number), derivatives(0.0, tangents)
+{
+}
 
 FO::Dynamic::Active<1>& FO::Dynamic::operator/=(Active<1>& a, double divisor)
 {

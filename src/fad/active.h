@@ -1,8 +1,8 @@
 #pragma once
 
 #include "fad/errors.h"
+#include "fad/tangent_counts.h"
 #include "model/matrix.h"
-#include "vemkn.h"
 
 // The scalar carrier's arithmetic; the carrier itself is in vemkn_errors.h, where hosts meet it.
 
@@ -13,9 +13,9 @@ namespace Dynamic {
 // a becomes the constant Active(number).
 inline void set_constant(Active<1>& a, double number)
 {
-    a.N = NDIR;
+    a.N = scalar_tangent_count;
     a.value = number;
-    VEMKN::set_size(a.derivatives, NDIR);
+    VEMKN::set_size(a.derivatives, a.N);
     a.derivatives = 0.0;
 }
 

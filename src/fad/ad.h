@@ -18,7 +18,7 @@
 //   fad1<MatrixTemplate<double>>. The second model of a handle is made of them, and their arithmetic, one elementary
 //   operation after the other, is what the loops over bundles are checked against. No call goes through it.
 //
-// Two process-wide counts, g_ndd and FO::Dynamic::NDIR, say how many tangents a carrier has: see fad/tangent_counts.h.
+// Two process-wide counts say how many tangents a carrier has: see fad/tangent_counts.h.
 
 #include "fad/active.h"
 #include "fad/bundle.h"

@@ -25,7 +25,6 @@ int vemk_Hv(::VEMKNInfo* net,
     if (const auto why = unfit_for_norms(net, nw, batch)) return refuse("vemk_Hv", why);
     if (const auto why = wrong_tangents(row_order, nw, nv)) return refuse("vemk_Hv", why);
     const yafad::Seeding seeding(row_order, nw, nv);
-    const yafad::TangentLock lock(seeding.tangents());
     const InputArray tangents{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv};
     const auto make_model = [&] { return with_tangents(*net, seeding, w, v); };
     const auto work =
@@ -47,5 +46,6 @@ int vemk_Hv(::VEMKNInfo* net,
             });
             results.write(hv, products);
         };
-    return computing_call(*net, w, batch, tangents, make_model, work);
+    const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
+    return computing_call(*net, w, batch, tangents, hold, make_model, work);
 }

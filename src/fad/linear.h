@@ -41,10 +41,10 @@ inline void colsum(const Bundle& A, Bundle& out)
     VEMKN::colsum(A.derivatives, out.derivatives);
 }
 
-// A = zeros of that shape with g_ndd tangents.
+// A = zeros of that shape with as many tangents as the process counts.
 inline void set_zero(Bundle& A, std::size_t rows, std::size_t cols)
 {
-    A.set_shape(rows, cols, g_ndd);
+    A.set_shape(rows, cols, tangent_count);
     set_zero(A);
 }
 

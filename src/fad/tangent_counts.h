@@ -6,16 +6,24 @@
 
 namespace yafad {
 
-// Leave to make carriers with a given number of tangents. The two counts are process-wide, and every carrier made
-// during a call takes its number of tangents from them: so a call holds one of these from before it makes its first
-// carrier until the last one is gone. Calls with the same count hold it together, any other waits, first come first
-// served. An exception releases it, and a fork's child starts with nobody holding it.
+// How many tangents a carrier gets that is made without saying how many: matrices and vectors, and scalars. Process-wide.
+// Hosts see them as g_ndd and FO::Dynamic::NDIR, which are written beside them: where a process holds two copies of the
+// library, the second writes to the exported names of the first, but reads these of its own.
+extern std::uint64_t tangent_count;
+extern std::uint64_t scalar_tangent_count;
+
+void set_tangent_counts(std::uint64_t for_matrices, std::uint64_t for_scalars);
+
+// Leave to make carriers with a given number of tangents. Every carrier made during a call takes its number of tangents from
+// the counts: so a call holds one of these from before it makes its first carrier until the last one is gone. Calls with the
+// same count hold it together, any other waits, first come first served. An exception releases it, and a fork's child starts
+// with nobody holding it.
 class TangentLock {
 public:
-    // A derivative call with that many tangents: sets g_ndd and NDIR.
+    // A derivative call with that many tangents: sets both counts.
     explicit TangentLock(std::uint64_t tangents);
 
-    // The building of a handle: sets g_ndd to 1 and leaves NDIR. Shared with nobody.
+    // The making of a handle: sets the count of matrices to 1 and leaves that of scalars. Shared with nobody.
     struct Creation {};
 
     explicit TangentLock(Creation);

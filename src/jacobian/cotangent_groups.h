@@ -29,11 +29,11 @@ private:
 };
 
 // No group is larger than lets the adjoints of a chunk of rows stay in the innermost cache: of wide layers one at a time is
-// fastest. Nor larger than leaves eight cotangents to two threads (docs/performance.md).
+// fastest (docs/performance.md).
 template <class Model>
 CotangentGroups cotangent_groups(const Model& net, std::size_t cotangents)
 {
-    constexpr std::size_t IN_CACHE = 4096, MOST = 4;
+    constexpr std::size_t IN_CACHE = 4096, MOST = 8;
     std::size_t widest = 1;
     for (const auto& W : net.weights) widest = std::max(widest, W.cols());
     const std::size_t fit = IN_CACHE / (ROWS_OF_A_CHUNK * widest);

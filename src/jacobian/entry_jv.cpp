@@ -23,8 +23,9 @@ int vemk_Jv(::VEMKNInfo* net,
     const Batch batch{x, y, nrows, xcols, ycols};
     if (const auto why = unfit_for_norms(net, nw, batch)) return refuse("vemk_Jv", why);
     if (const auto why = wrong_tangents(row_order, nw, nv)) return refuse("vemk_Jv", why);
+    if (const auto why = too_many("derivatives", batch.elements(), nv))
+        return refuse("vemk_Jv", why);
     const yafad::Seeding seeding(row_order, nw, nv);
-    const yafad::TangentLock lock(seeding.tangents());
     const InputArray tangents{seeding.is_identity() ? nullptr : v, std::uint64_t{nw} * nv};
     const auto make_model = [&] { return with_tangents(*net, seeding, w, v); };
     const auto work =
@@ -48,5 +49,6 @@ int vemk_Jv(::VEMKNInfo* net,
             results.write(f, values);
             results.write(jac, derivatives);
         };
-    return computing_call(*net, w, batch, tangents, make_model, work);
+    const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
+    return computing_call(*net, w, batch, tangents, hold, make_model, work);
 }

@@ -21,7 +21,6 @@ int vemk_vJ(::VEMKNInfo* net,
     const Batch batch{x, y, nrows, xcols, ycols};
     if (const auto why = unfit_for_norms(net, nw, batch)) return refuse("vemk_vJ", why);
     const InputArray cotangent{u, batch.elements()};
-    const auto make_model = [&] { return with_weights<WorkModel>(*net, w); };
     const auto work =
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             const InputRows U(u, nrows, ycols);
@@ -35,5 +34,5 @@ int vemk_vJ(::VEMKNInfo* net,
             results.write(r_out, R);
             results.write(g_out, grad);
         };
-    return computing_call(*net, w, batch, cotangent, make_model, work);
+    return computing_call(*net, w, batch, cotangent, work);
 }

@@ -23,8 +23,8 @@ int vemk_vJ_vec(::VEMKNInfo* net,
     if (const auto why = too_many("weighting values", nrows, ycols, k)) {
         return refuse("vemk_vJ_vec", why);
     }
+    if (const auto why = too_many("gradient entries", k, nw)) return refuse("vemk_vJ_vec", why);
     const InputArray all_cotangents{u, k * std::uint64_t{batch.elements()}};
-    const auto make_model = [&] { return with_weights<CotangentsModel>(*net, w); };
     const auto work =
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             const InputRows U(u, std::size_t{k} * nrows, ycols);
@@ -46,5 +46,5 @@ int vemk_vJ_vec(::VEMKNInfo* net,
                 }
             }
         };
-    return computing_call(*net, w, batch, all_cotangents, make_model, work);
+    return computing_call<CotangentsModel>(*net, w, batch, all_cotangents, work);
 }

@@ -80,11 +80,12 @@ typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
     return grads;
 }
 
-// A call of less work than a team takes to meet runs on the calling thread; in multiplications of the sweeps.
+// A call of little work runs on the calling thread; in multiplications of the sweeps, from which on two threads were faster on
+// networks of 21 to 5,764 weights.
 template <class Model>
 unsigned sweeping_threads(const Model& net, std::size_t rows, std::size_t cotangents)
 {
-    constexpr double LEAST_WORK = 100'000;
+    constexpr double LEAST_WORK = 200'000;
     const auto work = static_cast<double>(rows) * static_cast<double>(numel(net)) *
                       static_cast<double>(std::max<std::size_t>(cotangents, 1));
     return work < LEAST_WORK ? 1 : net.threads;
@@ -119,7 +120,7 @@ void adj_computev_vec(const Model& net,
         SweepWorkspace<Model> sweep;
     };
 
-    const Slices chunks(X.rows, ROWS_OF_A_CHUNK);
+    const ChunksFromTheEnd chunks(X.rows);
     const unsigned threads = sweeping_threads(net, X.rows, U.size());
     const std::size_t round = chunks_of_a_round(chunks.count(), threads);
     const TransposedWeights<Model> transposes(net);
@@ -128,22 +129,19 @@ void adj_computev_vec(const Model& net,
     std::vector<Local> locals(of_groups.count());
 
     // The j-th chunk of a round, of which `done` were swept before. It has cache j.
-    const auto chunk = [&](std::size_t done, std::size_t j) {
-        return chunks.count() - 1 - (done + j);
-    };
     const auto run_chunk = [&](std::size_t done, std::size_t j) {
-        const std::size_t c = chunk(done, j);
+        const std::size_t c = done + j;
         const Matrix& chunk_R = residuals(net, chunks.cut(X, c), chunks.cut(Y, c), caches[j]);
         put_rows(R, chunks.first_row(c), chunk_R);
     };
     const auto sweep_chunk = [&](Local& local, std::size_t g, std::size_t done, std::size_t j) {
-        const std::size_t c = chunk(done, j);
+        const std::size_t c = done + j;
         local.outAdj.set_shape(chunks.rows_of(c), Y.cols, groups.size(g));
         for (std::size_t i = 0; i < groups.size(g); ++i) {
             put_matrix(local.outAdj, i, chunks.cut(U[groups.begin(g) + i], c));
         }
         net.element_norm.adjoint(caches[j].O, local.outAdj, local.outAdj);
-        const Into into = done + j == 0 ? Into::overwrite : Into::add;
+        const Into into = c == 0 ? Into::overwrite : Into::add;
         backward(net, transposes, caches[j], local.outAdj, local.sweep, grads[g], into);
     };
     const auto nothing = [](const auto&...) {};  // chunks and sweeps write to places of their own

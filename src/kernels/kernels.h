@@ -47,11 +47,8 @@ struct ElementKernels {
     void (*value_term)(
         const double* x, const double* saved, double* y, double* term, std::size_t n);
     // dy_k = tangent(x, term, dx_k) for every derivative k
-    void (*tangent)(const double* x,
-                    const double* term,
-                    const double* dx,
-                    double* dy,
-                    const SideBySide& shape);
+    void (*tangent)(
+        const double* x, const double* term, const double* dx, double* dy, const SideBySide& shape);
     void (*vjp_terms)(const double* x,
                       const double* saved,
                       const double* ybar,

@@ -15,9 +15,13 @@ namespace {
 // What a handle holds for each parameter: a double in the double model, a value and one tangent in the other.
 constexpr std::uint64_t BYTES_PER_PARAMETER = 3 * sizeof(double);
 
-// What a layer costs in both models beside its parameters: sizes, matrix and vector objects.
+// What a layer takes in both models even without parameters. Sizes, here and in the models; three matrices, of doubles, and
+// a value and a derivative; three bias arrays of that kind, and two arrays that hold the derivatives. The latter are
+// allocations of their own, and for an empty bias array the allocator gives the least it has.
+constexpr std::uint64_t ALLOCATION = 2 * sizeof(void*), LEAST_ALLOCATION = 4 * sizeof(void*);
 constexpr std::uint64_t BYTES_PER_LAYER =
-    2 * sizeof(unsigned) + 4 * (sizeof(MatrixTemplate<double>) + sizeof(std::valarray<double>));
+    2 * sizeof(unsigned) + 3 * sizeof(MatrixTemplate<double>) + 5 * sizeof(std::valarray<double>) +
+    2 * ALLOCATION + 3 * LEAST_ALLOCATION;
 
 // What both models may take: half of the machine's memory, since every computing call works on copies.
 std::uint64_t memory_limit()

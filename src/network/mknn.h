@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "model/model.h"
 #include "network/description.h"
@@ -15,8 +17,9 @@ namespace VEMKN {
 void print_build_information();
 
 // The model that a parsed description asks for, weights and biases zero.
-template <class Model>
-Model build_model(const Description& d)
+//   tangents : of a model of carriers, their number, which is then not that of the process
+template <class Model, class... Tangents>
+Model build_model(const Description& d, Tangents... tangents)
 {
     Model net;
     net.numin = d.numin;
@@ -35,27 +38,44 @@ Model build_model(const Description& d)
     net.weights.reserve(d.nlayers);
     net.biases.reserve(d.nlayers);
     for (std::size_t i = 0; i < d.nlayers; ++i) {
-        net.weights.emplace_back(MatrixTemplate<double>(d.rows(i), d.cols(i)));
-        net.biases.emplace_back(0.0, d.cols(i));
+        net.weights.emplace_back(MatrixTemplate<double>(d.rows(i), d.cols(i)), tangents...);
+        net.biases.emplace_back(std::valarray<double>(0.0, d.cols(i)), tangents...);
     }
     if (!set_norm_named(d.norm_name, net)) {
         write_output(message("invalid norm function name: ", d.norm_name, "\n"));
     }
     const LogpConstants logp = logp_named<Model>(d.norm_name);
-    net.logp_bias = typename Model::SValue(logp.bias);
-    net.logp_sigma = typename Model::SValue(logp.sigma);
+    net.logp_bias = typename Model::SValue(logp.bias, tangents...);
+    net.logp_sigma = typename Model::SValue(logp.sigma, tangents...);
     net.activation = activation_named<Model>(d.activation_name);
     return net;
 }
 
+// A text and what it says, read when the first model is made from it. Whether there is memory enough is part of that: all
+// models of a text are built, or none.
+class DescriptionText {
+public:
+    explicit DescriptionText(std::string text) : text_(std::move(text)) {}
+
+    const Description& parsed() const
+    {
+        if (!parsed_) parsed_ = parse_description(text_);
+        return *parsed_;
+    }
+
+private:
+    std::string text_;
+    mutable std::optional<Description> parsed_;
+};
+
 // Model from a description text. Bad content gives a message and a model without layers, never an exception.
-template <class Model>
-Model mknn(const std::string& text)
+template <class Model, class... Tangents>
+Model mknn(const DescriptionText& text, Tangents... tangents)
 {
     Model net;
     call_frame([&] {
         print_build_information();
-        net = build_model<Model>(parse_description(text));
+        net = build_model<Model>(text.parsed(), tangents...);
     });
     return net;
 }

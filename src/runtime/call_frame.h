@@ -28,7 +28,8 @@ void quiet_frame(const Work& work)
 {
     print_banner_once();
     CallInFlight call;
-    const ScopedTraps masked(false);
+    const ScopedEnvironment host;
+    ScopedEnvironment::mask_all();
     work();
     call.finish();
 }

@@ -4,11 +4,16 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <new>
+#include <thread>
 
 #include "runtime/fork_safe.h"
+#include "runtime/no_cancellation.h"
+#include "runtime/plain_thread.h"
+#include "runtime/thread_record.h"
 
 namespace VEMKN {
 
@@ -22,6 +27,11 @@ constexpr int MAX_THREADS_INSIDE = 64;
 // machine with one, where a team is a team all the same.
 constexpr int MIN_TEAM_LIMIT = 2;
 
+// How long an ending process waits for calls, and they for it.
+constexpr std::chrono::seconds LONGEST_WAIT_AT_THE_END(1);
+
+using Clock = std::chrono::steady_clock;
+
 struct Process {
     std::mutex mutex;
     std::condition_variable room;
@@ -29,30 +39,67 @@ struct Process {
     int threads_inside = 0;  // calls, and the workers of their teams
     int host_blas_threads = 0;
     bool forked = false;
+    std::thread::id ending;  // the thread that ends the process, if any
+    Clock::time_point held_until;
 
-    // The forking thread is in no call (an error handler must not fork). Calls that other threads had in flight are gone,
-    // but they had set BLAS to one thread: the child's first call puts back the count that they would have put back.
+    bool is_held_back() const
+    {
+        return ending != std::thread::id() && ending != std::this_thread::get_id() &&
+               Clock::now() < held_until;
+    }
+
+    // The forking thread is in no call (an error handler must not fork), but it may have left one by a jump. Calls that other
+    // threads had in flight are gone, but they had set BLAS to one thread: the child's first call puts back the count that
+    // they would have put back.
     static void renew_in_child(Process& p)
     {
         const int host_blas_threads = p.calls > 0 ? p.host_blas_threads : 0;
         new (&p) Process;
         p.host_blas_threads = host_blas_threads;
         p.forked = true;
+        this_thread().threads_inside = 0;
     }
 };
 
 const ForkSafe<Process> process;
 
+// Counts the call of this thread out, with all its workers; the last one out puts the BLAS thread count back, or leaves it.
+void count_out(Process& p, bool restore_blas)
+{
+    p.threads_inside -= this_thread().threads_inside;
+    this_thread().threads_inside = 0;
+    if (--p.calls == 0) {
+        if (restore_blas) openblas_set_num_threads(p.host_blas_threads);
+        p.host_blas_threads = 0;
+    }
+    p.room.notify_all();
+}
+
+// Runs before OpenBLAS, which this library needs, takes itself down.
+[[gnu::destructor]] void end_of_library()
+{
+    hold_other_threads_back();
+}
+
 }  // namespace
 
 CallInFlight::CallInFlight()
 {
+    watch_end_of_thread();
+    // Without one there is nothing to give back: at the gate the thread may be for this very call.
+    if (this_thread().threads_inside > 0) give_back_abandoned();
     Process& p = *process;
     std::unique_lock lock(p.mutex);
-    p.room.wait(lock, [&] { return p.threads_inside < MAX_THREADS_INSIDE; });
+    const auto may_enter = [&] { return p.threads_inside < MAX_THREADS_INSIDE; };
+    if (!may_enter() || p.is_held_back()) {
+        const NoCancellation whole;
+        while (p.is_held_back()) p.room.wait_until(lock, p.held_until);
+        p.room.wait(lock, may_enter);
+    }
     if (p.calls == 0 && p.host_blas_threads == 0) p.host_blas_threads = openblas_get_num_threads();
     ++p.calls;
     ++p.threads_inside;
+    this_thread().threads_inside = 1;
     openblas_set_num_threads(1);
 }
 
@@ -61,9 +108,7 @@ CallInFlight::~CallInFlight()
     if (!counted_) return;
     Process& p = *process;
     const std::lock_guard lock(p.mutex);
-    --p.threads_inside;
-    if (--p.calls == 0) p.host_blas_threads = 0;
-    p.room.notify_one();
+    count_out(p, false);
 }
 
 void CallInFlight::finish()
@@ -71,12 +116,24 @@ void CallInFlight::finish()
     Process& p = *process;
     const std::lock_guard lock(p.mutex);
     counted_ = false;
-    --p.threads_inside;
-    if (--p.calls == 0) {
-        openblas_set_num_threads(p.host_blas_threads);
-        p.host_blas_threads = 0;
-    }
-    p.room.notify_one();
+    count_out(p, true);
+}
+
+void count_out_abandoned_call()
+{
+    Process& p = *process;
+    const std::lock_guard lock(p.mutex);
+    count_out(p, true);
+}
+
+void hold_other_threads_back()
+{
+    Process& p = *process;
+    std::unique_lock lock(p.mutex);
+    p.ending = std::this_thread::get_id();
+    p.held_until = Clock::now() + LONGEST_WAIT_AT_THE_END;
+    const int own = this_thread().threads_inside > 0 ? 1 : 0;
+    p.room.wait_until(lock, p.held_until, [&] { return p.calls <= own; });
 }
 
 TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
@@ -86,19 +143,26 @@ TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
 
     const int limit = std::max(omp_get_num_procs(), MIN_TEAM_LIMIT);
     const int team = static_cast<int>(std::min(wanted, static_cast<unsigned>(limit)));
-    Process& p = *process;
-    const std::lock_guard lock(p.mutex);
-    if (p.forked) return;
-    workers_ = std::min(team - 1, MAX_THREADS_INSIDE - p.threads_inside);
-    p.threads_inside += workers_;
+    {
+        Process& p = *process;
+        const std::lock_guard lock(p.mutex);
+        if (p.forked) return;
+        workers_ = std::min(team - 1, MAX_THREADS_INSIDE - p.threads_inside);
+        p.threads_inside += workers_;
+        this_thread().threads_inside += workers_;
+    }
+    if (workers_ > this_thread().workers && !can_start_thread()) give_back();
+    this_thread().workers = workers_;
 }
 
-TeamPermit::~TeamPermit()
+void TeamPermit::give_back()
 {
     if (workers_ == 0) return;
     Process& p = *process;
     const std::lock_guard lock(p.mutex);
     p.threads_inside -= workers_;
+    this_thread().threads_inside -= workers_;
+    workers_ = 0;
     p.room.notify_all();
 }
 

@@ -22,19 +22,32 @@ private:
     bool counted_ = true;
 };
 
+// The end of the call that the thread has left by a jump, and whose destructors did not run.
+void count_out_abandoned_call();
+
+// The process ends on the calling thread: holds new calls of other threads back for a second, and waits as long for those in
+// flight. OpenBLAS takes itself down while the process ends, and whoever computes then crashes. The calling thread itself
+// may go on calling, and a call that it is in does not count.
+void hold_other_threads_back();
+
 // Leave for a team of threads to work on `shares` shares: at most `threads`, never more than there are shares,
 // never so many that OpenBLAS would run out of buffers, and one in a fork's child (where libgomp cannot start a team)
-// and with the serial variant of OpenBLAS (which is not fit for several threads).
+// and with the serial variant of OpenBLAS (which is not fit for several threads). One, too, where the system has no thread
+// to give: libgomp would end the process.
 class TeamPermit {
 public:
     TeamPermit(unsigned shares, unsigned threads);
-    ~TeamPermit();
+
+    ~TeamPermit() { give_back(); }
+
     TeamPermit(const TeamPermit&) = delete;
     TeamPermit& operator=(const TeamPermit&) = delete;
 
     int size() const { return 1 + workers_; }
 
 private:
+    void give_back();
+
     int workers_;  // besides the calling thread
 };
 

@@ -1,37 +1,60 @@
 #include "runtime/messages.h"
 
+#include <dlfcn.h>
+
 #include <cfenv>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
+#include "runtime/calls.h"
 #include "runtime/traps.h"
 
 namespace VEMKN {
 
 namespace {
 
-void write(std::ostream& stream, std::string_view text)
+bool is_made(const std::ostream& stream)
 {
-    if (std::streambuf* const buffer = stream.rdbuf()) {
-        buffer->sputn(text.data(), static_cast<std::streamsize>(text.size()));
-    }
+    void* functions = nullptr;
+    std::memcpy(&functions, &stream, sizeof functions);
+    return functions != nullptr;
+}
+
+// The buffer of a standard stream, or null. A program mostly has the streams of the C++ library as copies of its own; then a
+// library that is loaded with RTLD_DEEPBIND sees the originals, which nobody has made.
+std::streambuf* buffer_of(std::ostream& stream, const char* symbol)
+{
+    if (is_made(stream)) return stream.rdbuf();
+    void* const program = dlopen(nullptr, RTLD_NOW);
+    auto* const copy = static_cast<std::ostream*>(dlsym(program, symbol));
+    return copy != nullptr && is_made(*copy) ? copy->rdbuf() : nullptr;
+}
+
+void write(std::streambuf* buffer, std::string_view text)
+{
+    if (buffer != nullptr) buffer->sputn(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 }  // namespace
 
 void write_output(std::string_view text)
 {
-    write(std::cout, text);
+    write(buffer_of(std::cout, "_ZSt4cout"), text);
 }
 
 void write_error(std::string_view text)
 {
-    write(std::cerr, text);
+    std::streambuf* const buffer = buffer_of(std::cerr, "_ZSt4cerr");
+    write(buffer, text);
+    // A host may have made the stream buffer, and the process may end before it is flushed.
+    if (buffer != nullptr) buffer->pubsync();
 }
 
 void stop(const std::string& text)
 {
     write_error(message("stop: ", text, "\n"));
+    hold_other_threads_back();
     // The host's exit handlers are the host's arithmetic: no traps of ours in it.
     fedisableexcept(TRAPS);
     std::exit(3);

@@ -15,29 +15,32 @@ inline void arm_traps()
     feenableexcept(TRAPS);
 }
 
-// A thread's traps for as long as this lives, armed or masked; then the floating-point environment that it came with.
-//
-// Traps are a thread's own: every thread of a team takes over those of the calling thread for its share of the work, and
-// leaves with its own, so that the host's next parallel region finds its threads as they were.
-class ScopedTraps {
+// A floating-point environment, traps and rounding and the treatment of subnormals, belongs to a thread. While one of these
+// lives, the calling thread's own is put by and may be changed; then it comes back.
+class ScopedEnvironment {
 public:
-    explicit ScopedTraps(bool armed)
+    ScopedEnvironment() { std::fegetenv(&before_); }
+
+    // Another one in its place.
+    explicit ScopedEnvironment(const std::fenv_t& other) : ScopedEnvironment()
     {
-        std::fegetenv(&before_);
-        if (armed) {
-            arm_traps();
-        } else {
-            fedisableexcept(TRAPS);
-        }
+        std::fesetenv(&other);
     }
 
-    ~ScopedTraps() { std::fesetenv(&before_); }
+    ~ScopedEnvironment() { std::fesetenv(&before_); }
 
-    ScopedTraps(const ScopedTraps&) = delete;
-    ScopedTraps& operator=(const ScopedTraps&) = delete;
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
-    // Whether the calling thread has them armed.
-    static bool armed_here() { return (fegetexcept() & TRAPS) != 0; }
+    // What comes back.
+    const std::fenv_t& before() const { return before_; }
+
+    // No exception traps, not even those of underflow, of inexact results and of subnormal operands.
+    static void mask_all()
+    {
+        std::fenv_t dropped;
+        std::feholdexcept(&dropped);
+    }
 
 private:
     std::fenv_t before_;

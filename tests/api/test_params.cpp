@@ -174,13 +174,21 @@ TEST(Weights, WritesNothingWhereThereIsRoomForMore)
                                std::pair(65536u, 65536u),
                                std::pair(4294967295u, 4294967295u)}) {
         unsigned rows = r, cols = c;
+        testing::internal::CaptureStderr();
         EXPECT_EQ(-1, vemk_weights(net, 0, buffer.data(), &rows, &cols)) << r;
+        const std::string room = std::to_string(std::uint64_t{r} * c);
+        EXPECT_EQ("vemk_weights: refused: there is room for " + room + " values, the layer has 6\n",
+                  testing::internal::GetCapturedStderr());
         EXPECT_EQ(r, rows);
         EXPECT_EQ(c, cols);
     }
     for (const unsigned n : {4u, 4294967295u}) {
         unsigned length = n;
+        testing::internal::CaptureStderr();
         EXPECT_EQ(-1, vemk_bias(net, 0, buffer.data(), &length));
+        EXPECT_EQ("vemk_bias: refused: there is room for " + std::to_string(n) +
+                      " values, the layer has 3\n",
+                  testing::internal::GetCapturedStderr());
         EXPECT_EQ(n, length);
     }
     EXPECT_EQ(bits_of(Numbers(20, -1.0)), bits_of(buffer));

@@ -20,26 +20,21 @@ inline constexpr std::size_t TANGENTS[] = {0, 1, 3};
 class TangentCounts {
 public:
     TangentCounts(std::size_t for_carriers, std::size_t for_scalars)
-        : g_ndd_before_(g_ndd), ndir_before_(yafad::FO::Dynamic::NDIR)
+        : matrices_before_(yafad::tangent_count), scalars_before_(yafad::scalar_tangent_count)
     {
-        g_ndd = for_carriers;
-        yafad::FO::Dynamic::NDIR = for_scalars;
+        yafad::set_tangent_counts(for_carriers, for_scalars);
     }
 
     explicit TangentCounts(std::size_t n) : TangentCounts(n, n) {}
 
-    ~TangentCounts()
-    {
-        g_ndd = g_ndd_before_;
-        yafad::FO::Dynamic::NDIR = ndir_before_;
-    }
+    ~TangentCounts() { yafad::set_tangent_counts(matrices_before_, scalars_before_); }
 
     TangentCounts(const TangentCounts&) = delete;
     TangentCounts& operator=(const TangentCounts&) = delete;
 
 private:
-    std::uint64_t g_ndd_before_;
-    std::uint64_t ndir_before_;
+    std::uint64_t matrices_before_;
+    std::uint64_t scalars_before_;
 };
 
 inline Vector vector_of(const Numbers& numbers)

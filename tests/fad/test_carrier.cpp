@@ -304,7 +304,7 @@ constexpr std::size_t NW = 14;
 CarrierModel carrier_model(std::size_t directions)
 {
     const TangentCounts counts(directions);
-    return VEMKN::mknn<CarrierModel>("3 2 2 1 8 3 2 atan sum");
+    return VEMKN::mknn<CarrierModel>(VEMKN::DescriptionText("3 2 2 1 8 3 2 atan sum"));
 }
 
 Numbers counting(double first)

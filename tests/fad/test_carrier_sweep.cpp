@@ -32,8 +32,9 @@ Problem problem(const char* norm, unsigned nmult = 1)
 CarrierWorkModel carrier_model(const Problem& p, const Numbers& v)
 {
     VEMKN::VEMKNInfo info;
-    info.model = VEMKN::mknn<VEMKN::DoubleModel>(p.shape.text());
-    info.derivative_model = VEMKN::mknn<VEMKN::CarrierModel>(p.shape.text());
+    info.model = VEMKN::mknn<VEMKN::DoubleModel>(VEMKN::DescriptionText(p.shape.text()));
+    info.derivative_model =
+        VEMKN::mknn<VEMKN::CarrierModel>(VEMKN::DescriptionText(p.shape.text()));
     info.derivative_model.batch = 8;
     const yafad::Seeding seeding(false, static_cast<unsigned>(p.nw()), 1);
     return with_tangents(info, seeding, p.w.data(), v.data());

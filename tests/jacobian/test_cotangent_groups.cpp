@@ -1,6 +1,6 @@
-#include "jacobian/cotangent_groups.h"
-
 #include <gtest/gtest.h>
+
+#include "jacobian/cotangent_groups.h"
 
 using VEMKN::CotangentGroups;
 

@@ -316,3 +316,27 @@ TEST_P(RefusedWeightings, OfTooManyValues)
 }
 
 INSTANTIATE_TEST_SUITE_P(Entries, RefusedWeightings, testing::Values(ENTRIES[3]), name_of);
+
+namespace {
+
+class RefusedResults : public RefusedProduct {};
+
+}  // namespace
+
+// Fewer tangent or cotangent values than 2^32, but not fewer results.
+TEST_P(RefusedResults, OfTooMany)
+{
+    const Network net("1 1 2 1 8 1 1 id sum");  // four weights
+    const bool forward = GetParam().takes_directions;
+    const auto change = [&](Arguments& a) {
+        a.nw = 4;
+        a.nrows = forward ? 65536 : 0;
+        a.nv = forward ? 65536 : 1u << 30;
+        a.xcols = a.ycols = 1;
+        a.v = a.x = a.y = nullptr;
+    };
+    expect_refused(
+        net, change, {forward ? "derivatives, 4294967296" : "gradient entries, 4294967296"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Entries, RefusedResults, testing::Values(ENTRIES[1], ENTRIES[3]), name_of);

@@ -37,9 +37,8 @@ TEST_P(EvaluatedNorm, OfTheSumInVJ)
     const double inf = INFINITY;
     for (const Numbers& targets : {Numbers{-1e308, -1e308}, Numbers{inf, -inf}}) {
         const Problem p = zeros("sum", targets);
-        EXPECT_EXIT(call_vJ(Network(p.shape.text()), p, {1.0, 1.0}),
-                    testing::KilledBySignal(SIGFPE),
-                    "");
+        EXPECT_EXIT(
+            call_vJ(Network(p.shape.text()), p, {1.0, 1.0}), testing::KilledBySignal(SIGFPE), "");
         EXPECT_EXIT(call_g(Network(p.shape.text()), p), testing::KilledBySignal(SIGFPE), "");
     }
 }

@@ -227,7 +227,7 @@ TEST(VJVec, HasTheSameBitsOnAnyNumberOfThreadsWithAnyBatch)
 {
     Problem p = problem("softplus", "sum_log_dnorm_fat");
     Random random(15);
-    p.nrows = 300;
+    p.nrows = 3000;  // enough work for a team
     p.fill(random);
     const Network net(p.shape.text());
     for (const unsigned k : {1u, 3u, 8u, 21u}) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "network/mknn.h"
 #include "support/capture.h"
@@ -11,7 +12,7 @@ namespace {
 
 DoubleModel parse(const std::string& text)
 {
-    return mknn<DoubleModel>(text);
+    return mknn<DoubleModel>(VEMKN::DescriptionText(text));
 }
 
 // What the parser says about a text on one stream; the banner may come first, once a process.
@@ -284,6 +285,16 @@ TEST(Mknn, RefusesAZeroInAnyOfTheFirstFiveNumbers)
         EXPECT_EQ("", said.net.activation_name);
         EXPECT_EQ("", said.net.norm_name);
     }
+}
+
+// A layer without parameters takes memory too: 312 bytes in the two models of a handle.
+TEST(Mknn, RefusesMoreEmptyLayersThanHalfTheMemoryHolds)
+{
+    const std::uint64_t half = static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
+                               static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) / 2;
+    const std::uint64_t layers = std::min<std::uint64_t>(half / 300, UINT32_MAX);
+    if (layers * 312 <= half) return;  // more memory than 32-bit counts can ask for
+    expect_no_layers(parse("1 1 " + std::to_string(layers) + " 1 32 1 1"));
 }
 
 TEST(Mknn, LeavesUnreadFieldsAtTheirInitialValues)

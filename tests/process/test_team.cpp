@@ -40,3 +40,25 @@ TEST(Team, ABatchOfOneSliceStartsNoneAndOneOfManyNoMoreThanProcessors)
     const std::string started = "\none slice: 0\nfive slices: " + std::to_string(team - 1) + "\n";
     EXPECT_NE(std::string::npos, outcome.out.find(started)) << outcome.out;
 }
+
+// Cotangents are shared out whatever the batch, where there is work enough.
+SCENE(sweeps_many_cotangents_of_one_slice)
+{
+    const Network net(usual_network().text());
+    const auto& sweep = any_entry_named("vemk_vJ_vec");
+    vemk_setpar(net, 4, 100);
+    const long before = status_number("Threads:");
+    sweep.run(net, random_request(usual_network(), 10, 5, 20, 1));
+    std::cout << "\nlittle: " << status_number("Threads:") - before;
+    sweep.run(net, random_request(usual_network(), 100, 5, 40, 1));
+    std::cout << "\nmuch: " << status_number("Threads:") - before << std::endl;
+}
+
+TEST(Team, SweepsManyCotangentsOfOneSliceTogether)
+{
+    const child::Outcome outcome = child::play("sweeps_many_cotangents_of_one_slice");
+    EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+    const int team = std::clamp(omp_get_num_procs(), 2, 4);
+    const std::string started = "\nlittle: 0\nmuch: " + std::to_string(team - 1) + "\n";
+    EXPECT_NE(std::string::npos, outcome.out.find(started)) << outcome.out;
+}

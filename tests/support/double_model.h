@@ -8,7 +8,7 @@
 
 inline VEMKN::DoubleModel model_of(const std::string& text)
 {
-    return VEMKN::mknn<VEMKN::DoubleModel>(text);
+    return VEMKN::mknn<VEMKN::DoubleModel>(VEMKN::DescriptionText(text));
 }
 
 inline VEMKN::DoubleModel model_of(const plain::Network& network,

@@ -1,5 +1,6 @@
 #include "network.h"
 
+#include <cfenv>
 #include <cmath>
 #include <stdexcept>
 
@@ -7,8 +8,22 @@
 
 namespace vemkn_tao {
 
+namespace {
+
+// initVEMKNet leaves the three traps off that -fp_trap arms.
+VEMKNInfo* new_handle(const std::string& description)
+{
+    const int armed = fegetexcept();
+    VEMKNInfo* const handle = initVEMKNet(description.data(), static_cast<int>(description.size()));
+    std::feclearexcept(armed);
+    feenableexcept(armed);
+    return handle;
+}
+
+}  // namespace
+
 Network::Network(const std::string& description, int threads, int batch)
-    : handle_(initVEMKNet(description.data(), static_cast<int>(description.size())))
+    : handle_(new_handle(description))
 {
     if (threads < 1 || batch < 1 ||
         vemk_setpar(handle(), static_cast<unsigned>(threads), batch) != 0)

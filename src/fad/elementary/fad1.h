@@ -46,12 +46,12 @@ struct fad1 {
         for (T& derivative : derivatives) take(derivative, zero);
     }
 
-    // A constant with g_ndd tangents.
-    explicit fad1(const T& v) : fad1(v, g_ndd) {}
+    // A constant with as many tangents as the process counts (fad/tangent_counts.h).
+    explicit fad1(const T& v) : fad1(v, tangent_count) {}
 
-    // The vector of n copies of x with g_ndd tangents: here n is the length.
+    // The vector of n copies of x with as many tangents: here n is the length.
     fad1(const double& x, unsigned long n) requires(std::is_same_v<T, std::valarray<double>>)
-        : fad1(T(x, n), g_ndd)
+        : fad1(T(x, n), tangent_count)
     {
     }
 

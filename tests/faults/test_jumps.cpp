@@ -1,0 +1,118 @@
+#include <cblas.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csetjmp>
+#include <csignal>
+#include <iostream>
+#include <thread>
+
+#include "support/all_entries.h"
+#include "support/child.h"
+
+// A host that leaves a call by a jump out of its handler of SIGFPE. No destructor of the library runs then, and the calls
+// that follow have to find everything in order.
+
+namespace {
+
+constexpr int JUMPS = 200;
+
+thread_local sigjmp_buf before_the_call;
+
+void jump_out(int)
+{
+    siglongjmp(before_the_call, 1);
+}
+
+// Whether the call is left by a jump.
+bool is_left(VEMKNInfo* net, const AnyEntry& entry, const Request& overflowing)
+{
+    if (sigsetjmp(before_the_call, 1) != 0) return true;
+    entry.run(net, overflowing);
+    return false;
+}
+
+bool leaves_every_call(VEMKNInfo* net, const AnyEntry& entry, const Request& overflowing)
+{
+    for (int i = 0; i < JUMPS; ++i) {
+        if (!is_left(net, entry, overflowing)) return false;
+    }
+    return true;
+}
+
+// The same with a sum of a bias and a product that overflows, and targets whose likelihood does. Not with a product that
+// overflows itself: a jump out of OpenBLAS loses one of its buffers, of which it has 128.
+Request overflowing(Request q)
+{
+    for (double& w : q.batch.w) w = 1.5e308;
+    for (double& x : q.batch.x) x = 0.0;
+    for (std::size_t row = 0; row < q.batch.nrows; ++row) q.batch.x[row * q.batch.xcols] = 1.0;
+    for (double& y : q.batch.y) y = 1e200;
+    return q;
+}
+
+// Jumps out of every entry point, each followed by a call of all of them with the right result.
+bool survives()
+{
+    const plain::Network network = usual_network();
+    const Network net(network.text());
+    const Request good = random_request(network, 40, 5, 2, 1);
+    const auto expected = all_bits(net, good);
+    for (const AnyEntry& entry : ALL_ENTRIES) {
+        if (!leaves_every_call(net, entry, overflowing(good)) || all_bits(net, good) != expected) {
+            std::cout << "wrong after " << entry.name << "\n";
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+SCENE(jumps_out_of_calls)
+{
+    alarm(240);
+    std::signal(SIGFPE, jump_out);
+    openblas_set_num_threads(2);
+    std::vector<std::thread> threads;
+    for (int i = std::stoi(arguments.at(0)); i-- > 0;) {
+        threads.emplace_back([] {
+            if (!survives()) std::_Exit(1);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    if (threads.empty() && !survives()) std::_Exit(1);
+    std::cout << "BLAS has " << openblas_get_num_threads() << " threads" << std::endl;
+    std::_Exit(openblas_get_num_threads() == 2 ? 0 : 1);
+}
+
+TEST(JumpFault, JumpsOutOfEveryEntryPoint_CallsGoOnWithTheSameBits)
+{
+    for (const char* threads : {"0", "4"}) {
+        const child::Outcome outcome = child::play("jumps_out_of_calls", {threads});
+        EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+    }
+}
+
+// The thread is gone: nothing of its call may stay behind.
+SCENE(ends_threads_after_a_jump)
+{
+    alarm(60);
+    std::signal(SIGFPE, jump_out);
+    const plain::Network network = usual_network();
+    const Network net(network.text());
+    const Request good = random_request(network, 4, 5, 2, 1);
+    const Request bad = overflowing(good);
+    for (int i = 0; i < 100; ++i) {
+        std::thread([&] { is_left(net, any_entry_named("vemk_Hv"), bad); }).join();
+    }
+    Request other = good;
+    other.nv = 1;
+    std::_Exit(any_entry_named("vemk_Jv").run(net, other).status);
+}
+
+TEST(JumpFault, ThreadsThatEndAfterAJump_LeaveNothingBehind)
+{
+    const child::Outcome outcome = child::play("ends_threads_after_a_jump");
+    EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+}
