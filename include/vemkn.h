@@ -83,8 +83,8 @@
  *   than vemk_numout, and 2^32 or more results.
  * - BLAS: OpenBLAS runs on one thread while at least one call runs, and is set back when the last
  *   one returns.
- * - Copies: two copies of the library in one process compute each for itself; they share
- *   vemkn_rowmajor and the error handler.
+ * - Copies: two copies of the library in one process compute each for itself. Where the loader
+ *   gives both the same names, they share vemkn_rowmajor, the error handler and the two counts.
  * - Banner: the first call, initVEMKNet included, prints one line on standard output.
  * - Exceptions: C++ exceptions (lack of memory) pass through to the caller. Traps then stay armed,
  *   unless the handle is quiet, and BLAS stays at one thread.
@@ -153,7 +153,7 @@ extern VEMKN_API int vemkn_rowmajor;
 /** How many tangents a derivative carrier gets that is made without a number: 1 after initVEMKNet,
  * as many as the call carries after vemk_Hv and vemk_Jv. For inspection: a host has no reason to
  * write it.
- * Threads: written under the library's lock. */
+ * Threads: written while no other call with tangents runs. */
 extern VEMKN_API uint64_t g_ndd;
 
 /* C++ hosts that want to hear of a division by zero among derivative carriers install a handler: see
@@ -630,8 +630,8 @@ VEMKN_API int vemk_vJ(VEMKNInfo* net,
                       double* r_out,
                       double* g_out);
 
-/** vemk_vJ for k cotangents at once: one forward pass over the whole batch, the k backward sweeps
- * shared out over the handle's threads.
+/** vemk_vJ for k cotangents at once: one forward pass over the whole batch, and backward sweeps of
+ * several cotangents each, shared out over the handle's threads.
  *
  * @param[in]  net    handle; not changed
  * @param[in]  w      array of length [nw], flat order

@@ -7,7 +7,7 @@ namespace VEMKN {
 
 namespace {
 
-// The network runs: layers that fit each other, and weights and targets that fit the network.
+// Weights and targets that fit the network, and fewer residuals than 2^32.
 Reason unfit_counts(const VEMKNInfo* net, std::optional<unsigned> nw, const Batch& batch)
 {
     if (nw) {

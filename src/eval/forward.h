@@ -21,8 +21,8 @@ namespace VEMKN {
 
 // What one run over a slice of rows computes, step by step: a step is one layer of one pass, in the order in which they
 // run. With Memory::whole all of it stays for a backward sweep; with Memory::rolling a pass writes over the pass before the
-// last. A cache is reused from slice to slice, and no two layers share a matrix, so that storage is allocated at the first
-// slice only.
+// last. A cache is reused from slice to slice, and no two layers share a matrix, so that storage is allocated
+// at the first slice only, but for the matrix that a caller takes in exchange.
 template <class Matrix>
 class ForwardCache {
 public:

@@ -13,6 +13,12 @@ template <class F>
 struct NormWord {
     using Function = F;
 
+    // Both: no norm goes without saying what its constants are.
+    constexpr NormWord(const char* of_description, LogpConstants of_likelihood)
+        : word(of_description), logp(of_likelihood)
+    {
+    }
+
     const char* word;
     LogpConstants logp;
 };

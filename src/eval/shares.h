@@ -22,7 +22,7 @@ namespace VEMKN {
 // handing the merge from one thread to the next.
 class Shares {
 public:
-    static constexpr unsigned MOST = 64;
+    static constexpr unsigned MOST = MAX_THREADS_INSIDE;
 
     Shares(std::size_t items, unsigned threads)
         : items_(items),

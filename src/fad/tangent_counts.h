@@ -14,7 +14,7 @@ extern std::uint64_t scalar_tangent_count;
 
 void set_tangent_counts(std::uint64_t for_matrices, std::uint64_t for_scalars);
 
-// Leave to make carriers with a given number of tangents. Every carrier made during a call takes its number of tangents from
+// Leave to make carriers with a given number of tangents. Scalars and zeros that a call makes take their number of tangents from
 // the counts: so a call holds one of these from before it makes its first carrier until the last one is gone. Calls with the
 // same count hold it together, any other waits, first come first served. An exception releases it, and a fork's child starts
 // with nobody holding it.

@@ -10,8 +10,10 @@
 //   load_part(p, n, rest)     n < WIDTH doubles of memory, followed by those of rest
 //   less(a, b), equal(a, b)   quiet comparisons, giving a mask
 //   select(mask, a, b)        a where the mask is true, else b
-//   sum(v)                    of its doubles
 //   abs, exp, log, atan       of the C maths library; the vector ones of its vector part
+//
+// One double needs no load_part. Vectors of them also have any(mask), whether it is true anywhere, and outside(...), the
+// mask of what the vector functions leave to the scalar ones.
 //
 // The vector functions of the maths library raise exceptions of their own far out and at infinities and NaN, so a lane
 // there is computed by the scalar function: it raises what that raises, no more and no less.

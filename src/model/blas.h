@@ -53,7 +53,7 @@ enum class Into { overwrite, add };
 
 // While one of these lives with `on` set, the calling thread forms its products by plain loops. BLAS kernels compute with
 // whole registers: in the lanes beyond a matrix's edge an infinite factor meets a zero, which raises an exception that
-// the product itself does not. So a call whose arrays are not all finite does without them.
+// the product itself does not. So a call with traps whose arrays hold an infinity does without them.
 class PlainProducts {
 public:
     explicit PlainProducts(bool on);

@@ -19,10 +19,6 @@ namespace VEMKN {
 
 namespace {
 
-// OpenBLAS as packaged has 128 buffers. Its own pool holds up to 63 of them (one for each worker of at most 64
-// threads), every thread inside a product takes one more, and from the 129th on it ends the process sooner or later.
-constexpr int MAX_THREADS_INSIDE = 64;
-
 // More threads than processors only cost time: those that wait spin where others have work to do. The floor is for the
 // machine with one, where a team is a team all the same.
 constexpr int MIN_TEAM_LIMIT = 2;

@@ -5,6 +5,10 @@ namespace VEMKN {
 // What the calls that run at this moment, in whatever host threads, share: the BLAS thread count that the host had,
 // and how many threads stand inside OpenBLAS. All of it survives an exception, and starts afresh in a fork's child.
 
+// OpenBLAS as packaged has 128 buffers. Its own pool holds up to 63 of them (one for each worker of at most 64
+// threads), every thread inside a product takes one more, and from the 129th on it ends the process sooner or later.
+inline constexpr int MAX_THREADS_INSIDE = 64;
+
 // One call in flight. The first call in saves the BLAS thread count; every call sets it to one.
 class CallInFlight {
 public:

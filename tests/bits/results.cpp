@@ -50,8 +50,8 @@ Case drawn(Kind kind, unsigned number)
     const auto some = [&](unsigned from, unsigned to) {
         return from + random.below(to - from + 1);
     };
-    c.words =
-        std::string(ACTIVATIONS[number % std::size(ACTIVATIONS)]) + " " + NORMS[number / 7 % 2];
+    c.words = std::string(ACTIVATIONS[number % std::size(ACTIVATIONS)]) + " " +
+              NORMS[number / 7 % std::size(NORMS)];
     c.numout = some(1, 4);
     constexpr unsigned ROWS[] = {1, 7, 33, 64, 100, 203};
     c.rows = ROWS[number % std::size(ROWS)];

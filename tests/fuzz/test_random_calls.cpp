@@ -52,8 +52,9 @@ private:
     {
         const char* const activations[] = {
             "softplus", "softmax", "softplus_shifted", "atan", "relu", "id", "?"};
-        network.activation = activations[random.below(7)];
-        network.norm = random.below(2) == 0 ? "sum" : "sum_log_dnorm_fat";
+        const char* const norms[] = {"sum", "sum_log_dnorm_fat"};
+        network.activation = activations[random.below(std::size(activations))];
+        network.norm = norms[random.below(std::size(norms))];
         network.numout = 1 + random.below(3);
         network.nmult = random.below(3) == 0 ? 2 + random.below(2) : 1;
         const unsigned layers = 2 + random.below(random.below(4) == 0 ? 3 : 1);

@@ -310,8 +310,8 @@ inline Problem random_problem(unsigned i)
 {
     Random random(1000 + i);
     Problem p;
-    p.shape.activation = ACTIVATIONS[i % 7];
-    p.shape.norm = NORMS[i / 7 % 2];
+    p.shape.activation = ACTIVATIONS[i % std::size(ACTIVATIONS)];
+    p.shape.norm = NORMS[i / 7 % std::size(NORMS)];
     p.shape.nmult = 1 + i / 14 % 3;
     p.shape.numout = 1 + random.below(3);
     p.shape.sizes.resize(2 + random.below(3));
