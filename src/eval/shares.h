@@ -74,7 +74,7 @@ private:
 // start of each.
 template <class MakeLocal, class Begin, class Work, class Merge>
 void for_each_share(const Shares& shares,
-                    unsigned threads,
+                    const TeamPermit& team,
                     const MakeLocal& make_local,
                     const Begin& begin,
                     const Work& work,
@@ -84,8 +84,7 @@ void for_each_share(const Shares& shares,
         begin(local);
         for (std::size_t i = shares.begin(share); i < shares.end(share); ++i) work(local, i);
     };
-    const TeamPermit team(shares.count(), threads);
-    if (team.size() == 1) {
+    if (team.size() == 1 || shares.count() == 1) {
         auto local = make_local();
         for (unsigned share = 0; share < shares.count(); ++share) {
             run(local, share);
@@ -114,6 +113,18 @@ void for_each_share(const Shares& shares,
         }
     }
     failure.rethrow();
+}
+
+// The same with a team of at most `threads`.
+template <class MakeLocal, class Begin, class Work, class Merge>
+void for_each_share(const Shares& shares,
+                    unsigned threads,
+                    const MakeLocal& make_local,
+                    const Begin& begin,
+                    const Work& work,
+                    const Merge& merge)
+{
+    for_each_share(shares, TeamPermit(shares.count(), threads), make_local, begin, work, merge);
 }
 
 }  // namespace VEMKN

@@ -11,7 +11,8 @@
 //     xbar = vjp(x, ybar)      xbar'_k = tangent of xbar along x'_k and ybar'_k
 //
 // Branches go by the value alone, so a derivative at a kink is the one of the branch that the value selects. Terms that
-// tangents share are evaluated once an element, not once a tangent. Of a piecewise linear F, slope 0 or 1, the derivatives are
+// tangents share are evaluated once an element, not once a tangent, and not at all without tangents: they may overflow where
+// values do not. Of a piecewise linear F, slope 0 or 1, the derivatives are
 // selected by vjp instead, so that nothing is multiplied by zero.
 
 namespace yafad {
@@ -26,7 +27,9 @@ void apply_strip(const Bundle& x, const StripOfEach& s, const double* saved, dou
     const auto& kernels = VEMKN::element_kernels<F>();
     const double* const value = x.value.data() + s.at;
     const double* const dx = x.derivatives.data() + s.each_at;
-    if constexpr (F::IS_SMOOTH) {
+    if (s.shape.n == 0) {
+        kernels.value(value, saved, y, s.n);
+    } else if constexpr (F::IS_SMOOTH) {
         // Tangents need x, which y may be.
         Strip term, room;
         double* const to = y == value ? room.data : y;
@@ -108,7 +111,7 @@ void sum_of(const Bundle& x, FO::Dynamic::Active<1>& s)
         const double* const value = x.value.data() + strip.at;
         const double* const saved = VEMKN::saved_of<F>(value, room.data, strip.n);
         const auto& kernels = VEMKN::element_kernels<F>();
-        if constexpr (F::IS_SMOOTH) {
+        if (F::IS_SMOOTH && strip.shape.n != 0) {
             kernels.value_term(value, saved, terms.data, term.data, strip.n);
         } else {
             kernels.value(value, saved, terms.data, strip.n);
@@ -131,7 +134,9 @@ void adj_apply_strip(const Bundle& x,
     const double* const value = x.value.data() + s.at;
     double* const to = xbar.value.data() + s.at;
     double* const dto = xbar.derivatives.data() + s.each_at;
-    if constexpr (F::IS_SMOOTH) {
+    if (s.shape.n == 0) {
+        kernels.vjp(value, saved, ybar, to, s.n);
+    } else if constexpr (F::IS_SMOOTH) {
         Strip term, ybar_term;
         const double* const dx = x.derivatives.data() + s.each_at;
         kernels.vjp_terms(value, saved, ybar, to, term.data, ybar_term.data, s.n);

@@ -125,6 +125,7 @@ void adj_computev_vec(const Model& net,
     const std::size_t round = chunks_of_a_round(chunks.count(), threads);
     const TransposedWeights<Model> transposes(net);
     std::vector<ForwardCache<Matrix>> caches(std::min(round, chunks.count()));
+    std::vector<typename Model::Vector> norms(caches.size());  // evaluated, and of no further use
     const Shares of_groups(groups.count(), threads);
     std::vector<Local> locals(of_groups.count());
 
@@ -133,6 +134,7 @@ void adj_computev_vec(const Model& net,
         const std::size_t c = done + j;
         const Matrix& chunk_R = residuals(net, chunks.cut(X, c), chunks.cut(Y, c), caches[j]);
         put_rows(R, chunks.first_row(c), chunk_R);
+        element_norm(net, chunk_R, norms[j]);
     };
     const auto sweep_chunk = [&](Local& local, std::size_t g, std::size_t done, std::size_t j) {
         const std::size_t c = done + j;
@@ -144,20 +146,23 @@ void adj_computev_vec(const Model& net,
         const Into into = c == 0 ? Into::overwrite : Into::add;
         backward(net, transposes, caches[j], local.outAdj, local.sweep, grads[g], into);
     };
+    const Shares of_chunks(std::min(round, chunks.count()), threads);
+    // One team for all: OpenMP would end and start threads between teams of other sizes.
+    const TeamPermit team(std::max(of_chunks.count(), of_groups.count()), threads);
     const auto nothing = [](const auto&...) {};  // chunks and sweeps write to places of their own
     const auto no_local = [] { return nullptr; };
     for (std::size_t done = 0; done < chunks.count(); done += round) {
         const std::size_t count = std::min(round, chunks.count() - done);
         for_each_share(
             Shares(count, threads),
-            threads,
+            team,
             no_local,
             nothing,
             [&](auto, std::size_t j) { run_chunk(done, j); },
             nothing);
         for_each_share(
             Shares(of_groups.count(), threads),
-            threads,
+            team,
             no_local,
             nothing,
             [&](auto, std::size_t share) {
@@ -169,12 +174,6 @@ void adj_computev_vec(const Model& net,
                 }
             },
             nothing);
-    }
-    // The element norms are part of the call. Adjoints evaluate all that can raise an exception in them; without a
-    // cotangent there are none.
-    if (groups.count() == 0) {
-        typename Model::Vector norms;
-        element_norm(net, R, norms);
     }
 }
 

@@ -193,7 +193,7 @@ struct Softplus : Smooth {
     {
         const V s = slope<L>(x, e);
         const V curvature = L::select(below<L>(x), s / (L::set(1.0) + e), L::set(0.0));
-        return {s * ybar, s, curvature * ybar};
+        return {s * ybar, s, curvature * L::select(below<L>(x), ybar, L::set(0.0))};
     }
 
     // From the cut-off on y = x, so x' does not enter, whatever it is.

@@ -38,10 +38,11 @@ struct Process {
     std::thread::id ending;  // the thread that ends the process, if any
     Clock::time_point held_until;
 
+    // What is behind the gate is not: others would wait for it there.
     bool is_held_back() const
     {
-        return ending != std::thread::id() && ending != std::this_thread::get_id() &&
-               Clock::now() < held_until;
+        return !this_thread().at_the_gate && ending != std::thread::id() &&
+               ending != std::this_thread::get_id() && Clock::now() < held_until;
     }
 
     // The forking thread is in no call (an error handler must not fork), but it may have left one by a jump. Calls that other
@@ -71,6 +72,12 @@ void count_out(Process& p, bool restore_blas)
     p.room.notify_all();
 }
 
+void wait_while_held_back(Process& p, std::unique_lock<std::mutex>& lock)
+{
+    const NoCancellation whole;
+    while (p.is_held_back()) p.room.wait_until(lock, p.held_until);
+}
+
 // Runs before OpenBLAS, which this library needs, takes itself down.
 [[gnu::destructor]] void end_of_library()
 {
@@ -87,9 +94,9 @@ CallInFlight::CallInFlight()
     Process& p = *process;
     std::unique_lock lock(p.mutex);
     const auto may_enter = [&] { return p.threads_inside < MAX_THREADS_INSIDE; };
-    if (!may_enter() || p.is_held_back()) {
+    if (p.is_held_back()) wait_while_held_back(p, lock);
+    if (!may_enter()) {
         const NoCancellation whole;
-        while (p.is_held_back()) p.room.wait_until(lock, p.held_until);
         p.room.wait(lock, may_enter);
     }
     if (p.calls == 0 && p.host_blas_threads == 0) p.host_blas_threads = openblas_get_num_threads();
@@ -122,8 +129,16 @@ void count_out_abandoned_call()
     count_out(p, true);
 }
 
+void wait_while_held_back()
+{
+    Process& p = *process;
+    std::unique_lock lock(p.mutex);
+    if (p.is_held_back()) wait_while_held_back(p, lock);
+}
+
 void hold_other_threads_back()
 {
+    const NoCancellation whole;
     Process& p = *process;
     std::unique_lock lock(p.mutex);
     p.ending = std::this_thread::get_id();
@@ -147,18 +162,19 @@ TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
         p.threads_inside += workers_;
         this_thread().threads_inside += workers_;
     }
-    if (workers_ > this_thread().workers && !can_start_thread()) give_back();
+    const int more = workers_ - this_thread().workers;
+    if (more > 0) give_back(more - threads_to_be_had(more));
     this_thread().workers = workers_;
 }
 
-void TeamPermit::give_back()
+void TeamPermit::give_back(int workers)
 {
-    if (workers_ == 0) return;
+    if (workers == 0) return;
     Process& p = *process;
     const std::lock_guard lock(p.mutex);
-    p.threads_inside -= workers_;
-    this_thread().threads_inside -= workers_;
-    workers_ = 0;
+    p.threads_inside -= workers;
+    this_thread().threads_inside -= workers;
+    workers_ -= workers;
     p.room.notify_all();
 }
 

@@ -34,15 +34,18 @@ void count_out_abandoned_call();
 // may go on calling, and a call that it is in does not count.
 void hold_other_threads_back();
 
+// Waits while the calling thread is held back. Whoever is to wait for others' calls does so before.
+void wait_while_held_back();
+
 // Leave for a team of threads to work on `shares` shares: at most `threads`, never more than there are shares,
 // never so many that OpenBLAS would run out of buffers, and one in a fork's child (where libgomp cannot start a team)
-// and with the serial variant of OpenBLAS (which is not fit for several threads). One, too, where the system has no thread
-// to give: libgomp would end the process.
+// and with the serial variant of OpenBLAS (which is not fit for several threads). No more, too, than the system
+// has threads to give: libgomp would end the process.
 class TeamPermit {
 public:
     TeamPermit(unsigned shares, unsigned threads);
 
-    ~TeamPermit() { give_back(); }
+    ~TeamPermit() { give_back(workers_); }
 
     TeamPermit(const TeamPermit&) = delete;
     TeamPermit& operator=(const TeamPermit&) = delete;
@@ -50,7 +53,7 @@ public:
     int size() const { return 1 + workers_; }
 
 private:
-    void give_back();
+    void give_back(int workers);
 
     int workers_;  // besides the calling thread
 };

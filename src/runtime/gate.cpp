@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 
+#include "runtime/calls.h"
 #include "runtime/fork_safe.h"
 #include "runtime/no_cancellation.h"
 #include "runtime/thread_record.h"
@@ -35,6 +36,7 @@ void pass_gate(std::uint64_t state, void (*set_state)(std::uint64_t))
 {
     watch_end_of_thread();
     give_back_abandoned();
+    wait_while_held_back();
     Gate& g = *gate;
     const NoCancellation whole;
     std::unique_lock lock(g.mutex);

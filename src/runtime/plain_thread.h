@@ -2,8 +2,8 @@
 
 namespace VEMKN {
 
-// Whether the system lets the process start one more thread, with a stack as large as those of OpenMP's threads: starts one
-// that does nothing.
-bool can_start_thread();
+// How many of so many threads the system lets the process start now, with stacks as large as those of OpenMP's threads: starts
+// them, and lets them end at once.
+int threads_to_be_had(int wanted);
 
 }  // namespace VEMKN

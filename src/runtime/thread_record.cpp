@@ -1,13 +1,29 @@
 #include "runtime/thread_record.h"
 
+#include <pthread.h>
+
 #include "runtime/calls.h"
 #include "runtime/gate.h"
 
 namespace VEMKN {
 
+namespace {
+
+// Runs a function at the end of a thread that was given any value. Unlike the destructor of a thread-local object it takes no
+// memory, whose lack would end the process.
+pthread_key_t made_key()
+{
+    pthread_key_t key = 0;
+    pthread_key_create(&key, [](void*) { give_back_abandoned(); });
+    return key;
+}
+
+const pthread_key_t end_of_thread = made_key();
+
+}  // namespace
+
 ThreadRecord& this_thread()
 {
-    // Without a destructor: exit handlers may call when those of the thread have run.
     [[gnu::tls_model("initial-exec")]] static thread_local ThreadRecord record;
     return record;
 }
@@ -20,12 +36,9 @@ void give_back_abandoned()
 
 void watch_end_of_thread()
 {
-    struct AtEnd {
-        ~AtEnd() { give_back_abandoned(); }
-    };
-
-    [[gnu::tls_model("initial-exec")]] static thread_local AtEnd at_end;
-    static_cast<void>(at_end);
+    ThreadRecord& record = this_thread();
+    if (record.is_watched) return;
+    record.is_watched = pthread_setspecific(end_of_thread, &record) == 0;
 }
 
 }  // namespace VEMKN

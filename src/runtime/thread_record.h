@@ -9,6 +9,7 @@ struct ThreadRecord {
         0;  // counted in for the call: the thread itself and the workers of its team
     bool at_the_gate = false;
     int workers = 0;  // in its last team: OpenMP keeps them for the next
+    bool is_watched = false;
 };
 
 ThreadRecord& this_thread();

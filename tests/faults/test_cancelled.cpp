@@ -68,3 +68,40 @@ TEST(CancelFault, CancelledWhileItWaitsForItsTurn_OthersGoOn)
     const child::Outcome outcome = child::play("cancels_a_thread_that_waits");
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
 }
+
+void* calls_with_a_team(void* net)
+{
+    const Request q = random_request(usual_network(), 40, 5, 2, 1);
+    any_entry_named("vemk_g").run(static_cast<VEMKNInfo*>(net), q);
+    return net;
+}
+
+// No call is torn down by what it does to get a team.
+SCENE(cancels_threads_that_call)
+{
+    alarm(60);
+    const Network net(usual_network().text());
+    vemk_setpar(net, 2, 4);
+    int returned = 0;
+    for (int i = 0; i < 50; ++i) {
+        pthread_t thread;
+        pthread_create(
+            &thread,
+            nullptr,
+            [](void* handle) -> void* {
+                pthread_cancel(pthread_self());  // takes effect at the first point that allows it
+                return calls_with_a_team(handle);
+            },
+            static_cast<VEMKNInfo*>(net));
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        returned += result == static_cast<VEMKNInfo*>(net) ? 1 : 0;
+    }
+    std::_Exit(returned == 50 ? 0 : 1);
+}
+
+TEST(CancelFault, CancelledWhileItCalls_TheCallComesToItsEnd)
+{
+    const child::Outcome outcome = child::play("cancels_threads_that_call");
+    EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+}

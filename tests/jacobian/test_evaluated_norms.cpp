@@ -83,4 +83,22 @@ TEST(JvTrace, OverflowsWithTheDerivativesOfItsMean)
     EXPECT_EXIT(traced(), testing::KilledBySignal(SIGFPE), "");
 }
 
+// Without tangents nothing is formed for them that could overflow where values do not.
+TEST(WithoutTangents, ProductsTrapNoMoreThanValues)
+{
+    Problem p;
+    p.shape = {.numin = 1, .numout = 1, .sizes = {1, 1}, .activation = "atan", .norm = "sum"};
+    p.nrows = 1;
+    p.xcols = 1;
+    p.w = {0.0, 1.0, 0.0, 1.0};
+    p.x = {1e160};
+    p.y = {0.0};
+    EXPECT_TRUE(call_Jv(Network(p.shape.text()), p, {}, 0).jac.empty());
+    p.shape.activation = "softplus";
+    p.w = {401.0, 0.0, 0.0, INFINITY};
+    p.x = {1.0};
+    const Numbers gradient = call_g(Network(p.shape.text()), p).gradient;
+    EXPECT_EQ(gradient, call_Hv(Network(p.shape.text()), p, {}, 0).gradient);
+}
+
 }  // namespace
