@@ -26,6 +26,7 @@ target_compile_definitions(test_faults PRIVATE VEMKN_OPENBLAS_FOLDERS="${openbla
 vemkn_test(faults/test_fork ALLOCATIONS LABELS faults process)
 vemkn_test(faults/test_load UNLINKED SCENES LABELS faults process)
 vemkn_test(faults/test_leaks LABELS faults)
+vemkn_test(faults/test_guarded LABELS faults)
 # nosan: a sanitizer sees two definitions of everything.
 vemkn_test(faults/test_copies SCENES LABELS faults process nosan)
 # nosan: sanitizers have a pthread_create of their own.

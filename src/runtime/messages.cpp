@@ -17,7 +17,7 @@ namespace {
 bool is_made(const std::ostream& stream)
 {
     void* functions = nullptr;
-    std::memcpy(&functions, &stream, sizeof functions);
+    std::memcpy(&functions, static_cast<const void*>(&stream), sizeof functions);
     return functions != nullptr;
 }
 
