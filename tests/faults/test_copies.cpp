@@ -100,8 +100,11 @@ struct Copy {
 SCENE(calls_two_copies_at_once)
 {
     alarm(60);
-    const CopiedFile file;
-    void* const handle = opened(arguments.at(0), file.path());
+    // Loaded, it needs no name any more.
+    void* const handle = [&] {
+        const CopiedFile file;
+        return opened(arguments.at(0), file.path());
+    }();
     if (handle == nullptr) {
         std::cout << "not loaded: " << dlerror() << std::endl;
         std::_Exit(2);
