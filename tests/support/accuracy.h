@@ -107,9 +107,9 @@ const std::vector<Group<Real>>& groups()
         {"log", element_kernels<Softplus>, 1e-16, 1e130, true, log_of_sum<Real>, {
             {VALUE, "value: log(1 + e) of e", 0, 1.8}}, true},
         {"atan", element_kernels<Atan>, -5, 5, false, atan_<Real>, {
-            {VALUE, "value", 0, 1.9}, {SLOPE, "slope", 0, 2.2}, {VJP, "vjp", 0, 2.2}, {CURVATURE, "curvature", 0, 6}}},
+            {VALUE, "value", 0, 1.9}, {SLOPE, "slope", 0, 2.2}, {VJP, "vjp", 0, 2.2}, {CURVATURE, "curvature", 0, 5.5}}},
         {"atan", element_kernels<Atan>, -1e100, 1e100, true, atan_<Real>, {
-            {VALUE, "value", 0, 2.6}, {SLOPE, "slope", 0, 2.6}, {VJP, "vjp", 0, 2.5}, {CURVATURE, "curvature", 0, 6.4}}},
+            {VALUE, "value", 0, 2.6}, {SLOPE, "slope", 0, 2.6}, {VJP, "vjp", 0, 2.5}, {CURVATURE, "curvature", 0, 5.3}}},
         {"log_dnorm", element_kernels<LogDnorm>, -1, 1, false, log_dnorm<Real>, {
             {SAVED, "saved: density", 0, 11.5}, {VALUE, "value", 4.5, 2.3}, {SLOPE, "slope", 0, 1.1},
             {VJP, "vjp", 0, 3.7}, {CURVATURE, "curvature", 0, 1.7}}},
