@@ -15,9 +15,7 @@ using namespace VEMKN;
     // A negative length becomes a size that no string can have, and throws.
     const DescriptionText description(std::string(text, static_cast<std::size_t>(length)));
     auto net = std::make_unique<VEMKN::VEMKNInfo>();
-    {
-        const yafad::TangentLock creation{yafad::TangentLock::Creation()};
-    }
+    yafad::reset_tangent_count();
     net->model = mknn<DoubleModel>(description);
     net->derivative_model = mknn<CarrierModel>(description, std::uint64_t{1});
     vemk_setpar(net.get(), static_cast<unsigned>(omp_get_num_threads()), 32);

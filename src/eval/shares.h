@@ -84,7 +84,7 @@ void for_each_share(const Shares& shares,
         begin(local);
         for (std::size_t i = shares.begin(share); i < shares.end(share); ++i) work(local, i);
     };
-    if (team.size() == 1 || shares.count() == 1) {
+    if (team.size() == 1 || shares.count() <= 1) {
         auto local = make_local();
         for (unsigned share = 0; share < shares.count(); ++share) {
             run(local, share);

@@ -22,13 +22,14 @@ TangentLock::TangentLock(std::uint64_t tangents)
     VEMKN::pass_gate(tangents, [](std::uint64_t n) { set_tangent_counts(n, n); });
 }
 
-TangentLock::TangentLock(Creation)
-{
-    VEMKN::pass_gate(VEMKN::EXCLUSIVE, [](std::uint64_t) { g_ndd = tangent_count = 1; });
-}
-
 TangentLock::~TangentLock()
 {
+    VEMKN::leave_gate();
+}
+
+void reset_tangent_count()
+{
+    VEMKN::pass_gate(VEMKN::EXCLUSIVE, [](std::uint64_t) { g_ndd = tangent_count = 1; });
     VEMKN::leave_gate();
 }
 

@@ -20,17 +20,16 @@ void set_tangent_counts(std::uint64_t for_matrices, std::uint64_t for_scalars);
 // with nobody holding it.
 class TangentLock {
 public:
-    // A derivative call with that many tangents: sets both counts.
+    // Sets both counts.
     explicit TangentLock(std::uint64_t tangents);
-
-    // The making of a handle: sets the count of matrices to 1 and leaves that of scalars. Shared with nobody.
-    struct Creation {};
-
-    explicit TangentLock(Creation);
 
     ~TangentLock();
     TangentLock(const TangentLock&) = delete;
     TangentLock& operator=(const TangentLock&) = delete;
 };
+
+// The count of matrices goes back to 1, and that of scalars stays, as the making of a handle has it: when no call with tangents
+// runs.
+void reset_tangent_count();
 
 }  // namespace yafad

@@ -37,10 +37,11 @@ int vemk_Jv(::VEMKNInfo* net,
             WorkMatrix values(nrows, ycols);
             AlignedArray derivatives;
             derivatives.set_size(batch.elements() * nv);
-            element_norms(model, X, Y, [&](const yafad::Bundle& part, std::size_t first) {
-                put_rows(values, first, part.value);
-                seeding.put_derivatives(derivatives.begin(), part, first * ycols, batch.elements());
-                if (traced) put_rows(normed, first, part);
+            element_norms(model, X, Y, [&](const yafad::Bundle& part, std::size_t first_row) {
+                put_rows(values, first_row, part.value);
+                const std::size_t first = first_row * ycols;
+                seeding.put_derivatives(derivatives.begin(), part, first, batch.elements());
+                if (traced) put_rows(normed, first_row, part);
             });
             trace.finish();
             // Deliberate: the summing norm acts on values that are element-normed already.

@@ -65,9 +65,9 @@ inline std::size_t chunks_of_a_round(std::size_t chunks, unsigned threads)
     return shares * std::clamp(chunks / (LEAST_ROUNDS * shares), std::size_t{1}, MOST_OF_A_SHARE);
 }
 
-// Zeros for n gradients side by side.
+// n gradients side by side, without contents.
 template <class Model>
-typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
+typename Model::Gradient gradients_side_by_side(const Model& net, std::size_t n)
 {
     typename Model::Gradient grads;
     grads.weights.resize(net.weights.size());
@@ -76,7 +76,6 @@ typename Model::Gradient zero_gradients(const Model& net, std::size_t n)
         grads.weights[i].set_shape(net.weights[i].rows(), net.weights[i].cols(), n);
         grads.biases[i].set_shape(1, net.biases[i].size(), n);
     }
-    setweights0(grads);
     return grads;
 }
 
@@ -112,7 +111,8 @@ void adj_computev_vec(const Model& net,
 
     grads = std::valarray<typename Model::Gradient>(groups.count());
     for (std::size_t g = 0; g < groups.count(); ++g) {
-        grads[g] = zero_gradients(net, groups.size(g));
+        grads[g] = gradients_side_by_side(net, groups.size(g));
+        if (X.rows == 0) setweights0(grads[g]);  // no sweep fills them
     }
 
     struct Local {
@@ -120,7 +120,7 @@ void adj_computev_vec(const Model& net,
         SweepWorkspace<Model> sweep;
     };
 
-    const ChunksFromTheEnd chunks(X.rows);
+    const Slices chunks(X.rows, ROWS_OF_A_CHUNK, Remainder::first);
     const unsigned threads = sweeping_threads(net, X.rows, U.size());
     const std::size_t round = chunks_of_a_round(chunks.count(), threads);
     const TransposedWeights<Model> transposes(net);
@@ -130,20 +130,23 @@ void adj_computev_vec(const Model& net,
     std::vector<Local> locals(of_groups.count());
 
     // The j-th chunk of a round, of which `done` were swept before. It has cache j.
+    const auto chunk = [&](std::size_t done, std::size_t j) {
+        return chunks.count() - 1 - (done + j);
+    };
     const auto run_chunk = [&](std::size_t done, std::size_t j) {
-        const std::size_t c = done + j;
+        const std::size_t c = chunk(done, j);
         const Matrix& chunk_R = residuals(net, chunks.cut(X, c), chunks.cut(Y, c), caches[j]);
         put_rows(R, chunks.first_row(c), chunk_R);
         element_norm(net, chunk_R, norms[j]);
     };
     const auto sweep_chunk = [&](Local& local, std::size_t g, std::size_t done, std::size_t j) {
-        const std::size_t c = done + j;
+        const std::size_t c = chunk(done, j);
         local.outAdj.set_shape(chunks.rows_of(c), Y.cols, groups.size(g));
         for (std::size_t i = 0; i < groups.size(g); ++i) {
             put_matrix(local.outAdj, i, chunks.cut(U[groups.begin(g) + i], c));
         }
         net.element_norm.adjoint(caches[j].O, local.outAdj, local.outAdj);
-        const Into into = c == 0 ? Into::overwrite : Into::add;
+        const Into into = done + j == 0 ? Into::overwrite : Into::add;
         backward(net, transposes, caches[j], local.outAdj, local.sweep, grads[g], into);
     };
     const Shares of_chunks(std::min(round, chunks.count()), threads);

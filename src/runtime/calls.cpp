@@ -60,9 +60,13 @@ struct Process {
 
 const ForkSafe<Process> process;
 
-// Counts the call of this thread out, with all its workers; the last one out puts the BLAS thread count back, or leaves it.
-void count_out(Process& p, bool restore_blas)
+// Counts the call of this thread out, if it is in one, with all its workers; the last one out puts the BLAS thread count
+// back, or leaves it.
+void count_out(bool restore_blas)
 {
+    if (this_thread().threads_inside == 0) return;
+    Process& p = *process;
+    const std::lock_guard lock(p.mutex);
     p.threads_inside -= this_thread().threads_inside;
     this_thread().threads_inside = 0;
     if (--p.calls == 0) {
@@ -108,25 +112,17 @@ CallInFlight::CallInFlight()
 
 CallInFlight::~CallInFlight()
 {
-    if (!counted_) return;
-    Process& p = *process;
-    const std::lock_guard lock(p.mutex);
-    count_out(p, false);
+    count_out(false);
 }
 
 void CallInFlight::finish()
 {
-    Process& p = *process;
-    const std::lock_guard lock(p.mutex);
-    counted_ = false;
-    count_out(p, true);
+    count_out(true);
 }
 
 void count_out_abandoned_call()
 {
-    Process& p = *process;
-    const std::lock_guard lock(p.mutex);
-    count_out(p, true);
+    count_out(true);
 }
 
 void wait_while_held_back()

@@ -21,9 +21,6 @@ public:
     // The regular end of a call: counts it out, and the last one out puts the BLAS thread count back. A call that an
     // exception leaves does not come here, so that BLAS then stays at one thread.
     void finish();
-
-private:
-    bool counted_ = true;
 };
 
 // The end of the call that the thread has left by a jump, and whose destructors did not run.

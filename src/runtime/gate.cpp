@@ -56,6 +56,7 @@ void pass_gate(std::uint64_t state, void (*set_state)(std::uint64_t))
 
 void leave_gate()
 {
+    if (!this_thread().at_the_gate) return;
     Gate& g = *gate;
     const std::lock_guard lock(g.mutex);
     this_thread().at_the_gate = false;

@@ -13,7 +13,7 @@ inline constexpr std::uint64_t EXCLUSIVE = ~std::uint64_t{0};
 
 void pass_gate(std::uint64_t state, void (*set_state)(std::uint64_t));
 
-// The calling thread, which has passed, is done.
+// The calling thread is done, if it has passed.
 void leave_gate();
 
 }  // namespace VEMKN

@@ -2,13 +2,11 @@
 
 #include <dlfcn.h>
 
-#include <cfenv>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 
 #include "runtime/calls.h"
-#include "runtime/traps.h"
 
 namespace VEMKN {
 
@@ -55,8 +53,6 @@ void stop(const std::string& text)
 {
     write_error(message("stop: ", text, "\n"));
     hold_other_threads_back();
-    // The host's exit handlers are the host's arithmetic: no traps of ours in it.
-    fedisableexcept(TRAPS);
     std::exit(3);
 }
 

@@ -30,8 +30,8 @@ ThreadRecord& this_thread()
 
 void give_back_abandoned()
 {
-    if (this_thread().threads_inside > 0) count_out_abandoned_call();
-    if (this_thread().at_the_gate) leave_gate();
+    count_out_abandoned_call();
+    leave_gate();
 }
 
 void watch_end_of_thread()
