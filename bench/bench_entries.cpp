@@ -66,8 +66,8 @@ void run(benchmark::State& state,
 {
     const Problem& p = problem(shape, activation);
     vemk_setpar(p.net, threads, BATCH);
-    const std::vector<double> in = bench::numbers_in(p, entry.directions);
-    std::vector<double> out = bench::numbers_out(p, entry.directions);
+    const std::vector<double> in = bench::numbers_in(p, entry.tangents);
+    std::vector<double> out = bench::numbers_out(p, entry.tangents);
     const Products bare = products(shape);
     const double yardstick =
         entry.forward_passes * bare.forward + entry.backward_passes * bare.backward;
@@ -75,7 +75,7 @@ void run(benchmark::State& state,
     double seconds = 0.0;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        entry.call(p, entry.directions, in, out);
+        entry.call(p, entry.tangents, in, out);
         const double elapsed =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         state.SetIterationTime(elapsed);
@@ -86,18 +86,18 @@ void run(benchmark::State& state,
     const double mean = seconds / static_cast<double>(state.iterations());
     state.counters["x_products"] = mean / yardstick;
     state.counters["x_limit"] = mean / bench::limit_seconds(entry, shape, activation, threads);
-    if (entry.directions == 0) return;
+    if (entry.tangents == 0) return;
     state.counters["x_g"] = mean / unit_seconds(p, "g", threads);
     if (entry.call == bench::Jv) {
         state.counters["x_forward"] =
-            mean / ((entry.directions + 1) * unit_seconds(p, "objv", threads));
+            mean / ((entry.tangents + 1) * unit_seconds(p, "objv", threads));
     }
 }
 
-// Memory for N directions of the widest network; 64 of them on 200,000 rows would show no more than 8.
+// Memory for N tangents of the widest network; 64 of them on 200,000 rows would show no more than 8.
 bool too_large(const Entry& entry, const Shape& shape)
 {
-    return entry.directions > 8 && shape.rows > 10000;
+    return entry.tangents > 8 && shape.rows > 10000;
 }
 
 }  // namespace

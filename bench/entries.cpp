@@ -10,7 +10,7 @@ namespace {
 
 void run(const EntryPoint& entry,
          const Problem& p,
-         unsigned directions,
+         unsigned tangents,
          const std::vector<double>& in,
          std::vector<double>& out)
 {
@@ -22,7 +22,7 @@ void run(const EntryPoint& entry,
                       .xcols = p.nin,
                       .ycols = p.nout,
                       .v = in.data(),
-                      .nv = directions};
+                      .nv = tangents};
     run_into(entry, p.net, call, out.data());
 }
 
@@ -88,16 +88,15 @@ const std::vector<Entry>& entries()
     return all;
 }
 
-std::vector<double> numbers_in(const Problem& p, unsigned directions)
+std::vector<double> numbers_in(const Problem& p, unsigned tangents)
 {
-    const std::size_t n = std::max(directions, 1u);
+    const std::size_t n = std::max(tangents, 1u);
     return uniform(n * std::max<std::size_t>(p.nw, p.y.size()), 7);
 }
 
-std::vector<double> numbers_out(const Problem& p, unsigned directions)
+std::vector<double> numbers_out(const Problem& p, unsigned tangents)
 {
-    return std::vector<double>(1 +
-                               (std::max(directions, 1u) + std::size_t{1}) * (p.nw + p.y.size()));
+    return std::vector<double>(1 + (std::max(tangents, 1u) + std::size_t{1}) * (p.nw + p.y.size()));
 }
 
 }  // namespace bench

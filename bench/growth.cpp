@@ -1,7 +1,7 @@
-// How the cost of a call grows: times over rows, width, layers and directions, the memory of a call, and the overhead of
+// How the cost of a call grows: times over rows, width, layers and tangents, the memory of a call, and the overhead of
 // the smallest one. bench/growth runs it and makes tables and a plot of what it prints, tab-separated:
 //
-//     vemkn_growth rows|many_rows|width|layers|directions|overhead     section  entry  threads  x  seconds
+//     vemkn_growth rows|many_rows|width|layers|tangents|overhead     section  entry  threads  x  seconds
 //     vemkn_growth memory                                    memory   entry  network  peak bytes  bytes kept
 
 #include <malloc.h>
@@ -56,11 +56,11 @@ using bench::Shape;
 
 constexpr int BATCH = 32;
 
-// An entry point with a number of directions; all others as in bench::entries().
+// An entry point with a number of tangents; all others as in bench::entries().
 struct Curve {
     const char* name;
     bench::Call* call;
-    unsigned directions;
+    unsigned tangents;
 };
 
 const std::vector<Curve>& curves()
@@ -84,11 +84,11 @@ void warm_up(const std::function<void()>& work)
 
 void print_time(const char* section, const Curve& curve, const Problem& p, double x)
 {
-    const std::vector<double> in = bench::numbers_in(p, curve.directions);
-    std::vector<double> out = bench::numbers_out(p, curve.directions);
+    const std::vector<double> in = bench::numbers_in(p, curve.tangents);
+    std::vector<double> out = bench::numbers_out(p, curve.tangents);
     for (const unsigned threads : {1u, 2u}) {
         vemk_setpar(p.net, threads, BATCH);
-        const auto work = [&] { curve.call(p, curve.directions, in, out); };
+        const auto work = [&] { curve.call(p, curve.tangents, in, out); };
         if (threads > 1) warm_up(work);
         const double seconds = bench::median_seconds(work);
         std::printf("%s\t%s\t%u\t%.10g\t%.6g\n", section, curve.name, threads, x, seconds);
@@ -132,14 +132,14 @@ void over_layers()
     }
 }
 
-void over_directions()
+void over_tangents()
 {
     const Shape shape = {"8-16-16-1", {8, 16, 16, 1}, 1000};
     const Problem p(shape, "softplus", "sum_log_dnorm_fat");
     for (unsigned n = 1; n <= 256; n *= 2) {
-        print_time("directions", {"Hv", bench::Hv, n}, p, n);
-        print_time("directions", {"Jv", bench::Jv, n}, p, n);
-        print_time("directions", {"vJ_vec", bench::vJ_vec, n}, p, n);
+        print_time("tangents", {"Hv", bench::Hv, n}, p, n);
+        print_time("tangents", {"Jv", bench::Jv, n}, p, n);
+        print_time("tangents", {"vJ_vec", bench::vJ_vec, n}, p, n);
     }
 }
 
@@ -148,8 +148,8 @@ void overhead()
     const Shape shape = {"2-5-1", {2, 5, 1}, 1};
     const Problem p(shape, "softplus", "sum_log_dnorm_fat");
     for (const Entry& entry : bench::entries()) {
-        if (entry.directions > 8) continue;
-        print_time("overhead", {entry.name, entry.call, entry.directions}, p, 1);
+        if (entry.tangents > 8) continue;
+        print_time("overhead", {entry.name, entry.call, entry.tangents}, p, 1);
     }
 }
 
@@ -160,11 +160,11 @@ void memory()
             if (entry.call != bench::g && entry.call != bench::Hv) continue;
             const Problem p(shape, "softplus", "sum_log_dnorm_fat");
             vemk_setpar(p.net, 1, BATCH);
-            const std::vector<double> in = bench::numbers_in(p, entry.directions);
-            std::vector<double> out = bench::numbers_out(p, entry.directions);
+            const std::vector<double> in = bench::numbers_in(p, entry.tangents);
+            std::vector<double> out = bench::numbers_out(p, entry.tangents);
             in_use = peak = 0;
             counting = true;
-            entry.call(p, entry.directions, in, out);
+            entry.call(p, entry.tangents, in, out);
             counting = false;
             std::printf("memory\t%s\t%s, %u rows\t%td\t%td\n",
                         entry.name,
@@ -190,7 +190,7 @@ int main(int argc, char** argv)
                                     {"many_rows", over_many_rows},
                                     {"width", over_width},
                                     {"layers", over_layers},
-                                    {"directions", over_directions},
+                                    {"tangents", over_tangents},
                                     {"overhead", overhead},
                                     {"memory", memory}};
     for (const Section& section : SECTIONS) {
@@ -199,7 +199,7 @@ int main(int argc, char** argv)
             return 0;
         }
     }
-    std::fputs("usage: vemkn_growth rows|many_rows|width|layers|directions|overhead|memory\n",
+    std::fputs("usage: vemkn_growth rows|many_rows|width|layers|tangents|overhead|memory\n",
                stderr);
     return 2;
 }

@@ -133,7 +133,7 @@ struct Passes {
 
 Passes passes_of(const Entry& entry)
 {
-    const double n = entry.directions;
+    const double n = entry.tangents;
     if (entry.call == g || entry.call == vJ) return {1, 1, 0, false, false, 1};
     if (entry.call == vJ_vec) return {1, n, 0, false, false, n};
     if (entry.call == Jv) return {1, 0, n, true, false, 0};

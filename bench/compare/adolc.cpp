@@ -6,7 +6,7 @@
 
 // The network on a general tool for automatic differentiation: the norms of a block of rows are recorded once over the
 // weights, with inputs and targets as parameters that are exchanged from block to block; then its drivers run over the
-// tape. What one gets from such a tool without writing a derivative, all directions of Jv and all cotangents of vJ_vec in
+// tape. What one gets from such a tool without writing a derivative, all tangents of Jv and all cotangents of vJ_vec in
 // one of its sweeps.
 
 namespace compare {
@@ -67,20 +67,20 @@ public:
           elements_(block_ * q.problem.nout),
           m_(static_cast<int>(q.operation.kind == Operation::vJ_vec ? 2 * elements_ : elements_)),
           n_(static_cast<int>(q.problem.nw)),
-          N_(static_cast<int>(q.operation.directions)),
+          N_(static_cast<int>(q.operation.tangents)),
           w_(q.problem.w),
-          v_(q.directions),
+          v_(q.tangents),
           data_(block_ * (q.problem.nin + q.problem.nout)),
           mean_(elements_, 1.0 / static_cast<double>(q.problem.y.size())),
           norms_(static_cast<std::size_t>(m_)),
           along_(norms_.size()),
-          direction_(w_.size()),
+          tangent_(w_.size()),
           gradient_(w_.size()),
-          direction_rows_(w_.size(), q.operation.directions),
-          tangent_rows_(norms_.size(), q.operation.directions),
+          seed_rows_(w_.size(), q.operation.tangents),
+          tangent_rows_(norms_.size(), q.operation.tangents),
           second_(w_.size(), 2),
-          cotangents_(q.operation.directions, norms_.size()),
-          gradients_(q.operation.directions, w_.size())
+          cotangents_(q.operation.tangents, norms_.size()),
+          gradients_(q.operation.tangents, w_.size())
     {
         record();
     }
@@ -114,7 +114,7 @@ public:
                                 n_,
                                 N_,
                                 w_.data(),
-                                direction_rows_.of(v_.data()),
+                                seed_rows_.of(v_.data()),
                                 a[0].data() + first,
                                 tangent_rows_.of(a[1].data() + first * N_));
                     break;
@@ -204,8 +204,8 @@ private:
 
     void hessian_product(Answer& a, int k)
     {
-        for (int i = 0; i < n_; ++i) direction_[i] = v_[i * N_ + k];
-        fos_forward(tag_, m_, n_, 2, w_.data(), direction_.data(), norms_.data(), along_.data());
+        for (int i = 0; i < n_; ++i) tangent_[i] = v_[i * N_ + k];
+        fos_forward(tag_, m_, n_, 2, w_.data(), tangent_.data(), norms_.data(), along_.data());
         hos_reverse(tag_, m_, n_, 1, mean_.data(), second_.own());
         if (k == 0) add_norms(a[0][0]);
         for (int i = 0; i < n_; ++i) {
@@ -232,8 +232,8 @@ private:
     short tag_ = 0;
     unsigned block_, elements_;
     int m_, n_, N_;
-    std::vector<double> w_, v_, data_, mean_, norms_, along_, direction_, gradient_;
-    Rows direction_rows_, tangent_rows_, second_, cotangents_, gradients_;
+    std::vector<double> w_, v_, data_, mean_, norms_, along_, tangent_, gradient_;
+    Rows seed_rows_, tangent_rows_, second_, cotangents_, gradients_;
 };
 
 }  // namespace
@@ -243,7 +243,7 @@ std::unique_ptr<Contestant> make_adolc(const Question& question)
     // Some ten nanoseconds each, and more for each later sweep.
     constexpr double MOST_OPERATIONS = 1e8;
     const bench::Problem& p = question.problem;
-    const double sweeps = std::max(1u, question.operation.directions);
+    const double sweeps = std::max(1u, question.operation.tangents);
     if (sweeps * p.rows * p.nw > MOST_OPERATIONS) return nullptr;
     return std::make_unique<Adolc>(question);
 }

@@ -208,11 +208,9 @@ int main(int argc, char** argv)
             for (const NamedOperation& operation : operations()) {
                 if (!wanted(o.ops, operation.name)) continue;
                 const std::size_t width = std::max<std::size_t>(problem.nw, problem.y.size());
-                compare_on({problem,
-                            activation,
-                            operation,
-                            bench::uniform(operation.directions * width, 7)},
-                           o);
+                compare_on(
+                    {problem, activation, operation, bench::uniform(operation.tangents * width, 7)},
+                    o);
             }
         }
     }

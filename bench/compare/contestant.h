@@ -14,11 +14,11 @@ namespace compare {
 
 enum class Operation { obj, g, Hv, Jv, vJ_vec };
 
-// An operation as the tables name it, with its number of directions or cotangents.
+// An operation as the tables name it, with its number of tangents or cotangents.
 struct NamedOperation {
     const char* name;
     Operation kind;
-    unsigned directions;
+    unsigned tangents;
 };
 
 inline const std::vector<NamedOperation>& operations()
@@ -38,7 +38,7 @@ struct Question {
     const bench::Problem& problem;
     std::string activation;
     NamedOperation operation;
-    std::vector<double> directions;  // or cotangents, in the order of vemkn.h
+    std::vector<double> tangents;  // or cotangents, in the order of vemkn.h
 };
 
 // The arrays that the library's call for this operation writes, in the order and the layout of vemkn.h.
@@ -46,7 +46,7 @@ using Answer = std::vector<std::vector<double>>;
 
 inline Answer blank_answer(const Question& q)
 {
-    const std::size_t nw = q.problem.nw, elements = q.problem.y.size(), N = q.operation.directions;
+    const std::size_t nw = q.problem.nw, elements = q.problem.y.size(), N = q.operation.tangents;
     const auto zeros = [](std::size_t n) { return std::vector<double>(n); };
     switch (q.operation.kind) {
         case Operation::obj:

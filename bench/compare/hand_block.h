@@ -5,8 +5,8 @@
 #include <new>
 #include <vector>
 
-// A block of rows, feature by feature: n features are a matrix of m rows stored column by column. With G directions, the
-// columns are in the order (feature, direction).
+// A block of rows, feature by feature: n features are a matrix of m rows stored column by column. With G tangents, the
+// columns are in the order (feature, tangent).
 
 namespace compare {
 
@@ -98,7 +98,7 @@ inline void multiply(double* __restrict a, const double* __restrict s, std::size
     for (std::size_t i = 0; i < n; ++i) a[i] *= s[i];
 }
 
-// The same for G directions in a.
+// The same for G tangents in a.
 inline void multiply_each(double* a, const double* s, const Block& b, int width, int G)
 {
     for (int j = 0; j < width; ++j) {
@@ -115,7 +115,7 @@ inline void add_product(double* __restrict a,
     for (std::size_t i = 0; i < n; ++i) a[i] += s[i] * h[i];
 }
 
-// The same for G directions in a and h.
+// The same for G tangents in a and h.
 inline void add_products(
     double* a, const double* s, const double* h, const Block& b, int width, int G)
 {

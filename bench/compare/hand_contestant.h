@@ -34,7 +34,7 @@ public:
     std::string setup() const override
     {
         return "blocks of " + std::to_string(size_.rows) + " rows, " +
-               std::to_string(size_.directions) + " directions at a time";
+               std::to_string(size_.tangents) + " tangents at a time";
     }
 
 private:
@@ -43,7 +43,7 @@ private:
     // Not multiples of 64: columns a power of two apart share their lines of the cache.
     std::vector<BlockSize> candidates() const
     {
-        const unsigned N = q_.operation.directions;
+        const unsigned N = q_.operation.tangents;
         std::vector<BlockSize> all;
         for (const unsigned rows : {24u, 56u, 104u, 120u, 184u, 248u, 504u, 1000u, 2040u}) {
             if (rows > 104 && rows > q_.problem.rows) break;
@@ -75,8 +75,8 @@ private:
     {
         const bench::Problem& p = q_.problem;
         const Batch batch{p.w.data(), p.x.data(), p.y.data(), static_cast<int>(rows)};
-        const double* v = q_.directions.data();
-        const int N = static_cast<int>(q_.operation.directions);
+        const double* v = q_.tangents.data();
+        const int N = static_cast<int>(q_.operation.tangents);
         switch (q_.operation.kind) {
             case Operation::obj:
                 a[0][0] = network.obj(batch);

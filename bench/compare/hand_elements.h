@@ -13,7 +13,7 @@
 namespace compare {
 
 struct HandSoftplus {
-    static constexpr bool bends = true;
+    static constexpr bool curves = true;
     // From here on the value is the argument to double precision, and exp may overflow.
     static constexpr double CUTOFF = 300.0;
 
@@ -34,10 +34,10 @@ struct HandSoftplus {
         }
     }
 
-    static void bendings(double* __restrict z,
-                         double* __restrict slope,
-                         double* __restrict ratio,
-                         std::size_t n)
+    static void curvatures(double* __restrict z,
+                           double* __restrict slope,
+                           double* __restrict ratio,
+                           std::size_t n)
     {
         for (std::size_t i = 0; i < n; ++i) {
             const double x = z[i], e = std::exp(x), q = 1.0 + e, p = 1.0 / q;
@@ -49,7 +49,7 @@ struct HandSoftplus {
 };
 
 struct HandAtan {
-    static constexpr bool bends = true;
+    static constexpr bool curves = true;
 
     static void values(double* __restrict z, std::size_t n)
     {
@@ -65,10 +65,10 @@ struct HandAtan {
         }
     }
 
-    static void bendings(double* __restrict z,
-                         double* __restrict slope,
-                         double* __restrict ratio,
-                         std::size_t n)
+    static void curvatures(double* __restrict z,
+                           double* __restrict slope,
+                           double* __restrict ratio,
+                           std::size_t n)
     {
         for (std::size_t i = 0; i < n; ++i) {
             const double x = z[i], s = 1.0 / (1.0 + x * x);
@@ -80,7 +80,7 @@ struct HandAtan {
 };
 
 struct HandRelu {
-    static constexpr bool bends = false;
+    static constexpr bool curves = false;
 
     static void values(double* __restrict z, std::size_t n)
     {
@@ -96,7 +96,10 @@ struct HandRelu {
         }
     }
 
-    static void bendings(double* z, double* slope, double*, std::size_t n) { slopes(z, slope, n); }
+    static void curvatures(double* z, double* slope, double*, std::size_t n)
+    {
+        slopes(z, slope, n);
+    }
 };
 
 // The negative log-likelihood of a residual: 4.5 r^2 for |r| < 2, log(r^2 + GAMMA^2) + TAIL beyond.
@@ -139,17 +142,17 @@ struct HandNorm {
         }
     }
 
-    // slope = scale * derivative, bend = scale * second derivative
-    static void bendings(const double* __restrict r,
-                         double* __restrict slope,
-                         double* __restrict bend,
-                         double scale,
-                         std::size_t n)
+    // slope = scale * derivative, curvature = scale * second derivative
+    static void curvatures(const double* __restrict r,
+                           double* __restrict slope,
+                           double* __restrict curvature,
+                           double scale,
+                           std::size_t n)
     {
         for (std::size_t i = 0; i < n; ++i) {
             const double x = r[i], sq = x * x, p = 2.0 / (sq + GAMMA_SQ);
             slope[i] = scale * x * (sq < 4.0 ? 9.0 : p);
-            bend[i] = scale * (sq < 4.0 ? 9.0 : p - sq * p * p);
+            curvature[i] = scale * (sq < 4.0 ? 9.0 : p - sq * p * p);
         }
     }
 };

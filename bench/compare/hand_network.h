@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "hand_directions.h"
 #include "hand_elements.h"
+#include "hand_tangents.h"
 
 // The network by hand, for fixed shapes, activation and norm, over a back end that multiplies matrices.
 //
@@ -14,15 +14,15 @@
 //
 //     Z = [1 H] [b; W]        [gb; gW] = [1 H]^T Zbar        Hbar = Zbar W^T
 //
-// and neither weights nor gradients are copied. G directions at a time lie side by side inside a feature, in the order
-// (feature, direction, row). Such an array is a matrix of m rows and G times as many columns, or one of G*m rows; so
+// and neither weights nor gradients are copied. G tangents at a time lie side by side inside a feature, in the order
+// (feature, tangent, row). Such an array is a matrix of m rows and G times as many columns, or one of G*m rows; so
 // both terms of a product rule are one product each. Blocks are filled up with zero rows to whole vector registers.
 
 namespace compare {
 
 struct BlockSize {
     int rows;
-    int directions;
+    int tangents;
 };
 
 template <class Backend, class Activation>
@@ -48,11 +48,11 @@ public:
             slope_.emplace_back(m * layer.n);
             ratio_.emplace_back(m * layer.n);
         }
-        const std::size_t G = static_cast<std::size_t>(std::max(size.directions, 1));
+        const std::size_t G = static_cast<std::size_t>(std::max(size.tangents, 1));
         for (const unsigned width : widths) dH_.emplace_back(m * width * G);
         for (Doubles& b : dbar_) b.resize(m * widest * G);
         R_.resize(m * widths.back());
-        bend_.resize(m * widths.back());
+        curvature_.resize(m * widths.back());
     }
 
     double obj(const Batch& batch)
@@ -80,7 +80,7 @@ public:
         return sum / elements(batch);
     }
 
-    // v, hv: entry k of direction d at [k*N + d]
+    // v, hv: entry k of tangent d at [k*N + d]
     double Hv(const Batch& batch, const double* v, int N, double* gradient, double* hv)
     {
         make_groups(N);
@@ -89,14 +89,14 @@ public:
         const double scale = 1.0 / elements(batch);
         for_each_block(batch, [&](const Block& b) {
             forward(b, [&](std::size_t l, double* z, std::size_t n) {
-                Activation::bendings(z, slope_[l].data(), ratio_[l].data(), n);
+                Activation::curvatures(z, slope_[l].data(), ratio_[l].data(), n);
             });
             const double* R = residuals_of(b);
             sum += HandNorm::sum(R, b.size(numout()));
-            HandNorm::bendings(R, bar_.back().data(), bend_.data(), scale, b.size(numout()));
-            clear_padding(b, bend_.data(), numout());
+            HandNorm::curvatures(R, bar_.back().data(), curvature_.data(), scale, b.size(numout()));
+            clear_padding(b, curvature_.data(), numout());
             backward(b, gradient, [&](std::size_t l, double* bar, std::size_t n) {
-                if (Activation::bends) multiply(ratio_[l].data(), bar, n);
+                if (Activation::curves) multiply(ratio_[l].data(), bar, n);
                 multiply(bar, slope_[l].data(), n);
             });
             for (Group& group : groups_) {
@@ -108,7 +108,7 @@ public:
         return sum * scale;
     }
 
-    // f: rows x numout; jac: element i along direction d at [i*N + d]
+    // f: rows x numout; jac: element i along tangent d at [i*N + d]
     void Jv(const Batch& batch, const double* v, int N, double* f, double* jac)
     {
         make_groups(N);
@@ -230,12 +230,12 @@ private:
         const int G = group.G;
         double *dbar = dbar_[0].data(), *next = dbar_[1].data();
         std::copy_n(dH_.back().data(), b.size(numout()) * G, dbar);
-        multiply_each(dbar, bend_.data(), b, numout(), G);
+        multiply_each(dbar, curvature_.data(), b, numout(), G);
         for (std::size_t l = layers_.size(); l-- > 0;) {
             const Layer& layer = layers_[l];
             const double* Zbar = bar_[l + 1].data();
             multiply_each(dbar, slope_[l].data(), b, layer.n, G);
-            if (Activation::bends) {
+            if (Activation::curves) {
                 add_products(dbar, ratio_[l].data(), dH_[l + 1].data(), b, layer.n, G);
             }
             add_to_first(b, group, l, dbar);
@@ -302,15 +302,15 @@ private:
         if (number_ == N) return;
         number_ = N;
         groups_.clear();
-        for (int begin = 0; begin < N; begin += size_.directions) {
-            const int G = std::min(size_.directions, N - begin);
+        for (int begin = 0; begin < N; begin += size_.tangents) {
+            const int G = std::min(size_.tangents, N - begin);
             const Doubles zeros(nw_ * G);
             groups_.push_back({begin, G, zeros, zeros, zeros, zeros});
         }
     }
 
     // All matrices feature by feature. H_[l] are the inputs of layer l, with ones in front; slope_[l], ratio_[l] belong
-    // to the outputs of layer l; dH_ and dbar_ are for a group of directions.
+    // to the outputs of layer l; dH_ and dbar_ are for a group of tangents.
     BlockSize size_;
     std::vector<int> widths_;
     std::vector<Layer> layers_;
@@ -318,7 +318,7 @@ private:
     int number_ = -1;
     std::vector<Group> groups_;
     std::vector<Doubles> H_, dH_, slope_, ratio_, bar_;
-    Doubles dbar_[2], R_, bend_;
+    Doubles dbar_[2], R_, curvature_;
 };
 
 }  // namespace compare

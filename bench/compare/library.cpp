@@ -21,9 +21,9 @@ public:
     void answer(Answer& a) override
     {
         const bench::Problem& p = q_.problem;
-        const double *w = p.w.data(), *x = p.x.data(), *y = p.y.data(), *v = q_.directions.data();
+        const double *w = p.w.data(), *x = p.x.data(), *y = p.y.data(), *v = q_.tangents.data();
         const unsigned nw = p.nw, n = p.rows, nin = p.nin, nout = p.nout;
-        const unsigned N = q_.operation.directions;
+        const unsigned N = q_.operation.tangents;
         const auto out = [&a](std::size_t i) { return a[i].data(); };
         switch (q_.operation.kind) {
             case Operation::obj:

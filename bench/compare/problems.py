@@ -26,7 +26,7 @@ class Problem:
     w: Array
     x: Array
     y: Array
-    numbers: Array  # directions or cotangents, as many as asked for from the front
+    numbers: Array  # tangents or cotangents, as many as asked for from the front
 
     @property
     def layers(self) -> list[tuple[Array, Array]]:
@@ -40,8 +40,8 @@ class Problem:
             at += n + k * n
         return parts
 
-    def directions(self, count: int) -> Array:
-        """One direction a row."""
+    def tangents(self, count: int) -> Array:
+        """One tangent a row."""
         return np.ascontiguousarray(self.numbers[: self.w.size * count].reshape(-1, count).T)
 
     def cotangents(self, count: int) -> Array:
@@ -57,7 +57,7 @@ def read_problem(directory: Path, activation: str) -> Problem:
     words = text.split()
     widths = [int(word) for word in words[5 : 5 + int(words[2])]] + [int(words[1])]
     x, y = numbers("x").reshape(-1, widths[0]), numbers("y").reshape(-1, widths[-1])
-    return Problem(text, activation, widths, numbers("w"), x, y, numbers("directions"))
+    return Problem(text, activation, widths, numbers("w"), x, y, numbers("tangents"))
 
 
 class Contestant(Protocol):
@@ -105,11 +105,11 @@ class Library:
 
         count = OPERATIONS[operation]
         function = getattr(self.library, "vemk_" + operation.rstrip("0123456789"))
-        directions = [pointer(p.numbers), ctypes.c_uint(count)] if count else []
+        tangents = [pointer(p.numbers), ctypes.c_uint(count)] if count else []
         shape = [ctypes.c_uint(n) for n in (len(p.x), p.x.shape[1], p.y.shape[1])]
         arguments = [
             *(self.net, pointer(p.w), ctypes.c_uint(p.w.size)),
-            *directions,
+            *tangents,
             *(pointer(p.x), pointer(p.y), *shape),
             *(pointer(part) for part in self.result),
         ]

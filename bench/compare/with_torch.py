@@ -1,4 +1,4 @@
-"""PyTorch as a contestant: eager, with vmap over the directions, and traced by its compiler."""
+"""PyTorch as a contestant: eager, with vmap over the tangents, and traced by its compiler."""
 
 from __future__ import annotations
 
@@ -66,7 +66,7 @@ class Torch:
     def __init__(self, problem: Problem, operation: str) -> None:
         self.net = Network(problem)
         count = OPERATIONS[operation]
-        self.directions = [self.net.tensors(v) for v in problem.directions(count)] if count else []
+        self.tangents = [self.net.tensors(v) for v in problem.tangents(count)] if count else []
         self.cotangents = torch.from_numpy(problem.cotangents(count)) if count else None
         self.call = getattr(self, operation.rstrip("0123456789"))
         self.operation = operation
@@ -108,19 +108,19 @@ class Eager(Torch):
         return value, torch.autograd.grad(value, self.net.parameters)
 
     def Hv(self) -> tuple[torch.Tensor, Tensors, list[Tensors]]:
-        """Reverse mode twice: one graph of the gradient, one sweep over it for each direction."""
+        """Reverse mode twice: one graph of the gradient, one sweep over it for each tangent."""
         parameters = self.net.parameters
         value = self.net.objective(parameters)
         gradient = torch.autograd.grad(value, parameters, create_graph=True)
         products = [
-            torch.autograd.grad(gradient, parameters, v, retain_graph=True) for v in self.directions
+            torch.autograd.grad(gradient, parameters, v, retain_graph=True) for v in self.tangents
         ]
         return value, gradient, products
 
     def Jv(self) -> tuple[torch.Tensor, list[torch.Tensor]]:
         tangents = []
         with torch.no_grad():
-            for v in self.directions:
+            for v in self.tangents:
                 with forward_ad.dual_level():
                     dual = tuple(map(forward_ad.make_dual, self.net.parameters, v))
                     value, tangent = forward_ad.unpack_dual(self.net.norms(dual))
@@ -138,13 +138,13 @@ class Eager(Torch):
 
 
 class Batched(Torch):
-    """All directions in one call of vmap."""
+    """All tangents in one call of vmap."""
 
     name = "torch_vmap"
 
     def __init__(self, problem: Problem, operation: str) -> None:
         super().__init__(problem, operation)
-        self.stacked = tuple(torch.stack(parts) for parts in zip(*self.directions))
+        self.stacked = tuple(torch.stack(parts) for parts in zip(*self.tangents))
 
     @staticmethod
     def unstacked(tensors: Tensors) -> list[Tensors]:

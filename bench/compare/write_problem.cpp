@@ -2,8 +2,8 @@
 //
 //     write_problem NET ACTIVATION DIRECTORY
 //
-// text.txt is the description of the network, w.f64 x.f64 y.f64 are weights, inputs and targets, and directions.f64 are the
-// numbers that serve as directions or cotangents, as many as compare_cpp draws for 8 of them.
+// text.txt is the description of the network, w.f64 x.f64 y.f64 are weights, inputs and targets, and tangents.f64 are the
+// numbers that serve as tangents or cotangents, as many as compare_cpp draws for 8 of them.
 
 #include <algorithm>
 #include <fstream>
@@ -47,7 +47,7 @@ int main(int argc, char** argv)
     write(directory + "x.f64", problem.x);
     write(directory + "y.f64", problem.y);
     const std::size_t width = std::max<std::size_t>(problem.nw, problem.y.size());
-    write(directory + "directions.f64", bench::uniform(8 * width, 7));
+    write(directory + "tangents.f64", bench::uniform(8 * width, 7));
     std::ofstream(directory + "text.txt") << problem.text << '\n';
     return 0;
 }

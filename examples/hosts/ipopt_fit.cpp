@@ -1,4 +1,4 @@
-// Ipopt: Newton's method with the exact Hessian. vemk_Hv along all unit directions gives the whole matrix in one call.
+// Ipopt: Newton's method with the exact Hessian. vemk_Hv along all unit tangents gives the whole matrix in one call.
 #include <IpIpoptApplication.hpp>
 #include <IpTNLP.hpp>
 #include <algorithm>
@@ -15,9 +15,9 @@ class Fit final : public Ipopt::TNLP {
 public:
     // All weights are kept within -bound ... bound; an infinite bound is none.
     Fit(Problem* problem, double bound)
-        : p(problem), limit(bound), directions(std::size_t{p->nw} * p->nw), hessian(directions.size())
+        : p(problem), limit(bound), tangents(std::size_t{p->nw} * p->nw), hessian(tangents.size())
     {
-        for (std::size_t k = 0; k < p->nw; ++k) directions[k * p->nw + k] = 1.0;
+        for (std::size_t k = 0; k < p->nw; ++k) tangents[k * p->nw + k] = 1.0;
     }
 
     bool get_nlp_info(Index& n, Index& m, Index& jacobian, Index& lower, IndexStyleEnum& style) override
@@ -92,13 +92,13 @@ private:
         Number value = 0.0;
         std::vector<Number> gradient(p->nw);
         p->products += p->nw;
-        return vemk_Hv(p->net, w, p->nw, directions.data(), p->nw, p->x, p->y, p->rows, INPUTS, OUTPUTS, &value,
+        return vemk_Hv(p->net, w, p->nw, tangents.data(), p->nw, p->x, p->y, p->rows, INPUTS, OUTPUTS, &value,
                        gradient.data(), hessian.data()) == 0;
     }
 
     Problem* p;
     double limit;
-    std::vector<Number> directions;  // the unit matrix
+    std::vector<Number> tangents;  // the unit matrix
     std::vector<Number> hessian;
 };
 

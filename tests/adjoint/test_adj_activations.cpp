@@ -12,7 +12,7 @@ namespace {
 
 struct Adjoint {
     const char* name;
-    void (*pull)(const Matrix& x, const Matrix& ybar, Matrix& xbar);
+    void (*vjp)(const Matrix& x, const Matrix& ybar, Matrix& xbar);
 };
 
 constexpr auto ADJ_SOFTPLUS = adj_softplus<Matrix>;
@@ -32,11 +32,11 @@ Matrix row(const Numbers& x)
     return Matrix(x.data(), 1, x.size());
 }
 
-double at(decltype(Adjoint::pull) pull, double x, double ybar)
+double at(decltype(Adjoint::vjp) vjp, double x, double ybar)
 {
     Matrix xbar;
     const TrapsArmed traps;
-    pull(row({x}), row({ybar}), xbar);
+    vjp(row({x}), row({ybar}), xbar);
     return xbar(0, 0);
 }
 
@@ -68,7 +68,7 @@ TEST_P(EveryAdjoint, IsTheIncomingAdjointTimesTheDerivative)
     Matrix xbar;
     {
         const TrapsArmed traps;
-        GetParam().pull(row(x), row(ybar), xbar);
+        GetParam().vjp(row(x), row(ybar), xbar);
     }
     for (std::size_t i = 0; i < x.size(); ++i) {
         const long double truth = slope(GetParam().name, x[i]) * static_cast<long double>(ybar[i]);
@@ -83,13 +83,13 @@ TEST_P(EveryAdjoint, TakesTheShapeOfItsArgument)
     for (const auto& [rows, cols] : {std::pair(3, 2), std::pair(2, 3), std::pair(6, 1)}) {
         const auto r = static_cast<std::uint64_t>(rows), c = static_cast<std::uint64_t>(cols);
         Matrix xbar(4, 4);
-        GetParam().pull(Matrix(x.data(), r, c), Matrix(x.data(), r, c), xbar);
+        GetParam().vjp(Matrix(x.data(), r, c), Matrix(x.data(), r, c), xbar);
         EXPECT_EQ(r, xbar.rows());
         EXPECT_EQ(c, xbar.cols());
         EXPECT_EQ(6u, xbar.size());
     }
     Matrix xbar(4, 4);
-    GetParam().pull(Matrix(0, 3), Matrix(0, 3), xbar);
+    GetParam().vjp(Matrix(0, 3), Matrix(0, 3), xbar);
     EXPECT_EQ(0u, xbar.rows());
     EXPECT_EQ(3u, xbar.cols());
 }
@@ -98,9 +98,9 @@ TEST_P(EveryAdjoint, OverwritesItsResult)
 {
     const Numbers x = {-2, -0.0, 0, 1, 299, 300, 301}, ybar = {1, 2, 3, 4, 5, 6, 7};
     Matrix first, again = row(Numbers(7, QUIET_NAN));
-    GetParam().pull(row(x), row(ybar), first);
+    GetParam().vjp(row(x), row(ybar), first);
     for (int call = 0; call < 2; ++call) {
-        GetParam().pull(row(x), row(ybar), again);
+        GetParam().vjp(row(x), row(ybar), again);
         EXPECT_EQ(bits_of(first.store()), bits_of(again.store()));
     }
 }
@@ -109,8 +109,8 @@ TEST_P(EveryAdjoint, MayOverwriteTheIncomingAdjoint)
 {
     const Numbers x = {-2, -0.0, 0, 1, 299, 300, 301}, ybar = {1, 2, 3, 4, 5, 6, 7};
     Matrix first, in_place = row(ybar);
-    GetParam().pull(row(x), row(ybar), first);
-    GetParam().pull(row(x), in_place, in_place);
+    GetParam().vjp(row(x), row(ybar), first);
+    GetParam().vjp(row(x), in_place, in_place);
     EXPECT_EQ(bits_of(first.store()), bits_of(in_place.store()));
 }
 
@@ -123,13 +123,13 @@ TEST_P(EveryAdjoint, PassesQuietNansAtEveryPositionWithTrapsArmed)
             Matrix of_x, of_ybar;
             {
                 const TrapsArmed traps;
-                GetParam().pull(row(nan_x), row(ybar), of_x);
-                GetParam().pull(row(x), row(nan_ybar), of_ybar);
+                GetParam().vjp(row(nan_x), row(ybar), of_x);
+                GetParam().vjp(row(x), row(nan_ybar), of_ybar);
             }
             for (std::size_t j = 0; j < size; ++j) {
                 EXPECT_EQ(i == j, std::isnan(of_ybar(0, j))) << size;
                 if (i == j) continue;
-                EXPECT_EQ(at(GetParam().pull, 0.5, 2.0), of_x(0, j)) << size;
+                EXPECT_EQ(at(GetParam().vjp, 0.5, 2.0), of_x(0, j)) << size;
             }
         }
     }
@@ -144,10 +144,10 @@ TEST_P(EveryAdjoint, DoesNotTrapNextToElementsOfTheOtherBranch)
         Matrix xbar;
         {
             const TrapsArmed traps;
-            GetParam().pull(row(x), row(Numbers(x.size(), 2.0)), xbar);
+            GetParam().vjp(row(x), row(Numbers(x.size(), 2.0)), xbar);
         }
         for (std::size_t i = 0; i < x.size(); ++i) {
-            EXPECT_DOUBLE_EQ(at(GetParam().pull, x[i], 2.0), xbar(0, i)) << x[i];
+            EXPECT_DOUBLE_EQ(at(GetParam().vjp, x[i], 2.0), xbar(0, i)) << x[i];
         }
     }
 }

@@ -70,7 +70,7 @@ class Quiet : public testing::TestWithParam<Entry> {
 protected:
     const Entry& entry() const { return GetParam(); }
 
-    void expect_told(const Accident& accident) const
+    void expect_reported(const Accident& accident) const
     {
         const Network net(small(accident.norm).text());
         ASSERT_EQ(0, vemk_quiet(net, 1));
@@ -93,12 +93,12 @@ class QuietLikelihood : public Quiet {};
 
 TEST_P(Quiet, TellsOfResultsThatAreNotFinite)
 {
-    for (const Accident& accident : ACCIDENTS) expect_told(accident);
+    for (const Accident& accident : ACCIDENTS) expect_reported(accident);
 }
 
 TEST_P(QuietLikelihood, TellsOfResultsThatAreNotFinite)
 {
-    for (const Accident& accident : LIKELIHOOD_ACCIDENTS) expect_told(accident);
+    for (const Accident& accident : LIKELIHOOD_ACCIDENTS) expect_reported(accident);
 }
 
 TEST_P(Quiet, GivesTheBitsOfTheLoudModeWhereAllIsWell)

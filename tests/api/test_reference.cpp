@@ -75,25 +75,25 @@ void check_gradient(VEMKNInfo* net, const Case& c)
     c.check("gradient", gradient);
 }
 
-// The directions of a case in one storage order, for as long as it lives.
-class Directions {
+// The tangents of a case in one storage order, for as long as it lives.
+class Tangents {
 public:
-    Directions(const Json& json, const char* order)
+    Tangents(const Json& json, const char* order)
         : nv(json.at(order).at("nv")), v(json.at(order).at("v").get<Numbers>())
     {
         vemk_major(nullptr, std::string(order) == "row");
     }
 
-    ~Directions() { vemk_major(nullptr, 0); }
+    ~Tangents() { vemk_major(nullptr, 0); }
 
-    Directions(const Directions&) = delete;
-    Directions& operator=(const Directions&) = delete;
+    Tangents(const Tangents&) = delete;
+    Tangents& operator=(const Tangents&) = delete;
 
     unsigned nv;
     Numbers v;
 };
 
-void check_Hv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result)
+void check_Hv(VEMKNInfo* net, const Case& c, const Tangents& d, const std::string& result)
 {
     Numbers value(1), gradient(c.nw), hv(std::size_t{c.nw} * d.nv);
     ASSERT_EQ(0,
@@ -115,7 +115,7 @@ void check_Hv(VEMKNInfo* net, const Case& c, const Directions& d, const std::str
     c.check(result, hv);
 }
 
-void check_Jv(VEMKNInfo* net, const Case& c, const Directions& d, const std::string& result)
+void check_Jv(VEMKNInfo* net, const Case& c, const Tangents& d, const std::string& result)
 {
     Numbers f(c.elements()), jac(c.elements() * d.nv);
     ASSERT_EQ(0,
@@ -218,7 +218,7 @@ TEST_P(Evaluation, HessianProductsMatch)
 {
     for (const char* order : {"column", "row"}) {
         if (!json().contains(order)) continue;
-        const Directions d(json(), order);
+        const Tangents d(json(), order);
         with_every_setting(json(), [&](VEMKNInfo* net, const Case& c) {
             check_Hv(net, c, d, std::string("hv_") + order);
         });
@@ -229,7 +229,7 @@ TEST_P(Evaluation, JacobianProductsMatch)
 {
     for (const char* order : {"column", "row"}) {
         if (!json().contains(order)) continue;
-        const Directions d(json(), order);
+        const Tangents d(json(), order);
         with_every_setting(json(), [&](VEMKNInfo* net, const Case& c) {
             check_Jv(net, c, d, std::string("jac_") + order);
         });

@@ -14,16 +14,16 @@ namespace {
 
 constexpr unsigned CALLS = 10;
 
-void count(const bench::Shape& shape, const char* name, bench::Call* call, unsigned directions)
+void count(const bench::Shape& shape, const char* name, bench::Call* call, unsigned tangents)
 {
     const bench::Problem p(shape, "softplus", "sum_log_dnorm_fat");
     vemk_setpar(p.net, 1, 32);
-    const std::vector<double> in = bench::numbers_in(p, directions);
-    std::vector<double> out = bench::numbers_out(p, directions);
+    const std::vector<double> in = bench::numbers_in(p, tangents);
+    std::vector<double> out = bench::numbers_out(p, tangents);
     // what is made once, and the memory that later calls find again
-    call(p, directions, in, out);
+    call(p, tangents, in, out);
     CALLGRIND_ZERO_STATS;
-    for (unsigned i = 0; i < CALLS; ++i) call(p, directions, in, out);
+    for (unsigned i = 0; i < CALLS; ++i) call(p, tangents, in, out);
     const std::string label = std::string(name) + '/' + shape.name + '/' +
                               std::to_string(shape.rows) + " calls " + std::to_string(CALLS);
     CALLGRIND_DUMP_STATS_AT(label.c_str());

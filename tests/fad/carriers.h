@@ -13,7 +13,7 @@ using Vector = std::valarray<double>;
 using Matrix = VEMKN::MatrixTemplate<double>;
 using Scalar = yafad::FO::Dynamic::Active<1>;
 
-// Numbers of directions that every operation is tried with: none, one, and more than one.
+// Numbers of tangents that every operation is tried with: none, one, and more than one.
 inline constexpr std::size_t TANGENTS[] = {0, 1, 3};
 
 // The two process-wide counts, for a scope.
@@ -52,7 +52,7 @@ inline VectorCarrier vector_carrier(const Numbers& value, const std::vector<Numb
     return x;
 }
 
-// A carrier of that value with n directions of random derivatives.
+// A carrier of that value with n tangents of random derivatives.
 inline VectorCarrier vector_carrier(Random& random, const Numbers& value, std::size_t n)
 {
     std::vector<Numbers> derivatives;
@@ -75,7 +75,7 @@ inline MatrixCarrier random_matrix_carrier(Random& random,
     return A;
 }
 
-// A carrier of that shape full of leftovers, with another number of directions: what a result may have been before.
+// A carrier of that shape full of leftovers, with another number of tangents: what a result may have been before.
 inline MatrixCarrier leftover(std::size_t rows, std::size_t cols)
 {
     MatrixCarrier A(Matrix(rows, cols), 2);

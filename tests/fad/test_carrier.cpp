@@ -14,7 +14,7 @@ const Numbers ANY_TIMES_ZERO = {0.0, -0.0, 0.0, -0.0, QUIET_NAN, QUIET_NAN, QUIE
 
 }  // namespace
 
-TEST(VectorCarrier, OfAVectorHasAsManyTangentsAsTold)
+TEST(VectorCarrier, OfAVectorHasAsManyTangentsAsAskedFor)
 {
     // The process-wide count has no say here.
     const TangentCounts counts(5);
@@ -301,9 +301,9 @@ namespace {
 // 3-2-2 with all kinds of entries; nw = 2 + 6 + 2 + 4.
 constexpr std::size_t NW = 14;
 
-CarrierModel carrier_model(std::size_t directions)
+CarrierModel carrier_model(std::size_t tangents)
 {
-    const TangentCounts counts(directions);
+    const TangentCounts counts(tangents);
     return VEMKN::mknn<CarrierModel>(VEMKN::DescriptionText("3 2 2 1 8 3 2 atan sum"));
 }
 

@@ -204,7 +204,7 @@ void expect_one_rounded(const MatrixCarrier& A, long double value, double tangen
 
 // adj(x, ybar), each a value and a tangent.
 template <class Adjoint>
-MatrixCarrier pulled(const Adjoint& adj, double x, double dx, double ybar, double dybar)
+MatrixCarrier vjp_of(const Adjoint& adj, double x, double dx, double ybar, double dybar)
 {
     MatrixCarrier xbar = leftover(2, 3);
     adj(one(x, dx), one(ybar, dybar), xbar);
@@ -295,7 +295,7 @@ TEST_P(EveryActivation, GivesTheSameInEveryShape)
     const Activation& act = GetParam();
     for (const std::size_t cols : {2u, 5u, 16u, 515u, 1030u}) {
         for (const std::size_t N : {1u, 2u, 9u}) {
-            SCOPED_TRACE(testing::Message() << cols << " columns, " << N << " directions");
+            SCOPED_TRACE(testing::Message() << cols << " columns, " << N << " tangents");
             Random random(9);
             const std::size_t rows = 2060 / cols;
             const MatrixCarrier x = random_matrix_carrier(random, rows, cols, N);
@@ -356,12 +356,12 @@ TEST_P(EveryActivation, HasTheSecondOrderTermsOfDifferences)
         f().adj_of_carriers(x, ybar, xbar);
         for (std::size_t i = 0; i < length; ++i) {
             const double at = f().points[i];
-            const Real slope = f().slope(at, at), bend = curvature(f(), at);
+            const Real slope = f().slope(at, at), curving = curvature(f(), at);
             for (std::size_t k = 0; k < n; ++k) {
                 const Real first = slope * ybar.derivatives[k].store()[i];
                 const Real second = ybar.value.store()[i] * x.derivatives[k].store()[i];
-                EXPECT_LE(std::fabs(xbar.derivatives[k].store()[i] - (first + bend * second)),
-                          (std::fabs(first) + std::fabs(bend * second)) * TOLERANCE +
+                EXPECT_LE(std::fabs(xbar.derivatives[k].store()[i] - (first + curving * second)),
+                          (std::fabs(first) + std::fabs(curving * second)) * TOLERANCE +
                               std::fabs(second) * DIFFERENCE)
                     << "at " << at;
             }
@@ -396,7 +396,7 @@ TEST_P(EveryActivation, PassesNanOn)
 {
     const MatrixCarrier y = f().returned(one(QUIET_NAN, 1.0));
     EXPECT_TRUE(std::isnan(y.value.store()[0]));
-    const MatrixCarrier xbar = pulled(f().adj_of_carriers, 1.0, 1.0, QUIET_NAN, QUIET_NAN);
+    const MatrixCarrier xbar = vjp_of(f().adj_of_carriers, 1.0, 1.0, QUIET_NAN, QUIET_NAN);
     EXPECT_TRUE(std::isnan(xbar.value.store()[0]));
     EXPECT_TRUE(std::isnan(xbar.derivatives[0].store()[0]));
 }
@@ -461,13 +461,13 @@ TEST(CarrierAdjRelu, TakesTheBranchThatTheValueSelects)
     const auto adj = ADJ_RELU;
     for (const double x : {0.0, -0.0, 1e-300, 2.0, INF, QUIET_NAN}) {
         SCOPED_TRACE(x);
-        expect_one(pulled(adj, x, 5.0, 2.0, 3.0), 2.0, 3.0);
-        expect_one(pulled(adj, x, 5.0, -0.0, QUIET_NAN), -0.0, QUIET_NAN);
+        expect_one(vjp_of(adj, x, 5.0, 2.0, 3.0), 2.0, 3.0);
+        expect_one(vjp_of(adj, x, 5.0, -0.0, QUIET_NAN), -0.0, QUIET_NAN);
     }
     for (const double x : {-1e-300, -2.0, -INF}) {
         SCOPED_TRACE(x);
-        expect_one(pulled(adj, x, 5.0, 2.0, 3.0), 0.0, 0.0);
-        expect_one(pulled(adj, x, 5.0, INF, QUIET_NAN), 0.0, 0.0);
+        expect_one(vjp_of(adj, x, 5.0, 2.0, 3.0), 0.0, 0.0);
+        expect_one(vjp_of(adj, x, 5.0, INF, QUIET_NAN), 0.0, 0.0);
     }
 }
 
@@ -475,8 +475,8 @@ TEST(CarrierAdjRelu, IgnoresTheTangentsOfItsArgument)
 {
     const auto adj = ADJ_RELU;
     for (const double dx : {0.0, INF, QUIET_NAN}) {
-        expect_one(pulled(adj, 1.0, dx, 2.0, 3.0), 2.0, 3.0);
-        expect_one(pulled(adj, -1.0, dx, 2.0, 3.0), 0.0, 0.0);
+        expect_one(vjp_of(adj, 1.0, dx, 2.0, 3.0), 2.0, 3.0);
+        expect_one(vjp_of(adj, -1.0, dx, 2.0, 3.0), 0.0, 0.0);
     }
 }
 
@@ -498,11 +498,11 @@ TEST(CarrierAtan, IsExactAtZeroAndFlatFarOut)
 TEST(CarrierAdjAtan, HasNoCurvatureAtZero)
 {
     const auto adj = ADJ_ATAN;
-    expect_one(pulled(adj, 0.0, 5.0, 2.0, 3.0), 2.0, 3.0);
+    expect_one(vjp_of(adj, 0.0, 5.0, 2.0, 3.0), 2.0, 3.0);
     // 3/2 - 2*2*1*5/4
-    expect_one(pulled(adj, 1.0, 5.0, 2.0, 3.0), 1.0, -3.5);
-    expect_one(pulled(adj, -1.0, 5.0, 2.0, 3.0), 1.0, 6.5);
-    expect_one(pulled(adj, QUIET_NAN, 5.0, 2.0, 3.0), QUIET_NAN, QUIET_NAN);
+    expect_one(vjp_of(adj, 1.0, 5.0, 2.0, 3.0), 1.0, -3.5);
+    expect_one(vjp_of(adj, -1.0, 5.0, 2.0, 3.0), 1.0, 6.5);
+    expect_one(vjp_of(adj, QUIET_NAN, 5.0, 2.0, 3.0), QUIET_NAN, QUIET_NAN);
 }
 
 TEST(CarrierSoftplus, HalvesTheTangentAtZero)
@@ -551,7 +551,7 @@ TEST(CarrierSoftplusShifted, IsSoftplusToTheBit)
 TEST(CarrierAdjSoftplus, IsExactAtZero)
 {
     // f' = 1/2, f'' = 1/4
-    expect_one(pulled(ADJ_SOFTPLUS, 0.0, 5.0, 2.0, 3.0), 1.0, 4.0);
+    expect_one(vjp_of(ADJ_SOFTPLUS, 0.0, 5.0, 2.0, 3.0), 1.0, 4.0);
 }
 
 TEST(CarrierAdjSoftplus, PassesTheSeedFromTheCutOffOn)
@@ -559,8 +559,8 @@ TEST(CarrierAdjSoftplus, PassesTheSeedFromTheCutOffOn)
     const auto adj = ADJ_SOFTPLUS;
     for (const double x : {300.0, ABOVE_300, 1e300, INF, QUIET_NAN}) {
         SCOPED_TRACE(x);
-        expect_one(pulled(adj, x, 5.0, 2.0, 3.0), 2.0, 3.0);
-        expect_one(pulled(adj, x, 5.0, -0.0, -3.0), -0.0, -3.0);
+        expect_one(vjp_of(adj, x, 5.0, 2.0, 3.0), 2.0, 3.0);
+        expect_one(vjp_of(adj, x, 5.0, -0.0, -3.0), -0.0, -3.0);
     }
 }
 
@@ -569,7 +569,7 @@ TEST(CarrierAdjSoftplus, IgnoresTheTangentsOfItsArgumentFromTheCutOffOn)
     // On that branch the result is the incoming adjoint, in which x does not occur.
     const auto adj = ADJ_SOFTPLUS;
     for (const double dx : {INF, QUIET_NAN}) {
-        expect_one(pulled(adj, 300.0, dx, 2.0, 3.0), 2.0, 3.0);
-        expect_one(pulled(adj, 1e5, dx, 2.0, 3.0), 2.0, 3.0);
+        expect_one(vjp_of(adj, 300.0, dx, 2.0, 3.0), 2.0, 3.0);
+        expect_one(vjp_of(adj, 1e5, dx, 2.0, 3.0), 2.0, 3.0);
     }
 }

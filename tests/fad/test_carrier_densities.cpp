@@ -20,7 +20,7 @@ const Numbers ALL = {-1e4, -1.5, -2, -0.7, -0.0, 0.0, 2, 0.3, BELOW_2, 3, 1e-8, 
 
 // A density with its first two derivatives.
 struct Density {
-    Real value, slope, bend;
+    Real value, slope, curvature;
 };
 
 Density gauss(Real x, Real sigma)
@@ -52,7 +52,7 @@ void expect_relative(double computed, Real truth, Real scale)
     EXPECT_LE(std::fabs(computed - truth), scale * TOLERANCE) << computed << " is not " << truth;
 }
 
-// f against density(x) along every direction.
+// f against density(x) along every tangent.
 template <class Function>
 void expect_density(const VectorCarrier& f, const VectorCarrier& x, const Function& density)
 {
@@ -69,7 +69,7 @@ void expect_density(const VectorCarrier& f, const VectorCarrier& x, const Functi
     }
 }
 
-// xbar against w * density'(x) along every direction.
+// xbar against w * density'(x) along every tangent.
 template <class Function>
 void expect_adjoint(const VectorCarrier& xbar,
                     const VectorCarrier& x,
@@ -85,8 +85,8 @@ void expect_adjoint(const VectorCarrier& xbar,
         expect_relative(xbar.value[i], adjoint, std::fabs(adjoint));
         for (std::size_t k = 0; k < x.tangents(); ++k) {
             const Real first = truth.slope * w.derivatives[k][i];
-            const Real second = truth.bend * w.value[i] * x.derivatives[k][i];
-            // The curvature is a difference of terms that are up to |bend| + slope^2/value each.
+            const Real second = truth.curvature * w.value[i] * x.derivatives[k][i];
+            // The curvature is a difference of terms that are up to |curvature| + slope^2/value each.
             const Real terms = std::fabs(first) + std::fabs(second) +
                                truth.slope * truth.slope / truth.value *
                                    std::fabs(w.value[i] * x.derivatives[k][i]);
@@ -95,12 +95,12 @@ void expect_adjoint(const VectorCarrier& xbar,
     }
 }
 
-// Calls check(x, w) with random tangents, for every number of directions.
+// Calls check(x, w) with random tangents, for every number of tangents.
 template <class Check>
-void with_directions(const Numbers& points, const Check& check)
+void with_tangents(const Numbers& points, const Check& check)
 {
     for (const std::size_t n : TANGENTS) {
-        SCOPED_TRACE(testing::Message() << n << " directions");
+        SCOPED_TRACE(testing::Message() << n << " tangents");
         Random random(n + 1);
         const VectorCarrier x = vector_carrier(random, points, n);
         const VectorCarrier w = vector_carrier(random, random.list(points.size()), n);
@@ -124,7 +124,7 @@ TEST(CarrierDcauchy, FollowsTheQuotientRule)
     Numbers points = TAIL;
     // The formula holds everywhere, the density is used in the tail only.
     points.insert(points.end(), {-0.1, -GAMMA, 0.0, GAMMA / 2, GAMMA, 1});
-    with_directions(points, [](const VectorCarrier& x, const VectorCarrier&) {
+    with_tangents(points, [](const VectorCarrier& x, const VectorCarrier&) {
         expect_density(yafad::dcauchy(x, GAMMA), x, cauchy);
     });
 }
@@ -132,7 +132,7 @@ TEST(CarrierDcauchy, FollowsTheQuotientRule)
 TEST(CarrierFatDnorm, HasAGaussianCoreAndACauchyTail)
 {
     for (const double sigma : {THIRD, 0.5}) {
-        with_directions(ALL, [&](const VectorCarrier& x, const VectorCarrier&) {
+        with_tangents(ALL, [&](const VectorCarrier& x, const VectorCarrier&) {
             expect_density(yafad::fat_dnorm(x, sigma), x, [&](Real at) { return fat(at, sigma); });
         });
     }
@@ -140,7 +140,7 @@ TEST(CarrierFatDnorm, HasAGaussianCoreAndACauchyTail)
 
 TEST(CarrierFatDnorm, HasTheValuesOfItsDoubleTwin)
 {
-    with_directions(ALL, [](const VectorCarrier& x, const VectorCarrier&) {
+    with_tangents(ALL, [](const VectorCarrier& x, const VectorCarrier&) {
         const Vector twin = VEMKN::fat_dnorm(x.value, THIRD);
         const VectorCarrier f = yafad::fat_dnorm(x, THIRD);
         for (std::size_t i = 0; i < x.size(); ++i) {
@@ -153,7 +153,7 @@ TEST(CarrierFatDnorm, HasTheValuesOfItsDoubleTwin)
 TEST(CarrierFatDnorm, TakesAllOfOneBranchAndNothing)
 {
     for (const Numbers& points : {CORE, TAIL, Numbers{}}) {
-        with_directions(points, [&](const VectorCarrier& x, const VectorCarrier& w) {
+        with_tangents(points, [&](const VectorCarrier& x, const VectorCarrier& w) {
             expect_density(yafad::fat_dnorm(x, THIRD), x, [](Real at) { return fat(at, THIRD); });
             VectorCarrier xbar = vector_carrier({1, 2}, {{3, 4}});
             yafad::fat_dnorm_adjoint(x, w, xbar, THIRD);
@@ -174,7 +174,7 @@ TEST(CarrierFatDnorm, SendsNanToTheTail)
 
 TEST(CarrierAdjDcauchy, HasTheSecondOrderTerms)
 {
-    with_directions(TAIL, [](const VectorCarrier& x, const VectorCarrier& w) {
+    with_tangents(TAIL, [](const VectorCarrier& x, const VectorCarrier& w) {
         VectorCarrier xbar = vector_carrier({1, 2}, {{3, 4}});
         for (int time = 0; time < 2; ++time) {
             yafad::adj_dcauchy(x, GAMMA, w, xbar);
@@ -186,7 +186,7 @@ TEST(CarrierAdjDcauchy, HasTheSecondOrderTerms)
 TEST(CarrierFatDnormAdjoint, HasTheSecondOrderTerms)
 {
     for (const double sigma : {THIRD, 0.5}) {
-        with_directions(ALL, [&](const VectorCarrier& x, const VectorCarrier& w) {
+        with_tangents(ALL, [&](const VectorCarrier& x, const VectorCarrier& w) {
             VectorCarrier xbar = vector_carrier({1, 2}, {{3, 4}});
             for (int time = 0; time < 2; ++time) {
                 yafad::fat_dnorm_adjoint(x, w, xbar, sigma);
@@ -198,7 +198,7 @@ TEST(CarrierFatDnormAdjoint, HasTheSecondOrderTerms)
 
 TEST(CarrierFatDnormAdjoint, HasTheValuesOfItsDoubleTwin)
 {
-    with_directions(ALL, [](const VectorCarrier& x, const VectorCarrier& w) {
+    with_tangents(ALL, [](const VectorCarrier& x, const VectorCarrier& w) {
         Vector twin;
         VEMKN::fat_dnorm_adjoint(x.value, w.value, twin, THIRD);
         VectorCarrier xbar;
@@ -212,7 +212,7 @@ TEST(CarrierFatDnormAdjoint, HasTheValuesOfItsDoubleTwin)
 
 TEST(CarrierLikelihood, EqualsTheWayThroughTheDensityStepByStep)
 {
-    with_directions(ALL, [](const VectorCarrier& x, const VectorCarrier&) {
+    with_tangents(ALL, [](const VectorCarrier& x, const VectorCarrier&) {
         const VectorCarrier f = yafad::fat_dnorm(x, THIRD);
         VectorCarrier steps;
         (-log(f) + LOG_DENSITY_AT_0).fetch(steps);
@@ -232,7 +232,7 @@ TEST(CarrierLikelihood, EqualsTheWayThroughTheDensityStepByStep)
 
 TEST(CarrierLikelihood, HasTheAdjointOfTheWayThroughTheDensityStepByStep)
 {
-    with_directions(ALL, [](const VectorCarrier& x, const VectorCarrier& ybar) {
+    with_tangents(ALL, [](const VectorCarrier& x, const VectorCarrier& ybar) {
         // w = (-ybar)/f, then w f'(x)
         VectorCarrier negated, w, steps, fused;
         (-ybar).fetch(negated);
@@ -243,12 +243,13 @@ TEST(CarrierLikelihood, HasTheAdjointOfTheWayThroughTheDensityStepByStep)
             SCOPED_TRACE(x.value[i]);
             expect_relative(fused.value[i], steps.value[i], std::fabs(steps.value[i]));
             const Density f = fat(x.value[i], THIRD);
-            const Real slope = std::fabs(f.slope / f.value), bend = std::fabs(f.bend / f.value);
+            const Real slope = std::fabs(f.slope / f.value),
+                       curvature = std::fabs(f.curvature / f.value);
             for (std::size_t k = 0; k < x.tangents(); ++k) {
                 // Step by step the curvature is what remains of terms as large as slope^2.
-                const Real terms =
-                    slope * std::fabs(ybar.derivatives[k][i]) +
-                    (bend + 2 * slope * slope) * std::fabs(ybar.value[i] * x.derivatives[k][i]);
+                const Real terms = slope * std::fabs(ybar.derivatives[k][i]) +
+                                   (curvature + 2 * slope * slope) *
+                                       std::fabs(ybar.value[i] * x.derivatives[k][i]);
                 expect_relative(fused.derivatives[k][i], steps.derivatives[k][i], terms);
             }
         }

@@ -327,12 +327,12 @@ TEST(CarrierAdjLogDnorm, HasTheSecondOrderTermsOfDifferences)
         for (std::size_t i = 0; i < POINTS.size(); ++i) {
             const double at = POINTS[i];
             const Real slope = log_dnorm_slope(at, at);
-            const Real bend = derivative([&](Real z) { return log_dnorm_slope(z, at); }, at);
+            const Real curvature = derivative([&](Real z) { return log_dnorm_slope(z, at); }, at);
             for (std::size_t k = 0; k < n; ++k) {
                 const Real first = slope * ybar.derivatives[k][i];
                 const Real second = ybar.value[i] * x.derivatives[k][i];
-                EXPECT_LE(std::fabs(xbar.derivatives[k][i] - (first + bend * second)),
-                          (std::fabs(first) + std::fabs(bend * second)) * TOLERANCE +
+                EXPECT_LE(std::fabs(xbar.derivatives[k][i] - (first + curvature * second)),
+                          (std::fabs(first) + std::fabs(curvature * second)) * TOLERANCE +
                               std::fabs(second) * DIFFERENCE)
                     << "at " << at;
             }
@@ -343,12 +343,12 @@ TEST(CarrierAdjLogDnorm, HasTheSecondOrderTermsOfDifferences)
 TEST(CarrierAdjLogDnorm, BendsUpInTheCoreAndDownInTheTail)
 {
     for (const double sign : {1.0, -1.0}) {
-        for (const auto& [at, bend] :
+        for (const auto& [at, curvature] :
              {std::pair{0.0, 9.0}, {1.0, 9.0}, {BELOW_2, 9.0}, {2.0, -0.5}, {ABOVE_2, -0.5}}) {
             VectorCarrier xbar;
             VEMKN::adj_log_dnorm_vec(one(sign * at, 1.0), one(1.0, 0.0), xbar);
             // The tail's scale, squared, is left out.
-            EXPECT_NEAR(bend, xbar.derivatives[0][0], 1e-6) << sign * at;
+            EXPECT_NEAR(curvature, xbar.derivatives[0][0], 1e-6) << sign * at;
         }
     }
 }
@@ -429,7 +429,7 @@ TEST(CarrierAdjSumLogDnorm, HasTheSlopeAndCurvatureOfTheCore)
     // 4.5 x^2
     EXPECT_NEAR(9.0, Rbar.value.store()[0], 9 * static_cast<double>(TOLERANCE));
     EXPECT_EQ(0.0, Rbar.value.store()[1]);
-    for (const double bend : Rbar.derivatives[0].store()) {
-        EXPECT_NEAR(9.0, bend, 9 * static_cast<double>(TOLERANCE));
+    for (const double curvature : Rbar.derivatives[0].store()) {
+        EXPECT_NEAR(9.0, curvature, 9 * static_cast<double>(TOLERANCE));
     }
 }

@@ -25,7 +25,7 @@ template <class Operation>
 void check_smooth(const Operation& operation, const Truth& truth, double low, double high)
 {
     for (const std::size_t n : TANGENTS) {
-        SCOPED_TRACE(testing::Message() << n << " directions");
+        SCOPED_TRACE(testing::Message() << n << " tangents");
         Random random(n + 1);
         const VectorCarrier x = vector_carrier(random, random.list(50, low, high), n);
         const VectorCarrier y = operation(x);
@@ -40,7 +40,7 @@ void check_smooth(const Operation& operation, const Truth& truth, double low, do
     }
 }
 
-// One element with one direction.
+// One element with one tangent.
 VectorCarrier dual(double x, double dx)
 {
     return vector_carrier({x}, {{dx}});

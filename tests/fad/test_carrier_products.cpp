@@ -54,7 +54,7 @@ void expect_product(
     }
 }
 
-// Calls check(random, m, inner, n, directions) for every combination of sizes.
+// Calls check(random, m, inner, n, tangents) for every combination of sizes.
 template <class Check>
 void for_all_shapes(const Check& check)
 {
@@ -62,10 +62,10 @@ void for_all_shapes(const Check& check)
     for (const std::size_t m : SIZES) {
         for (const std::size_t inner : SIZES) {
             for (const std::size_t n : SIZES) {
-                for (const std::size_t directions : TANGENTS) {
+                for (const std::size_t tangents : TANGENTS) {
                     SCOPED_TRACE(testing::Message() << m << " x " << inner << " x " << n << ", "
-                                                    << directions << " directions");
-                    check(random, m, inner, n, directions);
+                                                    << tangents << " tangents");
+                    check(random, m, inner, n, tangents);
                 }
             }
         }
@@ -89,9 +89,9 @@ void do_binmult(MatrixCarrier& C, const Factor& A, const MatrixCarrier& B)
 }
 
 // A carrier whose tangents are all zero.
-MatrixCarrier constant(const Matrix& A, std::size_t directions)
+MatrixCarrier constant(const Matrix& A, std::size_t tangents)
 {
-    MatrixCarrier c(A, directions);
+    MatrixCarrier c(A, tangents);
     for (Matrix& derivative : c.derivatives) derivative.store() = 0.0;
     return c;
 }
@@ -208,7 +208,7 @@ TEST(CarrierDoMult, OfNonFiniteConstantRowsHasNanTangentsWhereTheOtherTermIsInfi
     }
 }
 
-TEST(CarrierDoMult, OfNonFiniteConstantRowsFormsNoTangentWithoutDirections)
+TEST(CarrierDoMult, OfNonFiniteConstantRowsFormsNoTangentWithoutTangents)
 {
     // inf * 0.0 would be an invalid operation, for nothing.
     Matrix A(1, 1);
@@ -293,7 +293,7 @@ constexpr Wide WIDE[] = {{32, 10, 32, 8},
                          {40, 250, 256, 3},
                          {300, 40, 90, 2}};
 
-TEST(CarrierProducts, OfManyDirectionsAndWideMatricesFollowTheProductRule)
+TEST(CarrierProducts, OfManyTangentsAndWideMatricesFollowTheProductRule)
 {
     Random random(11);
     for (const auto& [m, inner, n, N] : WIDE) {
@@ -409,7 +409,7 @@ TEST(CarrierDoBinplus, SaysInvalidDimsOnceAndFormsNoSum)
         Random random(9);
         const MatrixCarrier A = random_matrix_carrier(random, 3, 2, N);
         for (const std::size_t length : {0u, 1u, 3u, 5u, 7u}) {
-            SCOPED_TRACE(testing::Message() << length << " biases, " << N << " directions");
+            SCOPED_TRACE(testing::Message() << length << " biases, " << N << " tangents");
             const VectorCarrier b = vector_carrier(random, random.list(length, 1.0, 2.0), N);
             MatrixCarrier C = A;
             Capture err = Capture::error(), out = Capture::output();

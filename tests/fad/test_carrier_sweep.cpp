@@ -28,7 +28,7 @@ Problem problem(const char* norm, unsigned nmult = 1)
     return p;
 }
 
-// The problem's weights with one direction.
+// The problem's weights with one tangent.
 CarrierWorkModel carrier_model(const Problem& p, const Numbers& v)
 {
     VEMKN::VEMKNInfo info;
@@ -47,7 +47,7 @@ MatrixCarrier carrier_of(const yafad::Bundle& b)
     return carrier;
 }
 
-// The parameters of a gradient with one direction in their flat order.
+// The parameters of a gradient with one tangent in their flat order.
 VectorCarrier flat(const CarrierWorkModel& grad)
 {
     VectorCarrier all(Vector(numel(grad)), 1);

@@ -47,7 +47,7 @@ bool same_products(
 
 }  // namespace
 
-TEST(DerivativeFork, TheChildGetsTheSameBitsWithAnyNumberOfDirections)
+TEST(DerivativeFork, TheChildGetsTheSameBitsWithAnyNumberOfTangents)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -55,7 +55,7 @@ TEST(DerivativeFork, TheChildGetsTheSameBitsWithAnyNumberOfDirections)
     for (const unsigned nv : {1u, 4u}) {
         const Numbers v(std::size_t{p.nw()} * nv, 0.5);
         const Numbers hv = call_Hv(net, p, v, nv).hv, jac = call_Jv(net, p, v, nv).jac;
-        // The parent's latest call carried another number of directions.
+        // The parent's latest call carried another number of tangents.
         call_Hv(net, p, Numbers(2 * std::size_t{p.nw()}), 2);
         EXPECT_TRUE(holds_in_child([&] { return same_products(net, p, nv, hv, jac); }));
         // And the parent goes on as before.
@@ -83,7 +83,7 @@ TEST(DerivativeFork, TheChildDoesNotWaitForCallsThatTheParentHadInFlight)
     const Numbers v(std::size_t{p.nw()} * 2, 0.5);
     const Numbers hv = call_Hv(net, p, v, 2).hv, jac = call_Jv(net, p, v, 2).jac;
 
-    // The calls of the other thread carry three directions, so that one of them is nearly always in flight with a count
+    // The calls of the other thread carry three tangents, so that one of them is nearly always in flight with a count
     // that the child's do not share.
     std::atomic<bool> stop{false};
     std::atomic<int> calls{0};

@@ -101,7 +101,7 @@ void expect_the_same_side_by_side(const std::vector<Work>& work, int rounds)
 
 }  // namespace
 
-TEST(DerivativeThreads, CallsWithDifferentNumbersOfDirectionsGiveWhatTheyGiveAlone)
+TEST(DerivativeThreads, CallsWithDifferentNumbersOfTangentsGiveWhatTheyGiveAlone)
 {
     const Problem p = problem("softplus", "sum_log_dnorm_fat", 13);
     const Problem q = problem("atan", "sum", 6);
@@ -120,7 +120,7 @@ TEST(DerivativeThreads, CallsWithDifferentNumbersOfDirectionsGiveWhatTheyGiveAlo
                                  50);
 }
 
-TEST(DerivativeThreads, CallsWithTheSameNumberOfDirectionsMayShareAHandle)
+TEST(DerivativeThreads, CallsWithTheSameNumberOfTangentsMayShareAHandle)
 {
     const Problem p = problem("softplus", "sum_log_dnorm_fat", 13);
     const Network net(p.shape.text());

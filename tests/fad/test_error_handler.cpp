@@ -329,7 +329,7 @@ SCENE(hand_made_error_destruction)
     say("freed\n");
 }
 
-TEST(ErrorHandler, IsToldAnErrorWhoseTableHoldsTheTwoDestructors)
+TEST(ErrorHandler, GetsAnErrorWhoseTableHoldsTheTwoDestructors)
 {
     const child::Outcome outcome = child::play("hand_made_error_destruction");
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();

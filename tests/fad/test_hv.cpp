@@ -13,23 +13,23 @@ Problem problem(const char* activation = "softplus", const char* norm = "sum_log
 // to some hundred roundings.
 constexpr double TOLERANCE = 1e-12;
 
-// hv against the differences, direction by direction, in the order of the moment.
+// hv against the differences, tangent by tangent, in the order of the moment.
 void expect_products(const Problem& p, const Numbers& v, unsigned nv, const Numbers& hv)
 {
     for (unsigned d = 0; d < nv; ++d) {
-        expect_close(direction(hv, d, p.nw(), nv),
-                     plain_hessian_product(p, direction(v, d, p.nw(), nv)),
+        expect_close(tangent(hv, d, p.nw(), nv),
+                     plain_hessian_product(p, tangent(v, d, p.nw(), nv)),
                      TOLERANCE,
-                     "direction " + std::to_string(d) + ", element");
+                     "tangent " + std::to_string(d) + ", element");
     }
 }
 
 // All arguments of one call, so that a test can change one of them.
 struct HvCall {
-    explicit HvCall(const Problem& p, const Numbers& directions, unsigned n)
+    explicit HvCall(const Problem& p, const Numbers& tangents, unsigned n)
         : w(p.w.data()),
           nw(p.nw()),
-          v(directions.data()),
+          v(tangents.data()),
           nv(n),
           x(p.x.data()),
           y(p.y.data()),
@@ -60,13 +60,13 @@ struct HvCall {
 
 }  // namespace
 
-TEST(Hv, TakesAndGivesInterleavedDirectionsInColumnOrder)
+TEST(Hv, TakesAndGivesInterleavedTangentsInColumnOrder)
 {
     for (const char* norm : NORMS) {
         const Problem p = problem("softplus", norm);
         const Network net(p.shape.text());
         for (const unsigned nv : {1u, 3u, p.nw() + 4}) {
-            SCOPED_TRACE(testing::Message() << nv << " directions");
+            SCOPED_TRACE(testing::Message() << nv << " tangents");
             Random random(nv);
             const Numbers v = random.list(std::size_t{p.nw()} * nv);
             const HessianProducts products = call_Hv(net, p, v, nv);
@@ -75,7 +75,7 @@ TEST(Hv, TakesAndGivesInterleavedDirectionsInColumnOrder)
     }
 }
 
-TEST(Hv, TakesAndGivesDirectionsOneAfterTheOtherInRowOrder)
+TEST(Hv, TakesAndGivesTangentsOneAfterTheOtherInRowOrder)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -97,19 +97,19 @@ TEST(Hv, GivesTheSameProductsInBothOrders)
     const HessianProducts columns = call_Hv(net, p, v, p.nw());
     const RowOrder row_order;
     const HessianProducts rows = call_Hv(net, p, in_row_order(v, p.nw(), p.nw()), p.nw());
-    // The same directions in the same number: the same arithmetic.
+    // The same tangents in the same number: the same arithmetic.
     EXPECT_EQ(bits_of(in_row_order(columns.hv, p.nw(), p.nw())), bits_of(rows.hv));
     EXPECT_EQ(bits_of(columns.gradient), bits_of(rows.gradient));
     EXPECT_EQ(bits(columns.value), bits(rows.value));
 }
 
-TEST(Hv, WritesOnlyTheDirectionsThatItWasGivenInRowOrder)
+TEST(Hv, WritesOnlyTheTangentsThatItWasGivenInRowOrder)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
     const RowOrder row_order;
     for (const unsigned nv : {1u, 2u, p.nw() - 1}) {
-        SCOPED_TRACE(testing::Message() << nv << " directions");
+        SCOPED_TRACE(testing::Message() << nv << " tangents");
         Random random(4);
         // No longer than nw*nv: what stands behind it is not read.
         const Numbers v = random.list(std::size_t{p.nw()} * nv);
@@ -117,7 +117,7 @@ TEST(Hv, WritesOnlyTheDirectionsThatItWasGivenInRowOrder)
     }
 }
 
-TEST(Hv, WithoutDirectionsWritesValueAndGradientOnly)
+TEST(Hv, WithoutTangentsWritesValueAndGradientOnly)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -204,7 +204,7 @@ Problem single_weight(double b)
 
 }  // namespace
 
-TEST(Hv, OfASingleWeightAlongASingleDirectionIgnoresTheDirection)
+TEST(Hv, OfASingleWeightAlongASingleTangentIgnoresTheTangent)
 {
     const Problem p = single_weight(0.5);
     const Network net(p.shape.text());
@@ -227,16 +227,16 @@ TEST(Hv, OfASingleWeightAlongASingleDirectionIgnoresTheDirection)
     }
 }
 
-TEST(Hv, OfASingleWeightAlongSeveralDirectionsReadsThem)
+TEST(Hv, OfASingleWeightAlongSeveralTangentsReadsThem)
 {
     const Problem p = single_weight(0.5);
     const Network net(p.shape.text());
     const HessianProducts products = call_Hv(net, p, {2, -3, 0}, 3);
-    const double bend = -1 / (1.25 * 1.25);
-    expect_close(products.hv, plain::Reals{2 * bend, -3 * bend, 0}, 8 * EPS);
+    const double curvature = -1 / (1.25 * 1.25);
+    expect_close(products.hv, plain::Reals{2 * curvature, -3 * curvature, 0}, 8 * EPS);
 }
 
-TEST(Hv, OfSeveralWeightsAlongASingleDirectionReadsIt)
+TEST(Hv, OfSeveralWeightsAlongASingleTangentReadsIt)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -286,9 +286,9 @@ TEST(Hv, TakesZerosForNullInputs)
     const Network net(p.shape.text());
     Random random(6);
     const Numbers v = random.list(2 * std::size_t{p.nw()});
-    const auto expect_like = [&](HvCall& call, const Problem& with, const Numbers& directions) {
+    const auto expect_like = [&](HvCall& call, const Problem& with, const Numbers& tangents) {
         ASSERT_EQ(0, call.run(net));
-        const HessianProducts expected = call_Hv(net, with, directions, 2);
+        const HessianProducts expected = call_Hv(net, with, tangents, 2);
         EXPECT_EQ(bits(expected.value), bits(call.value));
         EXPECT_EQ(bits_of(expected.gradient), bits_of(call.gradient.values()));
         EXPECT_EQ(bits_of(expected.hv), bits_of(call.hv.values()));
@@ -350,13 +350,13 @@ TEST(Hv, MayWriteOverItsInputs)
     Random random(8);
     const Numbers v = random.list(2 * std::size_t{p.nw()});
     const HessianProducts expected = call_Hv(net, p, v, 2);
-    Numbers w = p.w, directions = v;
+    Numbers w = p.w, tangents = v;
     double value = 0;
     ASSERT_EQ(0,
               vemk_Hv(net,
                       w.data(),
                       p.nw(),
-                      directions.data(),
+                      tangents.data(),
                       2,
                       p.x.data(),
                       p.y.data(),
@@ -365,9 +365,9 @@ TEST(Hv, MayWriteOverItsInputs)
                       p.ycols(),
                       &value,
                       w.data(),
-                      directions.data()));
+                      tangents.data()));
     EXPECT_EQ(bits_of(expected.gradient), bits_of(w));
-    EXPECT_EQ(bits_of(expected.hv), bits_of(directions));
+    EXPECT_EQ(bits_of(expected.hv), bits_of(tangents));
 }
 
 TEST(Hv, LeavesTheHandleAsItWas)
@@ -380,7 +380,7 @@ TEST(Hv, LeavesTheHandleAsItWas)
     const Numbers v = random.list(3 * std::size_t{p.nw()});
     const HessianProducts first = call_Hv(net, p, v, 3);
     call_Hv(net, p, random.list(p.nw()), 1);
-    // Another number of directions in between leaves no trace.
+    // Another number of tangents in between leaves no trace.
     const HessianProducts again = call_Hv(net, p, v, 3);
     EXPECT_EQ(bits_of(first.hv), bits_of(again.hv));
     EXPECT_EQ(bits_of(first.gradient), bits_of(again.gradient));

@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr const char* TOLD =
+constexpr const char* REPORT =
     "ad.h:269: POLE_DIVISION_C: non differentiable function division at point (0, 0)\n";
-constexpr const char* TOLD_OF_ONE =
+constexpr const char* REPORT_OF_ONE =
     "ad.h:269: POLE_DIVISION_C: non differentiable function division at point (1, 0)\n";
 
 constexpr int THREADS = 4;
@@ -40,7 +40,7 @@ struct Counter : yafad::ErrorHandler {
     void report(yafad::Error& error) override
     {
         const std::string said = error.message + "\n";
-        ++(said == TOLD || said == TOLD_OF_ONE ? as_documented : others);
+        ++(said == REPORT || said == REPORT_OF_ONE ? as_documented : others);
     }
 };
 
@@ -84,7 +84,7 @@ TEST(HandlerFault, HandlerUnset_TheMessageAndThenTheTrap)
 {
     const child::Outcome outcome = child::play("divides_by_nothing_with_traps_armed", {"unset"});
     EXPECT_TRUE(outcome.exited_with(6)) << outcome.description();
-    EXPECT_EQ(TOLD, outcome.err);
+    EXPECT_EQ(REPORT, outcome.err);
 }
 
 TEST(HandlerFault, HandlerSet_OneReportAndThenTheTrap)
@@ -117,6 +117,6 @@ TEST(HandlerFault, NoHandlerOnWorkers_EveryLineIsWritten)
 {
     const child::Outcome outcome = child::play("divides_by_nothing_on_workers", {"unset"});
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
-    EXPECT_EQ(THREADS * CALLS, static_cast<int>(lines(outcome.err, TOLD)));
-    EXPECT_EQ(THREADS * CALLS, static_cast<int>(lines(outcome.err, TOLD_OF_ONE)));
+    EXPECT_EQ(THREADS * CALLS, static_cast<int>(lines(outcome.err, REPORT)));
+    EXPECT_EQ(THREADS * CALLS, static_cast<int>(lines(outcome.err, REPORT_OF_ONE)));
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-// Requests that differ in their number of directions, so that calls with different numbers meet.
+// Requests that differ in their number of tangents, so that calls with different numbers meet.
 std::vector<Request> requests()
 {
     std::vector<Request> all;

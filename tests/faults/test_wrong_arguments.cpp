@@ -57,7 +57,7 @@ struct Arguments {
 struct Callee {
     const char* name;
     int (*run)(const Arguments& a);
-    bool takes_targets, needs_nw_with_null_w, needs_rows, takes_directions, takes_cotangents;
+    bool takes_targets, needs_nw_with_null_w, needs_rows, takes_tangents, takes_cotangents;
     int outputs;
     std::size_t (*first_length)(const Arguments& a);
     std::size_t (*second_length)(const Arguments& a);
@@ -125,7 +125,7 @@ bool refused(const Callee& callee, const Arguments& a)
     if (callee.takes_targets && a.ycols != NUMOUT) return true;
     if (results(a) >= LIMIT) return true;
     if (callee.needs_rows && a.nrows == 0) return true;
-    if (callee.takes_directions && products(a) >= LIMIT) return true;
+    if (callee.takes_tangents && products(a) >= LIMIT) return true;
     return callee.takes_cotangents && derivatives(a) >= LIMIT;
 }
 
@@ -156,7 +156,7 @@ public:
     bool is_beyond_this_test() const
     {
         if (refused(callee_, given_)) return false;
-        const bool huge = given_.nv > 3 && (callee_.takes_directions || callee_.takes_cotangents);
+        const bool huge = given_.nv > 3 && (callee_.takes_tangents || callee_.takes_cotangents);
         return huge || (std::string("vemk_Hv") == callee_.name && given_.nrows == 0);
     }
 
@@ -191,11 +191,11 @@ private:
     {
         // A refused call must look into none of them.
         const Arguments sizes = is_refused ? Arguments{} : given_;
-        const bool cotangents = !callee_.takes_directions;
-        const std::size_t one_direction = cotangents ? results(sizes) : NUMEL;
-        const bool single = !callee_.takes_directions && !callee_.takes_cotangents;
+        const bool cotangents = !callee_.takes_tangents;
+        const std::size_t one_tangent = cotangents ? results(sizes) : NUMEL;
+        const bool single = !callee_.takes_tangents && !callee_.takes_cotangents;
         w_.emplace(NUMEL, random_);
-        v_.emplace(one_direction * (single ? 1 : sizes.nv), random_);
+        v_.emplace(one_tangent * (single ? 1 : sizes.nv), random_);
         x_.emplace(std::size_t{sizes.nrows} * sizes.xcols, random_);
         y_.emplace(results(sizes), random_);
         value_.emplace(1, UNTOUCHED);

@@ -34,14 +34,14 @@ struct Case {
         row_order = random.below(3) == 0 ? 1 + static_cast<int>(random.below(2)) : 0;
         request.own_weights = random.below(5) == 0;
         if (request.nv > request.nw()) row_order = 0;
-        // A single direction of a single weight is taken for 1.
+        // A single tangent of a single weight is taken for 1.
         if (request.nw() == 1 && request.nv == 1) request.v[0] = 1.0;
     }
 
     std::string described() const
     {
         return '"' + network.text() + "\", rows " + std::to_string(request.batch.nrows) + " of " +
-               std::to_string(request.batch.xcols) + ", directions " + std::to_string(request.nv) +
+               std::to_string(request.batch.xcols) + ", tangents " + std::to_string(request.nv) +
                ", threads " + std::to_string(threads) + ", batch " + std::to_string(batch) +
                (quiet ? ", quiet" : "") + (row_order ? ", row order" : "") +
                (request.own_weights ? ", own weights" : "");
@@ -99,20 +99,20 @@ private:
         return sum / static_cast<plain::Real>(all.size());
     }
 
-    // Entry i of direction d, of n entries each.
+    // Entry i of tangent d, of n entries each.
     std::size_t place(std::size_t i, std::size_t d, std::size_t n) const
     {
         return c_.row_order != 0 ? d * n + i : i * q_.nv + d;
     }
 
-    plain::Reals direction(std::size_t d) const
+    plain::Reals tangent(std::size_t d) const
     {
         plain::Reals v;
         for (std::size_t k = 0; k < q_.nw(); ++k) v.push_back(q_.v[place(k, d, q_.nw())]);
         return v;
     }
 
-    // The columns, one for each direction, behind what comes first, in the order that the case asks for.
+    // The columns, one for each tangent, behind what comes first, in the order that the case asks for.
     plain::Reals joined(plain::Reals first,
                         const std::vector<plain::Reals>& columns,
                         std::size_t n) const
@@ -130,7 +130,7 @@ private:
         std::vector<plain::Reals> columns;
         for (std::size_t d = 0; d < q_.nv; ++d) {
             columns.push_back(plain::hessian_product(
-                c_.network, b_.w, b_.x, b_.y, b_.nrows, b_.xcols, direction(d)));
+                c_.network, b_.w, b_.x, b_.y, b_.nrows, b_.xcols, tangent(d)));
         }
         return joined(truth_of(entry_named("vemk_g"), c_.network, b_), columns, q_.nw());
     }
@@ -139,7 +139,7 @@ private:
     {
         std::vector<plain::Reals> columns;
         for (std::size_t d = 0; d < q_.nv; ++d) {
-            const plain::Reals v = direction(d);
+            const plain::Reals v = tangent(d);
             std::vector<plain::Complex> at;
             for (std::size_t k = 0; k < v.size(); ++k) at.emplace_back(b_.w[k], v[k] * plain::STEP);
             plain::Reals column;

@@ -39,8 +39,8 @@ struct Problem {
     vemkn::Network network() const { return vemkn::Network(truth.text()); }
 };
 
-// Direction d of nv in a vector of either order, each of n entries.
-inline Numbers direction(const Numbers& v, std::size_t d, std::size_t nv, vemkn::Order order)
+// Tangent d of nv in a vector of either order, each of n entries.
+inline Numbers tangent(const Numbers& v, std::size_t d, std::size_t nv, vemkn::Order order)
 {
     const std::size_t n = v.size() / nv;
     Numbers one;

@@ -135,7 +135,7 @@ TEST(HppNetwork, PassesThreadsAndSlicesOnToTheHandle)
 
 using Arguments = std::array<Numbers, 3>;  // weights, inputs, targets
 
-// Every computing member function on these arguments, with one direction or cotangent that fits.
+// Every computing member function on these arguments, with one tangent or cotangent that fits.
 std::vector<std::pair<const char*, std::function<void(const vemkn::Network&, const Arguments&)>>>
 computing_functions()
 {
@@ -183,7 +183,7 @@ TEST(HppShapes, EveryCallThrowsForEveryWrongLength)
     }
 }
 
-TEST(HppShapes, DirectionsAndWeightingsAreWholeAndAtLeastOne)
+TEST(HppShapes, TangentsAndCotangentsAreWholeAndAtLeastOne)
 {
     const vemkn::Network net = problem.network();
     const Numbers &w = problem.w, &x = problem.x, &y = problem.y;
@@ -209,7 +209,7 @@ TEST(HppShapes, TheMessageSaysBothNumbers)
     }
 }
 
-// 2^32 weighting values that nobody may read.
+// 2^32 cotangent values that nobody may read.
 TEST(HppShapes, WhatTheLibraryRefusesIsARuntimeError)
 {
     constexpr std::size_t rows = 1u << 16, values = rows * rows;

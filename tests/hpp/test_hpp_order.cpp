@@ -4,7 +4,7 @@
 
 #include "hpp/problem.h"
 
-// The storage order of directions belongs to the call, though the library keeps it for the process.
+// The storage order of tangents belongs to the call, though the library keeps it for the process.
 
 namespace {
 

@@ -74,8 +74,8 @@ TEST_F(HppValues, HessianProductsAreSecondDerivativesInBothOrders)
                 static_cast<double>(truth.objective(w, x, y, problem.rows, 3)), r.value, TOLERANCE);
             expect_close(r.gradient, truth.gradient(w, x, y, problem.rows, 3), TOLERANCE);
             for (std::size_t d = 0; d < nv; d += 2) {
-                const Numbers along = direction(v, d, nv, order);
-                expect_close(direction(r.products, d, nv, order),
+                const Numbers along = tangent(v, d, nv, order);
+                expect_close(tangent(r.products, d, nv, order),
                              plain::hessian_product(
                                  truth, w, x, y, problem.rows, 3, {along.begin(), along.end()}),
                              20 * TOLERANCE);
@@ -101,14 +101,14 @@ TEST_F(HppValues, JacobianProductsFromBothSidesAreThoseOfTheWholeMatrix)
         EXPECT_TRUE(r.finite);
         expect_close(r.values, truth.element_norms(w, x, y, problem.rows, 3), TOLERANCE);
         for (std::size_t d = 0; d < nv; ++d) {
-            const Numbers along = direction(v, d, nv, order);
+            const Numbers along = tangent(v, d, nv, order);
             plain::Reals product(problem.results());
             for (std::size_t i = 0; i < product.size(); ++i) {
                 for (std::size_t k = 0; k < along.size(); ++k) {
                     product[i] += jacobian[i][k] * static_cast<plain::Real>(along[k]);
                 }
             }
-            expect_close(direction(r.products, d, nv, order), product, 20 * TOLERANCE);
+            expect_close(tangent(r.products, d, nv, order), product, 20 * TOLERANCE);
         }
     }
 

@@ -44,7 +44,7 @@ private:
     Numbers all_;
 };
 
-// Row order for a scope: directions and products stand one after the other. Otherwise they are interleaved.
+// Row order for a scope: tangents and products stand one after the other. Otherwise they are interleaved.
 class RowOrder {
 public:
     explicit RowOrder(int value = 1) { vemk_major(nullptr, value); }
@@ -224,14 +224,14 @@ inline Numbers identity(std::size_t n)
     return v;
 }
 
-// Entry i of direction d, of nv directions of n entries each, in the order of the moment.
+// Entry i of tangent d, of nv tangents of n entries each, in the order of the moment.
 inline std::size_t place(std::size_t i, std::size_t d, std::size_t n, std::size_t nv)
 {
     return vemkn_rowmajor != 0 ? d * n + i : i * nv + d;
 }
 
-// Direction d out of nv directions of n entries each.
-inline Numbers direction(const Numbers& all, std::size_t d, std::size_t n, std::size_t nv)
+// Tangent d out of nv tangents of n entries each.
+inline Numbers tangent(const Numbers& all, std::size_t d, std::size_t n, std::size_t nv)
 {
     Numbers one(n);
     for (std::size_t i = 0; i < n; ++i) one[i] = all[place(i, d, n, nv)];
@@ -279,8 +279,8 @@ inline plain::Reals plain_jacobian(const Problem& p)
     return J;
 }
 
-// The Hessian of the objective times a direction: differences of gradients that come from complex steps. Along a
-// direction of several units a network bends more than its functions do one by one, so the step is shorter than theirs.
+// The Hessian of the objective times a tangent: differences of gradients that come from complex steps. Along a
+// tangent of several units a network bends more than its functions do one by one, so the step is shorter than theirs.
 inline plain::Reals plain_hessian_product(const Problem& p, const Numbers& v, int exponent = -11)
 {
     const plain::Reals cotangent = p.shape.mean(p.nrows);

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The entry point of that name, on weights, targets and directions of ones.
+// The entry point of that name, on weights, targets and tangents of ones.
 int run_entry(const std::string& name,
               VEMKNInfo* net,
               const double* x,
@@ -125,7 +125,7 @@ TEST(WidthStop, LooksAtTheFirstLayerAfterTheInputs)
     }
 }
 
-// entry, number of directions or cotangents, what is infinite: a linear network of positive weights
+// entry, number of tangents or cotangents, what is infinite: a linear network of positive weights
 SCENE(infinity)
 {
     const Network net("2 1 2 1 8 2 1 id sum");
@@ -153,7 +153,7 @@ SCENE(infinity)
 
 TEST(Infinity, TrapsWhereItsTangentIsFormed)
 {
-    // Nothing else here makes a NaN: the output and its derivatives along positive directions are infinite or plain
+    // Nothing else here makes a NaN: the output and its derivatives along positive tangents are infinite or plain
     // numbers. But the tangents of inputs and weights begin as inputs and weights times 0.0.
     for (const char* entry : {"vemk_Hv", "vemk_Jv"}) {
         for (const char* what : {"input", "weight"}) {

@@ -62,7 +62,7 @@ TEST(DerivativeProof, JvAndVJAreTransposesOfEachOther)
     }
 }
 
-TEST(DerivativeProof, VJVecOfUnitWeightingsIsTheJacobianOfJvAndOfThePlainLoops)
+TEST(DerivativeProof, VJVecOfUnitCotangentsIsTheJacobianOfJvAndOfThePlainLoops)
 {
     for (unsigned i = 0; i < PROBLEMS; ++i) {
         const Problem p = random_problem(i);
@@ -83,7 +83,7 @@ TEST(DerivativeProof, VJVecOfUnitWeightingsIsTheJacobianOfJvAndOfThePlainLoops)
     }
 }
 
-TEST(DerivativeProof, VJVecWithOneWeightingIsVJ)
+TEST(DerivativeProof, VJVecWithOneCotangentIsVJ)
 {
     for (unsigned i = 0; i < PROBLEMS; ++i) {
         const Problem p = random_problem(i);
@@ -107,10 +107,10 @@ TEST(DerivativeProof, TheHessianIsSymmetric)
         set_slices(net, i, p);
         Random random(i);
         const Numbers uv = random.list(2 * std::size_t{p.nw()});
-        const Numbers u = direction(uv, 0, p.nw(), 2), v = direction(uv, 1, p.nw(), 2);
+        const Numbers u = tangent(uv, 0, p.nw(), 2), v = tangent(uv, 1, p.nw(), 2);
         const Numbers products = call_Hv(net, p, uv, 2).hv;
-        const Numbers Hu = direction(products, 0, p.nw(), 2);
-        const Numbers Hv = direction(products, 1, p.nw(), 2);
+        const Numbers Hu = tangent(products, 0, p.nw(), 2);
+        const Numbers Hv = tangent(products, 1, p.nw(), 2);
         const Numbers H = call_Hv(net, p, identity(p.nw()), p.nw()).hv;
         EXPECT_LE(static_cast<double>(std::fabs(dot(u, Hv) - dot(v, Hu))),
                   ROUNDINGS * size_of_form(u, H, v));
@@ -194,9 +194,9 @@ TEST(DerivativeProof, HvHasTheValueAndGradientOfGToTheBit)
     }
 }
 
-TEST(DerivativeProof, DirectionsDoNotMix)
+TEST(DerivativeProof, TangentsDoNotMix)
 {
-    // Each of several directions gives what it gives alone: products are formed direction by direction.
+    // Each of several tangents gives what it gives alone: products are formed tangent by tangent.
     for (unsigned i = 0; i < PROBLEMS; i += 5) {
         const Problem p = random_problem(i);
         SCOPED_TRACE(testing::Message() << "problem " << i << ", " << described(p));
@@ -207,13 +207,12 @@ TEST(DerivativeProof, DirectionsDoNotMix)
         const Numbers v = random.list(std::size_t{p.nw()} * nv);
         const Numbers hv = call_Hv(net, p, v, nv).hv, jac = call_Jv(net, p, v, nv).jac;
         for (unsigned d = 0; d < nv; ++d) {
-            const Numbers alone = direction(v, d, p.nw(), nv);
-            // One direction of one weight is differentiated along 1.0, whatever it is.
+            const Numbers alone = tangent(v, d, p.nw(), nv);
+            // One tangent of one weight is differentiated along 1.0, whatever it is.
             if (p.nw() == 1) continue;
-            expect_close(direction(hv, d, p.nw(), nv),
-                         call_Hv(net, p, alone, 1).hv,
-                         ROUNDINGS * largest(hv));
-            expect_close(direction(jac, d, p.elements(), nv),
+            expect_close(
+                tangent(hv, d, p.nw(), nv), call_Hv(net, p, alone, 1).hv, ROUNDINGS * largest(hv));
+            expect_close(tangent(jac, d, p.elements(), nv),
                          call_Jv(net, p, alone, 1).jac,
                          ROUNDINGS * largest(jac));
         }
@@ -270,7 +269,7 @@ TEST(DerivativeProof, HoldsForWiderLayersAndLongerBatches)
             SCOPED_TRACE(described(p));
             const Network net(p.shape.text());
             const Numbers u = random.list(p.elements()), uv = random.list(2 * std::size_t{p.nw()});
-            const Numbers a = direction(uv, 0, p.nw(), 2), b = direction(uv, 1, p.nw(), 2);
+            const Numbers a = tangent(uv, 0, p.nw(), 2), b = tangent(uv, 1, p.nw(), 2);
             for (const int batch : {32, 70, 150}) {
                 ASSERT_EQ(0, vemk_setpar(net, 2, batch));
                 const Gradient g = call_g(net, p);
@@ -280,8 +279,8 @@ TEST(DerivativeProof, HoldsForWiderLayersAndLongerBatches)
 
                 // Sums of some thousand products of either sign, which may cancel: errors in proportion to the largest
                 // entry times their number.
-                const Numbers Ha = direction(products.hv, 0, p.nw(), 2);
-                const Numbers Hb = direction(products.hv, 1, p.nw(), 2);
+                const Numbers Ha = tangent(products.hv, 0, p.nw(), 2);
+                const Numbers Hb = tangent(products.hv, 1, p.nw(), 2);
                 EXPECT_NEAR(static_cast<double>(dot(a, Hb)),
                             static_cast<double>(dot(b, Ha)),
                             ROUNDINGS * p.nw() * largest(products.hv));

@@ -15,7 +15,7 @@ namespace {
 struct Arguments {
     const double* w;
     unsigned nw;
-    const double* v;  // directions or cotangents
+    const double* v;  // tangents or cotangents
     unsigned nv;      // their number; vemk_vJ has one
     const double* x;
     const double* y;
@@ -28,7 +28,7 @@ struct Arguments {
 struct Entry {
     const char* name;
     int (*run)(VEMKNInfo* net, const Arguments& a);
-    bool takes_directions;
+    bool takes_tangents;
 };
 
 int run_Hv(VEMKNInfo* net, const Arguments& a)
@@ -236,11 +236,11 @@ INSTANTIATE_TEST_SUITE_P(Entries, RefusedProduct, testing::ValuesIn(ENTRIES), na
 
 namespace {
 
-class RefusedDirections : public RefusedProduct {};
+class RefusedTangents : public RefusedProduct {};
 
 }  // namespace
 
-TEST_P(RefusedDirections, OfMoreThanThereAreWeightsInRowOrder)
+TEST_P(RefusedTangents, OfMoreThanThereAreWeightsInRowOrder)
 {
     const Network net(TEXT);
     const RowOrder row_order;
@@ -250,7 +250,7 @@ TEST_P(RefusedDirections, OfMoreThanThereAreWeightsInRowOrder)
     }
 }
 
-TEST_P(RefusedDirections, NotOfMoreThanThereAreWeightsInColumnOrder)
+TEST_P(RefusedTangents, NotOfMoreThanThereAreWeightsInColumnOrder)
 {
     const Network net(TEXT);
     Numbers inputs(NW * (NW + 1), 0.25), first(NW), second(NW * (NW + 1));
@@ -270,7 +270,7 @@ TEST_P(RefusedDirections, NotOfMoreThanThereAreWeightsInColumnOrder)
     EXPECT_EQ(0, GetParam().run(net, a));
 }
 
-TEST_P(RefusedDirections, OfTooManyDirectionValues)
+TEST_P(RefusedTangents, OfTooManyTangentValues)
 {
     const Network net(TEXT);
     // 17 * 252645136 is the first multiple of 17 from 2^32 on.
@@ -287,17 +287,17 @@ TEST_P(RefusedDirections, OfTooManyDirectionValues)
 }
 
 INSTANTIATE_TEST_SUITE_P(Entries,
-                         RefusedDirections,
+                         RefusedTangents,
                          testing::Values(ENTRIES[0], ENTRIES[1]),
                          name_of);
 
 namespace {
 
-class RefusedWeightings : public RefusedProduct {};
+class RefusedCotangents : public RefusedProduct {};
 
 }  // namespace
 
-TEST_P(RefusedWeightings, OfTooManyValues)
+TEST_P(RefusedCotangents, OfTooManyValues)
 {
     const Network net(TEXT);
     // 3 rows of 2: 6 * 715827883 is the first multiple of 6 from 2^32 on.
@@ -315,7 +315,7 @@ TEST_P(RefusedWeightings, OfTooManyValues)
     expect_refused(net, most, {"4294967296"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Entries, RefusedWeightings, testing::Values(ENTRIES[3]), name_of);
+INSTANTIATE_TEST_SUITE_P(Entries, RefusedCotangents, testing::Values(ENTRIES[3]), name_of);
 
 namespace {
 
@@ -327,7 +327,7 @@ class RefusedResults : public RefusedProduct {};
 TEST_P(RefusedResults, OfTooMany)
 {
     const Network net("1 1 2 1 8 1 1 id sum");  // four weights
-    const bool forward = GetParam().takes_directions;
+    const bool forward = GetParam().takes_tangents;
     const auto change = [&](Arguments& a) {
         a.nw = 4;
         a.nrows = forward ? 65536 : 0;

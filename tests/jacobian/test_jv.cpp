@@ -11,7 +11,7 @@ Problem problem(const char* activation = "softplus", const char* norm = "sum_log
 // Complex steps are exact to rounding; numbers of the size of ten, in sums of up to twenty.
 constexpr double TOLERANCE = 2000 * EPS;
 
-// jac against the plain Jacobian times every direction, in the order of the moment.
+// jac against the plain Jacobian times every tangent, in the order of the moment.
 void expect_products(const Problem& p, const Numbers& v, unsigned nv, const Numbers& jac)
 {
     const plain::Reals J = plain_jacobian(p);
@@ -22,19 +22,19 @@ void expect_products(const Problem& p, const Numbers& v, unsigned nv, const Numb
                 truth[e] += J[e * p.nw() + k] * v[place(k, d, p.nw(), nv)];
             }
         }
-        expect_close(direction(jac, d, p.elements(), nv),
+        expect_close(tangent(jac, d, p.elements(), nv),
                      truth,
                      TOLERANCE,
-                     "direction " + std::to_string(d) + ", element");
+                     "tangent " + std::to_string(d) + ", element");
     }
 }
 
 // All arguments of one call, so that a test can change one of them.
 struct JvCall {
-    explicit JvCall(const Problem& p, const Numbers& directions, unsigned n)
+    explicit JvCall(const Problem& p, const Numbers& tangents, unsigned n)
         : w(p.w.data()),
           nw(p.nw()),
-          v(directions.data()),
+          v(tangents.data()),
           nv(n),
           x(p.x.data()),
           y(p.y.data()),
@@ -79,7 +79,7 @@ TEST(Jv, GivesTheFullJacobianAlongTheIdentityInBothOrders)
     }
 }
 
-TEST(Jv, TakesAndGivesInterleavedDirectionsInColumnOrder)
+TEST(Jv, TakesAndGivesInterleavedTangentsInColumnOrder)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -90,15 +90,15 @@ TEST(Jv, TakesAndGivesInterleavedDirectionsInColumnOrder)
     }
 }
 
-TEST(Jv, TakesAndGivesDirectionsOneAfterTheOtherInRowOrder)
+TEST(Jv, TakesAndGivesTangentsOneAfterTheOtherInRowOrder)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
     const RowOrder row_order;
     for (const unsigned nv : {1u, 2u, p.nw() - 1, p.nw()}) {
-        SCOPED_TRACE(testing::Message() << nv << " directions");
+        SCOPED_TRACE(testing::Message() << nv << " tangents");
         Random random(nv);
-        // No longer than nw*nv: directions that are not there count as zero and are not read.
+        // No longer than nw*nv: tangents that are not there count as zero and are not read.
         const Numbers v = random.list(std::size_t{p.nw()} * nv);
         expect_products(p, v, nv, call_Jv(net, p, v, nv).jac);
     }
@@ -139,7 +139,7 @@ TEST(Jv, OfTheSumNormIsThatOfTheResiduals)
     expect_close(products.f, p.shape.residuals(p.w, p.x, p.y, p.nrows, p.xcols), TOLERANCE);
 }
 
-TEST(Jv, WithoutDirectionsWritesTheValuesOnly)
+TEST(Jv, WithoutTangentsWritesTheValuesOnly)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -153,7 +153,7 @@ TEST(Jv, WithoutDirectionsWritesTheValuesOnly)
     }
 }
 
-TEST(Jv, OfASingleWeightAlongASingleDirectionIgnoresTheDirection)
+TEST(Jv, OfASingleWeightAlongASingleTangentIgnoresTheTangent)
 {
     Problem p;
     // No inputs reach the output: y = atan(b), with the single weight b.
@@ -174,7 +174,7 @@ TEST(Jv, OfASingleWeightAlongASingleDirectionIgnoresTheDirection)
         ASSERT_EQ(0, call.run(net));
         expect_close(call.jac.values(), plain::Reals{0.8L, 0.8L}, 4 * EPS);
     }
-    // Two directions are read.
+    // Two tangents are read.
     expect_close(call_Jv(net, p, {2, -1}, 2).jac, plain::Reals{1.6L, -0.8L, 1.6L, -0.8L}, 8 * EPS);
 }
 
@@ -215,9 +215,9 @@ TEST(Jv, TakesZerosForNullInputs)
     const Network net(p.shape.text());
     Random random(3);
     const Numbers v = random.list(2 * std::size_t{p.nw()});
-    const auto expect_like = [&](JvCall& call, const Problem& with, const Numbers& directions) {
+    const auto expect_like = [&](JvCall& call, const Problem& with, const Numbers& tangents) {
         ASSERT_EQ(0, call.run(net));
-        const JacobianProducts expected = call_Jv(net, with, directions, 2);
+        const JacobianProducts expected = call_Jv(net, with, tangents, 2);
         EXPECT_EQ(bits_of(expected.f), bits_of(call.f.values()));
         EXPECT_EQ(bits_of(expected.jac), bits_of(call.jac.values()));
     };
@@ -273,13 +273,13 @@ TEST(Jv, MayWriteOverItsInputs)
     Random random(4);
     const Numbers v = random.list(2 * std::size_t{p.nw()});
     const JacobianProducts expected = call_Jv(net, p, v, 2);
-    Numbers y = p.y, directions = v;
-    // elements()*2 products fit into nw*2 directions.
+    Numbers y = p.y, tangents = v;
+    // elements()*2 products fit into nw*2 tangents.
     ASSERT_EQ(0,
               vemk_Jv(net,
                       p.w.data(),
                       p.nw(),
-                      directions.data(),
+                      tangents.data(),
                       2,
                       p.x.data(),
                       y.data(),
@@ -287,10 +287,10 @@ TEST(Jv, MayWriteOverItsInputs)
                       p.xcols,
                       p.ycols(),
                       y.data(),
-                      directions.data()));
-    directions.resize(expected.jac.size());
+                      tangents.data()));
+    tangents.resize(expected.jac.size());
     EXPECT_EQ(bits_of(expected.f), bits_of(y));
-    EXPECT_EQ(bits_of(expected.jac), bits_of(directions));
+    EXPECT_EQ(bits_of(expected.jac), bits_of(tangents));
 }
 
 TEST(Jv, LeavesTheHandleAsItWas)
@@ -374,7 +374,7 @@ TEST(Jv, PassesAQuietNanInputOnToItsOwnRow)
                 for (std::size_t d = 0; d < p.nw(); ++d) {
                     const double computed = products.jac[e * p.nw() + d];
                     if (e / 2 == 1) {
-                        // The tangents of the inputs are inputs times 0.0, so NaN along every direction.
+                        // The tangents of the inputs are inputs times 0.0, so NaN along every tangent.
                         EXPECT_TRUE(std::isnan(computed)) << e << ", " << d;
                     } else {
                         EXPECT_NEAR(before.jac[e * p.nw() + d], computed, TOLERANCE);

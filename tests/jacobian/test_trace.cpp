@@ -240,7 +240,7 @@ TEST(JvTrace, NormsValuesThatAreNormedAlready)
               out.text().substr(0, 6 + six_digits(twice_normed(p)).size()));
 }
 
-TEST(JvTrace, ComesWithoutDirectionsToo)
+TEST(JvTrace, ComesWithoutTangentsToo)
 {
     const TraceVariable variable("1");
     const Problem p = problem("sum");

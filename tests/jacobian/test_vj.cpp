@@ -111,7 +111,7 @@ TEST_P(VJ, GivesTheResidualsAlsoUnderTheLikelihood)
     expect_close(call(net, p, Numbers(p.elements())).r, residual.values(), TOLERANCE);
 }
 
-TEST_P(VJ, GivesARowOfTheJacobianForAUnitWeighting)
+TEST_P(VJ, GivesARowOfTheJacobianForAUnitCotangent)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -137,7 +137,7 @@ TEST_P(VJ, OfOnesIsTheGradientOfTheSumOfTheResiduals)
     expect_close(call(net, p, Numbers(p.elements(), 1.0)).g, sum, TOLERANCE);
 }
 
-TEST_P(VJ, OfTheMeanWeightingIsTheGradient)
+TEST_P(VJ, OfTheMeanCotangentIsTheGradient)
 {
     const Problem p = problem();
     const Network net(p.shape.text());

@@ -26,7 +26,7 @@ plain::Reals weighted_rows(const plain::Reals& J, const Numbers& u, std::size_t 
 
 }  // namespace
 
-TEST(VJVec, GivesAProductForEveryWeightingRowByRow)
+TEST(VJVec, GivesAProductForEveryCotangentRowByRow)
 {
     for (const char* norm : NORMS) {
         const Problem p = problem("atan", norm);
@@ -51,7 +51,7 @@ TEST(VJVec, GivesAProductForEveryWeightingRowByRow)
     }
 }
 
-TEST(VJVec, DependsOnTheOtherWeightingsAndTheThreadsByRoundingOnly)
+TEST(VJVec, DependsOnTheOtherCotangentsAndTheThreadsByRoundingOnly)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -119,7 +119,7 @@ TEST(VJVec, GivesEveryProductInGroupsOfAnySize)
     }
 }
 
-TEST(VJVec, WithOneWeightingIsVJ)
+TEST(VJVec, WithOneCotangentIsVJ)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -134,7 +134,7 @@ TEST(VJVec, WithOneWeightingIsVJ)
     }
 }
 
-TEST(VJVec, OfUnitWeightingsIsTheFullJacobian)
+TEST(VJVec, OfUnitCotangentsIsTheFullJacobian)
 {
     const Problem p = problem("softplus", "sum");
     const Network net(p.shape.text());
@@ -143,7 +143,7 @@ TEST(VJVec, OfUnitWeightingsIsTheFullJacobian)
     expect_close(call_vJ_vec(net, p, identity(k), k).g, plain_jacobian(p), TOLERANCE);
 }
 
-TEST(VJVec, OfNoWeightingsGivesTheResidualsOnly)
+TEST(VJVec, OfNoCotangentsGivesTheResidualsOnly)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -168,7 +168,7 @@ TEST(VJVec, OfNoWeightingsGivesTheResidualsOnly)
     }
 }
 
-TEST(VJVec, OfNoRowsGivesZerosForEveryWeighting)
+TEST(VJVec, OfNoRowsGivesZerosForEveryCotangent)
 {
     Problem p = problem();
     p.nrows = 0;

@@ -291,15 +291,15 @@ TEST_P(InstructionSets, DoArithmeticOnEveryLength)
 TEST_P(InstructionSets, ReachEveryDerivativeSideBySide)
 {
     for (const std::size_t cols : {1u, 2u, 5u, 8u, 10u, 16u, 31u, 63u, 64u, 65u, 100u}) {
-        for (const std::size_t directions : {0u, 1u, 2u, 7u, 8u, 9u, 70u, 600u}) {
-            if (directions * cols > 8'000) continue;
+        for (const std::size_t tangents : {0u, 1u, 2u, 7u, 8u, 9u, 70u, 600u}) {
+            if (tangents * cols > 8'000) continue;
             // After every row; and after every derivative, as where these are parts of longer rows.
             for (const auto& [gap, part_gap] : {std::pair{0u, 0u}, {3u, 0u}, {0u, 2u}}) {
                 SCOPED_TRACE(testing::Message()
-                             << cols << " columns, " << directions << " directions, gaps of " << gap
+                             << cols << " columns, " << tangents << " tangents, gaps of " << gap
                              << " and " << part_gap);
-                const std::size_t rows = 3, step = cols + part_gap, pitch = directions * step + gap;
-                const VEMKN::SideBySide shape{rows, cols, directions, step, pitch};
+                const std::size_t rows = 3, step = cols + part_gap, pitch = tangents * step + gap;
+                const VEMKN::SideBySide shape{rows, cols, tangents, step, pitch};
                 Numbers x(rows * cols), slope(rows * cols), curvature(rows * cols);
                 Numbers dx(rows * pitch), dybar(rows * pitch);
                 for (std::size_t i = 0; i < x.size(); ++i) {
@@ -326,7 +326,7 @@ TEST_P(InstructionSets, ReachEveryDerivativeSideBySide)
                 for (std::size_t r = 0; r < rows; ++r) {
                     for (std::size_t c = 0; c < pitch; ++c) {
                         const std::size_t to = r * pitch + c, of = r * cols + c % step;
-                        const bool inside = c < directions * step && c % step < cols;
+                        const bool inside = c < tangents * step && c % step < cols;
                         EXPECT_EQ(inside ? slope[of] * dx[to] : -1.0, scaled[to]);
                         EXPECT_EQ(inside ? (x[of] < 0 ? 0.0 : dx[to]) : -1.0, selected[to]);
                         EXPECT_EQ(inside ? slope[of] * dybar[to] + curvature[of] * dx[to] : -1.0,

@@ -6,7 +6,7 @@
 
 // What all eleven entry points give for one request, one number after the other.
 
-// What a host asks for: a batch, and nv directions or cotangents (vemk_vJ takes the first).
+// What a host asks for: a batch, and nv tangents or cotangents (vemk_vJ takes the first).
 struct Request {
     Batch batch;
     Numbers v;  // long enough for both

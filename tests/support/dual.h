@@ -2,7 +2,7 @@
 
 #include "support/plain_network.h"
 
-// A complex number with its derivative along one direction. Where a complex step gives one derivative of the plain
+// A complex number with its derivative along one tangent. Where a complex step gives one derivative of the plain
 // loops without a formula, this carries a second one through them, by the rules of school: sums, products, quotients,
 // and the three functions that occur.
 
@@ -57,7 +57,7 @@ inline Real real_part(const Dual& x)
     return x.value.real();
 }
 
-// The Hessian of the objective times a direction.
+// The Hessian of the objective times a tangent.
 inline Reals hessian_product(const Network& network,
                              const Numbers& w,
                              const Numbers& x,

@@ -19,7 +19,7 @@ struct Call {
     double* value = nullptr;  // the objective of vemk_g and vemk_Hv
     double* array =
         nullptr;  // outputs, residuals, norms, the gradient; the objective of vemk_obj and vemk_norm
-    const double* v = nullptr;   // directions or cotangents
+    const double* v = nullptr;   // tangents or cotangents
     unsigned nv = 1;             // how many
     double* products = nullptr;  // Hessian-vector, Jacobian-vector and vector-Jacobian products
 

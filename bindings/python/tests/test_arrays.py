@@ -21,7 +21,7 @@ def test_what_the_library_can_read_is_not_copied() -> None:
     flat = x.reshape(-1)
     assert _arrays.vector("w", flat, 12) is flat
     assert np.shares_memory(_arrays.matrix("y", flat, 1), x)
-    assert np.shares_memory(_arrays.directions("v", flat, 12), x)
+    assert np.shares_memory(_arrays.tangents("v", flat, 12), x)
     assert np.shares_memory(_arrays.cotangents("u", x, (3, 1)), x)
 
 
@@ -110,7 +110,7 @@ def test_wrong_weights_inputs_and_targets(call: Call, one: Case) -> None:
 
 
 @pytest.mark.usefixtures("no_library")
-def test_wrong_directions_and_cotangents(one: Case) -> None:
+def test_wrong_tangents_and_cotangents(one: Case) -> None:
     n, w, x, y = one.network, one.w, one.x, one.y
     wrong: list[Any]
     wrong = [np.zeros(20), np.zeros((20, 2)), np.zeros((1, 21)), np.zeros((21, 1, 1)), 0.0]

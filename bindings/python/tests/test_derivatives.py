@@ -19,7 +19,7 @@ from conftest import ROWS, Case, make_case
 from reference import assert_close
 from vemkn import _library
 from vemkn._arrays import Array
-from vemkn._library import direction_order, library
+from vemkn._library import tangent_order, library
 
 ROUNDING = 1e-11
 DIFFERENCES = 1e-6
@@ -54,14 +54,14 @@ def test_the_gradient_against_finite_differences_of_the_library(case: Case) -> N
         assert_close(gradient[k], (ahead - behind) / (2 * STEP), DIFFERENCES)
 
 
-def test_hessian_products_with_one_and_with_many_directions(case: Case) -> None:
+def test_hessian_products_with_one_and_with_many_tangents(case: Case) -> None:
     v = case.random.standard_normal((case.network.numel, 3))
     products = case.network.hvp(case.w, v, case.x, case.y)
     assert products.shape == v.shape
-    for product, direction in zip(products.T, v.T):
-        assert_close(product, hessian_product(case, direction), DIFFERENCES)
-        alone = case.network.hvp(case.w, direction, case.x, case.y)
-        assert alone.shape == direction.shape
+    for product, tangent in zip(products.T, v.T):
+        assert_close(product, hessian_product(case, tangent), DIFFERENCES)
+        alone = case.network.hvp(case.w, tangent, case.x, case.y)
+        assert alone.shape == tangent.shape
         assert_close(alone, product, ROUNDING)
 
 
@@ -94,21 +94,21 @@ def test_jacobian_and_its_products(case: Case) -> None:
     assert_close(gradient, np.tensordot(u[0], expected, 2), ROUNDING)
 
 
-def test_no_rows_and_no_directions(one: Case) -> None:
+def test_no_rows_and_no_tangents(one: Case) -> None:
     network, w, numel = one.network, one.w, one.network.numel
     no_x, no_y = np.empty((0, 2)), np.empty((0, 1))
     assert network.compute(w, no_x).shape == (0, 1)
     assert network.objective_each(w, no_x, no_y).shape == (0, 1)
     assert network.jacobian(w, no_x, no_y).shape == (0, 1, numel)
     assert not network.vjp(w, no_y, no_x, no_y)[1].any()
-    no_directions = np.empty((numel, 0))
-    assert network.hvp(w, no_directions, one.x, one.y).shape == (numel, 0)
-    assert network.jvp(w, no_directions, one.x, one.y)[1].shape == (ROWS, 1, 0)
+    no_tangents = np.empty((numel, 0))
+    assert network.hvp(w, no_tangents, one.x, one.y).shape == (numel, 0)
+    assert network.jvp(w, no_tangents, one.x, one.y)[1].shape == (ROWS, 1, 0)
     assert network.vjp_many(w, np.empty((0, ROWS, 1)), one.x, one.y)[1].shape == (0, numel)
 
 
 @pytest.mark.parametrize("order", [0, 1])
-def test_the_process_wide_order_of_directions_is_left_as_found(order: int, one: Case) -> None:
+def test_the_process_wide_order_of_tangents_is_left_as_found(order: int, one: Case) -> None:
     v = one.random.standard_normal((one.network.numel, 2))
     expected = one.network.hvp(one.w, v, one.x, one.y)
     expected_jv = one.network.jvp(one.w, v, one.x, one.y)[1]
@@ -116,10 +116,10 @@ def test_the_process_wide_order_of_directions_is_left_as_found(order: int, one: 
     try:
         assert (one.network.hvp(one.w, v, one.x, one.y) == expected).all()
         assert (one.network.jvp(one.w, v, one.x, one.y)[1] == expected_jv).all()
-        assert direction_order.current == order
-        with direction_order.interleaved(), direction_order.interleaved():
-            assert direction_order.current == 0
-        assert direction_order.current == order
+        assert tangent_order.current == order
+        with tangent_order.interleaved(), tangent_order.interleaved():
+            assert tangent_order.current == 0
+        assert tangent_order.current == order
     finally:
         library.vemk_major(None, 0)
 
@@ -129,7 +129,7 @@ def test_a_forked_child_begins_with_the_order_as_found() -> None:
     inside, forked = threading.Event(), threading.Event()
 
     def call() -> None:
-        with direction_order.interleaved():
+        with tangent_order.interleaved():
             inside.set()
             forked.wait()
 
@@ -139,7 +139,7 @@ def test_a_forked_child_begins_with_the_order_as_found() -> None:
     inside.wait()
     child = os.fork()
     if child == 0:
-        os._exit(7 if direction_order.current == 1 else 1)
+        os._exit(7 if tangent_order.current == 1 else 1)
     forked.set()
     thread.join()
     library.vemk_major(None, 0)
@@ -147,8 +147,8 @@ def test_a_forked_child_begins_with_the_order_as_found() -> None:
 
 
 def call() -> None:
-    with direction_order.interleaved():
-        assert direction_order.current == 0
+    with tangent_order.interleaved():
+        assert tangent_order.current == 0
 
 
 def before_line(number: int, action: Callable[[], None]) -> Any:
@@ -182,7 +182,7 @@ def test_a_call_may_interrupt_another_at_any_line() -> None:
             sys.settrace(before_line(number, interrupt))
             call()
             sys.settrace(None)
-            orders.append(direction_order.current)
+            orders.append(tangent_order.current)
 
     library.vemk_major(None, 1)
     thread = threading.Thread(target=use, daemon=True)
@@ -198,7 +198,7 @@ def test_a_call_may_interrupt_another_at_any_line() -> None:
 def test_an_exception_out_of_a_signal_handler_leaves_the_order_as_found(
     when: int, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    really = direction_order._set
+    really = tangent_order._set
     changes: list[int] = []
 
     def change(order: int) -> None:
@@ -208,14 +208,14 @@ def test_an_exception_out_of_a_signal_handler_leaves_the_order_as_found(
             raise KeyboardInterrupt
 
     library.vemk_major(None, 1)
-    monkeypatch.setattr(direction_order, "_set", change)
+    monkeypatch.setattr(tangent_order, "_set", change)
     try:
         with pytest.raises(KeyboardInterrupt):
             call()
-        assert direction_order.current == 1
+        assert tangent_order.current == 1
         library.vemk_major(None, 2)
         call()
-        assert direction_order.current == 2
+        assert tangent_order.current == 2
     finally:
         library.vemk_major(None, 0)
 

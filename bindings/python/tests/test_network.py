@@ -191,7 +191,7 @@ def test_without_quiet_mode_an_overflow_ends_the_process() -> None:
 
 
 def test_threads_on_one_network() -> None:
-    """Different numbers of directions wait for each other; results are those of one thread."""
+    """Different numbers of tangents wait for each other; results are those of one thread."""
     case = make_case("3 2 3 1 32 3 4 3 atan sum_log_dnorm_fat")
     network, numel = case.network, case.network.numel
     v = np.eye(numel)

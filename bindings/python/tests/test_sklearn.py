@@ -110,7 +110,7 @@ def test_in_a_pipeline_and_a_grid(data: tuple[Array, Array, Array]) -> None:
     assert grid.predict(x).shape == y.shape
 
 
-def test_the_iteration_limit_is_told(data: tuple[Array, Array, Array]) -> None:
+def test_the_iteration_limit_is_reported(data: tuple[Array, Array, Array]) -> None:
     x, _, y = data
     with pytest.warns(ConvergenceWarning, match="within 2 iterations"):
         model = VemknRegressor(random_state=0, max_iter=2).fit(x, y)

@@ -58,14 +58,14 @@ def matrix(name: str, values: ArrayLike, columns: int, *, fewer: bool = False) -
     return contiguous(array)
 
 
-def directions(name: str, values: ArrayLike, length: int) -> Array:
-    """Shape (length, k): a column for each direction; a vector counts as one."""
+def tangents(name: str, values: ArrayLike, length: int) -> Array:
+    """Shape (length, k): a column for each tangent; a vector counts as one."""
     array = numbers(name, values)
     if array.ndim == 1:
         array = array[:, np.newaxis]
     if array.ndim != 2 or array.shape[0] != length:
         raise ValueError(
-            f"{name} has the shape {np.shape(values)}, needs ({length},) or ({length}, directions)"
+            f"{name} has the shape {np.shape(values)}, needs ({length},) or ({length}, tangents)"
         )
     check_count(name, array.shape)
     return contiguous(array)

@@ -21,7 +21,7 @@ _COUNT = ctypes.c_uint
 _IGNORED = ctypes.c_uint64
 
 _ROWS_X_Y_OUT = [_POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT, _POINTER]
-_DIRECTIONS = [_POINTER, _COUNT, _POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
+_PRODUCT = [_POINTER, _COUNT, _POINTER, _COUNT, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
 
 # Name: what it returns, what it takes after the handle.
 _FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
@@ -43,14 +43,14 @@ _FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
     "vemk_norm": (ctypes.c_int, [_POINTER, _COUNT, _COUNT, _POINTER]),
     "vemk_logp": (ctypes.c_int, [_POINTER, _COUNT, _POINTER]),
     "vemk_g": (ctypes.c_int, [*_ROWS_X_Y_OUT, _POINTER]),
-    "vemk_Hv": (ctypes.c_int, [*_DIRECTIONS, _POINTER, _POINTER, _POINTER]),
-    "vemk_Jv": (ctypes.c_int, [*_DIRECTIONS, _POINTER, _POINTER]),
+    "vemk_Hv": (ctypes.c_int, [*_PRODUCT, _POINTER, _POINTER, _POINTER]),
+    "vemk_Jv": (ctypes.c_int, [*_PRODUCT, _POINTER, _POINTER]),
     "vemk_vJ": (
         ctypes.c_int,
         [_POINTER, _COUNT, _POINTER, _IGNORED, _POINTER, _POINTER, _COUNT, _COUNT, _COUNT]
         + [_POINTER, _POINTER],
     ),
-    "vemk_vJ_vec": (ctypes.c_int, [*_DIRECTIONS, _POINTER, _POINTER]),
+    "vemk_vJ_vec": (ctypes.c_int, [*_PRODUCT, _POINTER, _POINTER]),
 }
 
 
@@ -117,7 +117,7 @@ version = _version_of(library)
 _declare(library)
 
 
-class _DirectionOrder:
+class _TangentOrder:
     """Keeps vemkn_rowmajor at 0 while any call of this package needs it so.
 
     The variable belongs to the process, and other code in it may have set it. The first of the
@@ -175,4 +175,4 @@ class _DirectionOrder:
             library.vemk_major(None, order)
 
 
-direction_order = _DirectionOrder()
+tangent_order = _TangentOrder()

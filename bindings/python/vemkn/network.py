@@ -12,14 +12,14 @@ from ._arrays import (
     Array,
     check_count,
     contiguous,
-    directions,
+    tangents,
     matrix,
     numbers,
     vector,
     cotangents,
 )
 from ._base import NetworkBase
-from ._library import direction_order
+from ._library import tangent_order
 from ._shape import Shape
 
 
@@ -238,7 +238,7 @@ class Network(NetworkBase):
         return float(value), gradient
 
     def hvp(self, w: ArrayLike | None, v: ArrayLike, x: ArrayLike, y: ArrayLike) -> Array:
-        """Products of the Hessian of the objective with one or several directions.
+        """Products of the Hessian of the objective with one or several tangents.
 
         The arguments stand in the order that `scipy.optimize.minimize` has for `hessp`.
 
@@ -247,7 +247,7 @@ class Network(NetworkBase):
         w, x, y
             As in `residual`; at least one row.
         v : array_like, shape (numel,) or (numel, k)
-            A direction, or k of them as columns.
+            A tangent, or k of them as columns.
 
         Returns
         -------
@@ -260,9 +260,9 @@ class Network(NetworkBase):
     ) -> tuple[float, Array, Array]:
         """The objective, its gradient and the products that `hvp` gives, from one call."""
         weights, data = self._weights(w), self._data(x, y, empty=False)
-        along = directions("v", v, self.numel)
+        along = tangents("v", v, self.numel)
         value, gradient, products = np.empty(()), np.empty(self.numel), np.empty(along.shape)
-        with direction_order.interleaved():
+        with tangent_order.interleaved():
             self._call(
                 "vemk_Hv",
                 *(weights, self.numel, along, along.shape[1]),
@@ -274,14 +274,14 @@ class Network(NetworkBase):
     def jvp(
         self, w: ArrayLike | None, v: ArrayLike, x: ArrayLike, y: ArrayLike
     ) -> tuple[Array, Array]:
-        """The norm of every residual and its derivatives along one or several directions.
+        """The norm of every residual and its derivatives along one or several tangents.
 
         Parameters
         ----------
         w, x, y
             As in `residual`.
         v : array_like, shape (numel,) or (numel, k)
-            A direction in the space of weights, or k of them as columns.
+            A tangent in the space of weights, or k of them as columns.
 
         Returns
         -------
@@ -290,10 +290,10 @@ class Network(NetworkBase):
         products : ndarray, shape (rows, numout) or (rows, numout, k)
         """
         weights, data = self._weights(w), self._data(x, y)
-        along = directions("v", v, self.numel)
+        along = tangents("v", v, self.numel)
         values = self._results(len(data[0]))
         products = np.empty((*values.shape, along.shape[1]))
-        with direction_order.interleaved():
+        with tangent_order.interleaved():
             self._call(
                 "vemk_Jv",
                 *(weights, self.numel, along, along.shape[1]),

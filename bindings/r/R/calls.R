@@ -36,8 +36,8 @@ batch_of <- function(net, weights, x, y) {
     list(w = weights, x = x, y = targets(net, y, x))
 }
 
-# Directions: a vector is one of them.
-directions <- function(net, v) numeric_matrix(v, "v", rows = net$numel)
+# Tangents: a vector is one of them.
+tangents <- function(net, v) numeric_matrix(v, "v", rows = net$numel)
 
 #' Objective, gradient and Hessian
 #'
@@ -45,9 +45,9 @@ directions <- function(net, v) numeric_matrix(v, "v", rows = net$numel)
 #' of the likelihood lies on the jump between core and tail, they are those of its own piece.
 #'
 #' @inheritParams vemkn_compute
-#' @param v directions in weight space: a matrix with a row for each weight and a column for each direction, or a vector
+#' @param v tangents in weight space: a matrix with a row for each weight and a column for each tangent, or a vector
 #'   for a single one.
-#' @param block number of directions in one call of the library. Memory grows with it, and between calls R can be
+#' @param block number of tangents in one call of the library. Memory grows with it, and between calls R can be
 #'   interrupted.
 #' @return `vemkn_objective()`: a number. `vemkn_gradient()`: the same number with the gradient as attribute
 #'   `"gradient"`, the form that `nlm` takes. `vemkn_hessian_product()`: a list of `value`, `gradient` and `product`, a
@@ -80,7 +80,7 @@ vemkn_gradient <- function(net, weights, x, y) {
 #' @export
 vemkn_hessian_product <- function(net, weights, x, y, v) {
     b <- batch_of(net, weights, x, y)
-    .Call(C_hessian_product, net$handle, b$w, b$x, b$y, directions(net, v))
+    .Call(C_hessian_product, net$handle, b$w, b$x, b$y, tangents(net, v))
 }
 
 #' @rdname vemkn_objective
@@ -109,7 +109,7 @@ vemkn_hessian <- function(net, weights, x, y, block = 32) {
 #' @param u cotangents of the elements: a matrix of the shape of `y` for one; for `k` of them, an array of `numout`
 #'   columns and `k` layers, or a matrix with `k` columns, each in the order of `as.vector(y)`.
 #' @return `vemkn_jacobian_product()`: a list of `norms`, a matrix of the shape of `y` that is divided by nothing, and
-#'   `product`, with a row for each element in the order of `as.vector(y)` and a column for each direction.
+#'   `product`, with a row for each element in the order of `as.vector(y)` and a column for each tangent.
 #'
 #'   `vemkn_product_jacobian()`: a list of `residual`, a matrix of the shape of `y`, and `product`, with a row for each
 #'   weight and a column for each cotangent: the gradient of the weighted sum of the normed residuals.
@@ -122,7 +122,7 @@ vemkn_hessian <- function(net, weights, x, y, block = 32) {
 #' @export
 vemkn_jacobian_product <- function(net, weights, x, y, v) {
     b <- batch_of(net, weights, x, y)
-    .Call(C_jacobian_product, net$handle, b$w, b$x, b$y, directions(net, v))
+    .Call(C_jacobian_product, net$handle, b$w, b$x, b$y, tangents(net, v))
 }
 
 #' @rdname vemkn_jacobian_product

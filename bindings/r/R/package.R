@@ -5,7 +5,7 @@
 #' `optim` and `nlminb` want of it, [vemkn_fit()] is a complete robust fit.
 #'
 #' @section Matrices:
-#' R keeps a matrix column by column, the library row by row. The package transposes inputs, targets, directions and
+#' R keeps a matrix column by column, the library row by row. The package transposes inputs, targets, tangents and
 #' results on every call, unless there is one row or one column only, so callers never see the library's order. Two
 #' orders remain visible. *Weights*, gradients and Hessians are vectors in the library's flat order: layer by layer the
 #' biases, then the weight matrix row by row, one row for each input of the layer. *Elements* of several outputs, the
@@ -16,7 +16,7 @@
 #' to the results. All shapes are checked before a call, so that nothing reaches the library that it would answer by
 #' ending the process. Lack of memory in the library is an error, after which R goes on. While a call runs, OpenBLAS is
 #' set to one thread, and back afterwards. A call cannot be interrupted; [vemkn_hessian()] can between its blocks of
-#' directions. The library's first call prints one line with its version on standard output.
+#' tangents. The library's first call prints one line with its version on standard output.
 #'
 #' @section Missing values:
 #' `NA` in inputs, targets or weights is a NaN to the library, and flows through as such: what it enters is `NA` or

@@ -77,7 +77,7 @@ SEXP vemknr_hessian_product(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP v)
     return list;
 }
 
-/* The library has the derivative of element (row, column) along direction d at
+/* The library has the derivative of element (row, column) along tangent d at
  * [(row * columns + column) * nv + d], R has it at [row + rows * (column + columns * d)]. */
 static void settle_jacobian(SEXP product, const double* from, int rows, int columns, int nv)
 {

@@ -39,7 +39,7 @@ int library_residual(const struct batch* b, double* out);
 int library_objective(const struct batch* b, double* value);
 int library_gradient(const struct batch* b, double* value, double* gradient);
 
-/* Directions and products: matrices of nw (or of elements) x nv, row by row. */
+/* Tangents and products: matrices of nw (or of elements) x nv, row by row. */
 int library_hessian(const struct batch* b,
                     const double* v,
                     unsigned nv,

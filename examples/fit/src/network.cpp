@@ -59,7 +59,7 @@ Network::Network(const Shape& shape, const std::string& norm, const Threads& thr
     // A step too far shall cost a step, not the process.
     accepted(vemk_quiet(net_.get(), 1), "vemk_quiet");
     accepted(vemk_setpar(net_.get(), threads.count, threads.batch), "vemk_setpar");
-    // Column d of a direction matrix is direction d; this is how Matrix lies in memory.
+    // Column d of a tangent matrix is tangent d; this is how Matrix lies in memory.
     vemk_major(net_.get(), 0);
     size_ = count(static_cast<Eigen::Index>(vemk_numel(net_.get())));
     if (size_ == 0) throw std::runtime_error("the library made no network of " + description_);
@@ -125,7 +125,7 @@ double Network::gradient(const Vector& w, const Batch& batch, Vector& gradient) 
     return result;
 }
 
-Vector Network::hessian_times(const Vector& w, const Batch& batch, const Vector& direction) const
+Vector Network::hessian_times(const Vector& w, const Batch& batch, const Vector& tangent) const
 {
     double value = 0.0;
     Vector gradient(size());
@@ -133,7 +133,7 @@ Vector Network::hessian_times(const Vector& w, const Batch& batch, const Vector&
     accepted(vemk_Hv(net_.get(),
                      w.data(),
                      size_,
-                     direction.data(),
+                     tangent.data(),
                      1,
                      batch.x.data(),
                      batch.y.data(),
@@ -153,13 +153,13 @@ double Network::hessian(const Vector& w,
                         Matrix& hessian) const
 {
     double result = 0.0;
-    const Matrix directions = Matrix::Identity(size(), size());
+    const Matrix tangents = Matrix::Identity(size(), size());
     gradient.resize(size());
     hessian.resize(size(), size());
     accepted(vemk_Hv(net_.get(),
                      w.data(),
                      size_,
-                     directions.data(),
+                     tangents.data(),
                      size_,
                      batch.x.data(),
                      batch.y.data(),
@@ -175,13 +175,13 @@ double Network::hessian(const Vector& w,
 
 Matrix Network::jacobian(const Vector& w, const Batch& batch) const
 {
-    const Matrix directions = Matrix::Identity(size(), size());
+    const Matrix tangents = Matrix::Identity(size(), size());
     Vector normed(batch.y.size());
     Matrix result(batch.y.size(), size());
     accepted(vemk_Jv(net_.get(),
                      w.data(),
                      size_,
-                     directions.data(),
+                     tangents.data(),
                      size_,
                      batch.x.data(),
                      batch.y.data(),

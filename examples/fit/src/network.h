@@ -48,8 +48,8 @@ public:
     Matrix residuals(const Vector& w, const Batch& batch) const;
     double value(const Vector& w, const Batch& batch) const;
     double gradient(const Vector& w, const Batch& batch, Vector& gradient) const;
-    /// The Hessian times one direction, for about two gradients' work.
-    Vector hessian_times(const Vector& w, const Batch& batch, const Vector& direction) const;
+    /// The Hessian times one tangent, for about two gradients' work.
+    Vector hessian_times(const Vector& w, const Batch& batch, const Vector& tangent) const;
     /// The whole Hessian, for as many gradients' work as there are weights.
     double hessian(const Vector& w, const Batch& batch, Vector& gradient, Matrix& hessian) const;
     /// Derivatives of the normed residuals, a row for each element and a column for each weight.

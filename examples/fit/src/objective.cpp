@@ -50,10 +50,10 @@ double NormObjective::gradient(const Vector& w, Vector& gradient)
     return network_.gradient(w, batch_, gradient);
 }
 
-Vector NormObjective::curvature_along(const Vector& w, const Vector& direction)
+Vector NormObjective::curvature_along(const Vector& w, const Vector& tangent)
 {
     ++counts.products;
-    return network_.hessian_times(w, batch_, direction);
+    return network_.hessian_times(w, batch_, tangent);
 }
 
 double NormObjective::curvature(const Vector& w, Vector& gradient, Eigen::MatrixXd& curvature)

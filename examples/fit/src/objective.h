@@ -13,7 +13,7 @@ namespace fit {
 struct Counts {
     std::size_t values = 0;
     std::size_t gradients = 0;
-    std::size_t products = 0;  ///< of the Hessian with one direction
+    std::size_t products = 0;  ///< of the Hessian with one tangent
     std::size_t hessians = 0;
     std::size_t jacobians = 0;
     std::size_t refused = 0;
@@ -61,8 +61,8 @@ protected:
 class NormObjective : public Objective {
 public:
     using Objective::Objective;
-    /// The Hessian times a direction.
-    Vector curvature_along(const Vector& w, const Vector& direction);
+    /// The Hessian times a tangent.
+    Vector curvature_along(const Vector& w, const Vector& tangent);
     double gradient(const Vector& w, Vector& gradient) override;
     double curvature(const Vector& w, Vector& gradient, Eigen::MatrixXd& curvature) override;
 

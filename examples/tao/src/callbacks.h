@@ -53,7 +53,7 @@ private:
     Vec residuals_ = nullptr;
     Mat shell_ = nullptr;           // Hessian or Jacobian
     std::vector<double> at_;        // the weights where the shell is
-    std::vector<double> argument_;  // weights or a direction, whole
+    std::vector<double> argument_;  // weights or a tangent, whole
     std::vector<double> result_;
 };
 

@@ -37,7 +37,7 @@ public:
     /// Objective; its gradient goes to g[numel()]. Reduces numel() + 1 numbers.
     double gradient(const double* w, double* g);
 
-    /// Product of the Hessian with direction v[numel()], to hv[numel()]. Reduces numel() numbers.
+    /// Product of the Hessian with tangent v[numel()], to hv[numel()]. Reduces numel() numbers.
     void hessian_product(const double* w, const double* v, double* hv);
 
     /** Least squares, for the norm `sum`: r is the residuals divided by the root of their number over all

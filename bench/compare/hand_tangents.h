@@ -2,7 +2,7 @@
 
 #include "hand_block.h"
 
-// Directions or cotangents that go through a block together, and their way between the caller's order and the one of
+// Tangents or cotangents that go through a block together, and their way between the caller's order and the one of
 // the products.
 
 namespace compare {
@@ -17,8 +17,8 @@ inline std::size_t weight_offset(const Layer& layer)
     return layer.offset + layer.n;
 }
 
-// Directions begin ... begin + G - 1. Within a layer of k inputs and n outputs
-//   by_output  (1+k) x n x G    biases and weights of the directions; empty for cotangents
+// Tangents begin ... begin + G - 1. Within a layer of k inputs and n outputs
+//   by_output  (1+k) x n x G    biases and weights of the tangents; empty for cotangents
 //   by_input   k x G x n        weights
 //   first      (1+k) x n x G    [1 H]^T Zbar'
 //   second     k x G x n        H'^T Zbar, none for layer 0
@@ -40,7 +40,7 @@ inline void pack_by_input(const Layer& layer, Group& group)
     }
 }
 
-// The group's part of N directions, entry k of direction d at v[k*N + d].
+// The group's part of N tangents, entry k of tangent d at v[k*N + d].
 inline void pack(const std::vector<Layer>& layers, Group& group, const double* v, int N)
 {
     const std::size_t nw = group.by_output.size() / group.G;
@@ -81,7 +81,7 @@ inline void unpack_cotangents(const Group& group, double* gradients)
     }
 }
 
-// The cotangents u of a group times slope, n features without directions. out has the order (feature, direction, row).
+// The cotangents u of a group times slope, n features without tangents. out has the order (feature, tangent, row).
 inline void weigh(
     const Block& b, const Group& group, const double* u, const double* slope, int n, double* out)
 {
@@ -97,7 +97,7 @@ inline void weigh(
     }
 }
 
-// Tangents of n features, of N directions in all, to the order (row, feature, direction).
+// Tangents of n features, of N tangents in all, to the order (row, feature, tangent).
 inline void put_tangents(
     const Block& b, const Group& group, const double* dO, int n, int N, double* out)
 {
