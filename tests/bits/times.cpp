@@ -20,7 +20,7 @@ struct Case {
     {
         using Clock = std::chrono::steady_clock;
         const auto start = Clock::now();
-        for (unsigned i = 0; i < calls; ++i) entry->call(*problem, entry->directions, in, out);
+        for (unsigned i = 0; i < calls; ++i) entry->call(*problem, entry->tangents, in, out);
         return std::chrono::duration<double>(Clock::now() - start).count();
     }
 };
@@ -36,8 +36,8 @@ Case make_case(const std::string& entry_name, const std::string& network)
         c.problem = std::make_unique<bench::Problem>(shape, "softplus", "sum_log_dnorm_fat");
     }
     vemk_setpar(c.problem->net, 1, 32);
-    c.in = bench::numbers_in(*c.problem, c.entry->directions);
-    c.out = bench::numbers_out(*c.problem, c.entry->directions);
+    c.in = bench::numbers_in(*c.problem, c.entry->tangents);
+    c.out = bench::numbers_out(*c.problem, c.entry->tangents);
     c.seconds(1);
     return c;
 }
@@ -50,7 +50,8 @@ int main()
     std::map<std::string, Case> cases;
     std::string entry, network;
     while (std::cin >> entry >> network) {
-        const auto [found, is_new] = cases.try_emplace(entry + " " + network);
+        const auto [found, is_new] =
+            cases.try_emplace(std::string(entry).append(" ").append(network));
         Case& c = found->second;
         if (is_new) c = make_case(entry, network);
         const auto calls = static_cast<unsigned>(1 + LEAST_SECONDS / c.seconds(1));
