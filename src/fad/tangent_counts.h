@@ -28,8 +28,8 @@ public:
     TangentLock& operator=(const TangentLock&) = delete;
 };
 
-// The count of matrices goes back to 1, and that of scalars stays, as the making of a handle has it: when no call with tangents
-// runs.
+// What the making of a handle does to the counts: that of matrices goes back to 1, that of scalars stays. Waits until no call
+// holds a TangentLock.
 void reset_tangent_count();
 
 }  // namespace yafad

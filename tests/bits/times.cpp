@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "entries.h"
 
@@ -47,11 +48,10 @@ Case make_case(const std::string& entry_name, const std::string& network)
 int main()
 {
     constexpr double LEAST_SECONDS = 0.005;
-    std::map<std::string, Case> cases;
+    std::map<std::pair<std::string, std::string>, Case> cases;
     std::string entry, network;
     while (std::cin >> entry >> network) {
-        const auto [found, is_new] =
-            cases.try_emplace(std::string(entry).append(" ").append(network));
+        const auto [found, is_new] = cases.try_emplace({entry, network});
         Case& c = found->second;
         if (is_new) c = make_case(entry, network);
         const auto calls = static_cast<unsigned>(1 + LEAST_SECONDS / c.seconds(1));

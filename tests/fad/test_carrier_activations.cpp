@@ -356,12 +356,13 @@ TEST_P(EveryActivation, HasTheSecondOrderTermsOfDifferences)
         f().adj_of_carriers(x, ybar, xbar);
         for (std::size_t i = 0; i < length; ++i) {
             const double at = f().points[i];
-            const Real slope = f().slope(at, at), curving = curvature(f(), at);
+            const Real slope = f().slope(at, at), second_derivative = curvature(f(), at);
             for (std::size_t k = 0; k < n; ++k) {
                 const Real first = slope * ybar.derivatives[k].store()[i];
                 const Real second = ybar.value.store()[i] * x.derivatives[k].store()[i];
-                EXPECT_LE(std::fabs(xbar.derivatives[k].store()[i] - (first + curving * second)),
-                          (std::fabs(first) + std::fabs(curving * second)) * TOLERANCE +
+                EXPECT_LE(std::fabs(xbar.derivatives[k].store()[i] -
+                                    (first + second_derivative * second)),
+                          (std::fabs(first) + std::fabs(second_derivative * second)) * TOLERANCE +
                               std::fabs(second) * DIFFERENCE)
                     << "at " << at;
             }
