@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "support/accuracy.h"
+#include "support/instruction_sets.h"
 
 namespace {
 
@@ -130,7 +131,6 @@ std::size_t argument(int argc, char** argv, int at, std::size_t otherwise)
 
 int main(int argc, char** argv)
 {
-    using VEMKN::InstructionSet;
     const auto& groups = accuracy::groups<Real>();
     const std::size_t points = argument(argc, argv, 1, 10000000);
     const std::size_t first = argument(argc, argv, 2, 0);
@@ -138,9 +138,7 @@ int main(int argc, char** argv)
         std::min(argument(argc, argv, 3, first + groups.size()) + 1, groups.size());
 
     std::vector<const VEMKN::Kernels*> sets;
-    for (const auto set : {InstructionSet::sse2, InstructionSet::avx2, InstructionSet::avx512}) {
-        if (set <= VEMKN::best_instruction_set()) sets.push_back(&VEMKN::kernels_of(set));
-    }
+    for (const auto set : available_instruction_sets()) sets.push_back(&VEMKN::kernels_of(set));
     if (first == 0) {
         std::printf("| function | quantity | points | ulp of |");
         for (const VEMKN::Kernels* set : sets) std::printf(" %s |", set->name);

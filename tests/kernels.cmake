@@ -1,2 +1,33 @@
 vemkn_test(kernels/test_kernels HIDDEN LABELS unit)
 vemkn_test(kernels/test_product HIDDEN LABELS unit)
+vemkn_test(kernels/test_tiles HIDDEN LABELS unit)
+
+# The same bits on every processor with fused multiply-adds: results hashed network by network, as each instruction set computes
+# them, against the stored ones. Threads are more than a sanitizer's run is worth.
+if(NOT VEMKN_SANITIZE)
+    foreach(set avx2 avx512)
+        add_executable(results_${set} bits/results.cpp ${PROJECT_SOURCE_DIR}/src/kernels/kernels.cpp
+            $<FILTER:$<TARGET_OBJECTS:vemkn_objects>,EXCLUDE,/kernels/kernels[.]cpp[.]o$>)
+        target_compile_definitions(results_${set} PRIVATE VEMKN_INSTRUCTION_SET=${set})
+        target_include_directories(results_${set} PRIVATE
+            ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+        target_link_libraries(results_${set} PRIVATE vemkn_flags PkgConfig::OPENBLAS OpenMP::OpenMP_CXX)
+        add_test(NAME Bits.AreTheStoredOnes/${set} COMMAND results_${set} ${CMAKE_CURRENT_SOURCE_DIR}/bits/digests.txt)
+        set_tests_properties(Bits.AreTheStoredOnes/${set} PROPERTIES LABELS "unit" SKIP_RETURN_CODE 77 TIMEOUT 300)
+    endforeach()
+
+    # And as the shared library does where the host has loaded another BLAS first.
+    add_executable(results bits/results.cpp)
+    target_include_directories(results PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(results PRIVATE vemkn vemkn_flags)
+    if(EXISTS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/blas/libblas.so.3)
+        add_test(NAME Bits.AreTheStoredOnesBesideAnotherBlas
+                 COMMAND results ${CMAKE_CURRENT_SOURCE_DIR}/bits/digests.txt)
+        set_tests_properties(Bits.AreTheStoredOnesBesideAnotherBlas PROPERTIES
+            ENVIRONMENT "LD_PRELOAD=/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/blas/libblas.so.3")
+    else()
+        add_test(NAME Bits.AreTheStoredOnesBesideAnotherBlas COMMAND sh -c "echo libblas3 is missing; exit 77")
+    endif()
+    set_tests_properties(Bits.AreTheStoredOnesBesideAnotherBlas PROPERTIES
+        LABELS "unit" SKIP_RETURN_CODE 77 TIMEOUT 300)
+endif()

@@ -51,11 +51,12 @@ void adj_layer(const Input& H,
                typename Model::Adjoint& gW,
                typename Model::AdjointVector& gb)
 {
+    const By by = products_with(gW);
     if (into == Into::add) {
-        do_binmult_add(gW, transposed(H), Zbar, work.panel);
+        do_binmult_add(gW, transposed(H), Zbar, work.panel, by);
         add_colsum(Zbar, gb, slice_gb);
     } else {
-        do_binmult(gW, transposed(H), Zbar);
+        do_binmult(gW, transposed(H), Zbar, by);
         colsum(Zbar, gb);
     }
 }

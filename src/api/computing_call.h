@@ -14,6 +14,14 @@
 
 namespace VEMKN {
 
+// Whether any layer leaves its products to OpenBLAS.
+inline bool multiplies_by_blas(const DoubleModel& net)
+{
+    return std::any_of(net.weights.begin(), net.weights.end(), [](const auto& W) {
+        return products_with(W) == By::blas;
+    });
+}
+
 // Runs work(results) in the frame that the handle asks for and gives the return value of the call. 1 says that a quiet
 // handle gave results that are not all finite.
 template <class Work>
@@ -21,11 +29,12 @@ int framed_call(const VEMKNInfo& net, const Work& work)
 {
     Results results(net.quiet);
     const auto run = [&] { work(results); };
+    const Enters enters = multiplies_by_blas(net.model) ? Enters::blas : Enters::nothing;
     if (!net.quiet) {
-        call_frame(run);
+        call_frame(enters, run);
         return 0;
     }
-    quiet_frame(run);
+    quiet_frame(enters, run);
     return results.all_finite() ? 0 : 1;
 }
 
@@ -52,16 +61,17 @@ inline bool infinite_weights(const VEMKNInfo& net, const double* w)
     return found;
 }
 
-// The scan that decides how a call multiplies: by plain loops (model/blas.h) if an infinity is among what enters products,
-// the weights, the inputs and the tangents or cotangents.
-inline PlainProducts scan_for_infinities(const VEMKNInfo& net,
-                                         const double* w,
-                                         const Batch& batch,
-                                         const InputArray& vectors)
+// The scan that decides whether a call may leave products to OpenBLAS (model/blas.h): not if an infinity is among what enters
+// them, the weights, the inputs and the tangents or cotangents.
+inline WithoutBlas scan_for_infinities(const VEMKNInfo& net,
+                                       const double* w,
+                                       const Batch& batch,
+                                       const InputArray& vectors)
 {
     const InputArray inputs{batch.x, std::uint64_t{batch.rows} * batch.xcols};
-    return PlainProducts(!net.quiet && (infinite_weights(net, w) || vectors.has_infinity() ||
-                                        inputs.has_infinity()));
+    return WithoutBlas(
+        !net.quiet && multiplies_by_blas(net.model) &&
+        (infinite_weights(net, w) || vectors.has_infinity() || inputs.has_infinity()));
 }
 
 // The body of every entry point that runs the network: work(model, X, Y, results) with the model to compute with that
@@ -81,7 +91,7 @@ int computing_call(const VEMKNInfo& net,
     print_banner_once();
     stop_if_too_wide(net.model, batch.xcols);
     [[maybe_unused]] const auto held = hold();
-    const PlainProducts products = scan_for_infinities(net, w, batch, vectors);
+    const WithoutBlas products = scan_for_infinities(net, w, batch, vectors);
     return framed_call(net, [&](Results& results) {
         const auto model = make_model();
         const InputRows X = batch.inputs(), Y = batch.targets();

@@ -99,7 +99,7 @@ void layer(const Model& net,
            typename Model::Matrix& A,
            typename Model::Saved& saved)
 {
-    do_mult(H, net.weights[i], Z);
+    do_mult(H, net.weights[i], Z, products_with(net.weights[i]));
     do_binplus(Z, Z, net.biases[i]);
     net.activation.forward(Z, A, saved);
 }

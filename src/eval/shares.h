@@ -22,7 +22,7 @@ namespace VEMKN {
 // handing the merge from one thread to the next.
 class Shares {
 public:
-    static constexpr unsigned MOST = MAX_THREADS_INSIDE;
+    static constexpr unsigned MOST = 64;
 
     Shares(std::size_t items, unsigned threads)
         : items_(items),
@@ -94,14 +94,14 @@ void for_each_share(const Shares& shares,
     }
 
     TeamException failure;
-    const bool plain = PlainProducts::here();
+    const bool plain = WithoutBlas::here();
     const ScopedEnvironment of_caller;
     // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
     fedisableexcept(TRAPS);
 #pragma omp parallel num_threads(team.size())
     {
         const ScopedEnvironment taken_over(of_caller.before());
-        const PlainProducts products(plain);
+        const WithoutBlas products(plain);
         std::optional<decltype(make_local())> local;
         failure.guard([&] { local.emplace(make_local()); });
 #pragma omp for ordered schedule(static, 1)

@@ -3,7 +3,7 @@
 #include "eval/block_row_loops.h"
 #include "fad/active.h"
 #include "fad/bundle.h"
-#include "kernels/lane.h"
+#include "kernels/scalar_lane.h"
 
 // Element functions over bundles, the counterpart of eval/element_loops.h. With F of kernels/element_functions.h:
 //

@@ -7,33 +7,34 @@ namespace yafad {
 namespace {
 
 // dC_k = dA_k*B + A*dB_k
-void multiply_derivatives(const Bundle& A, const Bundle& B, Bundle& C)
+void multiply_derivatives(const Bundle& A, const Bundle& B, Bundle& C, By by)
 {
-    do_mult(A.derivatives, B.value, C.derivatives);
+    do_mult(A.derivatives, B.value, C.derivatives, by);
     product(A.value,
             B.derivatives.side_by_side(),
             C.derivatives.data(),
             C.derivatives.pitch(),
-            Into::add);
+            Into::add,
+            by);
 }
 
 // dC_k += (A*0.0)*B, which is zero but where A is not finite. The rows of A follow one another.
-void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C)
+void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C, By by)
 {
     if (C.tangents() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
     WorkMatrix zero(A.data, A.rows, A.cols);
     for (double& entry : zero.store()) entry *= 0.0;
     const Factor dA = A.transposed ? VEMKN::transposed(zero) : Factor(zero);
     for (std::size_t k = 0; k < C.tangents(); ++k) {
-        product(dA, B, C.derivatives.at(k), C.derivatives.pitch(), Into::add);
+        product(dA, B, C.derivatives.at(k), C.derivatives.pitch(), Into::add, by);
     }
 }
 
 // The value of C = A*B, and dC_k = A*dB_k.
-void multiply_by_value(const Factor& A, const Bundle& B, Bundle& C)
+void multiply_by_value(const Factor& A, const Bundle& B, Bundle& C, By by)
 {
-    do_binmult(C.value, A, B.value);
-    do_binmult(C.derivatives, A, B.derivatives);
+    do_binmult(C.value, A, B.value, by);
+    do_binmult(C.derivatives, A, B.derivatives, by);
 }
 
 // Rows first ... of dA_k^T*B, added to the rows of `to`, where derivatives lie side by side. Where all of it is small, a
@@ -43,14 +44,15 @@ void add_derivatives_of_left(const BlockRow& dA,
                              std::size_t first,
                              std::size_t rows,
                              double* to,
-                             std::size_t pitch)
+                             std::size_t pitch,
+                             By by)
 {
     const std::size_t cols = B.cols;
     constexpr std::size_t SMALL = 64;
     const bool small = rows * cols <= SMALL && rows * cols * dA.count() <= VEMKN::STRIP;
     if (small && dA.count() > 1 && rows == dA.cols()) {
         VEMKN::Strip strip;
-        product(transposed(Factor(dA.side_by_side())), B, strip.data);
+        product(transposed(Factor(dA.side_by_side())), B, strip.data, Into::overwrite, by);
         const double* from = strip.data;
         for (std::size_t k = 0; k < dA.count(); ++k) {
             for (std::size_t r = 0; r < rows; ++r) {
@@ -64,7 +66,18 @@ void add_derivatives_of_left(const BlockRow& dA,
                 B,
                 to + k * cols,
                 pitch,
-                Into::add);
+                Into::add,
+                by);
+    }
+}
+
+// dC_k += A*dB_k, each formed first.
+void add_derivatives(BlockRow& dC, const Factor& A, const BlockRow& dB, WorkMatrix& room, By by)
+{
+    if (by == By::kernels) {
+        product(A, dB.side_by_side(), dC.data(), dC.pitch(), Into::add);
+    } else {
+        do_binmult_add(dC, A, dB, room, by);
     }
 }
 
@@ -76,57 +89,57 @@ void transpose(const Bundle& A, Bundle& At)
     VEMKN::transpose(A.derivatives, At.derivatives);
 }
 
-void do_mult(const Bundle& A, const Bundle& B, Bundle& C)
+void do_mult(const Bundle& A, const Bundle& B, Bundle& C, By by)
 {
-    VEMKN::do_mult(A.value, B.value, C.value);
-    multiply_derivatives(A, B, C);
+    VEMKN::do_mult(A.value, B.value, C.value, by);
+    multiply_derivatives(A, B, C, by);
 }
 
-void do_mult(const RowsView& A, const Bundle& B, Bundle& C)
+void do_mult(const RowsView& A, const Bundle& B, Bundle& C, By by)
 {
-    do_binmult(C, Factor(A), B);
+    do_binmult(C, Factor(A), B, by);
 }
 
-void do_binmult(Bundle& C, const Factor& A, const Bundle& B)
+void do_binmult(Bundle& C, const Factor& A, const Bundle& B, By by)
 {
-    multiply_by_value(A, B, C);
-    add_constant_tangents(A, B.value, C);
+    multiply_by_value(A, B, C, by);
+    add_constant_tangents(A, B.value, C, by);
 }
 
-void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B)
+void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B, By by)
 {
     // The value as doubles have it, to the last bit.
-    do_binmult(C.value, A.value, transposed(B.bundle.value));
+    do_binmult(C.value, A.value, transposed(B.bundle.value), by);
     Bundle Bt;
     transpose(B.bundle, Bt);
-    multiply_derivatives(A, Bt, C);
+    multiply_derivatives(A, Bt, C, by);
 }
 
-void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B)
+void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by)
 {
     const Factor At = transposed(A.bundle.value);
-    multiply_by_value(At, B, C);
+    multiply_by_value(At, B, C, by);
     BlockRow& dC = C.derivatives;
-    add_derivatives_of_left(A.bundle.derivatives, B.value, 0, C.rows(), dC.data(), dC.pitch());
+    add_derivatives_of_left(A.bundle.derivatives, B.value, 0, C.rows(), dC.data(), dC.pitch(), by);
 }
 
-void do_binmult_add(Bundle& C, const TransposedBundle& A, const Bundle& B, WorkMatrix& room)
+void do_binmult_add(Bundle& C, const TransposedBundle& A, const Bundle& B, WorkMatrix& room, By by)
 {
     const Factor At = transposed(A.bundle.value);
-    VEMKN::do_binmult_add(C.value, At, B.value, room);
+    VEMKN::do_binmult_add(C.value, At, B.value, room, by);
     const auto form = [&](std::size_t first, std::size_t rows, double* to) {
-        product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to);
+        product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to, Into::overwrite, by);
         add_derivatives_of_left(
-            A.bundle.derivatives, B.value, first, rows, to, C.derivatives.width());
+            A.bundle.derivatives, B.value, first, rows, to, C.derivatives.width(), by);
     };
     add_in_panels(C.derivatives, B.rows(), room, form);
 }
 
-void do_binmult_add(Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room)
+void do_binmult_add(Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by)
 {
-    VEMKN::do_binmult_add(C.value, A, B.value, room);
-    do_binmult_add(C.derivatives, A, B.derivatives, room);
-    add_constant_tangents(A, B.value, C);
+    VEMKN::do_binmult_add(C.value, A, B.value, room, by);
+    add_derivatives(C.derivatives, A, B.derivatives, room, by);
+    add_constant_tangents(A, B.value, C, by);
 }
 
 void do_binplus(Bundle& C, const Bundle& A, const Bundle& b)

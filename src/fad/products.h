@@ -12,6 +12,7 @@
 
 namespace yafad {
 
+using VEMKN::By;
 using VEMKN::Into;
 using VEMKN::product;
 using VEMKN::transposed;
@@ -30,24 +31,26 @@ inline TransposedBundle transposed(const Bundle& A)
 void transpose(const Bundle& A, Bundle& At);
 
 // C = A*B
-void do_mult(const Bundle& A, const Bundle& B, Bundle& C);
+void do_mult(const Bundle& A, const Bundle& B, Bundle& C, By by = By::kernels);
 
 // C = A*B for constants A. Deliberate: the derivatives of a constant are the constant times 0.0, so an infinite or NaN
 // entry of A gives NaN derivatives.
-void do_mult(const RowsView& A, const Bundle& B, Bundle& C);
+void do_mult(const RowsView& A, const Bundle& B, Bundle& C, By by = By::kernels);
 
 // C = A*B^T
-void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B);
+void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B, By by = By::kernels);
 
 // C = A^T*B
-void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B);
+void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by = By::kernels);
 
 // C = A*B for a constant factor A, transposed or not; non-finite entries as in do_mult.
-void do_binmult(Bundle& C, const Factor& A, const Bundle& B);
+void do_binmult(Bundle& C, const Factor& A, const Bundle& B, By by = By::kernels);
 
 // C += A^T*B or A*B, value and derivatives each formed first and then added; room as for doubles.
-void do_binmult_add(Bundle& C, const TransposedBundle& A, const Bundle& B, WorkMatrix& room);
-void do_binmult_add(Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room);
+void do_binmult_add(
+    Bundle& C, const TransposedBundle& A, const Bundle& B, WorkMatrix& room, By by = By::kernels);
+void do_binmult_add(
+    Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by = By::kernels);
 
 // C = A + b by the rule of the double twin, on the value and on every derivative. C may be A.
 void do_binplus(Bundle& C, const Bundle& A, const Bundle& b);

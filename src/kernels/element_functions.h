@@ -296,7 +296,7 @@ struct LogDnorm : Smooth {
     template <class L, class V = typename L::V>
     static V value(V x, V f)
     {
-        const V y = -L::log(f) + L::set(BIAS);
+        const V y = L::set(BIAS) - L::log(f);
         // A vector logarithm may miss the last bit of BIAS.
         return L::select(L::equal(x, L::set(0.0)), L::set(0.0), y);
     }
@@ -304,7 +304,7 @@ struct LogDnorm : Smooth {
     template <class L, class V = typename L::V>
     static V vjp(V x, V f, V ybar)
     {
-        return FatDensity::vjp<L>(x, -ybar / f, f, SIGMA);
+        return FatDensity::vjp<L>(x, L::negate(ybar) / f, f, SIGMA);
     }
 
     template <class L, class V = typename L::V>

@@ -2,9 +2,12 @@
 
 #include "kernels/kernels.h"
 
+// The kernels of one instruction set each, from files with flags of their own: src/CMakeLists.txt.
+
 namespace VEMKN {
 
-extern const Kernels KERNELS_SSE2;
+extern const Kernels KERNELS_BASELINE;
+extern const Kernels KERNELS_SSE4;
 extern const Kernels KERNELS_AVX2;
 extern const Kernels KERNELS_AVX512;
 

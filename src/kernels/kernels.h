@@ -77,6 +77,22 @@ template <class... F>
 struct ElementTable<FunctionList<F...>> : KernelsOf<F>... {
 };
 
+// C = A*B; C += A*B, the product being formed first; C with the sums of the product going on from it.
+enum class Into { overwrite, add, go_on };
+
+// A product: A is rows x inner, its element (i, l) at a[i*a_row + l*a_inner]; B is inner x cols and C rows x cols likewise. One
+// of the two steps of A is 1, and one of those of B.
+struct ProductOf {
+    const double* a;
+    std::size_t a_row, a_inner;
+    const double* b;
+    std::size_t b_inner, b_col;
+    double* c;
+    std::size_t c_row, c_col;
+    std::size_t rows, cols, inner;
+    Into into;
+};
+
 struct Kernels {
     const char* name;
     ElementTable<ElementFunctions> elements;
@@ -93,28 +109,18 @@ struct Kernels {
     // the sum of rows that come after these
     void (*sum_columns)(const StridedView& A, double* to, bool go_on);
 
-    // Products with vectors. Results are written, or added.
-
-    // y = A*x
-    void (*times_vector)(const StridedView& A,
-                         const double* x,
-                         const StridedVector<double>& y,
-                         bool add);
-    // y = A^T*x
-    void (*transposed_times_vector)(const StridedView& A,
-                                    const StridedVector<const double>& x,
-                                    const StridedVector<double>& y,
-                                    bool add);
-    // C = a*b^T
-    void (*outer_product)(const StridedVector<const double>& a,
-                          const double* b,
-                          const StridedMatrix<double>& C,
-                          bool add);
+    // C = A*B or C += A*B, each element of the product one chain of fused multiply-adds over the inner dimension, in ascending
+    // order from zero.
+    void (*product)(const ProductOf& factors);
 };
 
-enum class InstructionSet { sse2, avx2, avx512 };
+// In ascending order. Those from avx2 on have fused multiply-adds and give the same bits; baseline is for any processor.
+enum class InstructionSet { baseline, sse4, avx2, avx512 };
 
-// The best that this processor runs.
+// Whether this processor runs its kernels.
+bool processor_has(InstructionSet set);
+
+// The best that it runs.
 InstructionSet best_instruction_set();
 
 // The kernels of one instruction set, which the processor must have.

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "kernels/kernels.h"
+#include "kernels/products.h"
 #include "kernels/registers.h"
-#include "kernels/vector_products.h"
 
 // The loops of kernels/kernels.h over a lane type. Internal linkage: every instruction set compiles its own.
 
@@ -248,23 +248,32 @@ struct Arithmetic {
         }
     }
 
-    // Rows that are whole registers long stay where they are; others that follow one another are added to as one long row,
-    // the addend repeated all along it.
+    // a += all along a row; what does not fill a register one by one.
+    static void add_to_row(const double* a, double* to, std::size_t cols)
+    {
+        std::size_t c = for_each_registers<L>(cols, [&](std::size_t first, auto registers) {
+            add_to_registers<registers()>(a + first, to + first, 1, 0);
+        });
+        for (; c < cols; ++c) to[c] += a[c];
+    }
+
+    // An addend of whole registers stays in them, some at a time, unless rows are so long that they leave the cache meanwhile.
+    // A short one that is not is repeated along a row that several rows make together, where they follow one another.
     static void add_to_rows(const double* a, const StridedMatrix<double>& to)
     {
-        constexpr std::size_t LONGEST = 512;
+        constexpr std::size_t SHORT = 3 * L::WIDTH, LONG = 128;
         const std::size_t cols = to.cols;
-        if (cols % L::WIDTH == 0) {
+        if (cols % L::WIDTH == 0 && cols <= LONG) {
             for_each_registers<L>(cols, [&](std::size_t c, auto registers) {
                 add_to_registers<registers()>(a + c, to.data + c, to.rows, to.pitch);
             });
             return;
         }
-        if (cols > LONGEST || to.pitch != cols) {
-            for (std::size_t r = 0; r < to.rows; ++r) add(a, to.data + r * to.pitch, cols);
+        if (cols >= SHORT || to.pitch != cols) {
+            for (std::size_t r = 0; r < to.rows; ++r) add_to_row(a, to.data + r * to.pitch, cols);
             return;
         }
-        double repeated[LONGEST + L::WIDTH];
+        double repeated[SHORT + L::WIDTH];
         for (std::size_t i = 0; i < cols + L::WIDTH; ++i) {
             repeated[i] = i < cols ? a[i] : repeated[i - cols];
         }
@@ -321,7 +330,6 @@ template <class L>
 constexpr Kernels kernels_for(const char* name)
 {
     using A = Arithmetic<L>;
-    using P = VectorProducts<L>;
     return {.name = name,
             .elements = element_table<L>(ElementFunctions()),
             .add = A::add,
@@ -329,9 +337,7 @@ constexpr Kernels kernels_for(const char* name)
             .all_finite = A::all_finite,
             .add_to_rows = A::add_to_rows,
             .sum_columns = A::sum_columns,
-            .times_vector = P::times_vector,
-            .transposed_times_vector = P::transposed_times_vector,
-            .outer_product = P::outer_product};
+            .product = product};
 }
 
 }  // namespace

@@ -28,15 +28,17 @@ template <class L, int IN, int OUT, class Body>
                                        std::size_t n,
                                        Body body)
 {
-    typename L::V a[IN], r[OUT];
+    using V = typename L::V;
     std::size_t i = 0;
     for (; i + L::WIDTH <= n; i += L::WIDTH) {
+        V a[IN], r[OUT];
         for (int j = 0; j < IN; ++j) a[j] = L::load(in[j] + i);
         body(a, r);
         for (int j = 0; j < OUT; ++j) L::store(out[j] + i, r[j]);
     }
     if (i == n) return;
     const int rest = static_cast<int>(n - i);
+    V a[IN], r[OUT];  // of their own: these stay in memory
     for (int j = 0; j < IN; ++j) a[j] = L::load_part(in[j] + i, rest, L::set(1.0));
     body(a, r);
     for (int j = 0; j < OUT; ++j) store_part<L>(out[j] + i, rest, r[j]);

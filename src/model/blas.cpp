@@ -35,7 +35,7 @@ void matrix_times_matrix(const Factor& A, const Factor& B, double* C, std::size_
                 dimension(A.pitch),
                 B.data,
                 dimension(B.pitch),
-                into == Into::add ? 1.0 : 0.0,
+                into == Into::overwrite ? 0.0 : 1.0,
                 C,
                 dimension(pitch));
 }
@@ -46,48 +46,27 @@ constexpr std::size_t SMALL_PRODUCT = 1'000'000;
 
 // In the block that every thread has from its start, as libgomp's own: an access is one instruction, and a library that is
 // loaded later needs no storage made for it.
-[[gnu::tls_model("initial-exec")]] thread_local bool plain_products = false;
+[[gnu::tls_model("initial-exec")]] thread_local bool without_blas = false;
 
-// For dimensions that the 32-bit integers of BLAS cannot express, and for PlainProducts.
-void plain_product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
+void by_kernels(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
 {
-    const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
-    for (std::size_t i = 0; i < m; ++i) {
-        double* const row = C + i * pitch;
-        if (into == Into::overwrite) std::fill_n(row, n, 0.0);
-        for (std::size_t l = 0; l < k; ++l) {
-            const double a = A.transposed ? A.data[l * A.pitch + i] : A.data[i * A.pitch + l];
-            for (std::size_t j = 0; j < n; ++j) {
-                row[j] += a * (B.transposed ? B.data[j * B.pitch + l] : B.data[l * B.pitch + j]);
-            }
-        }
-    }
-}
-
-// C = A*B or C += A*B where a vector is among them: by loops, since a BLAS call would take longer. Returns whether it was
-// formed; not with a vector whose elements lie apart where the loops need neighbours.
-bool vector_product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
-{
-    const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
-    const bool add = into == Into::add;
-    // Neighbours in a row or a column of a factor as used are so far apart.
-    const auto row_step = [](const Factor& f) { return f.transposed ? f.pitch : 1; };
-    const auto column_step = [](const Factor& f) { return f.transposed ? 1 : f.pitch; };
-    const Kernels& loops = kernels();
-    if (k == 1 && row_step(B) == 1) {
-        loops.outer_product({A.data, column_step(A)}, B.data, {C, m, n, pitch}, add);
-    } else if (n == 1 && A.transposed) {
-        loops.transposed_times_vector(A, {B.data, column_step(B)}, {C, pitch}, add);
-    } else if (n == 1 && column_step(B) == 1) {
-        loops.times_vector(A, B.data, {C, pitch}, add);
-    } else if (m == 1 && !B.transposed) {
-        loops.transposed_times_vector(B, {A.data, row_step(A)}, {C, 1}, add);
-    } else if (m == 1 && row_step(A) == 1) {
-        loops.times_vector(B, A.data, {C, 1}, add);
-    } else {
-        return false;
-    }
-    return true;
+    const auto row_step = [](const Factor& f) { return f.transposed ? std::size_t{1} : f.pitch; };
+    const auto column_step = [](const Factor& f) {
+        return f.transposed ? f.pitch : std::size_t{1};
+    };
+    kernels().product({A.data,
+                       row_step(A),
+                       column_step(A),
+                       B.data,
+                       row_step(B),
+                       column_step(B),
+                       C,
+                       pitch,
+                       1,
+                       A.used_rows(),
+                       B.used_cols(),
+                       A.used_cols(),
+                       into});
 }
 
 struct Tile {
@@ -116,16 +95,16 @@ Tile tile_of(std::size_t m, std::size_t n, std::size_t k)
 
 }  // namespace
 
-PlainProducts::PlainProducts(bool on) : before_(std::exchange(plain_products, on)) {}
+WithoutBlas::WithoutBlas(bool on) : before_(std::exchange(without_blas, on)) {}
 
-PlainProducts::~PlainProducts()
+WithoutBlas::~WithoutBlas()
 {
-    plain_products = before_;
+    without_blas = before_;
 }
 
-bool PlainProducts::here()
+bool WithoutBlas::here()
 {
-    return plain_products;
+    return without_blas;
 }
 
 std::size_t panel_length(std::size_t whole, std::size_t others)
@@ -136,7 +115,7 @@ std::size_t panel_length(std::size_t whole, std::size_t others)
     return panel == 0 || panel > whole || MOST_PANELS * panel < whole ? whole : panel;
 }
 
-void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
+void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into, By by)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     if (m == 0 || n == 0) return;
@@ -146,10 +125,11 @@ void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Int
         }
         return;
     }
-    if (!plain_products && vector_product(A, B, C, pitch, into)) return;
-    if (plain_products || std::max({m, k, n, A.pitch, B.pitch, pitch}) > MAX_BLAS_DIMENSION) {
-        plain_product(A, B, C, pitch, into);
-        return;
+    const bool has_vector =
+        std::min({m, k, n}) == 1;  // BLAS takes longer to begin than the product does
+    const bool fits_blas = std::max({m, k, n, A.pitch, B.pitch, pitch}) <= MAX_BLAS_DIMENSION;
+    if (by == By::kernels || has_vector || without_blas || !fits_blas) {
+        return by_kernels(A, B, C, pitch, into);
     }
     const Tile tile = tile_of(m, n, k);
     for (std::size_t i = 0; i < m; i += tile.rows) {

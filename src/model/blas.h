@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include "model/linear.h"
 #include "runtime/messages.h"
 
@@ -49,17 +51,33 @@ inline Factor transposed(Factor f)
     return f;
 }
 
-enum class Into { overwrite, add };
+// Who forms a product: our kernels, whose bits are the same on every processor, or OpenBLAS, which is faster where matrices
+// are large.
+enum class By { kernels, blas };
 
-// While one of these lives with `on` set, the calling thread forms its products by plain loops. BLAS kernels compute with
+// What holds for all products of a layer of that many inputs and outputs, whatever the rows, tangents and cotangents.
+constexpr By products_of_layer(std::size_t inputs, std::size_t outputs)
+{
+    constexpr std::size_t WIDEST = 256;
+    return std::max(inputs, outputs) <= WIDEST ? By::kernels : By::blas;
+}
+
+// The same for a layer with those weights.
+template <class Weights>
+By products_with(const Weights& W)
+{
+    return products_of_layer(W.rows(), W.cols());
+}
+
+// While one of these lives with `on` set, the calling thread leaves no product to OpenBLAS. Its kernels compute with
 // whole registers: in the lanes beyond a matrix's edge an infinite factor meets a zero, which raises an exception that
 // the product itself does not. So a call with traps whose arrays hold an infinity does without them.
-class PlainProducts {
+class WithoutBlas {
 public:
-    explicit PlainProducts(bool on);
-    ~PlainProducts();
-    PlainProducts(const PlainProducts&) = delete;
-    PlainProducts& operator=(const PlainProducts&) = delete;
+    explicit WithoutBlas(bool on);
+    ~WithoutBlas();
+    WithoutBlas(const WithoutBlas&) = delete;
+    WithoutBlas& operator=(const WithoutBlas&) = delete;
 
     // Whether the calling thread does so.
     static bool here();
@@ -69,29 +87,38 @@ private:
 };
 
 // C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n, its rows `pitch` apart, or n.
-// A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included.
-void product(
-    const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into = Into::overwrite);
+// A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included. BLAS does not go on
+// from them: it forms the product and adds it.
+void product(const Factor& A,
+             const Factor& B,
+             double* C,
+             std::size_t pitch,
+             Into into = Into::overwrite,
+             By by = By::kernels);
 
-inline void product(const Factor& A, const Factor& B, double* C, Into into = Into::overwrite)
+inline void product(
+    const Factor& A, const Factor& B, double* C, Into into = Into::overwrite, By by = By::kernels)
 {
-    product(A, B, C, B.used_cols(), into);
+    product(A, B, C, B.used_cols(), into, by);
 }
 
 // C = A*B. C is resized.
 template <class Store>
-void do_mult(const RowsView& A, const DoubleMatrix<Store>& B, DoubleMatrix<Store>& C)
+void do_mult(const RowsView& A,
+             const DoubleMatrix<Store>& B,
+             DoubleMatrix<Store>& C,
+             By by = By::kernels)
 {
     C.resize(A.rows, B.cols());
-    product(A, B, C.data());
+    product(A, B, C.data(), Into::overwrite, by);
 }
 
 // C = A*B with one factor transposed. C is resized.
 template <class Store>
-void do_binmult(DoubleMatrix<Store>& C, const Factor& A, const Factor& B)
+void do_binmult(DoubleMatrix<Store>& C, const Factor& A, const Factor& B, By by = By::kernels)
 {
     C.resize(A.used_rows(), B.used_cols());
-    product(A, B, C.data());
+    product(A, B, C.data(), Into::overwrite, by);
 }
 
 // How much of a dimension `whole` to multiply at once where the other two have `others` elements together.
@@ -132,18 +159,20 @@ void add_in_panels(double* C,
     }
 }
 
-// C += A*B; C has the shape of the product.
+// C += A*B, the product formed first; C has its shape.
 template <class Store>
 void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& A,
                     const Factor& B,
-                    DoubleMatrix<Store>& room)
+                    DoubleMatrix<Store>& room,
+                    By by = By::kernels)
 {
+    if (by == By::kernels) return product(A, B, C.data(), Into::add);
     const std::size_t cols = C.cols();
     if (C.size() == 0) return;
     const std::size_t panel = panel_length(C.rows(), cols * A.used_cols());
     const auto form = [&](std::size_t first, std::size_t rows, double* to) {
-        product(A.cut_rows(first, rows), B, to);
+        product(A.cut_rows(first, rows), B, to, Into::overwrite, by);
     };
     add_in_panels(C.data(), cols, C.rows(), cols, panel, room.store(), form);
 }

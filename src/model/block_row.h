@@ -201,27 +201,29 @@ inline void transpose(const BlockRow& A, BlockRow& At)
 }
 
 // C_k = A_k*B: one product where no gaps lie between.
-inline void do_binmult(BlockRow& C, const BlockRow& A, const Factor& B)
+inline void do_binmult(BlockRow& C, const BlockRow& A, const Factor& B, By by = By::kernels)
 {
     C.set_shape(A.rows(), B.used_cols(), A.count());
     if (A.is_dense() && C.is_dense()) {
-        product(A.stacked(), B, C.data());
+        product(A.stacked(), B, C.data(), Into::overwrite, by);
         return;
     }
-    for (std::size_t k = 0; k < C.count(); ++k) product(A.factor(k), B, C.at(k), C.pitch());
+    for (std::size_t k = 0; k < C.count(); ++k) {
+        product(A.factor(k), B, C.at(k), C.pitch(), Into::overwrite, by);
+    }
 }
 
 template <class Store>
-void do_mult(const BlockRow& A, const DoubleMatrix<Store>& B, BlockRow& C)
+void do_mult(const BlockRow& A, const DoubleMatrix<Store>& B, BlockRow& C, By by = By::kernels)
 {
-    do_binmult(C, A, Factor(B));
+    do_binmult(C, A, Factor(B), by);
 }
 
 // C_k = A*B_k, one product.
-inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B)
+inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B, By by = By::kernels)
 {
     C.set_shape(A.used_rows(), B.cols(), B.count());
-    product(A, B.side_by_side(), C.data(), C.pitch());
+    product(A, B.side_by_side(), C.data(), C.pitch(), Into::overwrite, by);
 }
 
 // C_k += P_k for products P_k of that inner dimension. form(first, rows, to) writes some rows of all of them side by side.
@@ -236,11 +238,13 @@ void add_in_panels(BlockRow& C, std::size_t inner, WorkMatrix& room, const Form&
     add_in_panels(C.data(), C.pitch(), C.rows(), width, panel, room.store(), form);
 }
 
-// C_k += A*B_k
-inline void do_binmult_add(BlockRow& C, const Factor& A, const BlockRow& B, WorkMatrix& room)
+// C_k += A*B_k. Our kernels go on from C, so that the sums become those of a taller A and B.
+inline void do_binmult_add(
+    BlockRow& C, const Factor& A, const BlockRow& B, WorkMatrix& room, By by = By::kernels)
 {
+    if (by == By::kernels) return product(A, B.side_by_side(), C.data(), C.pitch(), Into::go_on);
     add_in_panels(C, B.rows(), room, [&](std::size_t first, std::size_t rows, double* to) {
-        product(A.cut_rows(first, rows), B.side_by_side(), to);
+        product(A.cut_rows(first, rows), B.side_by_side(), to, Into::overwrite, by);
     });
 }
 

@@ -29,10 +29,11 @@ public:
                    const typename Model::Adjoint& Zbar,
                    typename Model::Adjoint& Hbar) const
     {
+        const By by = products_with(net.weights[i]);
         if (transposed_.empty()) {
-            do_binmult(Hbar, Zbar, transposed(net.weights[i]));
+            do_binmult(Hbar, Zbar, transposed(net.weights[i]), by);
         } else {
-            do_mult(Zbar, transposed_[i], Hbar);
+            do_mult(Zbar, transposed_[i], Hbar, by);
         }
     }
 

@@ -73,7 +73,7 @@ template <class Model, class... Tangents>
 Model mknn(const DescriptionText& text, Tangents... tangents)
 {
     Model net;
-    call_frame([&] {
+    call_frame(Enters::nothing, [&] {
         print_build_information();
         net = build_model<Model>(text.parsed(), tangents...);
     });

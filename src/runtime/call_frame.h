@@ -12,10 +12,10 @@ void print_banner_once();
 // traps off, BLAS threads back. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
 // this is no destructor's job.
 template <class Work>
-void call_frame(const Work& work)
+void call_frame(Enters enters, const Work& work)
 {
     print_banner_once();
-    CallInFlight call;
+    CallInFlight call(enters);
     arm_traps();
     work();
     fedisableexcept(TRAPS);
@@ -24,10 +24,10 @@ void call_frame(const Work& work)
 
 // The same for a quiet handle: no traps, and the host's floating-point environment as it was found.
 template <class Work>
-void quiet_frame(const Work& work)
+void quiet_frame(Enters enters, const Work& work)
 {
     print_banner_once();
-    CallInFlight call;
+    CallInFlight call(enters);
     const ScopedEnvironment host;
     ScopedEnvironment::mask_all();
     work();

@@ -32,7 +32,7 @@ struct Process {
     std::mutex mutex;
     std::condition_variable room;
     int calls = 0;           // in flight
-    int threads_inside = 0;  // calls, and the workers of their teams
+    int threads_inside = 0;  // OpenBLAS
     int host_blas_threads = 0;
     bool forked = false;
     std::thread::id ending;  // the thread that ends the process, if any
@@ -55,6 +55,7 @@ struct Process {
         p.host_blas_threads = host_blas_threads;
         p.forked = true;
         this_thread().threads_inside = 0;
+        this_thread().is_in_call = false;
     }
 };
 
@@ -64,11 +65,12 @@ const ForkSafe<Process> process;
 // back, or leaves it.
 void count_out(bool restore_blas)
 {
-    if (this_thread().threads_inside == 0) return;
+    if (!this_thread().is_in_call) return;
     Process& p = *process;
     const std::lock_guard lock(p.mutex);
     p.threads_inside -= this_thread().threads_inside;
     this_thread().threads_inside = 0;
+    this_thread().is_in_call = false;
     if (--p.calls == 0) {
         if (restore_blas) openblas_set_num_threads(p.host_blas_threads);
         p.host_blas_threads = 0;
@@ -90,14 +92,15 @@ void wait_while_held_back(Process& p, std::unique_lock<std::mutex>& lock)
 
 }  // namespace
 
-CallInFlight::CallInFlight()
+CallInFlight::CallInFlight(Enters enters)
 {
     watch_end_of_thread();
     // Without one there is nothing to give back: at the gate the thread may be for this very call.
-    if (this_thread().threads_inside > 0) give_back_abandoned();
+    if (this_thread().is_in_call) give_back_abandoned();
+    const int inside = enters == Enters::blas ? 1 : 0;
     Process& p = *process;
     std::unique_lock lock(p.mutex);
-    const auto may_enter = [&] { return p.threads_inside < MAX_THREADS_INSIDE; };
+    const auto may_enter = [&] { return p.threads_inside + inside <= MAX_THREADS_INSIDE; };
     if (p.is_held_back()) wait_while_held_back(p, lock);
     if (!may_enter()) {
         const NoCancellation whole;
@@ -105,8 +108,9 @@ CallInFlight::CallInFlight()
     }
     if (p.calls == 0 && p.host_blas_threads == 0) p.host_blas_threads = openblas_get_num_threads();
     ++p.calls;
-    ++p.threads_inside;
-    this_thread().threads_inside = 1;
+    p.threads_inside += inside;
+    this_thread().threads_inside = inside;
+    this_thread().is_in_call = true;
     openblas_set_num_threads(1);
 }
 
@@ -139,14 +143,15 @@ void hold_other_threads_back()
     std::unique_lock lock(p.mutex);
     p.ending = std::this_thread::get_id();
     p.held_until = Clock::now() + LONGEST_WAIT_AT_THE_END;
-    const int own = this_thread().threads_inside > 0 ? 1 : 0;
+    const int own = this_thread().is_in_call ? 1 : 0;
     p.room.wait_until(lock, p.held_until, [&] { return p.calls <= own; });
 }
 
 TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
 {
     const unsigned wanted = std::min(shares, threads);
-    if (wanted <= 1 || openblas_get_parallel() == OPENBLAS_SEQUENTIAL) return;
+    const bool enters_blas = this_thread().threads_inside > 0;
+    if (wanted <= 1 || (enters_blas && openblas_get_parallel() == OPENBLAS_SEQUENTIAL)) return;
 
     const int limit = std::max(omp_get_num_procs(), MIN_TEAM_LIMIT);
     const int team = static_cast<int>(std::min(wanted, static_cast<unsigned>(limit)));
@@ -154,9 +159,12 @@ TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
         Process& p = *process;
         const std::lock_guard lock(p.mutex);
         if (p.forked) return;
-        workers_ = std::min(team - 1, MAX_THREADS_INSIDE - p.threads_inside);
-        p.threads_inside += workers_;
-        this_thread().threads_inside += workers_;
+        workers_ = team - 1;
+        if (enters_blas) {
+            workers_ = std::min(workers_, MAX_THREADS_INSIDE - p.threads_inside);
+            p.threads_inside += workers_;
+            this_thread().threads_inside += workers_;
+        }
     }
     const int more = workers_ - this_thread().workers;
     if (more > 0) give_back(more - threads_to_be_had(more));
@@ -165,12 +173,12 @@ TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
 
 void TeamPermit::give_back(int workers)
 {
-    if (workers == 0) return;
+    workers_ -= workers;
+    if (workers == 0 || this_thread().threads_inside == 0) return;
     Process& p = *process;
     const std::lock_guard lock(p.mutex);
     p.threads_inside -= workers;
     this_thread().threads_inside -= workers;
-    workers_ -= workers;
     p.room.notify_all();
 }
 

@@ -9,10 +9,14 @@ namespace VEMKN {
 // threads), every thread inside a product takes one more, and from the 129th on it ends the process sooner or later.
 inline constexpr int MAX_THREADS_INSIDE = 64;
 
-// One call in flight. The first call in saves the BLAS thread count; every call sets it to one.
+// Whether a call forms products by OpenBLAS, or none.
+enum class Enters { blas, nothing };
+
+// One call in flight. The first call in saves the BLAS thread count; every call sets it to one. One that enters OpenBLAS
+// waits while there is no buffer left for it.
 class CallInFlight {
 public:
-    CallInFlight();
+    explicit CallInFlight(Enters enters);
     // Counts the call out. Does not touch the BLAS thread count: see finish().
     ~CallInFlight();
     CallInFlight(const CallInFlight&) = delete;
@@ -35,9 +39,9 @@ void hold_other_threads_back();
 void wait_while_held_back();
 
 // Leave for a team of threads to work on `shares` shares: at most `threads`, never more than there are shares,
-// never so many that OpenBLAS would run out of buffers, and one in a fork's child (where libgomp cannot start a team)
-// and with the serial variant of OpenBLAS (which is not fit for several threads). No more, too, than the system
-// has threads to give: libgomp would end the process.
+// and one in a fork's child (where libgomp cannot start a team). No more, too, than the system has threads to give: libgomp
+// would end the process. For a call that enters OpenBLAS never so many that it would run out of buffers, and one with its
+// serial variant, which is not fit for several threads.
 class TeamPermit {
 public:
     TeamPermit(unsigned shares, unsigned threads);

@@ -5,7 +5,9 @@ namespace VEMKN {
 // What the calling thread holds for the call that it is in. A host may leave a call by a jump out of its signal handler, and
 // then no destructor runs: the next call on the thread finds here what has to be given back first.
 struct ThreadRecord {
-    int threads_inside = 0;  // counted in for the call: itself and the workers of its team
+    bool is_in_call = false;
+    int threads_inside =
+        0;  // OpenBLAS: itself and the workers of its team, in a call that enters it
     bool at_the_gate = false;
     int workers = 0;  // in its last team: OpenMP keeps them for the next
     bool is_watched = false;

@@ -2,16 +2,26 @@
 //
 //     results                  one line a call: network, call, status, how many results, their hash; separated by tabs
 //     results NETWORK CALL     the results of that call, one a line
+//     results FILE             compares one hash for all results of a network with those in FILE, which it writes if it does
+//                              not exist; 77 where the processor lacks the instruction set that it was built for
+
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/entry_points.h"
 #include "support/random.h"
+#ifdef VEMKN_INSTRUCTION_SET
+#include "kernels/kernels.h"
+#endif
 
 namespace {
 
@@ -193,10 +203,62 @@ void run(const Case& c, const Visit& visit)
     releaseVEMKNet(net);
 }
 
+// Network and hash, for all networks.
+std::string digests()
+{
+    std::string text;
+    for (const Case& c : cases()) {
+        std::uint64_t h = hash({});
+        run(c, [&](const std::string&, int status, const Numbers& results) {
+            h = (h ^ hash(results) ^ static_cast<std::uint64_t>(status)) * 0x100000001b3u;
+            h ^= h >> 29;
+        });
+        char line[32];
+        std::snprintf(line, sizeof line, "%016lx ", h);
+        text += line + c.text() + "\n";
+    }
+    return text;
+}
+
+int compare(const std::string& path)
+{
+#ifdef VEMKN_INSTRUCTION_SET
+    if (!VEMKN::processor_has(VEMKN::InstructionSet::VEMKN_INSTRUCTION_SET)) return 77;
+#else
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma")) return 77;
+#endif
+    if (const char* const preloaded = std::getenv("LD_PRELOAD")) {
+        Dl_info found{};
+        dladdr(dlsym(RTLD_DEFAULT, "cblas_dgemm"), &found);
+        if (found.dli_fname == nullptr || std::string(preloaded) != found.dli_fname) {
+            std::printf("cblas_dgemm is not that of %s\n", preloaded);
+            return 1;
+        }
+    }
+    std::ifstream file(path);
+    if (!file) {
+        std::ofstream(path) << digests();
+        return 0;
+    }
+    std::istringstream computed(digests());
+    int differing = 0;
+    std::string expected, found;
+    while (std::getline(computed, found)) {
+        if (!std::getline(file, expected) || expected != found) {
+            std::printf("%s\n", found.c_str());
+            ++differing;
+        }
+    }
+    if (std::getline(file, expected)) ++differing;
+    std::printf("%d networks have other bits than the stored ones\n", differing);
+    return differing == 0 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc == 2) return compare(argv[1]);
     for (const Case& c : cases()) {
         const std::string text = c.text();
         if (argc == 3 && text != argv[1]) continue;

@@ -1,4 +1,4 @@
-// Times calls on request, for scripts/same-speed: reads "entry network" from standard input, a line each time, and prints
+// Times calls on request, for scripts/same-speed: reads "entry network activation" from standard input, a line each time, and prints
 // the seconds of one call, one thread.
 
 #include <chrono>
@@ -6,7 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <utility>
+#include <tuple>
 
 #include "entries.h"
 
@@ -26,7 +26,9 @@ struct Case {
     }
 };
 
-Case make_case(const std::string& entry_name, const std::string& network)
+Case make_case(const std::string& entry_name,
+               const std::string& network,
+               const std::string& activation)
 {
     Case c;
     for (const bench::Entry& entry : bench::entries()) {
@@ -34,7 +36,7 @@ Case make_case(const std::string& entry_name, const std::string& network)
     }
     for (const bench::Shape& shape : bench::shapes()) {
         if (network != shape.name) continue;
-        c.problem = std::make_unique<bench::Problem>(shape, "softplus", "sum_log_dnorm_fat");
+        c.problem = std::make_unique<bench::Problem>(shape, activation, "sum_log_dnorm_fat");
     }
     vemk_setpar(c.problem->net, 1, 32);
     c.in = bench::numbers_in(*c.problem, c.entry->tangents);
@@ -48,12 +50,12 @@ Case make_case(const std::string& entry_name, const std::string& network)
 int main()
 {
     constexpr double LEAST_SECONDS = 0.005;
-    std::map<std::pair<std::string, std::string>, Case> cases;
-    std::string entry, network;
-    while (std::cin >> entry >> network) {
-        const auto [found, is_new] = cases.try_emplace({entry, network});
+    std::map<std::tuple<std::string, std::string, std::string>, Case> cases;
+    std::string entry, network, activation;
+    while (std::cin >> entry >> network >> activation) {
+        const auto [found, is_new] = cases.try_emplace({entry, network, activation});
         Case& c = found->second;
-        if (is_new) c = make_case(entry, network);
+        if (is_new) c = make_case(entry, network, activation);
         const auto calls = static_cast<unsigned>(1 + LEAST_SECONDS / c.seconds(1));
         std::cout << "seconds " << c.seconds(calls) / calls << std::endl;
     }

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cfenv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -9,8 +11,9 @@
 #include <vector>
 
 #include "kernels/kernels.h"
-#include "kernels/lane.h"
+#include "kernels/scalar_lane.h"
 #include "support/accuracy.h"
+#include "support/instruction_sets.h"
 
 using namespace VEMKN;
 
@@ -22,20 +25,17 @@ constexpr double INF = std::numeric_limits<double>::infinity();
 constexpr double NAN_ = std::numeric_limits<double>::quiet_NaN();
 constexpr int TRAPS = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW;
 
-std::vector<InstructionSet> available()
-{
-    std::vector<InstructionSet> sets = {InstructionSet::sse2};
-    if (best_instruction_set() >= InstructionSet::avx2) sets.push_back(InstructionSet::avx2);
-    if (best_instruction_set() >= InstructionSet::avx512) sets.push_back(InstructionSet::avx512);
-    return sets;
-}
-
 // Exceptions among TRAPS that work raises.
 int raised(const std::function<void()>& work)
 {
     std::feclearexcept(FE_ALL_EXCEPT);
     work();
     return std::fetestexcept(TRAPS);
+}
+
+std::uint64_t bits_of(double a)
+{
+    return std::bit_cast<std::uint64_t>(a);
 }
 
 // The loops from x alone, one after the other as they are meant to be called.
@@ -201,6 +201,66 @@ TEST_P(InstructionSets, GiveAnElementTheSameBitsWhereverItStands)
     }
 }
 
+// Those with fused multiply-adds among themselves, and those without.
+TEST_P(InstructionSets, GiveTheBitsOfTheLeastOfTheirKind)
+{
+    const bool fused = GetParam() >= InstructionSet::avx2;
+    const Kernels& least = kernels_of(fused ? InstructionSet::avx2 : InstructionSet::baseline);
+    Numbers x = hard_points();
+    std::mt19937_64 engine(11);
+    std::uniform_real_distribution<double> near(-5.0, 5.0), far(-760.0, 760.0),
+        exponent(-1074.0, 1023.0);
+    for (int i = 0; i < 20000; ++i) {
+        x.push_back(near(engine));
+        x.push_back(far(engine));
+        x.push_back(std::copysign(std::exp2(exponent(engine)), near(engine)));
+    }
+    const std::size_t n = x.size();
+    Numbers ybar(n), dx(n);
+    for (std::size_t i = 0; i < n; ++i) ybar[i] = near(engine), dx[i] = near(engine);
+    const VEMKN::SideBySide flat{1, n, 1, n, n};
+    const auto all = [&](const ElementKernels& of) {
+        std::vector<Numbers> results(8, Numbers(n));
+        results[0] = saved_of(of, x.data(), n);
+        const double* const saved = results[0].data();
+        of.value(x.data(), saved, results[1].data(), n);
+        of.vjp(x.data(), saved, ybar.data(), results[2].data(), n);
+        if (of.tangent == nullptr) return results;
+        of.value_term(x.data(), saved, results[1].data(), results[3].data(), n);
+        of.tangent(x.data(), results[3].data(), dx.data(), results[4].data(), flat);
+        of.vjp_terms(x.data(),
+                     saved,
+                     ybar.data(),
+                     results[2].data(),
+                     results[5].data(),
+                     results[6].data(),
+                     n);
+        of.vjp_tangent(x.data(),
+                       results[5].data(),
+                       results[6].data(),
+                       ybar.data(),
+                       dx.data(),
+                       results[7].data(),
+                       flat);
+        return results;
+    };
+    const auto expect_same = [&](const ElementKernels& a, const ElementKernels& b) {
+        const auto one = all(a), other = all(b);
+        for (std::size_t r = 0; r < one.size(); ++r) {
+            for (std::size_t i = 0; i < n; ++i) {
+                const bool both_nan = std::isnan(one[r][i]) && std::isnan(other[r][i]);
+                ASSERT_TRUE(both_nan || bits_of(one[r][i]) == bits_of(other[r][i]))
+                    << "result " << r << " at " << x[i] << ": " << one[r][i] << ", " << other[r][i];
+            }
+        }
+    };
+    expect_same(element_kernels<Id>(k), element_kernels<Id>(least));
+    expect_same(element_kernels<Relu>(k), element_kernels<Relu>(least));
+    expect_same(element_kernels<Atan>(k), element_kernels<Atan>(least));
+    expect_same(element_kernels<Softplus>(k), element_kernels<Softplus>(least));
+    expect_same(element_kernels<LogDnorm>(k), element_kernels<LogDnorm>(least));
+}
+
 TEST_P(InstructionSets, GiveExactlyZeroForTheLikelihoodAtZero)
 {
     const Numbers x = {0.0, -0.0, 0.0};
@@ -338,82 +398,6 @@ TEST_P(InstructionSets, ReachEveryDerivativeSideBySide)
     }
 }
 
-// Small whole numbers: every sum is exact, in whatever order.
-TEST_P(InstructionSets, MultiplyMatricesAndVectors)
-{
-    for (const std::size_t cols : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 16u, 33u, 70u}) {
-        for (const std::size_t rows : {1u, 2u, 3u, 8u, 9u, 13u}) {
-            for (const std::size_t gap : {0u, 3u}) {
-                for (const bool add : {false, true}) {
-                    SCOPED_TRACE(testing::Message() << rows << " x " << cols << ", gap " << gap
-                                                    << (add ? ", added" : ""));
-                    const std::size_t pitch = cols + gap, step = 1 + gap;
-                    Numbers A(rows * pitch, NAN_), x(std::max(rows, cols));
-                    Numbers spread(x.size() * step, NAN_);
-                    for (std::size_t i = 0; i < x.size(); ++i) {
-                        x[i] = spread[i * step] = static_cast<double>(i % 5) - 1.0;
-                    }
-                    Numbers product(rows), transposed(cols);
-                    for (std::size_t r = 0; r < rows; ++r) {
-                        for (std::size_t c = 0; c < cols; ++c) {
-                            const double a = static_cast<double>((3 * r + 7 * c) % 11) - 4.0;
-                            A[r * pitch + c] = a;
-                            product[r] += a * x[c];
-                            transposed[c] += a * x[r];
-                        }
-                    }
-                    // Memory beside the results keeps what it holds.
-                    const double before = add ? 2.0 : NAN_;
-                    const auto expect = [&](double value, double result) {
-                        EXPECT_EQ(add ? 2.0 + value : value, result);
-                    };
-                    const auto expect_before = [&](double result) {
-                        EXPECT_TRUE(add ? result == 2.0 : std::isnan(result));
-                    };
-
-                    Numbers y(rows * step, before);
-                    const StridedView view{A.data(), rows, cols, pitch};
-                    k.times_vector(view, x.data(), {y.data(), step}, add);
-                    for (std::size_t i = 0; i < y.size(); ++i) {
-                        i % step == 0 ? expect(product[i / step], y[i]) : expect_before(y[i]);
-                    }
-                    y.assign(cols * step, before);
-                    k.transposed_times_vector(view, {spread.data(), step}, {y.data(), step}, add);
-                    for (std::size_t i = 0; i < y.size(); ++i) {
-                        i % step == 0 ? expect(transposed[i / step], y[i]) : expect_before(y[i]);
-                    }
-                    y.assign(rows * pitch, before);
-                    k.outer_product(
-                        {spread.data(), step}, x.data(), {y.data(), rows, cols, pitch}, add);
-                    for (std::size_t i = 0; i < y.size(); ++i) {
-                        const std::size_t r = i / pitch, c = i % pitch;
-                        c < cols ? expect(x[r] * x[c], y[i]) : expect_before(y[i]);
-                    }
-                }
-            }
-        }
-    }
-}
-
-TEST_P(InstructionSets, MultiplyInfiniteVectorsWithoutAnException)
-{
-    for (const std::size_t n : {1u, 3u, 8u, 9u}) {
-        const Numbers A(3 * n, 2.0), x(n, INFINITY), huge(n, 1e308);
-        Numbers y(3 * n);
-        std::feclearexcept(FE_ALL_EXCEPT);
-        k.times_vector({A.data(), 3, n, n}, x.data(), {y.data(), 1}, false);
-        k.transposed_times_vector({A.data(), 1, n, n}, {x.data(), 1}, {y.data(), 1}, false);
-        k.outer_product({x.data(), 1}, A.data(), {y.data(), 1, n, n}, false);
-        const Numbers small(3 * n, 1e-300);
-        if (n >= 3) {
-            k.transposed_times_vector(
-                {small.data(), 3, n, n}, {huge.data(), 1}, {y.data(), 1}, false);
-        }
-        k.outer_product({huge.data(), 1}, small.data(), {y.data(), 1, n, n}, true);
-        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW)) << n;
-    }
-}
-
 TEST_P(InstructionSets, AddToEveryRow)
 {
     for (const std::size_t cols : {1u, 2u, 3u, 5u, 7u, 8u, 9u, 16u, 31u, 511u, 512u, 513u, 600u}) {
@@ -452,5 +436,5 @@ TEST_P(InstructionSets, TellFiniteNumbersFromOthersQuietly)
 
 INSTANTIATE_TEST_SUITE_P(EveryInstructionSet,
                          InstructionSets,
-                         testing::ValuesIn(available()),
+                         testing::ValuesIn(available_instruction_sets()),
                          [](const auto& set) { return std::string(kernels_of(set.param).name); });

@@ -114,22 +114,22 @@ TEST(ProductSum, AddsEveryPanelAndWhatIsLeftOver)
     }
 }
 
-TEST(PlainProducts, MeetNoZeroBesideAnInfinity)
+TEST(WithoutBlas, NoProductMeetsAZeroBesideAnInfinity)
 {
     const double inf = std::numeric_limits<double>::infinity();
     const std::vector<double> a = {1, inf, 2, 3, 4, 5}, ones(6, 1.0);
     const RowsView A(a.data(), 3, 2), B(ones.data(), 2, 3);
     std::vector<double> C(9, std::numeric_limits<double>::quiet_NaN());
-    EXPECT_FALSE(PlainProducts::here());
+    EXPECT_FALSE(WithoutBlas::here());
     {
-        const PlainProducts plain(true);
-        EXPECT_TRUE(PlainProducts::here());
+        const WithoutBlas without(true);
+        EXPECT_TRUE(WithoutBlas::here());
         std::feclearexcept(FE_ALL_EXCEPT);
         feenableexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW);
-        product(A, B, C.data());
-        product(A, transposed(RowsView(ones.data(), 3, 2)), C.data(), Into::add);
+        product(A, B, C.data(), Into::overwrite, By::blas);
+        product(A, transposed(RowsView(ones.data(), 3, 2)), C.data(), Into::add, By::blas);
         fedisableexcept(FE_ALL_EXCEPT);
     }
-    EXPECT_FALSE(PlainProducts::here());
+    EXPECT_FALSE(WithoutBlas::here());
     EXPECT_EQ((std::vector<double>{inf, inf, inf, 10, 10, 10, 18, 18, 18}), C);
 }

@@ -99,25 +99,25 @@ const std::vector<Group<Real>>& groups()
     // clang-format off
     static const std::vector<Group<Real>> all = {
         {"softplus", element_kernels<Softplus>, -40, 40, false, softplus<Real>, {
-            {SAVED, "saved: exp(x)", 0, 3.5}, {VALUE, "value", 1, 2.9}, {SLOPE, "slope", 0, 5},
-            {VJP, "vjp", 0, 6}, {CURVATURE, "curvature", 0, 8.2}}},
+            {SAVED, "saved: exp(x)", 0, 1.05}, {VALUE, "value", 1, 1.3}, {SLOPE, "slope", 0, 2.5},
+            {VJP, "vjp", 0, 3.4}, {CURVATURE, "curvature", 0, 5.5}}},
         {"softplus", element_kernels<Softplus>, -700, 300, false, softplus<Real>, {
-            {SAVED, "saved: exp(x)", 0, 3.4}, {VALUE, "value", 1, 2.8}, {SLOPE, "slope", 0, 4.2},
-            {VJP, "vjp", 0, 5.2}, {CURVATURE, "curvature", 0, 6.9}}},
+            {SAVED, "saved: exp(x)", 0, 1.05}, {VALUE, "value", 1, 1.3}, {SLOPE, "slope", 0, 2.3},
+            {VJP, "vjp", 0, 3.3}, {CURVATURE, "curvature", 0, 5}}},
         {"log", element_kernels<Softplus>, 1e-16, 1e130, true, log_of_sum<Real>, {
-            {VALUE, "value: log(1 + e) of e", 0, 1.8}}, true},
+            {VALUE, "value: log(1 + e) of e", 0, 1}}, true},
         {"atan", element_kernels<Atan>, -5, 5, false, atan_<Real>, {
-            {VALUE, "value", 0, 1.9}, {SLOPE, "slope", 0, 2.2}, {VJP, "vjp", 0, 2.2}, {CURVATURE, "curvature", 0, 5.5}}},
+            {VALUE, "value", 0, 1}, {SLOPE, "slope", 0, 2.2}, {VJP, "vjp", 0, 2.2}, {CURVATURE, "curvature", 0, 5.5}}},
         {"atan", element_kernels<Atan>, -1e100, 1e100, true, atan_<Real>, {
-            {VALUE, "value", 0, 2.6}, {SLOPE, "slope", 0, 2.6}, {VJP, "vjp", 0, 2.5}, {CURVATURE, "curvature", 0, 5.3}}},
+            {VALUE, "value", 0, 1}, {SLOPE, "slope", 0, 2.6}, {VJP, "vjp", 0, 2.5}, {CURVATURE, "curvature", 0, 5.3}}},
         {"log_dnorm", element_kernels<LogDnorm>, -1, 1, false, log_dnorm<Real>, {
-            {SAVED, "saved: density", 0, 11.5}, {VALUE, "value", 4.5, 2.3}, {SLOPE, "slope", 0, 1.1},
+            {SAVED, "saved: density", 0, 10.4}, {VALUE, "value", 4.5, 1.5}, {SLOPE, "slope", 0, 1.1},
             {VJP, "vjp", 0, 3.7}, {CURVATURE, "curvature", 0, 1.7}}},
         {"log_dnorm", element_kernels<LogDnorm>, -2, 2, false, log_dnorm<Real>, {
-            {SAVED, "saved: density", 0, 38.2}, {VALUE, "value", 18, 2.3}, {SLOPE, "slope", 0, 1.1},
+            {SAVED, "saved: density", 0, 37}, {VALUE, "value", 18, 1.3}, {SLOPE, "slope", 0, 1.1},
             {VJP, "vjp", 0, 3.8}, {CURVATURE, "curvature", 0, 1.7}}},
         {"log_dnorm", element_kernels<LogDnorm>, 2, 1e70, true, log_dnorm<Real>, {
-            {SAVED, "saved: density", 0, 3.5}, {VALUE, "value", 0, 1.5}, {SLOPE, "slope", 0, 3.1},
+            {SAVED, "saved: density", 0, 3.5}, {VALUE, "value", 0, 1}, {SLOPE, "slope", 0, 3.1},
             {VJP, "vjp", 0, 6.3}, {CURVATURE, "curvature", 0, 11.5}}},
     };
     // clang-format on

@@ -4,7 +4,7 @@
 
 #include "eval/element_loops.h"
 #include "fad/elementary/element_loops.h"
-#include "kernels/lane.h"
+#include "kernels/scalar_lane.h"
 
 // The norms and their adjoints by their names, over vectors and matrices of doubles and of carriers. An element norm
 // returns one value an element, a summing norm their sum, from the first element to the last. An adjoint takes the forward

@@ -1,0 +1,253 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cfenv>
+#include <cmath>
+#include <limits>
+
+#include "kernels/kernels.h"
+#include "support/fp_state.h"
+#include "support/instruction_sets.h"
+#include "support/numbers.h"
+
+using namespace VEMKN;
+
+namespace {
+
+// Whether an instruction set has fused multiply-adds; others round the product first.
+bool is_fused(InstructionSet set)
+{
+    return set >= InstructionSet::avx2;
+}
+
+// Which elements of a matrix are neighbours in memory: those of a row or of a column; with gaps between rows, or columns.
+enum class Layout { rows, columns, rows_apart, columns_apart };
+
+// A matrix whose elements end where a page that nobody may touch begins, or begin where one ends; what lies between its
+// elements is a signaling NaN, so that whoever computes with it by accident raises an exception.
+class Guarded {
+public:
+    Guarded(std::size_t rows, std::size_t cols, Layout layout, bool at_the_end)
+        : rows_(rows), cols_(cols)
+    {
+        const bool along_rows = layout == Layout::rows || layout == Layout::rows_apart;
+        const std::size_t gap = layout == Layout::rows || layout == Layout::columns ? 0 : 3;
+        row_ = along_rows ? cols + gap : 1;
+        col_ = along_rows ? 1 : rows + gap;
+        const std::size_t used = rows * cols == 0 ? 0 : (rows - 1) * row_ + (cols - 1) * col_ + 1;
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        const std::size_t inside = (used * sizeof(double) / page + 1) * page;
+        length_ = inside + 2 * page;
+        map_ = static_cast<char*>(
+            mmap(nullptr, length_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        if (map_ == MAP_FAILED || mprotect(map_ + page, inside, PROT_READ | PROT_WRITE) != 0)
+            std::abort();
+        auto* const room = reinterpret_cast<double*>(map_ + page);
+        std::fill_n(room, inside / sizeof(double), std::numeric_limits<double>::signaling_NaN());
+        data_ = at_the_end ? room + inside / sizeof(double) - used : room;
+    }
+
+    ~Guarded() { munmap(map_, length_); }
+
+    Guarded(const Guarded&) = delete;
+    Guarded& operator=(const Guarded&) = delete;
+
+    double& operator()(std::size_t r, std::size_t c) { return data_[r * row_ + c * col_]; }
+
+    template <class Draw>
+    void fill(const Draw& draw)
+    {
+        for (std::size_t r = 0; r < rows_; ++r) {
+            for (std::size_t c = 0; c < cols_; ++c) (*this)(r, c) = draw();
+        }
+    }
+
+    double* data() { return data_; }
+
+    std::size_t row() const { return row_; }
+
+    std::size_t col() const { return col_; }
+
+private:
+    std::size_t rows_, cols_, row_, col_, length_;
+    char* map_;
+    double* data_;
+};
+
+// What an element of C has to be: one chain over the inner dimension.
+double chain(Guarded& A,
+             Guarded& B,
+             std::size_t i,
+             std::size_t j,
+             std::size_t inner,
+             double from,
+             bool fused)
+{
+    for (std::size_t l = 0; l < inner; ++l) {
+        if (fused) {
+            from = std::fma(A(i, l), B(l, j), from);
+        } else {
+            from += A(i, l) * B(l, j);
+        }
+    }
+    return from;
+}
+
+constexpr Layout LAYOUTS[] = {
+    Layout::rows, Layout::columns, Layout::rows_apart, Layout::columns_apart};
+constexpr Layout RESULTS[] = {Layout::rows, Layout::rows_apart};
+constexpr Into INTOS[] = {Into::overwrite, Into::add, Into::go_on};
+
+class Tiles : public testing::TestWithParam<InstructionSet> {
+protected:
+    const Kernels& k = kernels_of(GetParam());
+
+    // C for factors and contents drawn, to the bit, with no exception but those of the chains.
+    template <class Draw>
+    void check(std::size_t m,
+               std::size_t n,
+               std::size_t inner,
+               Layout a,
+               Layout b,
+               Layout c,
+               Into into,
+               const Draw& draw)
+    {
+        SCOPED_TRACE(testing::Message()
+                     << m << " x " << n << ", inner " << inner << ", layouts "
+                     << static_cast<int>(a) << static_cast<int>(b) << static_cast<int>(c)
+                     << ", into " << static_cast<int>(into));
+        const bool fused = is_fused(GetParam());
+        for (const bool at_the_end : {false, true}) {
+            Guarded A(m, inner, a, at_the_end), B(inner, n, b, at_the_end), C(m, n, c, at_the_end);
+            A.fill(draw);
+            B.fill(draw);
+            if (into != Into::overwrite) C.fill(draw);
+            Numbers expected(m * n);
+            std::feclearexcept(FE_ALL_EXCEPT);
+            for (std::size_t i = 0; i < m; ++i) {
+                for (std::size_t j = 0; j < n; ++j) {
+                    const double from = into == Into::go_on ? C(i, j) : 0.0;
+                    const double sum = chain(A, B, i, j, inner, from, fused);
+                    expected[i * n + j] = into == Into::add ? C(i, j) + sum : sum;
+                }
+            }
+            const int chains_raise = std::fetestexcept(LIBRARY_TRAPS);
+            std::feclearexcept(FE_ALL_EXCEPT);
+            k.product({A.data(),
+                       A.row(),
+                       A.col(),
+                       B.data(),
+                       B.row(),
+                       B.col(),
+                       C.data(),
+                       C.row(),
+                       C.col(),
+                       m,
+                       n,
+                       inner,
+                       into});
+            EXPECT_EQ(chains_raise, std::fetestexcept(LIBRARY_TRAPS));
+            Numbers found(m * n);
+            for (std::size_t i = 0; i < m; ++i) {
+                for (std::size_t j = 0; j < n; ++j) found[i * n + j] = C(i, j);
+            }
+            // Which NaN it is depends on the order of operands.
+            for (Numbers* list : {&expected, &found}) {
+                for (double& x : *list) x = std::isnan(x) ? QUIET_NAN : x;
+            }
+            ASSERT_EQ(bits_of(expected), bits_of(found));
+        }
+    }
+};
+
+}  // namespace
+
+TEST_P(Tiles, FormOneChainForEveryElement)
+{
+    Random random(17);
+    const auto draw = [&] { return random.list(1)[0]; };
+    // Around the widths of registers and the heights of tiles.
+    for (const std::size_t m : {1u, 2u, 3u, 4u, 5u, 8u, 9u, 13u, 17u, 33u}) {
+        for (const std::size_t n : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 13u, 16u, 17u, 25u, 33u}) {
+            for (const std::size_t inner : {1u, 4u, 5u, 8u, 19u}) {
+                for (const Layout a : LAYOUTS) {
+                    for (const Layout b : LAYOUTS) {
+                        check(m, n, inner, a, b, RESULTS[inner % 2], INTOS[(m + n) % 3], draw);
+                    }
+                }
+                const Layout a = LAYOUTS[(m + inner) % 4], b = LAYOUTS[(n + inner) % 4];
+                for (const Layout c : RESULTS) {
+                    for (const Into into : INTOS) check(m, n, inner, a, b, c, into, draw);
+                }
+            }
+        }
+    }
+}
+
+// Infinite and huge factors beside ordinary ones: what a lane beyond the last column would meet is a zero, or another row.
+TEST_P(Tiles, RaiseWhatTheirChainsRaise)
+{
+    Random random(18);
+    int turn = 0;
+    const auto draw = [&] {
+        ++turn;
+        return turn % 41 == 0   ? INF
+               : turn % 29 == 0 ? 1e300
+               : turn % 17 == 0 ? 0.0
+                                : random.list(1)[0];
+    };
+    for (const std::size_t m : {1u, 3u, 5u, 8u, 9u}) {
+        for (const std::size_t n : {1u, 3u, 5u, 8u, 9u, 13u}) {
+            for (const std::size_t inner : {1u, 3u, 5u, 9u}) {
+                for (const Layout a : LAYOUTS) {
+                    for (const Layout b : LAYOUTS) {
+                        for (const Into into : INTOS)
+                            check(m, n, inner, a, b, Layout::rows, into, draw);
+                    }
+                }
+            }
+        }
+    }
+}
+
+// A row among others and a column among others are what they are alone, whichever register and tile they fall into.
+TEST_P(Tiles, GiveARowTheSameBitsInAnyCompany)
+{
+    Random random(19);
+    const std::size_t m = 37, n = 29, inner = 21;
+    const Numbers A = random.list(m * inner), B = random.list(inner * n);
+    Numbers all(m * n);
+    k.product({A.data(), inner, 1, B.data(), n, 1, all.data(), n, 1, m, n, inner, Into::overwrite});
+    for (std::size_t first = 0; first < m; first += 5) {
+        for (std::size_t rows = 1; first + rows <= m; rows += 4) {
+            for (std::size_t cols = 1; cols <= n; cols += 3) {
+                Numbers part(rows * cols);
+                k.product({A.data() + first * inner,
+                           inner,
+                           1,
+                           B.data() + (n - cols),
+                           n,
+                           1,
+                           part.data(),
+                           cols,
+                           1,
+                           rows,
+                           cols,
+                           inner,
+                           Into::overwrite});
+                for (std::size_t i = 0; i < rows; ++i) {
+                    for (std::size_t j = 0; j < cols; ++j) {
+                        ASSERT_EQ(all[(first + i) * n + (n - cols) + j], part[i * cols + j]);
+                    }
+                }
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryInstructionSet,
+                         Tiles,
+                         testing::ValuesIn(available_instruction_sets()),
+                         [](const auto& set) { return std::string(kernels_of(set.param).name); });

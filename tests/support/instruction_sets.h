@@ -1,0 +1,19 @@
+#pragma once
+
+#include <vector>
+
+#include "kernels/kernels.h"
+
+// The instruction sets that this processor runs.
+inline std::vector<VEMKN::InstructionSet> available_instruction_sets()
+{
+    using VEMKN::InstructionSet;
+    std::vector<InstructionSet> sets;
+    for (const auto set : {InstructionSet::baseline,
+                           InstructionSet::sse4,
+                           InstructionSet::avx2,
+                           InstructionSet::avx512}) {
+        if (VEMKN::processor_has(set)) sets.push_back(set);
+    }
+    return sets;
+}
