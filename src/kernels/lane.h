@@ -38,6 +38,15 @@ struct LaneOf {
 #endif
     }
 
+    // The first n < WIDTH doubles of v to memory. One by one: what reads them next may read them as part of a vector, which
+    // has to wait long for a masked store.
+    static void store_part(double* p, int n, V v)
+    {
+        double all[WIDTH];
+        store(all, v);
+        for (int i = 0; i < n; ++i) p[i] = all[i];
+    }
+
     static Mask less(V a, V b)
     {
         return VEMKN::less<D>(a, b);

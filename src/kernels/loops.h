@@ -1,15 +1,57 @@
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 
 #include "kernels/kernels.h"
+#include "kernels/lane.h"
 #include "kernels/products.h"
-#include "kernels/registers.h"
 
 // The loops of kernels/kernels.h over a lane type. Internal linkage: every instruction set compiles its own.
 
 namespace VEMKN {
 namespace {
+
+// body(a, r) on WIDTH elements at a time, a[j] from in[j] and r[j] to out[j]. What remains goes through a full lane too,
+// filled up with ones, so that an element gets the same bits wherever it stands. One is an argument that no function here
+// raises an exception for, a density or a divisor included.
+template <class L, int IN, int OUT, class Body>
+[[gnu::always_inline]] inline void run(const double* const (&in)[IN],
+                                       double* const (&out)[OUT],
+                                       std::size_t n,
+                                       Body body)
+{
+    using V = typename L::V;
+    std::size_t i = 0;
+    for (; i + L::WIDTH <= n; i += L::WIDTH) {
+        V a[IN], r[OUT];
+        for (int j = 0; j < IN; ++j) a[j] = L::load(in[j] + i);
+        body(a, r);
+        for (int j = 0; j < OUT; ++j) L::store(out[j] + i, r[j]);
+    }
+    if (i == n) return;
+    const int rest = static_cast<int>(n - i);
+    V a[IN], r[OUT];  // of their own: these stay in memory
+    for (int j = 0; j < IN; ++j) a[j] = L::load_part(in[j] + i, rest, L::set(1.0));
+    body(a, r);
+    for (int j = 0; j < OUT; ++j) L::store_part(out[j] + i, rest, r[j]);
+}
+
+// body(c, registers) for columns c ... of a row, as many as fit a number of registers, at most MOST; returns where the rest
+// begins.
+template <class L, int MOST = 4, class Body>
+[[gnu::always_inline]] inline std::size_t for_each_registers(std::size_t cols, const Body& body)
+{
+    std::size_t c = 0;
+    const auto go = [&](auto registers) {
+        constexpr std::size_t COLUMNS = registers() * L::WIDTH;
+        for (; c + COLUMNS <= cols; c += COLUMNS) body(c, registers);
+    };
+    if constexpr (MOST >= 4) go(std::integral_constant<int, 4>());
+    go(std::integral_constant<int, 2>());
+    go(std::integral_constant<int, 1>());
+    return c;
+}
 
 // Rows that are longer, or whole registers long, are not repeated.
 inline constexpr std::size_t LONGEST_REPEATED = 64;
@@ -322,7 +364,7 @@ struct Arithmetic {
             to + c,
             go_on,
             [=](const double* p) { return L::load_part(p, rest, L::set(0.0)); },
-            [=](double* p, V v) { store_part<L>(p, rest, v); });
+            [=](double* p, V v) { L::store_part(p, rest, v); });
     }
 };
 

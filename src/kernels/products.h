@@ -223,8 +223,8 @@ template <class L>
 void along_rows(const ProductOf& p)
 {
     constexpr std::size_t W = width<L>;
-    constexpr std::size_t LONGEST =
-        128;  // rows of B whose registers stay in the innermost cache while tiles go down
+    // Rows of B whose registers stay in the innermost cache while tiles go down.
+    constexpr std::size_t LONGEST = 128;
     if (p.cols < W) return all_rows<L, AlongRows, most_rows(1), 1, false>(p, {0, 0, p.cols});
     for (std::size_t col = 0; col < p.cols;) {
         const std::size_t left = p.cols - col, registers = (left + W - 1) / W;

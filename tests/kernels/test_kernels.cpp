@@ -67,11 +67,41 @@ protected:
 Numbers hard_points()
 {
     Numbers points;
-    for (const double a :
-         {0.0,      5e-324,  1e-310, 1e-300,  1e-160, 1e-8,  0.5,   1.0,   1.9999999999999998,
-          2.0,      2.5,     36.0,   38.0,    299.9,  300.0, 300.1, 707.9, 708.0,
-          708.1,    709.0,   710.0,  745.0,   746.0,  800.0, 1e10,  1e76,  1e100,
-          1.01e100, 1.3e154, 1e300,  1.7e308, INF,    NAN_}) {
+    for (const double a : {0.0,
+                           5e-324,
+                           1e-310,
+                           1e-300,
+                           1e-160,
+                           1e-8,
+                           0.5,
+                           1.0,
+                           1.9999999999999998,
+                           2.0,
+                           2.5,
+                           36.0,
+                           38.0,
+                           299.9,
+                           0x1.2bfffffffffffp+8,
+                           300.0,
+                           0x1.2c00000000001p+8,
+                           300.1,
+                           707.9,
+                           708.0,
+                           708.1,
+                           709.0,
+                           710.0,
+                           745.0,
+                           746.0,
+                           800.0,
+                           1e10,
+                           1e76,
+                           1e100,
+                           1.01e100,
+                           1.3e154,
+                           1e300,
+                           1.7e308,
+                           INF,
+                           NAN_}) {
         points.push_back(a);
         points.push_back(-a);
     }
@@ -107,26 +137,31 @@ bool same_or_close(double a, double b, double ulps)
     return std::fabs(a - b) <= ulps * accuracy::ulp(b);
 }
 
-// value and vjp of one function at every hard point, in every lane of a vector beside harmless neighbours: the scalar
+// value and vjp of one function at every hard point, in every place of lists of every length beside harmless neighbours: the scalar
 // formula's value and the scalar formula's exceptions.
 template <class F>
 void expect_scalar_behaviour(const ElementKernels& kernels)
 {
-    for (const double point : hard_points()) {
-        for (std::size_t lane = 0; lane < 9; ++lane) {
-            SCOPED_TRACE(testing::Message() << "x = " << point << " in lane " << lane);
-            Numbers x(9, 0.25), ybar(9, 1.5), y(9), xbar(9);
-            x[lane] = point;
-            double expected = 0.0;
-            const int scalar_flags = raised([&] { expected = scalar_value<F>(point); });
-            EXPECT_EQ(scalar_flags, raised([&] { value(kernels, x.data(), y.data(), 9); }));
-            EXPECT_TRUE(same_or_close(y[lane], expected, 8)) << y[lane] << " " << expected;
-
-            double adjoint = 0.0;
-            const int adjoint_flags = raised([&] { adjoint = scalar_vjp<F>(point, 1.5); });
-            EXPECT_EQ(adjoint_flags,
-                      raised([&] { vjp(kernels, x.data(), ybar.data(), xbar.data(), 9); }));
-            EXPECT_TRUE(same_or_close(xbar[lane], adjoint, 8)) << xbar[lane] << " " << adjoint;
+    Numbers points = hard_points();
+    points.push_back(std::numeric_limits<double>::signaling_NaN());
+    for (const double point : points) {
+        double expected = 0.0, adjoint = 0.0;
+        const int scalar_flags = raised([&] { expected = scalar_value<F>(point); });
+        const int adjoint_flags = raised([&] { adjoint = scalar_vjp<F>(point, 1.5); });
+        for (std::size_t n = 1; n <= 33; ++n) {
+            Numbers x(n, 0.25), ybar(n, 1.5), y(n), xbar(n);
+            for (std::size_t place = 0; place < n; ++place) {
+                x[place] = point;
+                const int flags = raised([&] { value(kernels, x.data(), y.data(), n); });
+                const int vjp_flags =
+                    raised([&] { vjp(kernels, x.data(), ybar.data(), xbar.data(), n); });
+                x[place] = 0.25;
+                ASSERT_EQ(scalar_flags, flags) << point << " at " << place << " of " << n;
+                ASSERT_EQ(adjoint_flags, vjp_flags) << point << " at " << place << " of " << n;
+                ASSERT_TRUE(same_or_close(y[place], expected, 8)) << y[place] << " " << expected;
+                ASSERT_TRUE(same_or_close(xbar[place], adjoint, 8))
+                    << xbar[place] << " " << adjoint;
+            }
         }
     }
 }
