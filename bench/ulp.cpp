@@ -117,7 +117,7 @@ void print_group(const Group& group,
             std::printf("result, at least %g |", row.floor);
         }
         for (const auto& of_set : worst) std::printf(" %.3f |", of_set[r]);
-        std::printf(" %g |\n", row.bound);
+        std::printf(" %g | %g |\n", row.bound, row.derived);
     }
     std::fflush(stdout);
 }
@@ -142,8 +142,8 @@ int main(int argc, char** argv)
     if (first == 0) {
         std::printf("| function | quantity | points | ulp of |");
         for (const VEMKN::Kernels* set : sets) std::printf(" %s |", set->name);
-        std::printf(" bound |\n|---|---|---|---|");
-        for (std::size_t i = 0; i < sets.size() + 1; ++i) std::printf("---|");
+        std::printf(" bound | derived |\n|---|---|---|---|");
+        for (std::size_t i = 0; i < sets.size() + 2; ++i) std::printf("---|");
         std::printf("\n");
     }
     for (std::size_t i = first; i < last; ++i) print_group(groups[i], sets, points);

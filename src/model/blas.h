@@ -58,7 +58,7 @@ enum class By { kernels, blas };
 // What holds for all products of a layer of that many inputs and outputs, whatever the rows, tangents and cotangents.
 constexpr By products_of_layer(std::size_t inputs, std::size_t outputs)
 {
-    constexpr std::size_t WIDEST = 256;
+    constexpr std::size_t WIDEST = 384;
     return std::max(inputs, outputs) <= WIDEST ? By::kernels : By::blas;
 }
 

@@ -209,6 +209,7 @@ TEST_P(InstructionSets, StayWithinTheirErrorBounds)
         std::vector<double> worst(group.rows.size(), 0.0);
         accuracy::Sample<long double>(group, 200000, 12345).raise(k, worst);
         for (std::size_t r = 0; r < worst.size(); ++r) {
+            EXPECT_LE(group.rows[r].bound, group.rows[r].derived);
             EXPECT_LE(worst[r], group.rows[r].bound)
                 << group.name << ", " << group.rows[r].what << ", points " << group.low << " to "
                 << group.high;

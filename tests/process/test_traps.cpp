@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "support/calls.h"
+#include "support/all_entries.h"
 #include "support/child.h"
 #include "support/fp_state.h"
 
@@ -115,6 +115,33 @@ TEST(Traps, LetInfiniteWeightsOfTheHandlePassThatMeetNothing)
         double value = 0.0;
         EXPECT_EQ(0, vemk_obj(net, weights, nw, x.data(), y.data(), 20, 2, 3, &value));
         EXPECT_EQ(INF, value);
+    }
+}
+
+// Products of so wide a layer are OpenBLAS's, whose kernels compute with whole registers: without the scan of the arguments an
+// infinity would meet a zero beyond a matrix's edge.
+TEST(Traps, LetInfinitiesPassThatMeetNothingInAWideLayer)
+{
+    const plain::Network wide{
+        .numin = 2, .numout = 3, .sizes = {2, 401}, .activation = "id", .norm = "sum"};
+    const Network net(wide.text());
+    Request ones = random_request(wide, 5, 2, 2, 1);
+    for (Numbers* numbers : {&ones.batch.w, &ones.batch.x, &ones.batch.y, &ones.v}) {
+        std::fill(numbers->begin(), numbers->end(), 1.0);
+    }
+    for (const AnyEntry& entry : ALL_ENTRIES) {
+        if (entry.is_norm_alone()) continue;
+        const std::string name = entry.name;
+        // Where weights and inputs get tangents, these begin as weights and inputs times 0.0: a NaN of their own.
+        const bool has_tangents = name == "vemk_Hv" || name == "vemk_Jv";
+        Request weight = ones, input = ones, vector = ones;
+        weight.batch.w[7] = input.batch.x[7] = vector.v[7] = INF;
+        for (const Request* q : {&weight, &input, &vector}) {
+            if (has_tangents && q != &vector) continue;
+            const Reply reply = entry.run(net, *q);
+            EXPECT_EQ(0, reply.status) << name;
+            for (const double number : reply.numbers) EXPECT_LE(0.0, number) << name;
+        }
     }
 }
 

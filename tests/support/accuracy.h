@@ -16,9 +16,9 @@
 namespace accuracy {
 
 // Outputs of the kernels of one element function.
-enum Quantity { SAVED, VALUE, SLOPE, VJP, CURVATURE, QUANTITIES };
+enum Quantity { SAVED, VALUE, SLOPE, JVP, VJP, CURVATURE, QUANTITIES };
 
-// What they are at a point, with vjp and curvature still to be multiplied by ybar.
+// What they are at a point, with jvp, vjp and curvature still to be multiplied by dx or ybar.
 template <class Real>
 using Truth = std::array<Real, QUANTITIES>;
 
@@ -27,6 +27,8 @@ struct Row {
     const char* what;
     // The error counts in units of the last place of the exact result, or of this number where that is larger in magnitude.
     double floor;
+    // What no point exceeds, by adding up the roundings of the formula (docs/accuracy.md).
+    double derived;
     // The largest error of 10^7 points and a tenth more: the worst points are rare, and any other sample may meet a worse one.
     double bound;
 };
@@ -51,7 +53,7 @@ Truth<Real> softplus(double a)
     using std::exp, std::log;
     const Real one(1.0), e = exp(Real(a)), sum = one + e;
     const Real slope = e / sum;
-    return {e, log(sum), slope, slope, slope / sum};
+    return {e, log(sum), slope, slope, slope, slope / sum};
 }
 
 template <class Real>
@@ -59,7 +61,7 @@ Truth<Real> atan_(double a)
 {
     using std::atan;
     const Real one(1.0), x(a), slope = one / (x * x + one);
-    return {x, atan(x), slope, slope, -(Real(2.0) * x) * slope * slope};
+    return {x, atan(x), slope, slope, slope, -(Real(2.0) * x) * slope * slope};
 }
 
 // With the constants as the doubles that they are in the library.
@@ -72,13 +74,17 @@ Truth<Real> log_dnorm(double a)
     if (std::fabs(a) < 6.0 * LogDnorm::SIGMA) {
         const Real variance = sigma * sigma, exponent = x * x / (two * variance);
         const Real norm = sqrt(Real(FatDensity::TWO_PI) * variance), slope = x / variance;
-        return {
-            exp(-exponent) / norm, exponent + log(norm) + bias, slope, slope, Real(1.0) / variance};
+        return {exp(-exponent) / norm,
+                exponent + log(norm) + bias,
+                slope,
+                slope,
+                slope,
+                Real(1.0) / variance};
     }
     const Real q = Real(1.0) / (x * x + Real(FatDensity::TAIL_SCALE_SQ));
     const Real f = Real(FatDensity::TAIL_SCALE) * q / Real(FatDensity::PI);
     const Real slope = two * x * q;
-    return {f, bias - log(f), slope, slope, two * q - slope * slope};
+    return {f, bias - log(f), slope, slope, slope, two * q - slope * slope};
 }
 
 // log(1 + e) of an e, with the sum as the double that it is: log of numbers from 1 on.
@@ -86,7 +92,7 @@ template <class Real>
 Truth<Real> log_of_sum(double e)
 {
     using std::log;
-    return {Real(e), log(Real(1.0 + e)), Real(0.0), Real(0.0), Real(0.0)};
+    return {Real(e), log(Real(1.0 + e)), Real(0.0), Real(0.0), Real(0.0), Real(0.0)};
 }
 
 // exp(x) + 1 is rounded to a double near 1, so the error of softplus below x = 0 is absolute: units of the last place of 1.
@@ -99,26 +105,28 @@ const std::vector<Group<Real>>& groups()
     // clang-format off
     static const std::vector<Group<Real>> all = {
         {"softplus", element_kernels<Softplus>, -40, 40, false, softplus<Real>, {
-            {SAVED, "saved: exp(x)", 0, 1.05}, {VALUE, "value", 1, 1.3}, {SLOPE, "slope", 0, 2.5},
-            {VJP, "vjp", 0, 3.4}, {CURVATURE, "curvature", 0, 5.5}}},
+            {SAVED, "saved: exp(x)", 0, 1.05, 1.05}, {VALUE, "value", 1, 2.5, 1.3}, {SLOPE, "slope", 0, 3.6, 2.5},
+            {JVP, "jvp", 0, 4.6, 3.3}, {VJP, "vjp", 0, 4.6, 3.4}, {CURVATURE, "curvature", 0, 6.6, 5.5}}},
         {"softplus", element_kernels<Softplus>, -700, 300, false, softplus<Real>, {
-            {SAVED, "saved: exp(x)", 0, 1.05}, {VALUE, "value", 1, 1.3}, {SLOPE, "slope", 0, 2.3},
-            {VJP, "vjp", 0, 3.3}, {CURVATURE, "curvature", 0, 5}}},
+            {SAVED, "saved: exp(x)", 0, 1.05, 1.05}, {VALUE, "value", 1, 2.5, 1.3}, {SLOPE, "slope", 0, 3.6, 2.3},
+            {JVP, "jvp", 0, 4.6, 3}, {VJP, "vjp", 0, 4.6, 3.3}, {CURVATURE, "curvature", 0, 6.6, 5}}},
         {"log", element_kernels<Softplus>, 1e-16, 1e130, true, log_of_sum<Real>, {
-            {VALUE, "value: log(1 + e) of e", 0, 1}}, true},
+            {VALUE, "value: log(1 + e) of e", 0, 1, 1}}, true},
         {"atan", element_kernels<Atan>, -5, 5, false, atan_<Real>, {
-            {VALUE, "value", 0, 1}, {SLOPE, "slope", 0, 2.2}, {VJP, "vjp", 0, 2.2}, {CURVATURE, "curvature", 0, 5.5}}},
+            {VALUE, "value", 0, 1, 1}, {SLOPE, "slope", 0, 2.5, 2.2}, {JVP, "jvp", 0, 2.5, 2.2},
+            {VJP, "vjp", 0, 2.5, 2.2}, {CURVATURE, "curvature", 0, 6.5, 5.5}}},
         {"atan", element_kernels<Atan>, -1e100, 1e100, true, atan_<Real>, {
-            {VALUE, "value", 0, 1}, {SLOPE, "slope", 0, 2.6}, {VJP, "vjp", 0, 2.5}, {CURVATURE, "curvature", 0, 5.3}}},
+            {VALUE, "value", 0, 1, 1}, {SLOPE, "slope", 0, 2.5, 2.5}, {JVP, "jvp", 0, 2.5, 2.5},
+            {VJP, "vjp", 0, 2.5, 2.5}, {CURVATURE, "curvature", 0, 6.5, 5.3}}},
         {"log_dnorm", element_kernels<LogDnorm>, -1, 1, false, log_dnorm<Real>, {
-            {SAVED, "saved: density", 0, 10.4}, {VALUE, "value", 4.5, 1.5}, {SLOPE, "slope", 0, 1.1},
-            {VJP, "vjp", 0, 3.7}, {CURVATURE, "curvature", 0, 1.7}}},
+            {SAVED, "saved: density", 0, 19.1, 10.4}, {VALUE, "value", 4.5, 4, 1.5}, {SLOPE, "slope", 0, 1.5, 1.1},
+            {JVP, "jvp", 0, 2.5, 2.1}, {VJP, "vjp", 0, 4.5, 3.7}, {CURVATURE, "curvature", 0, 2.5, 1.7}}},
         {"log_dnorm", element_kernels<LogDnorm>, -2, 2, false, log_dnorm<Real>, {
-            {SAVED, "saved: density", 0, 37}, {VALUE, "value", 18, 1.3}, {SLOPE, "slope", 0, 1.1},
-            {VJP, "vjp", 0, 3.8}, {CURVATURE, "curvature", 0, 1.7}}},
+            {SAVED, "saved: density", 0, 59.6, 37}, {VALUE, "value", 18, 3.4, 1.3}, {SLOPE, "slope", 0, 1.5, 1.1},
+            {JVP, "jvp", 0, 2.5, 2.1}, {VJP, "vjp", 0, 4.5, 3.8}, {CURVATURE, "curvature", 0, 2.5, 1.7}}},
         {"log_dnorm", element_kernels<LogDnorm>, 2, 1e70, true, log_dnorm<Real>, {
-            {SAVED, "saved: density", 0, 3.5}, {VALUE, "value", 0, 1}, {SLOPE, "slope", 0, 3.1},
-            {VJP, "vjp", 0, 6.3}, {CURVATURE, "curvature", 0, 11.5}}},
+            {SAVED, "saved: density", 0, 4.5, 3.5}, {VALUE, "value", 0, 1.9, 1}, {SLOPE, "slope", 0, 3.5, 3.1},
+            {JVP, "jvp", 0, 4.5, 3.5}, {VJP, "vjp", 0, 10.5, 6.3}, {CURVATURE, "curvature", 0, 16.5, 11.5}}},
     };
     // clang-format on
     return all;
@@ -155,7 +163,8 @@ struct Sample {
             const Truth<Real> truth = group.truth(x[i]);
             for (int q = 0; q < QUANTITIES; ++q) {
                 exact[i][q] = static_cast<long double>(truth[q]);
-                if (q == VJP || q == CURVATURE) exact[i][q] *= static_cast<long double>(ybar[i]);
+                if (q == JVP || q == VJP || q == CURVATURE)
+                    exact[i][q] *= static_cast<long double>(ybar[i]);
             }
         }
     }
@@ -179,6 +188,7 @@ struct Sample {
             const VEMKN::SideBySide flat{1, n, 1, n, n};
             k.value_term(x.data(), saved, y[VALUE].data(), term.data(), n);
             k.tangent(x.data(), term.data(), one.data(), y[SLOPE].data(), flat);
+            k.tangent(x.data(), term.data(), ybar.data(), y[JVP].data(), flat);
             k.vjp_terms(
                 x.data(), saved, ybar.data(), again.data(), term.data(), ybar_term.data(), n);
             k.vjp_tangent(x.data(),
