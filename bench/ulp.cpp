@@ -31,7 +31,7 @@ public:
 
     Real& operator=(const Real& other)
     {
-        mpfr_set(number_, other.number_, MPFR_RNDN);
+        if (this != &other) mpfr_set(number_, other.number_, MPFR_RNDN);
         return *this;
     }
 

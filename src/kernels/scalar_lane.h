@@ -7,16 +7,13 @@
 //   WIDTH                     doubles in a V
 //   set(a)                    a in every double
 //   load(p), store(p, v)      WIDTH doubles of memory
-//   load_part(p, n, rest)     n < WIDTH doubles of memory, followed by those of rest
 //   less(a, b), equal(a, b)   quiet comparisons, giving a mask
 //   select(mask, a, b)        a where the mask is true, else b
-//   abs, exp, log, atan       of the C maths library; the vector ones of its vector part
+//   abs, negate, exp, log, atan
 //
-// One double needs no load_part. Vectors of them also have any(mask), whether it is true anywhere, and outside(...), the
-// mask of what the vector functions leave to the scalar ones.
-//
-// The vector functions of the maths library raise exceptions of their own far out and at infinities and NaN, so a lane
-// there is computed by the scalar function: it raises what that raises, no more and no less.
+// The kernels compute with the registers of lane.h. One double is for sums that are formed element by element, none of which
+// needs exp, log or atan, and for the densities over carriers, of which no entry point makes use: there these are the C maths
+// library's.
 
 namespace VEMKN {
 
