@@ -98,7 +98,7 @@
  * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares (64 at most), and
  * the shares' sums are added in a fixed order. The same input with the same threads and batch gives
  * the same bits, however many threads really run (at most as many as there are shares, or
- * processors, two where there is one), and on every processor with fused multiply-adds, unless a
+ * processors, two where there is one), and on every processor with AVX2 and FMA, unless a
  * layer has more than 384 inputs or outputs: its products are left to OpenBLAS, whose bits depend on
  * the processor. Calls may overlap in time, on one handle too, as long as no setter runs on it; at
  * most 64 threads form products by OpenBLAS at once, further calls wait. Outputs of a call may

@@ -8,7 +8,7 @@
 namespace VEMKN {
 
 // The transposed weight matrices, copied once for all slices of a call and shared by its threads: Zbar W^T is then a
-// product of two factors as they stand, which the small-product kernels of BLAS are made for (docs/performance.md).
+// product of two factors as they stand, which kernels read along their rows, and so do the small-product kernels of BLAS.
 template <class Model>
 class TransposedWeights {
 public:

@@ -2,8 +2,9 @@
 //
 //     results                  one line a call: network, call, status, how many results, their hash; separated by tabs
 //     results NETWORK CALL     the results of that call, one a line
-//     results FILE             compares one hash for all results of a network with those in FILE, which it writes if it does
-//                              not exist; 77 where the processor lacks the instruction set that it was built for
+//     results FILE             compares one hash for all results of a network with those in FILE; 77 where the processor lacks
+//                              the instruction set that it was built for
+//     results --digests        prints what such a file holds
 
 #include <dlfcn.h>
 
@@ -237,8 +238,8 @@ int compare(const std::string& path)
     }
     std::ifstream file(path);
     if (!file) {
-        std::ofstream(path) << digests();
-        return 0;
+        std::printf("%s cannot be read\n", path.c_str());
+        return 1;
     }
     std::istringstream computed(digests());
     int differing = 0;
@@ -258,6 +259,10 @@ int compare(const std::string& path)
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], "--digests") == 0) {
+        std::printf("%s", digests().c_str());
+        return 0;
+    }
     if (argc == 2) return compare(argv[1]);
     for (const Case& c : cases()) {
         const std::string text = c.text();

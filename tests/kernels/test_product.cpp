@@ -114,6 +114,14 @@ TEST(ProductSum, AddsEveryPanelAndWhatIsLeftOver)
     }
 }
 
+TEST(ProductsOfLayer, AreTheKernelsUpToAWidthOf384)
+{
+    const std::size_t narrow[][2] = {{1, 1}, {384, 1}, {2, 384}, {384, 384}};
+    for (const auto& [in, out] : narrow) EXPECT_EQ(By::kernels, products_of_layer(in, out));
+    const std::size_t wide[][2] = {{385, 1}, {1, 385}, {400, 400}};
+    for (const auto& [in, out] : wide) EXPECT_EQ(By::blas, products_of_layer(in, out));
+}
+
 TEST(WithoutBlas, NoProductMeetsAZeroBesideAnInfinity)
 {
     const double inf = std::numeric_limits<double>::infinity();

@@ -186,6 +186,30 @@ TEST_P(Tiles, FormOneChainForEveryElement)
     }
 }
 
+// Long chains are formed in chunks of the inner dimension.
+TEST_P(Tiles, GoOnFromChunkToChunk)
+{
+    Random random(20);
+    const auto draw = [&] { return random.list(1)[0]; };
+    for (const std::size_t inner : {127u, 128u, 129u, 256u, 257u, 300u}) {
+        for (const std::size_t m : {1u, 5u, 33u}) {
+            for (const std::size_t n : {1u, 4u, 9u, 33u}) {
+                for (const Into into : INTOS) {
+                    const std::size_t turn = m + n + inner;
+                    check(m,
+                          n,
+                          inner,
+                          LAYOUTS[turn % 4],
+                          LAYOUTS[turn / 4 % 4],
+                          RESULTS[turn % 2],
+                          into,
+                          draw);
+                }
+            }
+        }
+    }
+}
+
 // Infinite and huge factors beside ordinary ones: what a lane beyond the last column would meet is a zero, or another row.
 TEST_P(Tiles, RaiseWhatTheirChainsRaise)
 {

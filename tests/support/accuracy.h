@@ -27,9 +27,9 @@ struct Row {
     const char* what;
     // The error counts in units of the last place of the exact result, or of this number where that is larger in magnitude.
     double floor;
-    // What no point exceeds, by adding up the roundings of the formula (docs/accuracy.md).
+    // What no point exceeds, to first order, by adding up the roundings of the formula (docs/accuracy.md).
     double derived;
-    // The largest error of 10^7 points and a tenth more: the worst points are rare, and any other sample may meet a worse one.
+    // The largest error of 10^7 points and some more: the worst points are rare, and any other sample may meet a worse one.
     double bound;
 };
 
