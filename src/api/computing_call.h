@@ -25,11 +25,10 @@ inline bool multiplies_by_blas(const DoubleModel& net)
 // Runs work(results) in the frame that the handle asks for and gives the return value of the call. 1 says that a quiet
 // handle gave results that are not all finite.
 template <class Work>
-int framed_call(const VEMKNInfo& net, const Work& work)
+int framed_call(const VEMKNInfo& net, Enters enters, const Work& work)
 {
     Results results(net.quiet);
     const auto run = [&] { work(results); };
-    const Enters enters = multiplies_by_blas(net.model) ? Enters::blas : Enters::nothing;
     if (!net.quiet) {
         call_frame(enters, run);
         return 0;
@@ -61,17 +60,15 @@ inline bool infinite_weights(const VEMKNInfo& net, const double* w)
     return found;
 }
 
-// The scan that decides whether a call may leave products to OpenBLAS (model/blas.h): not if an infinity is among what enters
-// them, the weights, the inputs and the tangents or cotangents.
-inline WithoutBlas scan_for_infinities(const VEMKNInfo& net,
-                                       const double* w,
-                                       const Batch& batch,
-                                       const InputArray& vectors)
+// The scan that decides whether a call with traps may leave products to OpenBLAS (model/blas.h): not if an infinity is among
+// what enters them, the weights, the inputs and the tangents or cotangents.
+inline bool multiplies_infinities(const VEMKNInfo& net,
+                                  const double* w,
+                                  const Batch& batch,
+                                  const InputArray& vectors)
 {
     const InputArray inputs{batch.x, std::uint64_t{batch.rows} * batch.xcols};
-    return WithoutBlas(
-        !net.quiet && multiplies_by_blas(net.model) &&
-        (infinite_weights(net, w) || vectors.has_infinity() || inputs.has_infinity()));
+    return infinite_weights(net, w) || vectors.has_infinity() || inputs.has_infinity();
 }
 
 // The body of every entry point that runs the network: work(model, X, Y, results) with the model to compute with that
@@ -91,8 +88,10 @@ int computing_call(const VEMKNInfo& net,
     print_banner_once();
     stop_if_too_wide(net.model, batch.xcols);
     [[maybe_unused]] const auto held = hold();
-    const WithoutBlas products = scan_for_infinities(net, w, batch, vectors);
-    return framed_call(net, [&](Results& results) {
+    const Enters enters = multiplies_by_blas(net.model) ? Enters::blas : Enters::nothing;
+    const WithoutBlas products(enters == Enters::blas && !net.quiet &&
+                               multiplies_infinities(net, w, batch, vectors));
+    return framed_call(net, enters, [&](Results& results) {
         const auto model = make_model();
         const InputRows X = batch.inputs(), Y = batch.targets();
         work(model, X, Y, results);

@@ -5,7 +5,8 @@
 #include "kernels/element_functions.h"
 
 // Loops over arrays of doubles, compiled once for each instruction set that the library knows, chosen once when it is
-// loaded. Arrays may be the same, but not overlap otherwise. All of them handle n = 0.
+// loaded. Arrays may be the same, but not overlap otherwise. All of them handle n = 0, but for a
+// product, which has at least one row, one column and one term.
 
 namespace VEMKN {
 
@@ -15,13 +16,7 @@ struct SideBySide {
     std::size_t rows, cols, n, step, pitch;
 };
 
-// A vector whose neighbouring elements are `step` apart, and a rows x cols matrix whose rows are `pitch` apart.
-template <class T>
-struct StridedVector {
-    T* data = nullptr;
-    std::size_t step = 1;
-};
-
+// A rows x cols matrix whose rows are `pitch` apart.
 template <class T>
 struct StridedMatrix {
     T* data = nullptr;

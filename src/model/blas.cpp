@@ -125,8 +125,8 @@ void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Int
         }
         return;
     }
-    const bool has_vector =
-        std::min({m, k, n}) == 1;  // BLAS takes longer to begin than the product does
+    // For a vector BLAS takes longer to begin than the product does.
+    const bool has_vector = std::min({m, k, n}) == 1;
     const bool fits_blas = std::max({m, k, n, A.pitch, B.pitch, pitch}) <= MAX_BLAS_DIMENSION;
     if (by == By::kernels || has_vector || without_blas || !fits_blas) {
         return by_kernels(A, B, C, pitch, into);

@@ -6,8 +6,8 @@ namespace VEMKN {
 // then no destructor runs: the next call on the thread finds here what has to be given back first.
 struct ThreadRecord {
     bool is_in_call = false;
-    int threads_inside =
-        0;  // OpenBLAS: itself and the workers of its team, in a call that enters it
+    // OpenBLAS, in a call that enters it: itself and the workers of its team.
+    int threads_inside = 0;
     bool at_the_gate = false;
     int workers = 0;  // in its last team: OpenMP keeps them for the next
     bool is_watched = false;

@@ -4,7 +4,7 @@
 //     results NETWORK CALL     the results of that call, one a line
 //     results FILE             compares one hash for all results of a network with those in FILE; 77 where the processor lacks
 //                              the instruction set that it was built for
-//     results --digests        prints what such a file holds
+//     results --write FILE     writes such a file
 
 #include <dlfcn.h>
 
@@ -259,9 +259,10 @@ int compare(const std::string& path)
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && std::strcmp(argv[1], "--digests") == 0) {
-        std::printf("%s", digests().c_str());
-        return 0;
+    if (argc == 3 && std::strcmp(argv[1], "--write") == 0) {
+        std::ofstream file(argv[2]);
+        file << digests();
+        return file.flush() ? 0 : 1;
     }
     if (argc == 2) return compare(argv[1]);
     for (const Case& c : cases()) {

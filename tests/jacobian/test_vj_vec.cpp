@@ -51,7 +51,7 @@ TEST(VJVec, GivesAProductForEveryCotangentRowByRow)
     }
 }
 
-TEST(VJVec, DependsOnTheOtherCotangentsAndTheThreadsByRoundingOnly)
+TEST(VJVec, DependsOnNeitherTheOtherCotangentsNorTheThreads)
 {
     const Problem p = problem();
     const Network net(p.shape.text());
@@ -61,13 +61,11 @@ TEST(VJVec, DependsOnTheOtherCotangentsAndTheThreadsByRoundingOnly)
     const Numbers expected = call_vJ_vec(net, p, u, k).g;
     for (const unsigned threads : {1u, 2u, 3u, 8u}) {
         ASSERT_EQ(0, vemk_setpar(net, threads, 1));
-        const Numbers once = call_vJ_vec(net, p, u, k).g;
-        expect_close(once, expected, TOLERANCE);
-        EXPECT_EQ(bits_of(once), bits_of(call_vJ_vec(net, p, u, k).g));
+        EXPECT_EQ(bits_of(expected), bits_of(call_vJ_vec(net, p, u, k).g));
     }
     for (std::size_t i = 0; i < k; ++i) {
         const Numbers alone = call_vJ_vec(net, p, part_of(u, i, p.elements()), 1).g;
-        expect_close(alone, part_of(expected, i, p.nw()), TOLERANCE);
+        EXPECT_EQ(bits_of(part_of(expected, i, p.nw())), bits_of(alone));
     }
 }
 
