@@ -28,11 +28,12 @@ namespace {
 
 using Numbers = std::vector<double>;
 
-enum class Kind { plain, deep, wide, padded, chained, large };
+enum class Kind { plain, deep, wide, padded, chained, large, widest };
 
 constexpr Kind KINDS[] = {
-    Kind::plain, Kind::deep, Kind::wide, Kind::padded, Kind::chained, Kind::large};
+    Kind::plain, Kind::deep, Kind::wide, Kind::padded, Kind::chained, Kind::large, Kind::widest};
 constexpr unsigned NETWORKS_OF_A_KIND = 22;
+constexpr unsigned OF_THE_WIDEST = 6;
 constexpr const char* ACTIVATIONS[] = {
     "softplus", "atan", "relu", "id", "softmax", "softplus_shifted", "another"};
 constexpr const char* NORMS[] = {"sum_log_dnorm_fat", "sum"};
@@ -76,6 +77,11 @@ Case drawn(Kind kind, unsigned number)
         c.sizes = {some(150, 180), some(150, 180)};
         c.rows = std::min(c.rows, 100u);
     }
+    if (kind == Kind::widest) {
+        // Up to the widest layer that our kernels multiply by.
+        c.sizes = {some(20, 384), number % 4 == 0 ? 384u : some(181, 384)};
+        c.rows = std::min(c.rows, 33u);
+    }
     if (kind == Kind::chained) {
         c.nmult = some(2, 3);
         c.sizes.back() = c.sizes.front();
@@ -92,7 +98,8 @@ std::vector<Case> cases()
 {
     std::vector<Case> all;
     for (const Kind kind : KINDS) {
-        for (unsigned i = 0; i < NETWORKS_OF_A_KIND; ++i) all.push_back(drawn(kind, i));
+        const unsigned number = kind == Kind::widest ? OF_THE_WIDEST : NETWORKS_OF_A_KIND;
+        for (unsigned i = 0; i < number; ++i) all.push_back(drawn(kind, i));
     }
     return all;
 }

@@ -13,6 +13,7 @@
 #include "kernels/kernels.h"
 #include "kernels/scalar_lane.h"
 #include "support/accuracy.h"
+#include "support/guarded.h"
 #include "support/instruction_sets.h"
 
 using namespace VEMKN;
@@ -137,30 +138,177 @@ bool same_or_close(double a, double b, double ulps)
     return std::fabs(a - b) <= ulps * accuracy::ulp(b);
 }
 
-// value and vjp of one function at every hard point, in every place of lists of every length beside harmless neighbours: the scalar
-// formula's value and the scalar formula's exceptions.
+// What a loop gives for an element, up to three doubles, and the exceptions that it raises.
+struct Outcome {
+    double first = 0.0, second = 0.0, third = 0.0;
+    int flags = 0;
+};
+
+// The tangent or the cotangent that hard points are met with.
+constexpr double DX = -0.75, YBAR = 1.5, DYBAR = 0.5;
+
+// What one loop gives at a point in that place among n others, and what the scalar formula gives.
+struct LoopAtAPoint {
+    const char* name;
+    std::function<Outcome(const Numbers& x, std::size_t place)> loop;
+    std::function<Outcome(double x)> formula;
+};
+
+template <class F>
+std::vector<LoopAtAPoint> loops_of(const ElementKernels& kernels)
+{
+    const auto flat = [](const Numbers& x) {
+        return SideBySide{1, x.size(), 1, x.size(), x.size()};
+    };
+    std::vector<LoopAtAPoint> loops;
+    loops.push_back({"value",
+                     [&kernels](const Numbers& x, std::size_t place) {
+                         Numbers y(x.size());
+                         const int flags =
+                             raised([&] { value(kernels, x.data(), y.data(), x.size()); });
+                         return Outcome{y[place], 0.0, 0.0, flags};
+                     },
+                     [](double x) {
+                         Outcome o;
+                         o.flags = raised([&] { o.first = scalar_value<F>(x); });
+                         return o;
+                     }});
+    loops.push_back({"vjp",
+                     [&kernels](const Numbers& x, std::size_t place) {
+                         Numbers ybar(x.size(), YBAR), xbar(x.size());
+                         const int flags = raised(
+                             [&] { vjp(kernels, x.data(), ybar.data(), xbar.data(), x.size()); });
+                         return Outcome{xbar[place], 0.0, 0.0, flags};
+                     },
+                     [](double x) {
+                         Outcome o;
+                         o.flags = raised([&] { o.first = scalar_vjp<F>(x, YBAR); });
+                         return o;
+                     }});
+    if constexpr (F::IS_SMOOTH) {
+        using L = ScalarLane;
+        loops.push_back({"value_term",
+                         [&kernels](const Numbers& x, std::size_t place) {
+                             const Numbers saved = saved_of(kernels, x.data(), x.size());
+                             Numbers y(x.size()), term(x.size());
+                             const int flags = raised([&] {
+                                 kernels.value_term(
+                                     x.data(), saved.data(), y.data(), term.data(), x.size());
+                             });
+                             return Outcome{y[place], term[place], 0.0, flags};
+                         },
+                         [](double x) {
+                             Outcome o;
+                             const double saved = scalar_saved<F>(x);
+                             o.flags = raised([&] {
+                                 const auto t = F::template value_term<L>(x, saved);
+                                 o.first = t.value, o.second = t.term;
+                             });
+                             return o;
+                         }});
+        loops.push_back(
+            {"tangent",
+             [&kernels, flat](const Numbers& x, std::size_t place) {
+                 const Numbers saved = saved_of(kernels, x.data(), x.size());
+                 Numbers y(x.size()), term(x.size()), dx(x.size(), DX), dy(x.size());
+                 kernels.value_term(x.data(), saved.data(), y.data(), term.data(), x.size());
+                 const int flags = raised([&] {
+                     kernels.tangent(x.data(), term.data(), dx.data(), dy.data(), flat(x));
+                 });
+                 return Outcome{dy[place], 0.0, 0.0, flags};
+             },
+             [](double x) {
+                 Outcome o;
+                 const auto t = F::template value_term<L>(x, scalar_saved<F>(x));
+                 o.flags = raised([&] { o.first = F::template tangent<L>(x, t.term, DX); });
+                 return o;
+             }});
+        loops.push_back({"vjp_terms",
+                         [&kernels](const Numbers& x, std::size_t place) {
+                             const Numbers saved = saved_of(kernels, x.data(), x.size());
+                             Numbers ybar(x.size(), YBAR), xbar(x.size()), term(x.size()),
+                                 last(x.size());
+                             const int flags = raised([&] {
+                                 kernels.vjp_terms(x.data(),
+                                                   saved.data(),
+                                                   ybar.data(),
+                                                   xbar.data(),
+                                                   term.data(),
+                                                   last.data(),
+                                                   x.size());
+                             });
+                             return Outcome{xbar[place], term[place], last[place], flags};
+                         },
+                         [](double x) {
+                             Outcome o;
+                             const double saved = scalar_saved<F>(x);
+                             o.flags = raised([&] {
+                                 const auto t = F::template vjp_terms<L>(x, saved, YBAR);
+                                 o.first = t.vjp, o.second = t.term, o.third = t.ybar_term;
+                             });
+                             return o;
+                         }});
+        loops.push_back({"vjp_tangent",
+                         [&kernels, flat](const Numbers& x, std::size_t place) {
+                             const Numbers saved = saved_of(kernels, x.data(), x.size());
+                             Numbers ybar(x.size(), YBAR), dybar(x.size(), DYBAR), dx(x.size(), DX);
+                             Numbers xbar(x.size()), term(x.size()), last(x.size());
+                             kernels.vjp_terms(x.data(),
+                                               saved.data(),
+                                               ybar.data(),
+                                               xbar.data(),
+                                               term.data(),
+                                               last.data(),
+                                               x.size());
+                             const int flags = raised([&] {
+                                 kernels.vjp_tangent(x.data(),
+                                                     term.data(),
+                                                     last.data(),
+                                                     dybar.data(),
+                                                     dx.data(),
+                                                     xbar.data(),
+                                                     flat(x));
+                             });
+                             return Outcome{xbar[place], 0.0, 0.0, flags};
+                         },
+                         [](double x) {
+                             Outcome o;
+                             const auto t = F::template vjp_terms<L>(x, scalar_saved<F>(x), YBAR);
+                             o.flags = raised([&] {
+                                 o.first =
+                                     F::template vjp_tangent<L>(x, t.term, DYBAR, t.ybar_term, DX);
+                             });
+                             return o;
+                         }});
+    }
+    return loops;
+}
+
+// Every loop of one function at every hard point, in every place of lists of every length beside harmless neighbours: the scalar
+// formula's results and the scalar formula's exceptions.
 template <class F>
 void expect_scalar_behaviour(const ElementKernels& kernels)
 {
     Numbers points = hard_points();
     points.push_back(std::numeric_limits<double>::signaling_NaN());
-    for (const double point : points) {
-        double expected = 0.0, adjoint = 0.0;
-        const int scalar_flags = raised([&] { expected = scalar_value<F>(point); });
-        const int adjoint_flags = raised([&] { adjoint = scalar_vjp<F>(point, 1.5); });
-        for (std::size_t n = 1; n <= 33; ++n) {
-            Numbers x(n, 0.25), ybar(n, 1.5), y(n), xbar(n);
-            for (std::size_t place = 0; place < n; ++place) {
-                x[place] = point;
-                const int flags = raised([&] { value(kernels, x.data(), y.data(), n); });
-                const int vjp_flags =
-                    raised([&] { vjp(kernels, x.data(), ybar.data(), xbar.data(), n); });
-                x[place] = 0.25;
-                ASSERT_EQ(scalar_flags, flags) << point << " at " << place << " of " << n;
-                ASSERT_EQ(adjoint_flags, vjp_flags) << point << " at " << place << " of " << n;
-                ASSERT_TRUE(same_or_close(y[place], expected, 8)) << y[place] << " " << expected;
-                ASSERT_TRUE(same_or_close(xbar[place], adjoint, 8))
-                    << xbar[place] << " " << adjoint;
+    for (const LoopAtAPoint& tested : loops_of<F>(kernels)) {
+        for (const double point : points) {
+            SCOPED_TRACE(testing::Message() << tested.name << " at " << point);
+            const Outcome expected = tested.formula(point);
+            for (std::size_t n = 1; n <= 33; ++n) {
+                Numbers x(n, 0.25);
+                for (std::size_t place = 0; place < n; ++place) {
+                    x[place] = point;
+                    const Outcome found = tested.loop(x, place);
+                    x[place] = 0.25;
+                    ASSERT_EQ(expected.flags, found.flags) << place << " of " << n;
+                    ASSERT_TRUE(same_or_close(found.first, expected.first, 8))
+                        << found.first << " " << expected.first;
+                    ASSERT_TRUE(same_or_close(found.second, expected.second, 8))
+                        << found.second << " " << expected.second;
+                    ASSERT_TRUE(same_or_close(found.third, expected.third, 8))
+                        << found.third << " " << expected.third;
+                }
             }
         }
     }
@@ -175,6 +323,23 @@ TEST_P(InstructionSets, BehaveLikeTheScalarFormulaAtHardPoints)
     expect_scalar_behaviour<Atan>(element_kernels<Atan>(k));
     expect_scalar_behaviour<Softplus>(element_kernels<Softplus>(k));
     expect_scalar_behaviour<LogDnorm>(element_kernels<LogDnorm>(k));
+}
+
+// Also where the slope is 1 and the product is the cotangent itself.
+TEST_P(InstructionSets, RaiseInvalidForASignalingCotangent)
+{
+    const double signaling = std::numeric_limits<double>::signaling_NaN();
+    for (const double x : {-1.0, 0.5, 299.0, 300.0, 1e10}) {
+        for (const ElementKernels* smooth : {&element_kernels<Atan>(k),
+                                             &element_kernels<Softplus>(k),
+                                             &element_kernels<LogDnorm>(k)}) {
+            const Numbers points(5, x), ybar(5, signaling);
+            Numbers xbar(5);
+            EXPECT_EQ(FE_INVALID,
+                      raised([&] { vjp(*smooth, points.data(), ybar.data(), xbar.data(), 5); }))
+                << x;
+        }
+    }
 }
 
 TEST_P(InstructionSets, RaiseNothingForNumbersOfEverydaySize)
@@ -466,6 +631,115 @@ TEST_P(InstructionSets, TellFiniteNumbersFromOthersQuietly)
                 EXPECT_FALSE(finite) << odd << " at " << i << " of " << n;
             }
             a[i] = 1.0;
+        }
+    }
+}
+
+// An array that ends where a page begins that nobody may touch, or begins where one ends; what does not belong to it raises invalid
+// for whoever computes with it.
+TEST_P(InstructionSets, KeepToTheirArrays)
+{
+    std::mt19937_64 engine(13);
+    std::uniform_real_distribution<double> draw(-3.0, 3.0);
+    const auto any = [&] { return draw(engine); };
+    for (const bool at_the_end : {false, true}) {
+        for (std::size_t n = 1; n <= 40; ++n) {
+            SCOPED_TRACE(testing::Message() << n << (at_the_end ? " at the end" : " at the start"));
+            const auto array = [&](Guarded& of) {
+                of.fill(any);
+                return of.data();
+            };
+            Guarded rooms[] = {{1, n, Layout::rows, at_the_end},
+                               {1, n, Layout::rows, at_the_end},
+                               {1, n, Layout::rows, at_the_end},
+                               {1, n, Layout::rows, at_the_end},
+                               {1, n, Layout::rows, at_the_end},
+                               {1, n, Layout::rows, at_the_end},
+                               {1, n, Layout::rows, at_the_end}};
+            double* const x = array(rooms[0]);
+            double* const saved = array(rooms[1]);
+            double* const dx = array(rooms[2]);
+            double* const ybar = array(rooms[3]);
+            double* const y = array(rooms[4]);
+            double* const term = array(rooms[5]);
+            double* const last = array(rooms[6]);
+            const SideBySide flat{1, n, 1, n, n};
+            const auto run = [&](const ElementKernels& of, bool smooth) {
+                if (of.saved != nullptr) of.saved(x, saved, n);
+                of.value(x, saved, y, n);
+                of.vjp(x, saved, ybar, y, n);
+                of.vjp_each(x, saved, ybar, y, flat);
+                if (!smooth) return;
+                of.value_term(x, saved, y, term, n);
+                of.tangent(x, term, dx, y, flat);
+                of.vjp_terms(x, saved, ybar, y, term, last, n);
+                of.vjp_tangent(x, term, last, ybar, dx, y, flat);
+            };
+            EXPECT_EQ(0, raised([&] {
+                          run(element_kernels<Id>(k), false);
+                          run(element_kernels<Relu>(k), false);
+                          run(element_kernels<Atan>(k), true);
+                          run(element_kernels<Softplus>(k), true);
+                          run(element_kernels<LogDnorm>(k), true);
+                          k.add(x, y, n);
+                          k.subtract(x, y, n);
+                          EXPECT_TRUE(k.all_finite(x, n));
+                      }));
+        }
+    }
+}
+
+TEST_P(InstructionSets, KeepToTheRowsOfTheirMatrices)
+{
+    std::mt19937_64 engine(14);
+    std::uniform_real_distribution<double> draw(-3.0, 3.0);
+    const auto any = [&] { return draw(engine); };
+    for (const bool at_the_end : {false, true}) {
+        for (const Layout layout : {Layout::rows, Layout::rows_apart}) {
+            for (const std::size_t cols : {1u, 2u, 3u, 5u, 8u, 9u, 17u, 33u, 70u}) {
+                for (const std::size_t rows : {1u, 2u, 5u, 9u}) {
+                    SCOPED_TRACE(testing::Message() << rows << " x " << cols);
+                    Guarded of_rows(1, cols, Layout::rows, at_the_end);
+                    Guarded matrix(rows, cols, layout, at_the_end);
+                    of_rows.fill(any);
+                    matrix.fill(any);
+                    EXPECT_EQ(0, raised([&] {
+                                  k.add_to_rows(of_rows.data(),
+                                                {matrix.data(), rows, cols, matrix.row()});
+                                  for (const bool go_on : {false, true}) {
+                                      k.sum_columns({matrix.data(), rows, cols, matrix.row()},
+                                                    of_rows.data(),
+                                                    go_on);
+                                  }
+                              }));
+                    // Three derivatives of a matrix side by side.
+                    Guarded x(rows, cols, Layout::rows, at_the_end);
+                    Guarded term(rows, cols, Layout::rows, at_the_end);
+                    Guarded curvature(rows, cols, Layout::rows, at_the_end);
+                    Guarded dx(rows, 3 * cols, layout, at_the_end);
+                    Guarded dy(rows, 3 * cols, layout, at_the_end);
+                    for (Guarded* const all : {&x, &term, &curvature, &dx, &dy}) all->fill(any);
+                    const SideBySide shape{rows, cols, 3, cols, dx.row()};
+                    const auto run = [&](const ElementKernels& of, bool smooth) {
+                        of.vjp_each(x.data(), x.data(), dx.data(), dy.data(), shape);
+                        if (!smooth) return;
+                        of.tangent(x.data(), term.data(), dx.data(), dy.data(), shape);
+                        of.vjp_tangent(x.data(),
+                                       term.data(),
+                                       curvature.data(),
+                                       dy.data(),
+                                       dx.data(),
+                                       dy.data(),
+                                       shape);
+                    };
+                    EXPECT_EQ(0, raised([&] {
+                                  run(element_kernels<Id>(k), false);
+                                  run(element_kernels<Relu>(k), false);
+                                  run(element_kernels<Atan>(k), true);
+                                  run(element_kernels<LogDnorm>(k), true);
+                              }));
+                }
+            }
         }
     }
 }
