@@ -95,13 +95,12 @@
  *
  * ## Results and threads
  *
- * Rows are cut into slices of `batch` rows, slices are dealt to `threads` shares (64 at most), and
- * the shares' sums are added in a fixed order. The same input with the same threads and batch gives
- * the same bits, however many threads really run (at most as many as there are shares, or
- * processors, two where there is one), and on every processor with AVX2 and FMA, unless a
- * layer has more than 384 inputs or outputs: its products are left to OpenBLAS, whose bits depend on
- * the processor. Calls may overlap in time, on one handle too, as long as no setter runs on it; at
- * most 64 threads form products by OpenBLAS at once, further calls wait. Outputs of a call may
+ * Rows are cut into slices of `batch` rows, on which at most `threads` threads work, no more than
+ * there are slices, or processors (two where there is one), and only the calling one where that is
+ * as fast; sums are taken in the order of the slices. The same input with the same batch gives the same bits, with any number of threads, and
+ * on every processor with AVX2 and FMA, unless a layer has more than 384 inputs or outputs: its
+ * products are left to OpenBLAS, whose bits depend on the processor. Calls may overlap in time, on
+ * one handle too, as long as no setter runs on it; at most 64 threads form products by OpenBLAS at once, further calls wait. Outputs of a call may
  * overlap its inputs.
  *
  * ## Null pointers
@@ -198,8 +197,8 @@ VEMKN_API void releaseVEMKNet(VEMKNInfo* net);
 /** Sets the number of threads and the slice size.
  *
  * @param[in,out] net      handle
- * @param[in]     threads  1 ... 99999: number of shares that the slices are dealt to, 64 of them at
- *                         most; see "Results and threads" for how many threads run
+ * @param[in]     threads  1 ... 99999: number of threads at most; see "Results and threads" for how
+ *                         many run
  * @param[in]     batch    rows of a slice, at least 1; anything else leaves the slice size as it
  *                         is, without a message
  * @return 0; -1 for threads out of range or a null handle, and nothing is changed.
@@ -655,8 +654,9 @@ VEMKN_API int vemk_vJ(VEMKNInfo* net,
  * Ownership: every buffer stays the caller's.
  * Messages:  as vemk_vJ.
  * Failure:   as vemk_vJ.
- * Threads:   reads the handle only; calls may overlap, on one handle too. Cotangents and rows are
- *            shared out to a team, whatever the batch; the products' bits depend on neither. */
+ * Threads:   reads the handle only; calls may overlap, on one handle too. Rows, and
+ *            cotangents where rows are few, are shared out to a team, whatever the batch; the
+ *            products' bits depend on neither. */
 VEMKN_API int vemk_vJ_vec(VEMKNInfo* net,
                           const double* w,
                           unsigned nw,

@@ -276,7 +276,7 @@ public:
         return handle_.get();
     }
 
-    /** Number of shares that the rows are dealt to, and of threads at most; 1 in a new network outside parallel regions.
+    /** Number of threads at most; 1 in a new network outside parallel regions.
      * @param threads  1 ... 99999
      * @throws std::invalid_argument unless 1 ... 99999 */
     void set_threads(unsigned threads)
@@ -494,7 +494,7 @@ public:
     }
 
     /** Residuals, and for each of k cotangents u the sum over all residuals of u times the gradient of the residual's
-     * norm. A single cotangent shares the rows out over the threads, several of them the cotangents.
+     * norm. Rows are shared out over the threads, and cotangents where rows are few.
      *
      * @param w  numel() numbers, flat order
      * @param u  k * rows * numout(), one cotangent after the other, at least one

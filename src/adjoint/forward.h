@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "eval/forward.h"
+#include "eval/turns.h"
 #include "model/params.h"
 #include "model/transposed_weights.h"
 
@@ -19,13 +20,45 @@
 
 namespace VEMKN {
 
+// What a slice's part of a sum is formed in before it is added.
+template <class Model>
+struct SumRoom {
+    typename Model::Saved panel;  // rows of a product
+    typename Model::AdjointVector gb;
+};
+
+// The turn of one slice at the sums of a gradient, or that of the only slice.
+class SliceTurn {
+public:
+    SliceTurn() = default;
+
+    SliceTurn(Turns& turns, std::size_t slice, std::size_t first_place = 0)
+        : turns_(&turns), slice_(slice), first_place_(first_place)
+    {
+    }
+
+    void await(std::size_t place) const
+    {
+        if (turns_ != nullptr) turns_->await(first_place_ + place, slice_);
+    }
+
+    void pass_on(std::size_t place) const
+    {
+        if (turns_ != nullptr) turns_->pass_on(first_place_ + place, slice_);
+    }
+
+private:
+    Turns* turns_ = nullptr;
+    std::size_t slice_ = 0;
+    std::size_t first_place_ = 0;
+};
+
 // What a sweep works in, reused from slice to slice; no two layers share a matrix.
 template <class Model>
 struct SweepWorkspace {
     struct Layer {
         // Adjoint of the layer's input, of C for the output layer; the Zbar of the layer before overwrites it.
         typename Model::Adjoint Hbar;
-        typename Model::AdjointVector gb;
     };
 
     void set_layers(std::size_t n)
@@ -36,7 +69,7 @@ struct SweepWorkspace {
     std::vector<Layer> layers;
     typename Model::Adjoint output_Zbar;
     typename Model::Adjoint pass_Hbar;  // with more than one pass: adjoint of a pass's output
-    typename Model::Saved panel;        // rows of a product on their way into a sum
+    SumRoom<Model> room;
     // With more than one pass: the gradient of a slice.
     std::unique_ptr<typename Model::Gradient> slice_grad;
 };
@@ -46,63 +79,54 @@ template <NetworkModel Model, class Input>
 void adj_layer(const Input& H,
                const typename Model::Adjoint& Zbar,
                Into into,
-               SweepWorkspace<Model>& work,
-               typename Model::AdjointVector& slice_gb,
+               SumRoom<Model>& room,
                typename Model::Adjoint& gW,
                typename Model::AdjointVector& gb)
 {
     const By by = products_with(gW);
     if (into == Into::add) {
-        do_binmult_add(gW, transposed(H), Zbar, work.panel, by);
-        add_colsum(Zbar, gb, slice_gb);
+        do_binmult_add(gW, transposed(H), Zbar, room.panel, by);
+        add_colsum(Zbar, gb, room.gb);
     } else {
         do_binmult(gW, transposed(H), Zbar, by);
         colsum(Zbar, gb);
     }
 }
 
-// Gradient of every weight and bias, from a cache that forward() filled and the adjoint Obar of the outputs. Every entry
-// of grad is overwritten, or added to. The cache is only read: several sweeps may share it.
-//
-// To add, the gradient of a layer is formed first and then added, while it is in cache. With several passes a layer's
-// gradient is a sum itself, formed apart. Sums of adjoints side by side go on over the slices instead, which come from the
-// last to the first.
-template <NetworkModel Model>
-void backward(const Model& net,
-              const TransposedWeights<Model>& transposes,
-              const ForwardCache<typename Model::Matrix>& cache,
-              const typename Model::Adjoint& Obar,
-              SweepWorkspace<Model>& work,
-              typename Model::Gradient& grad,
-              Into into)
+// Whether a pass through a layer is the first that is swept, and the last.
+struct Pass {
+    bool is_first, is_last;
+};
+
+// The sweep itself: Zbar of every step, from a cache that forward() filled and the adjoint Obar of the outputs. The cache is
+// only read: several sweeps may share it.
+//   layer_gradient(i, H, Zbar, pass) : takes the input and the Zbar of a layer, for the hidden ones pass by pass, from the last to
+//                                      the first
+template <NetworkModel Model, class LayerGradient>
+void sweep(const Model& net,
+           const TransposedWeights<Model>& transposes,
+           const ForwardCache<typename Model::Matrix>& cache,
+           const typename Model::Adjoint& Obar,
+           SweepWorkspace<Model>& work,
+           const LayerGradient& layer_gradient)
 {
-    if (Model::ONE_ADJOINT && into == Into::add && net.nmult > 1) {
-        if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
-        backward(net, transposes, cache, Obar, work, *work.slice_grad, Into::overwrite);
-        do_add(grad, *work.slice_grad);
-        return;
-    }
     const std::size_t hidden = net.weights.size() - 1;
     std::size_t step = net.nmult * hidden;
     work.set_layers(hidden + 1);
 
     // The layer i that ran as this step, from the adjoint of its output. Zbar may be Abar.
-    const auto sweep_layer = [&](std::size_t i, const auto& Abar, auto& Zbar, Into layer_into) {
-        const auto gradients = [&](const auto& H) {
-            auto& slice_gb = work.layers[i].gb;
-            adj_layer(H, Zbar, layer_into, work, slice_gb, grad.weights[i], grad.biases[i]);
-        };
+    const auto sweep_layer = [&](std::size_t i, const auto& Abar, auto& Zbar, const Pass& pass) {
         net.activation.adjoint(cache.Z(step), cache.saved(step), Abar, Zbar);
         if (i == hidden && net.nmult > 1) {
-            gradients(cache.C);
+            layer_gradient(i, cache.C, Zbar, pass);
         } else if (step == 0) {
-            gradients(cache.X);
+            layer_gradient(i, cache.X, Zbar, pass);
         } else {
-            gradients(cache.H(step));
+            layer_gradient(i, cache.H(step), Zbar, pass);
         }
     };
 
-    sweep_layer(hidden, Obar, work.output_Zbar, into);
+    sweep_layer(hidden, Obar, work.output_Zbar, {true, true});
     if (step == 0) return;
     typename Model::Adjoint& Cbar = work.layers[hidden].Hbar;
     transposes.pass_down(net, hidden, work.output_Zbar, Cbar);
@@ -120,11 +144,60 @@ void backward(const Model& net,
         }
         for (std::size_t i = hidden; i-- > 0;) {
             --step;
-            sweep_layer(i, *Hbar, *Hbar, last_pass ? into : Into::add);
+            sweep_layer(i, *Hbar, *Hbar, {last_pass, pass == 0});
             if (step > 0) transposes.pass_down(net, i, *Hbar, work.layers[i].Hbar);
             Hbar = &work.layers[i].Hbar;
         }
     }
+}
+
+// The gradient of a slice by itself, which is to be added: every entry of grad is overwritten.
+template <NetworkModel Model>
+void sweep_apart(const Model& net,
+                 const TransposedWeights<Model>& transposes,
+                 const ForwardCache<typename Model::Matrix>& cache,
+                 const typename Model::Adjoint& Obar,
+                 SweepWorkspace<Model>& work,
+                 typename Model::Gradient& grad)
+{
+    const auto layer_gradient =
+        [&](std::size_t i, const auto& H, const auto& Zbar, const Pass& pass) {
+            const Into into = pass.is_first ? Into::overwrite : Into::add;
+            adj_layer<Model>(H, Zbar, into, work.room, grad.weights[i], grad.biases[i]);
+        };
+    sweep(net, transposes, cache, Obar, work, layer_gradient);
+}
+
+// Gradient of every weight and bias. Every entry of grad is overwritten, or added to; sums of adjoints side by side in the
+// slice's turn.
+//
+// To add, the gradient of a layer is formed first and then added. With several passes a layer's gradient is a sum itself,
+// formed apart. Sums of adjoints side by side go on over the slices instead, which come from the last to the first.
+template <NetworkModel Model>
+void backward(const Model& net,
+              const TransposedWeights<Model>& transposes,
+              const ForwardCache<typename Model::Matrix>& cache,
+              const typename Model::Adjoint& Obar,
+              SweepWorkspace<Model>& work,
+              typename Model::Gradient& grad,
+              Into into,
+              const SliceTurn& turn = {})
+{
+    if (Model::ONE_ADJOINT && into == Into::add && net.nmult > 1) {
+        if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
+        sweep_apart(net, transposes, cache, Obar, work, *work.slice_grad);
+        return do_add(grad, *work.slice_grad);
+    }
+    const auto layer_gradient = [&](std::size_t i,
+                                    const auto& H,
+                                    const auto& Zbar,
+                                    const Pass& pass) {
+        if (pass.is_first) turn.await(i);
+        adj_layer<Model>(
+            H, Zbar, pass.is_first ? into : Into::add, work.room, grad.weights[i], grad.biases[i]);
+        if (pass.is_last) turn.pass_on(i);
+    };
+    sweep(net, transposes, cache, Obar, work, layer_gradient);
 }
 
 }  // namespace VEMKN

@@ -14,14 +14,6 @@
 
 namespace VEMKN {
 
-// Whether any layer leaves its products to OpenBLAS.
-inline bool multiplies_by_blas(const DoubleModel& net)
-{
-    return std::any_of(net.weights.begin(), net.weights.end(), [](const auto& W) {
-        return products_with(W) == By::blas;
-    });
-}
-
 // Runs work(results) in the frame that the handle asks for and gives the return value of the call. 1 says that a quiet
 // handle gave results that are not all finite.
 template <class Work>

@@ -25,6 +25,7 @@ concept NetworkMatrix =
     zeros_like(m);
     vector_like(m);
     scalar_like(m);
+    numbers_of_an_entry(m);
     asVector(m);
     shape_rows(to, m, n);
     put_rows(to, n, m);

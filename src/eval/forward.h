@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "eval/concepts.h"
-#include "eval/shares.h"
 #include "eval/slices.h"
 #include "model/blas.h"
 #include "model/model.h"
@@ -155,17 +154,12 @@ typename Model::Matrix computev(const Model& net, const RowsView& X)
         return std::move(cache.O);
     }
     Matrix outputs;
-    for_each_share(
-        Shares(chunks.count(), 1),
-        1,
-        [] { return Cache(Cache::Memory::rolling); },
-        [](Cache&) {},
-        [&](Cache& cache, std::size_t c) {
-            forward(net, chunks.cut(X, c), cache);
-            if (c == 0) shape_rows(outputs, cache.O, X.rows);
-            put_rows(outputs, chunks.first_row(c), cache.O);
-        },
-        [](const Cache&) {});
+    Cache cache(Cache::Memory::rolling);
+    for (std::size_t c = 0; c < chunks.count(); ++c) {
+        forward(net, chunks.cut(X, c), cache);
+        if (c == 0) shape_rows(outputs, cache.O, X.rows);
+        put_rows(outputs, chunks.first_row(c), cache.O);
+    }
     return outputs;
 }
 

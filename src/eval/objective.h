@@ -1,7 +1,10 @@
 #pragma once
 
+#include <vector>
+
 #include "eval/forward.h"
-#include "eval/shares.h"
+#include "eval/slices.h"
+#include "eval/team.h"
 
 namespace VEMKN {
 
@@ -35,7 +38,7 @@ typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix&
 
 // Objective of a batch: the mean norm of its residuals.
 //   X : n x nin, of a width that was checked (eval/input_width.h)        Y : n x nout
-// Slices are evaluated on their own, weighted by their number of elements and summed up by share.
+// Slices are evaluated on their own, weighted by their number of elements and summed up in their order.
 template <NetworkModel Model>
 typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView& Y)
 {
@@ -44,13 +47,12 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 
     struct Local {
         ForwardCache<Matrix> cache{ForwardCache<Matrix>::Memory::rolling};
-        SValue part{0.0};
-        SValue sum{0.0};
+        SValue mean{0.0};
     };
 
     const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) -> SValue& {
-        mean_norm(net, residuals(net, Xs, Ys, local.cache), local.part);
-        return local.part;
+        mean_norm(net, residuals(net, Xs, Ys, local.cache), local.mean);
+        return local.mean;
     };
     const Slices slices(X.rows, net.batch);
     if (slices.single()) {
@@ -58,19 +60,16 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
         return slice_mean(local, X, Y);
     }
 
+    std::vector<SValue> parts(slices.count(), SValue(0.0));
+    const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
+    for_each_item<Local>(slices.count(), team, [&](Local& local, std::size_t s) {
+        const RowsView Ys = slices.cut(Y, s);
+        SValue& part = slice_mean(local, slices.cut(X, s), Ys);
+        part *= static_cast<double>(Ys.size());
+        parts[s] = part;
+    });
     SValue total(0.0);
-    for_each_share(
-        Shares(slices.count(), net.threads),
-        net.threads,
-        [] { return Local(); },
-        [](Local& local) { local.sum = SValue(0.0); },
-        [&](Local& local, std::size_t s) {
-            const RowsView Ys = slices.cut(Y, s);
-            SValue& part = slice_mean(local, slices.cut(X, s), Ys);
-            part *= static_cast<double>(Ys.size());
-            local.sum += part;
-        },
-        [&](const Local& local) { total += local.sum; });
+    for (const SValue& part : parts) total += part;
     total /= static_cast<double>(Y.size());
     return total;
 }
@@ -98,17 +97,12 @@ void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const
         typename Model::Vector part;
     };
 
-    for_each_share(
-        Shares(slices.count(), net.threads),
-        net.threads,
-        [] { return Local(); },
-        [](Local&) {},
-        [&](Local& local, std::size_t s) {
-            const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), local.cache);
-            element_norm(net, R, local.part);
-            put(local.part, slices.first_row(s));
-        },
-        [](const Local&) {});  // slices write disjoint elements: nothing to merge
+    const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
+    for_each_item<Local>(slices.count(), team, [&](Local& local, std::size_t s) {
+        const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), local.cache);
+        element_norm(net, R, local.part);
+        put(local.part, slices.first_row(s));
+    });
 }
 
 }  // namespace VEMKN

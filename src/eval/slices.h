@@ -23,6 +23,8 @@ public:
     // One slice, so nothing is split and no team is opened.
     bool single() const { return batch_ >= rows_; }
 
+    std::size_t rows() const { return rows_; }
+
     std::size_t count() const { return (rows_ + batch_ - 1) / batch_; }
 
     std::size_t first_row(std::size_t slice) const

@@ -23,6 +23,11 @@ inline Bundle vector_like(const Bundle& x)
     return v;
 }
 
+inline std::size_t numbers_of_an_entry(const Bundle& x)
+{
+    return 1 + x.tangents();
+}
+
 inline FO::Dynamic::Active<1> scalar_like(const Bundle&)
 {
     return FO::Dynamic::Active<1>(0.0);

@@ -18,15 +18,21 @@ void multiply_derivatives(const Bundle& A, const Bundle& B, Bundle& C, By by)
             by);
 }
 
-// dC_k += (A*0.0)*B, which is zero but where A is not finite. The rows of A follow one another.
-void add_constant_tangents(const Factor& A, const Factor& B, Bundle& C, By by)
+// dC_k += (A*0.0)*B in a range of rows, which is zero but where A is not finite. The rows of A follow one another.
+void add_constant_tangents(
+    const Factor& A, const Factor& B, Bundle& C, By by, const RowRange& range)
 {
     if (C.tangents() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
     WorkMatrix zero(A.data, A.rows, A.cols);
     for (double& entry : zero.store()) entry *= 0.0;
     const Factor dA = A.transposed ? VEMKN::transposed(zero) : Factor(zero);
     for (std::size_t k = 0; k < C.tangents(); ++k) {
-        product(dA, B, C.derivatives.at(k), C.derivatives.pitch(), Into::add, by);
+        product(dA.cut_rows(range.first, range.count),
+                B,
+                C.derivatives.at(k) + range.first * C.derivatives.pitch(),
+                C.derivatives.pitch(),
+                Into::add,
+                by);
     }
 }
 
@@ -71,14 +77,20 @@ void add_derivatives_of_left(const BlockRow& dA,
     }
 }
 
-// dC_k += A*dB_k, each formed first.
-void add_derivatives(BlockRow& dC, const Factor& A, const BlockRow& dB, WorkMatrix& room, By by)
+// dC_k += A*dB_k in a range of rows, each formed first.
+void add_derivatives(BlockRow& dC,
+                     const Factor& A,
+                     const BlockRow& dB,
+                     WorkMatrix& room,
+                     By by,
+                     const RowRange& range)
 {
-    if (by == By::kernels) {
-        product(A, dB.side_by_side(), dC.data(), dC.pitch(), Into::add);
-    } else {
-        do_binmult_add(dC, A, dB, room, by);
-    }
+    const Factor part = A.cut_rows(range.first, range.count);
+    double* const to = dC.data() + range.first * dC.pitch();
+    if (by == By::kernels) return product(part, dB.side_by_side(), to, dC.pitch(), Into::add);
+    add_in_panels(dC, range, room, [&](std::size_t first, std::size_t rows, double* panel) {
+        product(part.cut_rows(first, rows), dB.side_by_side(), panel, Into::overwrite, by);
+    });
 }
 
 }  // namespace
@@ -103,7 +115,7 @@ void do_mult(const RowsView& A, const Bundle& B, Bundle& C, By by)
 void do_binmult(Bundle& C, const Factor& A, const Bundle& B, By by)
 {
     multiply_by_value(A, B, C, by);
-    add_constant_tangents(A, B.value, C, by);
+    add_constant_tangents(A, B.value, C, by, {0, C.rows()});
 }
 
 void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B, By by)
@@ -123,23 +135,30 @@ void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by)
     add_derivatives_of_left(A.bundle.derivatives, B.value, 0, C.rows(), dC.data(), dC.pitch(), by);
 }
 
-void do_binmult_add(Bundle& C, const TransposedBundle& A, const Bundle& B, WorkMatrix& room, By by)
+void do_binmult_add(Bundle& C,
+                    const TransposedBundle& A,
+                    const Bundle& B,
+                    WorkMatrix& room,
+                    By by,
+                    const RowRange& range)
 {
     const Factor At = transposed(A.bundle.value);
-    VEMKN::do_binmult_add(C.value, At, B.value, room, by);
+    VEMKN::do_binmult_add(C.value, At, B.value, room, by, range);
     const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+        first += range.first;
         product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to, Into::overwrite, by);
         add_derivatives_of_left(
             A.bundle.derivatives, B.value, first, rows, to, C.derivatives.width(), by);
     };
-    add_in_panels(C.derivatives, B.rows(), room, form);
+    add_in_panels(C.derivatives, range, room, form);
 }
 
-void do_binmult_add(Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by)
+void do_binmult_add(
+    Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by, const RowRange& range)
 {
-    VEMKN::do_binmult_add(C.value, A, B.value, room, by);
-    add_derivatives(C.derivatives, A, B.derivatives, room, by);
-    add_constant_tangents(A, B.value, C, by);
+    VEMKN::do_binmult_add(C.value, A, B.value, room, by, range);
+    add_derivatives(C.derivatives, A, B.derivatives, room, by, range);
+    add_constant_tangents(A, B.value, C, by, range);
 }
 
 void do_binplus(Bundle& C, const Bundle& A, const Bundle& b)

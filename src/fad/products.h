@@ -15,6 +15,7 @@ namespace yafad {
 using VEMKN::By;
 using VEMKN::Into;
 using VEMKN::product;
+using VEMKN::RowRange;
 using VEMKN::transposed;
 
 // Asks a product to use a bundle transposed.
@@ -46,11 +47,23 @@ void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by = B
 // C = A*B for a constant factor A, transposed or not; non-finite entries as in do_mult.
 void do_binmult(Bundle& C, const Factor& A, const Bundle& B, By by = By::kernels);
 
-// C += A^T*B or A*B, value and derivatives each formed first and then added; room as for doubles.
+// C += A^T*B or A*B in a range of the rows of C, value and derivatives each formed first and then added; room and range as for
+// doubles.
+void do_binmult_add(Bundle& C,
+                    const TransposedBundle& A,
+                    const Bundle& B,
+                    WorkMatrix& room,
+                    By by,
+                    const RowRange& range);
 void do_binmult_add(
-    Bundle& C, const TransposedBundle& A, const Bundle& B, WorkMatrix& room, By by = By::kernels);
+    Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by, const RowRange& range);
+
+template <class Left>
 void do_binmult_add(
-    Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by = By::kernels);
+    Bundle& C, const Left& A, const Bundle& B, WorkMatrix& room, By by = By::kernels)
+{
+    do_binmult_add(C, A, B, room, by, {0, C.rows()});
+}
 
 // C = A + b by the rule of the double twin, on the value and on every derivative. C may be A.
 void do_binplus(Bundle& C, const Bundle& A, const Bundle& b);

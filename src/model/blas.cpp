@@ -107,14 +107,6 @@ bool WithoutBlas::here()
     return without_blas;
 }
 
-std::size_t panel_length(std::size_t whole, std::size_t others)
-{
-    constexpr std::size_t MOST_PANELS = 8;
-    if (others == 0) return whole;
-    const std::size_t panel = longest_panel(others);
-    return panel == 0 || panel > whole || MOST_PANELS * panel < whole ? whole : panel;
-}
-
 void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into, By by)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 
 #include "model/linear.h"
 #include "runtime/messages.h"
@@ -69,6 +70,15 @@ By products_with(const Weights& W)
     return products_of_layer(W.rows(), W.cols());
 }
 
+// Whether any layer leaves its products to OpenBLAS.
+template <class Model>
+bool multiplies_by_blas(const Model& net)
+{
+    return std::any_of(net.weights.begin(), net.weights.end(), [](const auto& W) {
+        return products_with(W) == By::blas;
+    });
+}
+
 // While one of these lives with `on` set, the calling thread leaves no product to OpenBLAS. Its kernels compute with
 // whole registers: in the lanes beyond a matrix's edge an infinite factor meets a zero, which raises an exception that
 // the product itself does not. So a call with traps whose arrays hold an infinity does without them.
@@ -121,9 +131,6 @@ void do_binmult(DoubleMatrix<Store>& C, const Factor& A, const Factor& B, By by 
     product(A, B, C.data(), Into::overwrite, by);
 }
 
-// How much of a dimension `whole` to multiply at once where the other two have `others` elements together.
-std::size_t panel_length(std::size_t whole, std::size_t others);
-
 // Rows of n numbers += others; rows at `from` and at `to` are that far apart.
 inline void add_rows(const double* from,
                      std::size_t from_pitch,
@@ -159,7 +166,39 @@ void add_in_panels(double* C,
     }
 }
 
-// C += A*B, the product formed first; C has its shape.
+// Some rows of a matrix.
+struct RowRange {
+    std::size_t first, count;
+};
+
+// How many rows of a matrix of sums are formed at a time: it depends on their length alone, so that the sums have the same bits
+// whole and cut. A power of two, so that what is cut for a row of values fits rows of derivatives.
+inline std::size_t rows_of_a_sum(std::size_t cols)
+{
+    constexpr std::size_t NUMBERS = 8192, LEAST = 32;
+    return std::max(LEAST, std::bit_floor(NUMBERS / std::max<std::size_t>(cols, 1)));
+}
+
+// C += A*B in a range of its rows, the product formed first; C has its shape. A range begins at a multiple of rows_of_a_sum.
+template <class Store>
+void do_binmult_add(DoubleMatrix<Store>& C,
+                    const Factor& A,
+                    const Factor& B,
+                    DoubleMatrix<Store>& room,
+                    By by,
+                    const RowRange& range)
+{
+    const std::size_t cols = C.cols();
+    if (C.size() == 0) return;
+    double* const to = C.data() + range.first * cols;
+    const Factor part = A.cut_rows(range.first, range.count);
+    if (by == By::kernels) return product(part, B, to, Into::add);
+    const auto form = [&](std::size_t first, std::size_t rows, double* panel) {
+        product(part.cut_rows(first, rows), B, panel, Into::overwrite, by);
+    };
+    add_in_panels(to, cols, range.count, cols, rows_of_a_sum(cols), room.store(), form);
+}
+
 template <class Store>
 void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& A,
@@ -167,14 +206,7 @@ void do_binmult_add(DoubleMatrix<Store>& C,
                     DoubleMatrix<Store>& room,
                     By by = By::kernels)
 {
-    if (by == By::kernels) return product(A, B, C.data(), Into::add);
-    const std::size_t cols = C.cols();
-    if (C.size() == 0) return;
-    const std::size_t panel = panel_length(C.rows(), cols * A.used_cols());
-    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
-        product(A.cut_rows(first, rows), B, to, Into::overwrite, by);
-    };
-    add_in_panels(C.data(), cols, C.rows(), cols, panel, room.store(), form);
+    do_binmult_add(C, A, B, room, by, {0, C.rows()});
 }
 
 // C = A + b: element by element where b has as many entries as A has elements, else b on every row of A where

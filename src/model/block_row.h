@@ -226,16 +226,19 @@ inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B, By by = 
     product(A, B.side_by_side(), C.data(), C.pitch(), Into::overwrite, by);
 }
 
-// C_k += P_k for products P_k of that inner dimension. form(first, rows, to) writes some rows of all of them side by side.
+// C_k += P_k in a range of rows. form(first, rows, to) writes some rows of all of them side by side, counted from the range's.
 template <class Form>
-void add_in_panels(BlockRow& C, std::size_t inner, WorkMatrix& room, const Form& form)
+void add_in_panels(BlockRow& C, const RowRange& range, WorkMatrix& room, const Form& form)
 {
-    constexpr std::size_t PANEL_WORK = 1'000'000, FEW_ROWS = 8;
     const std::size_t width = C.width();
     if (width == 0) return;
-    const std::size_t few = PANEL_WORK / (width * std::max<std::size_t>(inner, 1)) / FEW_ROWS;
-    const std::size_t panel = std::max<std::size_t>(few, 1) * FEW_ROWS;
-    add_in_panels(C.data(), C.pitch(), C.rows(), width, panel, room.store(), form);
+    add_in_panels(C.data() + range.first * C.pitch(),
+                  C.pitch(),
+                  range.count,
+                  width,
+                  rows_of_a_sum(width),
+                  room.store(),
+                  form);
 }
 
 // C_k += A*B_k. Our kernels go on from C, so that the sums become those of a taller A and B.
@@ -243,9 +246,10 @@ inline void do_binmult_add(
     BlockRow& C, const Factor& A, const BlockRow& B, WorkMatrix& room, By by = By::kernels)
 {
     if (by == By::kernels) return product(A, B.side_by_side(), C.data(), C.pitch(), Into::go_on);
-    add_in_panels(C, B.rows(), room, [&](std::size_t first, std::size_t rows, double* to) {
+    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
         product(A.cut_rows(first, rows), B.side_by_side(), to, Into::overwrite, by);
-    });
+    };
+    add_in_panels(C, {0, C.rows()}, room, form);
 }
 
 }  // namespace VEMKN

@@ -244,6 +244,13 @@ double scalar_like(const Array&)
     return 0.0;
 }
 
+// How many numbers there are to an entry: the value, and its tangents where it has some.
+template <class Store>
+std::size_t numbers_of_an_entry(const DoubleMatrix<Store>&)
+{
+    return 1;
+}
+
 template <class T>
 using VectorOf = decltype(vector_like(std::declval<const T&>()));
 template <class T>

@@ -57,7 +57,7 @@ struct NNTemplate {
     std::uint32_t nlayers = 0;
     std::uint32_t nmult = 0;    // chained passes through the hidden layers
     std::int32_t batch = 0;     // rows of a slice
-    std::uint32_t threads = 1;  // shares that slices are dealt to
+    std::uint32_t threads = 1;  // that slices are dealt to, at most
     std::valarray<unsigned int> sizes;
     std::vector<Matrix> weights;
     std::vector<Vector> biases;

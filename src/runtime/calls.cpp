@@ -147,9 +147,9 @@ void hold_other_threads_back()
     p.room.wait_until(lock, p.held_until, [&] { return p.calls <= own; });
 }
 
-TeamPermit::TeamPermit(unsigned shares, unsigned threads) : workers_(0)
+TeamPermit::TeamPermit(std::size_t items, unsigned threads) : workers_(0)
 {
-    const unsigned wanted = std::min(shares, threads);
+    const auto wanted = static_cast<unsigned>(std::min<std::size_t>(items, threads));
     const bool enters_blas = this_thread().threads_inside > 0;
     if (wanted <= 1 || (enters_blas && openblas_get_parallel() == OPENBLAS_SEQUENTIAL)) return;
 

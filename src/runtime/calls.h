@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace VEMKN {
 
 // What the calls that run at this moment, in whatever host threads, share: the BLAS thread count that the host had,
@@ -38,13 +40,13 @@ void hold_other_threads_back();
 // Waits while the calling thread is held back. Whoever is to wait for others' calls does so before.
 void wait_while_held_back();
 
-// Leave for a team of threads to work on `shares` shares: at most `threads`, never more than there are shares,
+// Leave for a team of threads to work on that many items: at most `threads`, never more than there are items,
 // and one in a fork's child (where libgomp cannot start a team). No more, too, than the system has threads to give: libgomp
 // would end the process. For a call that enters OpenBLAS never so many that it would run out of buffers, and one with its
 // serial variant, which is not fit for several threads.
 class TeamPermit {
 public:
-    TeamPermit(unsigned shares, unsigned threads);
+    TeamPermit(std::size_t items, unsigned threads);
 
     ~TeamPermit() { give_back(workers_); }
 

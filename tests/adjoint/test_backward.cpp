@@ -83,8 +83,8 @@ Swept sweep(const Problem& problem,
 {
     const Matrix X = problem.X(), Y = problem.Y();
     Matrix outAdj = cotangent, R;
-    const TransposedWeights<DoubleModel> transposes = copies_for(net, copies);
-    SliceWorkspace<DoubleModel> work(transposes);
+    SliceWorkspace<DoubleModel> work;
+    work.transposes = copies_for(net, copies);
     DoubleModel grad = filled_like(net, 1e30);
     const double value = adj_computev(net, X, Y, seed, outAdj, R, work, grad);
     return {value, outAdj, R, flat(grad)};
@@ -186,8 +186,7 @@ TEST(AdjComputev, OverwritesTheGradient)
     const Problem p = small("relu", "sum_log_dnorm_fat", 2);
     const DoubleModel net = model_of(p.network, p.w);
     const Matrix X = p.X(), Y = p.Y();
-    const TransposedWeights<DoubleModel> transposes;
-    SliceWorkspace<DoubleModel> work(transposes);
+    SliceWorkspace<DoubleModel> work;
     DoubleModel grad = filled_like(net, 1e30);
     Numbers first;
     for (int call = 0; call < 3; ++call) {

@@ -14,6 +14,10 @@
 
 namespace {
 
+// With ROWS rows enough work for a team.
+constexpr unsigned ROWS = 1203;
+constexpr int ROWS_OF_A_SLICE = 120;
+
 plain::Network small()
 {
     return {.numin = 3,
@@ -82,16 +86,16 @@ protected:
 
     void run() const { GetParam().run(net_, batch_); }
 
-    // A slice of four rows each, on three threads.
+    // Eleven slices on three threads.
     void run_with_team() const
     {
-        ASSERT_EQ(0, vemk_setpar(net_, 3, 4));
+        ASSERT_EQ(0, vemk_setpar(net_, 3, ROWS_OF_A_SLICE));
         run();
     }
 
 private:
     Network net_{small().text()};
-    Batch batch_ = random_batch(small(), 33, 3, 1);
+    Batch batch_ = random_batch(small(), ROWS, 3, 1);
 };
 
 std::string framed_name(const testing::TestParamInfo<Framed>& instance)
@@ -302,8 +306,8 @@ protected:
 TEST_P(Team, ArmsTheTrapsOnEveryWorker)
 {
     const Network net(small().text());
-    const Batch batch = random_batch(small(), 33, 3, 1);
-    ASSERT_EQ(0, vemk_setpar(net, 3, 4));
+    const Batch batch = random_batch(small(), ROWS, 3, 1);
+    ASSERT_EQ(0, vemk_setpar(net, 3, ROWS_OF_A_SLICE));
     seen::start();
     results_of(GetParam(), net, batch);
     allocations::ignore();
@@ -314,8 +318,8 @@ TEST_P(Team, ArmsTheTrapsOnEveryWorker)
 TEST_P(Team, WritesNoOutputWhenMemoryLacks)
 {
     const Network net(small().text());
-    const Batch batch = random_batch(small(), 33, 3, 1);
-    ASSERT_EQ(0, vemk_setpar(net, 3, 4));
+    const Batch batch = random_batch(small(), ROWS, 3, 1);
+    ASSERT_EQ(0, vemk_setpar(net, 3, ROWS_OF_A_SLICE));
     const Numbers expected = results_of(GetParam(), net, batch);
     double value = 0;
     Numbers array(GetParam().array_size(batch.call(), 2));

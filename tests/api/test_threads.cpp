@@ -10,11 +10,12 @@ namespace {
 // Some hundred roundings of numbers below 10.
 constexpr double ROUNDING = 1e-12;
 
+// With 203 rows enough work for a team.
 plain::Network medium()
 {
     return {.numin = 5,
             .numout = 2,
-            .sizes = {5, 8, 6},
+            .sizes = {5, 24, 20},
             .activation = "softplus",
             .norm = "sum_log_dnorm_fat"};
 }
@@ -39,6 +40,31 @@ TEST_P(Threads, GiveTheSameBitsEveryTime)
         for (int repetition = 0; repetition < 200; ++repetition) {
             ASSERT_EQ(bits_of(first), bits_of(results_of(entry(), net, batch)))
                 << threads << " threads, repetition " << repetition;
+        }
+    }
+}
+
+TEST_P(Threads, ChangeNoBit)
+{
+    plain::Network chained = medium(), padded = medium(), tall = medium(), wide = medium();
+    chained.sizes = {5, 7, 5};
+    chained.nmult = 3;
+    padded.sizes = {9, 4};
+    // Gradients of more rows than are added at a time, and of a layer that OpenBLAS multiplies.
+    tall.sizes = {150, 120};
+    wide.sizes = {5, 400, 3};
+    for (const plain::Network& network : {medium(), chained, padded, tall, wide}) {
+        const Network net(network.text());
+        const Batch batch = random_batch(network, 203, 5, 8);
+        for (const int rows : {1, 8, 32}) {
+            if (rows == 1 && (network.sizes[0] == 150 || network.sizes[1] == 400)) continue;
+            ASSERT_EQ(0, vemk_setpar(net, 1, rows));
+            const auto expected = bits_of(results_of(entry(), net, batch));
+            for (const unsigned threads : {2u, 3u, 5u, 64u, 1000u}) {
+                ASSERT_EQ(0, vemk_setpar(net, threads, rows));
+                EXPECT_EQ(expected, bits_of(results_of(entry(), net, batch)))
+                    << network.text() << ", " << threads << " threads, slices of " << rows;
+            }
         }
     }
 }

@@ -50,7 +50,7 @@ def environment(library):
     (folder / "libvemkn.so.1").symlink_to(library)
     dropped = ("OPENBLAS_CORETYPE", "OPENBLAS_L2_SIZE", "INFO", "NN_TRACE")
     variables = {name: value for name, value in os.environ.items() if name not in dropped}
-    return {**variables, "LD_LIBRARY_PATH": str(folder), "OMP_WAIT_POLICY": "passive"}
+    return {**variables, "LD_LIBRARY_PATH": str(folder)}
 
 
 def program(name, library, *sources):

@@ -1,5 +1,5 @@
-// Times calls on request, for scripts/same-speed: reads "entry network activation" from standard input, a line each time, and prints
-// the seconds of one call, one thread.
+// Times calls on request, for scripts/same-speed: reads "entry network activation threads" from standard input, a line each time, and
+// prints the seconds of one call.
 
 #include <chrono>
 #include <iostream>
@@ -38,7 +38,6 @@ Case make_case(const std::string& entry_name,
         if (network != shape.name) continue;
         c.problem = std::make_unique<bench::Problem>(shape, activation, "sum_log_dnorm_fat");
     }
-    vemk_setpar(c.problem->net, 1, 32);
     c.in = bench::numbers_in(*c.problem, c.entry->tangents);
     c.out = bench::numbers_out(*c.problem, c.entry->tangents);
     c.seconds(1);
@@ -49,14 +48,19 @@ Case make_case(const std::string& entry_name,
 
 int main()
 {
-    constexpr double LEAST_SECONDS = 0.005;
+    constexpr double LEAST_SECONDS = 0.005, WARM_SECONDS = 0.01;
     std::map<std::tuple<std::string, std::string, std::string>, Case> cases;
     std::string entry, network, activation;
-    while (std::cin >> entry >> network >> activation) {
+    unsigned threads = 1;
+    while (std::cin >> entry >> network >> activation >> threads) {
         const auto [found, is_new] = cases.try_emplace({entry, network, activation});
         Case& c = found->second;
         if (is_new) c = make_case(entry, network, activation);
-        const auto calls = static_cast<unsigned>(1 + LEAST_SECONDS / c.seconds(1));
+        vemk_setpar(c.problem->net, threads, 32);
+        // A team that has rested takes a while to be at its processors again.
+        for (double warm = 0.0; threads > 1 && warm < WARM_SECONDS;) warm += c.seconds(1);
+        const auto calls =
+            static_cast<unsigned>(1 + (threads > 1 ? 2 : 1) * LEAST_SECONDS / c.seconds(1));
         std::cout << "seconds " << c.seconds(calls) / calls << std::endl;
     }
     return 0;

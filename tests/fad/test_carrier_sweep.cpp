@@ -108,8 +108,8 @@ Swept sweep(const Problem& p,
         part.value.store() = 1e300;
         part.derivatives.fill(1e300);
     });
-    const VEMKN::TransposedWeights<CarrierWorkModel> transposes(net);
-    VEMKN::SliceWorkspace<CarrierWorkModel> work(transposes);
+    VEMKN::SliceWorkspace<CarrierWorkModel> work;
+    work.transposes = VEMKN::TransposedWeights<CarrierWorkModel>(net);
     result.value = adj_computev(net, rows_of(p.x, p), rows_of(p.y, p), seed, outAdj, R, work, grad);
     result.outAdj = carrier_of(outAdj);
     result.R = carrier_of(R);

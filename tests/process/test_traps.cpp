@@ -41,12 +41,12 @@ protected:
         }
     }
 
-    // Eight slices of two rows.
+    // 1,250 slices of two rows: enough work for a team.
     void run(const std::string& norm, const Change& change, unsigned threads) const
     {
         const Network net(small(norm).text());
         vemk_setpar(net, threads, 2);
-        Batch batch = random_batch(small(norm), 16, 2, 1);
+        Batch batch = random_batch(small(norm), 2500, 2, 1);
         change(batch);
         results_of(GetParam(), net, batch);
     }
@@ -207,9 +207,9 @@ TEST(NormTrap, CatchesOverflowAndDivisionByZero)
     logp_of(-7e153);
 }
 
-SCENE(overflows_in_the_last_share)
+SCENE(overflows_in_the_last_slice)
 {
-    // One row a share; only the last one overflows, and the calling thread has the first.
+    // A slice for each of two threads; the last row overflows, and the calling thread has the first slice.
     struct sigaction action = {};
     action.sa_handler = [](int) {
         const bool worker = syscall(SYS_gettid) != getpid();
@@ -220,8 +220,8 @@ SCENE(overflows_in_the_last_share)
     sigaction(SIGFPE, &action, nullptr);
     const Network net(small("sum").text());
     std::cout.flush();
-    vemk_setpar(net, 4, 1);
-    Batch batch = random_batch(small("sum"), 4, 2, 1);
+    vemk_setpar(net, 4, 1250);
+    Batch batch = random_batch(small("sum"), 2500, 2, 1);
     overflow_in_the_last_row(batch);
     results_of(entry_named(arguments.at(0)), net, batch);
 }
@@ -229,7 +229,7 @@ SCENE(overflows_in_the_last_share)
 TEST(WorkerTrap, CatchesWhatHappensInASliceOfAWorker)
 {
     for (const Entry& entry : entries_where([](const Entry& e) { return e.runs_slices; })) {
-        const child::Outcome outcome = child::play("overflows_in_the_last_share", {entry.name});
+        const child::Outcome outcome = child::play("overflows_in_the_last_slice", {entry.name});
         EXPECT_TRUE(outcome.exited_with(9)) << outcome.description();
         EXPECT_NE(std::string::npos, outcome.out.find("on a worker\n")) << outcome.description();
     }
@@ -257,7 +257,7 @@ TEST(HostArithmetic, DoesNotTrapOutsideACall)
     const Network net(small("sum_log_dnorm_fat").text());
     host_arithmetic();
     vemk_setpar(net, 4, 2);
-    const Batch batch = random_batch(small("sum_log_dnorm_fat"), 16, 2, 1);
+    const Batch batch = random_batch(small("sum_log_dnorm_fat"), 2500, 2, 1);
     for (const Entry& entry : ENTRIES) {
         results_of(entry, net, batch);
         host_arithmetic();
@@ -271,7 +271,7 @@ TEST(HostArithmetic, DoesNotTrapOnAnotherThreadDuringACall)
 {
     const Network net(small("sum_log_dnorm_fat").text());
     vemk_setpar(net, 2, 2);
-    const Batch batch = random_batch(small("sum_log_dnorm_fat"), 64, 2, 1);
+    const Batch batch = random_batch(small("sum_log_dnorm_fat"), 2500, 2, 1);
     std::atomic<bool> done{false};
     std::thread host([&] {
         while (!done) {

@@ -1,0 +1,137 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <exception>
+#include <mutex>
+#include <optional>
+
+#include "eval/turns.h"
+#include "model/blas.h"
+#include "runtime/calls.h"
+#include "runtime/traps.h"
+
+// How a call's work is dealt out to a team of threads. No bit of a result depends on it: items write to places of their own, or
+// add to sums in their turn.
+
+namespace VEMKN {
+
+// The first exception that leaves a piece of work in a team, handed to the calling thread after the region: an
+// exception must not cross the end of a parallel region, and the host gets it as from a call with one thread.
+class TeamException {
+public:
+    // Nothing where something has failed already: nobody will look at it. Returns whether nothing has.
+    template <class Work>
+    bool guard(const Work& work)
+    {
+        if (failed_) return false;
+        try {
+            work();
+            return true;
+        } catch (...) {
+            const std::lock_guard lock(mutex_);
+            if (!first_) first_ = std::current_exception();
+            failed_ = true;
+            return false;
+        }
+    }
+
+    void rethrow() const
+    {
+        if (first_) std::rethrow_exception(first_);
+    }
+
+private:
+    std::atomic<bool> failed_{false};
+    std::mutex mutex_;
+    std::exception_ptr first_;
+};
+
+// Runs body(failure) on every thread of a team, which takes over the caller's floating-point environment and way of
+// multiplying. The body deals out the work; whatever may throw goes through failure.guard().
+template <class Body>
+void in_team([[maybe_unused]] const TeamPermit& team, const Body& body)
+{
+    TeamException failure;
+    const bool plain = WithoutBlas::here();
+    const ScopedEnvironment of_caller;
+    // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
+    fedisableexcept(TRAPS);
+#pragma omp parallel num_threads(team.size())
+    {
+        const ScopedEnvironment taken_over(of_caller.before());
+        const WithoutBlas products(plain);
+        body(failure);
+    }
+    failure.rethrow();
+}
+
+// How many threads a call asks for that runs rows through a network so many times, forward or back: those of the handle, or one
+// where it has so little to do that a team would not be faster. In multiplications, of which an element function is worth some;
+// measured on networks of 21 to 5,764 weights (docs/performance.md).
+template <class Model>
+unsigned worthwhile_threads(const Model& net, std::size_t rows, std::size_t runs)
+{
+#ifdef VEMKN_SANITIZED
+    constexpr double LEAST_WORK = 0.0;  // every team that may be watched
+#else
+    constexpr double LEAST_WORK = 250'000;
+#endif
+    constexpr double OF_A_FUNCTION = 32;
+    double of_a_row = 0.0;
+    for (const auto& W : net.weights) {
+        of_a_row += static_cast<double>(W.size()) + OF_A_FUNCTION * static_cast<double>(W.cols());
+    }
+    const std::size_t numbers = runs * net.nmult * numbers_of_an_entry(net.weights[0]);
+    const double work = of_a_row * static_cast<double>(rows) * static_cast<double>(numbers);
+    return work < LEAST_WORK ? 1 : net.threads;
+}
+
+// Runs work(local, item) for every item, each thread's in ascending order: `neighbours` of them on a thread, the next ones on the
+// next. Each thread makes and ends the Local that it works in: what one has taken from the system and another gives back would
+// lie among the other's memory from then on, in the same cache lines.
+//   at_failure() : runs after work has thrown
+template <class Local, class Work, class AtFailure>
+void deal_out(std::size_t items,
+              [[maybe_unused]] std::size_t neighbours,
+              const TeamPermit& team,
+              const Work& work,
+              const AtFailure& at_failure)
+{
+    if (team.size() == 1 || items <= 1) {
+        Local local;
+        for (std::size_t i = 0; i < items; ++i) work(local, i);
+        return;
+    }
+    in_team(team, [&](TeamException& failure) {
+        std::optional<Local> local;
+#pragma omp for schedule(static, neighbours)
+        for (std::size_t i = 0; i < items; ++i) {
+            if (!failure.guard([&] {
+                    if (!local) local.emplace();
+                    work(*local, i);
+                })) {
+                at_failure();
+            }
+        }
+    });
+}
+
+// Items that write to places of their own.
+template <class Local, class Work>
+void for_each_item(std::size_t items, const TeamPermit& team, const Work& work)
+{
+    const auto threads = static_cast<std::size_t>(team.size());
+    const std::size_t of_a_thread = std::max<std::size_t>((items + threads - 1) / threads, 1);
+    deal_out<Local>(items, of_a_thread, team, work, []() noexcept {});
+}
+
+// Items that add to sums in their turn.
+template <class Local, class Work>
+void for_each_in_turn(std::size_t items, const TeamPermit& team, Turns& turns, const Work& work)
+{
+    deal_out<Local>(items, 1, team, work, [&]() noexcept { turns.abandon(); });
+}
+
+}  // namespace VEMKN
