@@ -97,11 +97,12 @@
  *
  * Rows are cut into slices of `batch` rows, on which at most `threads` threads work, no more than
  * there are slices, or processors (two where there is one), and only the calling one where that is
- * as fast; sums are taken in the order of the slices. The same input with the same batch gives the same bits, with any number of threads, and
- * on every processor with AVX2 and FMA, unless a layer has more than 384 inputs or outputs: its
- * products are left to OpenBLAS, whose bits depend on the processor. Calls may overlap in time, on
- * one handle too, as long as no setter runs on it; at most 64 threads form products by OpenBLAS at once, further calls wait. Outputs of a call may
- * overlap its inputs.
+ * as fast; sums are taken in the order of the slices. The same input with the same batch gives the
+ * same bits (of a NaN no more than that it is one), with any number of threads, and on every
+ * processor with AVX2 and FMA, unless a layer has more than 384 inputs or outputs: its products are
+ * left to OpenBLAS, whose bits depend on the processor. Calls may overlap in time, on one handle
+ * too, as long as no setter runs on it; at most 64 threads form products by OpenBLAS at once,
+ * further calls wait. Outputs of a call may overlap its inputs.
  *
  * ## Null pointers
  *
@@ -632,8 +633,8 @@ VEMKN_API int vemk_vJ(VEMKNInfo* net,
                       double* r_out,
                       double* g_out);
 
-/** vemk_vJ for k cotangents at once: one forward pass over the whole batch, and backward sweeps of
- * several cotangents each, shared out over the handle's threads.
+/** vemk_vJ for k cotangents at once: one forward pass, and backward sweeps of several cotangents
+ * each.
  *
  * @param[in]  net    handle; not changed
  * @param[in]  w      array of length [nw], flat order

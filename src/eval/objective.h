@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "eval/forward.h"
@@ -48,6 +49,7 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
     struct Local {
         ForwardCache<Matrix> cache{ForwardCache<Matrix>::Memory::rolling};
         SValue mean{0.0};
+        std::vector<SValue> parts;  // of slices in a row
     };
 
     const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) -> SValue& {
@@ -60,16 +62,31 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
         return slice_mean(local, X, Y);
     }
 
-    std::vector<SValue> parts(slices.count(), SValue(0.0));
+    // A thread of a team evaluates many slices in a row before it adds them in its turn.
+    constexpr std::size_t MOST = 256, TURNS_OF_A_THREAD = 4;
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
-    for_each_item<Local>(slices.count(), team, [&](Local& local, std::size_t s) {
-        const RowsView Ys = slices.cut(Y, s);
-        SValue& part = slice_mean(local, slices.cut(X, s), Ys);
-        part *= static_cast<double>(Ys.size());
-        parts[s] = part;
-    });
+    const auto threads = static_cast<std::size_t>(team.size());
+    const std::size_t in_a_row =
+        threads == 1
+            ? 1
+            : std::clamp<std::size_t>(slices.count() / (TURNS_OF_A_THREAD * threads), 1, MOST);
+    Turns turns(1, team);
     SValue total(0.0);
-    for (const SValue& part : parts) total += part;
+    const auto evaluate = [&](Local& local, std::size_t row) {
+        const std::size_t first = row * in_a_row;
+        const std::size_t n = std::min(in_a_row, slices.count() - first);
+        local.parts.resize(in_a_row, SValue(0.0));
+        for (std::size_t j = 0; j < n; ++j) {
+            const RowsView Ys = slices.cut(Y, first + j);
+            SValue& part = slice_mean(local, slices.cut(X, first + j), Ys);
+            part *= static_cast<double>(Ys.size());
+            local.parts[j] = part;
+        }
+        turns.await(0, row);
+        for (std::size_t j = 0; j < n; ++j) total += local.parts[j];
+        turns.pass_on(0, row);
+    };
+    for_each_in_turn<Local>((slices.count() + in_a_row - 1) / in_a_row, team, turns, evaluate);
     total /= static_cast<double>(Y.size());
     return total;
 }

@@ -54,6 +54,7 @@ public:
     // An item will not be done: nobody waits any more.
     void abandon() noexcept
     {
+        if (abandoned_.exchange(true)) return;
         for (Place& place : places_) {
             place.next.store(ABANDONED);
             place.next.notify_all();
@@ -66,7 +67,7 @@ private:
 
     static constexpr std::uint32_t ABANDONED = UINT32_MAX;
 
-    // A cache line each.
+    // Close together: a thread mostly goes on to the next one, in the line that it has fetched.
     struct Place {
         std::atomic<std::uint32_t> next{0};
     };
@@ -79,6 +80,7 @@ private:
     }
 
     std::vector<Place> places_;
+    std::atomic<bool> abandoned_{false};
 };
 
 }  // namespace VEMKN

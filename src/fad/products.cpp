@@ -144,6 +144,27 @@ void do_binmult_add(Bundle& C,
 {
     const Factor At = transposed(A.bundle.value);
     VEMKN::do_binmult_add(C.value, At, B.value, room, by, range);
+    BlockRow& dC = C.derivatives;
+    // Of wide layers one derivative after the other: what a panel is formed from then stays in the innermost caches.
+    constexpr std::size_t WIDE = 64;
+    if (by == By::kernels && C.cols() >= WIDE) {
+        for (std::size_t k = 0; k < C.tangents(); ++k) {
+            const Factor dAt = transposed(Factor(A.bundle.derivatives.factor(k)));
+            const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+                first += range.first;
+                product(At.cut_rows(first, rows), B.derivatives.factor(k), to);
+                product(dAt.cut_rows(first, rows), B.value, to, Into::add);
+            };
+            add_in_panels(dC.at(k, range.first),
+                          dC.pitch(),
+                          range.count,
+                          dC.cols(),
+                          VEMKN::rows_of_a_sum(dC.cols()),
+                          room.store(),
+                          form);
+        }
+        return;
+    }
     const auto form = [&](std::size_t first, std::size_t rows, double* to) {
         first += range.first;
         product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to, Into::overwrite, by);

@@ -138,7 +138,7 @@ class NetworkBase:
 
     @property
     def threads(self) -> int:
-        """Number of shares that the rows are dealt to, 1 to 99999; 64 of them at most are used."""
+        """Number of threads at most, 1 to 99999; no bit of a result depends on it."""
         return self._threads
 
     @threads.setter

@@ -41,8 +41,8 @@ class Network(NetworkBase):
     norm : {"sum_log_dnorm_fat", "sum"}
         The robust likelihood, or the residuals themselves.
     threads, batch : int
-        Number of shares that the rows are dealt to, and rows of a slice. The same data with the
-        same two numbers give the same bits, run after run.
+        Number of threads at most, and rows of a slice. The same data with the same `batch` give
+        the same bits, run after run.
     quiet : bool
         In quiet mode, infinities and NaN flow through to the results. If false, an operation that
         makes one ends the process with SIGFPE.

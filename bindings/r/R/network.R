@@ -20,8 +20,7 @@
 #' @param numin,numout number of inputs and outputs.
 #' @param activation of every layer: `"softplus"`, `"atan"`, `"relu"`, `"id"`, or another word that the library knows.
 #' @param norm what is made of the residuals: `"sum_log_dnorm_fat"` or `"sum"`.
-#' @param threads number of shares into which the rows are dealt. The same data with the same `threads` and `batch` give
-#'   the same bits.
+#' @param threads number of threads at most. The same data with the same `batch` give the same bits.
 #' @param batch rows that are worked on at a time.
 #' @param nmult how often the hidden layers are applied in a chain. Above 1 the last hidden width has to be `numin`.
 #' @return `vemkn()`: an object of class `"vemkn"`. `weights()`: its weights in the flat order, see [vemkn-package].
