@@ -94,7 +94,7 @@ unsigned worthwhile_threads(const Model& net, std::size_t rows, std::size_t runs
 //   at_failure() : runs after work has thrown
 template <class Local, class Work, class AtFailure>
 void deal_out(std::size_t items,
-              [[maybe_unused]] std::size_t neighbours,
+              std::size_t neighbours,
               const TeamPermit& team,
               const Work& work,
               const AtFailure& at_failure)
@@ -106,7 +106,9 @@ void deal_out(std::size_t items,
     }
     in_team(team, [&](TeamException& failure) {
         std::optional<Local> local;
-#pragma omp for schedule(static, neighbours)
+        [[maybe_unused]] const std::size_t chunk =
+            neighbours;  // Clang 14 cannot take a captured one
+#pragma omp for schedule(static, chunk)
         for (std::size_t i = 0; i < items; ++i) {
             if (!failure.guard([&] {
                     if (!local) local.emplace();
