@@ -150,7 +150,8 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str()
         ->group(group);
-    app.add_option("--threads", fit.threads.count, "Threads; no bit of the results depends on their number")
+    app.add_option(
+           "--threads", fit.threads.count, "Threads; no bit of the results depends on their number")
         ->check(CLI::Range(1, 1024))
         ->capture_default_str()
         ->group(group);
