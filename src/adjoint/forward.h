@@ -151,23 +151,6 @@ void sweep(const Model& net,
     }
 }
 
-// The gradient of a slice by itself, which is to be added: every entry of grad is overwritten.
-template <NetworkModel Model>
-void sweep_apart(const Model& net,
-                 const TransposedWeights<Model>& transposes,
-                 const ForwardCache<typename Model::Matrix>& cache,
-                 const typename Model::Adjoint& Obar,
-                 SweepWorkspace<Model>& work,
-                 typename Model::Gradient& grad)
-{
-    const auto layer_gradient =
-        [&](std::size_t i, const auto& H, const auto& Zbar, const Pass& pass) {
-            const Into into = pass.is_first ? Into::overwrite : Into::add;
-            adj_layer<Model>(H, Zbar, into, work.room, grad.weights[i], grad.biases[i]);
-        };
-    sweep(net, transposes, cache, Obar, work, layer_gradient);
-}
-
 // Gradient of every weight and bias. Every entry of grad is overwritten, or added to; sums of adjoints side by side in the
 // slice's turn.
 //
@@ -185,7 +168,7 @@ void backward(const Model& net,
 {
     if (Model::ONE_ADJOINT && into == Into::add && net.nmult > 1) {
         if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
-        sweep_apart(net, transposes, cache, Obar, work, *work.slice_grad);
+        backward(net, transposes, cache, Obar, work, *work.slice_grad, Into::overwrite);
         return do_add(grad, *work.slice_grad);
     }
     const auto layer_gradient = [&](std::size_t i,

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <vector>
+#include <utility>
 
 #include "adjoint/forward.h"
 #include "eval/objective.h"

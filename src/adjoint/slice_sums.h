@@ -11,8 +11,8 @@
 
 namespace VEMKN {
 
-// What a team keeps of slices until it is added takes at most so many numbers for each thread: small gradients, and what large
-// ones are formed from.
+// What a team keeps of slices until it is added takes at most so many numbers for each thread, but always one slice: small
+// gradients, and what large ones are formed from.
 inline constexpr std::size_t KEPT_GRADIENTS = 32768, KEPT_SLICES = 524288;
 
 // Numbers of a gradient.
@@ -52,26 +52,23 @@ typename Model::SValue add_kept_gradients(const Model& net,
         std::vector<Kept> kept;
     };
 
-    // Not so many that threads are idle at the end.
-    constexpr std::size_t MOST = 16, TURNS_OF_A_THREAD = 4;
-    const auto threads = static_cast<std::size_t>(team.size());
-    const std::size_t count = slices.count(),
-                      fit = KEPT_GRADIENTS / std::max<std::size_t>(numbers_of_gradient(net), 1);
-    const std::size_t in_a_row =
-        std::clamp(std::min(fit, count / (TURNS_OF_A_THREAD * threads)), std::size_t{1}, MOST);
+    constexpr std::size_t MOST = 16;
+    const std::size_t fit = KEPT_GRADIENTS / std::max<std::size_t>(numbers_of_gradient(net), 1);
+    const Slices runs = runs_of(slices.count(), std::min(fit, MOST), team);
     const std::size_t of_value = net.weights.size();
     Turns turns(of_value + 1, team);
     typename Model::SValue total(0.0);
-    const auto work_on = [&](Local& local, std::size_t row) {
-        const std::size_t first = row * in_a_row, n = std::min(in_a_row, count - first);
+    const auto work_on = [&](Local& local, std::size_t run) {
+        const std::size_t first = runs.first_row(run), n = runs.rows_of(run);
         SliceWorkspace<Model>& work = local.work;
         for (std::size_t j = 0; j < n; ++j) {
             if (local.kept.size() == j) local.kept.emplace_back(grad);
             Kept& kept = local.kept[j];
             kept.value = adj_slice(work, first + j);
-            sweep_apart(net, transposes, work.cache, work.outAdj, work.sweep, kept.grad);
+            backward(
+                net, transposes, work.cache, work.outAdj, work.sweep, kept.grad, Into::overwrite);
         }
-        const SliceTurn turn(turns, row);
+        const SliceTurn turn(turns, run);
         turn.await(of_value);
         for (std::size_t j = 0; j < n; ++j) total += local.kept[j].value;
         turn.pass_on(of_value);
@@ -84,7 +81,7 @@ typename Model::SValue add_kept_gradients(const Model& net,
             turn.pass_on(i);
         }
     };
-    for_each_in_turn<Local>((count + in_a_row - 1) / in_a_row, team, turns, work_on);
+    for_each_in_turn<Local>(runs.count(), team, turns, work_on);
     return total;
 }
 
@@ -183,7 +180,7 @@ typename Model::SValue add_in_rounds(const Model& net,
                 failure.guard([&] {
                     for (std::size_t j = 0; j < n; ++j) {
                         add_part(parts[p], of_slice[j]->work, room, grad);
-                        if (p == 0) total += of_slice[j]->value;
+                        if (p == 0) total += of_slice[j]->value;  // one thread, in slice order
                     }
                 });
             }

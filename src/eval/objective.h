@@ -63,30 +63,25 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
     }
 
     // A thread of a team evaluates many slices in a row before it adds them in its turn.
-    constexpr std::size_t MOST = 256, TURNS_OF_A_THREAD = 4;
+    constexpr std::size_t MOST = 256;
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
-    const auto threads = static_cast<std::size_t>(team.size());
-    const std::size_t in_a_row =
-        threads == 1
-            ? 1
-            : std::clamp<std::size_t>(slices.count() / (TURNS_OF_A_THREAD * threads), 1, MOST);
+    const Slices runs = runs_of(slices.count(), MOST, team);
     Turns turns(1, team);
     SValue total(0.0);
-    const auto evaluate = [&](Local& local, std::size_t row) {
-        const std::size_t first = row * in_a_row;
-        const std::size_t n = std::min(in_a_row, slices.count() - first);
-        local.parts.resize(in_a_row, SValue(0.0));
+    const auto evaluate = [&](Local& local, std::size_t run) {
+        const std::size_t first = runs.first_row(run), n = runs.rows_of(run);
+        if (local.parts.size() < n) local.parts.resize(n, SValue(0.0));
         for (std::size_t j = 0; j < n; ++j) {
             const RowsView Ys = slices.cut(Y, first + j);
             SValue& part = slice_mean(local, slices.cut(X, first + j), Ys);
             part *= static_cast<double>(Ys.size());
             local.parts[j] = part;
         }
-        turns.await(0, row);
+        turns.await(0, run);
         for (std::size_t j = 0; j < n; ++j) total += local.parts[j];
-        turns.pass_on(0, row);
+        turns.pass_on(0, run);
     };
-    for_each_in_turn<Local>((slices.count() + in_a_row - 1) / in_a_row, team, turns, evaluate);
+    for_each_in_turn<Local>(runs.count(), team, turns, evaluate);
     total /= static_cast<double>(Y.size());
     return total;
 }

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 
+#include "eval/slices.h"
 #include "eval/turns.h"
 #include "model/blas.h"
 #include "runtime/calls.h"
@@ -83,8 +84,11 @@ unsigned worthwhile_threads(const Model& net, std::size_t rows, std::size_t runs
     for (const auto& W : net.weights) {
         of_a_row += static_cast<double>(W.size()) + OF_A_FUNCTION * static_cast<double>(W.cols());
     }
-    const std::size_t numbers = runs * net.nmult * numbers_of_an_entry(net.weights[0]);
-    const double work = of_a_row * static_cast<double>(rows) * static_cast<double>(numbers);
+    double work = of_a_row;
+    for (const std::size_t times :
+         {rows, runs, std::size_t{net.nmult}, numbers_of_an_entry(net.weights[0])}) {
+        work *= static_cast<double>(times);
+    }
     return work < LEAST_WORK ? 1 : net.threads;
 }
 
@@ -127,6 +131,16 @@ void for_each_item(std::size_t items, const TeamPermit& team, const Work& work)
     const auto threads = static_cast<std::size_t>(team.size());
     const std::size_t of_a_thread = std::max<std::size_t>((items + threads - 1) / threads, 1);
     deal_out<Local>(items, of_a_thread, team, work, []() noexcept {});
+}
+
+// Runs of neighbouring slices, cut as slices are cut of rows, which a thread works on before it adds in its turn: at most so many
+// slices a run, and not so many that threads are idle at the end.
+inline Slices runs_of(std::size_t slices, std::size_t most, const TeamPermit& team)
+{
+    constexpr std::size_t TURNS_OF_A_THREAD = 4;
+    const auto threads = static_cast<std::size_t>(team.size());
+    const std::size_t fair = threads == 1 ? 1 : slices / (TURNS_OF_A_THREAD * threads);
+    return {slices, static_cast<std::int32_t>(std::max<std::size_t>(std::min(fair, most), 1))};
 }
 
 // Items that add to sums in their turn.

@@ -17,9 +17,6 @@ public:
     // A team of one adds in its order anyway.
     Turns(std::size_t places, const TeamPermit& team) : places_(team.size() == 1 ? 0 : places) {}
 
-    // Whether anybody may have to wait.
-    bool are_taken() const { return !places_.empty(); }
-
     // Waits until the item before has passed the place on. Throws where it never will.
     void await(std::size_t place, std::size_t item)
     {
@@ -71,6 +68,9 @@ private:
     struct Place {
         std::atomic<std::uint32_t> next{0};
     };
+
+    // Whether anybody may have to wait.
+    bool are_taken() const { return !places_.empty(); }
 
     static void pause()
     {

@@ -179,7 +179,8 @@ inline std::size_t rows_of_a_sum(std::size_t cols)
     return std::max(LEAST, std::bit_floor(NUMBERS / std::max<std::size_t>(cols, 1)));
 }
 
-// C += A*B in a range of its rows, the product formed first; C has its shape. A range begins at a multiple of rows_of_a_sum.
+// C += A*B in a range of its rows, the product formed first; C has its shape. Where OpenBLAS forms it, a range begins at a multiple
+// of rows_of_a_sum.
 template <class Store>
 void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& A,
