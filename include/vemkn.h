@@ -70,8 +70,7 @@
  *   before; flags of the three exceptions that were pending are cleared. A quiet NaN in the data
  *   passes through; a signalling NaN traps (R's NA_real_ is one). vemk_quiet does without traps. A
  *   handler for SIGFPE may leave a call of a handle with one thread by siglongjmp: later calls work,
- *   but the memory of this one is lost, and what it holds is given back at the thread's next call or
- *   its end.
+ *   and what this one holds, its memory too, is given back at the thread's next call or its end.
  * - Width: a call with more input columns than the network takes prints "too many predicates: " and
  *   ends the process with exit status 3. The network takes the smaller of vemk_numin and the first
  *   of the sizes. Exit handlers may make handles and call.

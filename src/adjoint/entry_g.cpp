@@ -20,11 +20,12 @@ int vemk_g(::VEMKNInfo* net,
     if (const auto why = empty_batch(batch)) return refuse("vemk_g", why);
     const auto work =
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
-            WorkModel grad = zeros_like(model);
+            WorkModel::Gradient grad = zeros_like(model);
             const double objective = adj_objv(model, X, Y, 1.0, grad);
 
             results.write(value, objective);
             results.write(gradient, grad);
         };
-    return computing_call(*net, w, batch, {}, work);
+    const Needs needs{rows_of_a_slice(*net, batch), 5, 3};
+    return computing_call(*net, w, batch, {}, needs, work);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <memory>
+#include <optional>
 
 #include "eval/forward.h"
 #include "eval/turns.h"
@@ -66,12 +66,12 @@ struct SweepWorkspace {
         if (layers.size() != n) layers.resize(n);
     }
 
-    std::vector<Layer> layers;
+    CallList<Layer> layers;
     typename Model::Adjoint output_Zbar;
     typename Model::Adjoint pass_Hbar;  // with more than one pass: adjoint of a pass's output
     SumRoom<Model> room;
     // With more than one pass: the gradient of a slice.
-    std::unique_ptr<typename Model::Gradient> slice_grad;
+    std::optional<typename Model::Gradient> slice_grad;
 };
 
 // Gradients of one layer from its input and Zbar; overwritten or added to.
@@ -167,7 +167,7 @@ void backward(const Model& net,
               const SliceTurn& turn = {})
 {
     if (Model::ONE_ADJOINT && into == Into::add && net.nmult > 1) {
-        if (!work.slice_grad) work.slice_grad = std::make_unique<typename Model::Gradient>(grad);
+        if (!work.slice_grad) work.slice_grad.emplace(grad);
         backward(net, transposes, cache, Obar, work, *work.slice_grad, Into::overwrite);
         return do_add(grad, *work.slice_grad);
     }

@@ -12,7 +12,7 @@ typename Model::SValue adj_objv(const Model& net,
                                 const RowsView& X,
                                 const RowsView& Y,
                                 typename Model::SValue seed,
-                                Model& grad)
+                                typename Model::Gradient& grad)
 {
     using SValue = typename Model::SValue;
     const Slices slices(X.rows, net.batch);

@@ -59,7 +59,7 @@ const typename Model::SValue& adj_computev(const Model& net,
                                            typename Model::Matrix& outAdj,
                                            typename Model::Matrix& R,
                                            SliceWorkspace<Model>& work,
-                                           Model& grad)
+                                           typename Model::Gradient& grad)
 {
     adj_outputs(net, X, Y, seed, outAdj, R, work);
     backward(net, work.transposes, work.cache, outAdj, work.sweep, grad, Into::overwrite);

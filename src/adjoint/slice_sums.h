@@ -38,18 +38,18 @@ typename Model::SValue add_kept_gradients(const Model& net,
                                           const Slices& slices,
                                           const TeamPermit& team,
                                           const AdjSlice& adj_slice,
-                                          Model& grad)
+                                          typename Model::Gradient& grad)
 {
     struct Kept {
-        explicit Kept(const Model& shapes) : grad(zeros_like(shapes)) {}
+        explicit Kept(const typename Model::Gradient& shapes) : grad(zeros_like(shapes)) {}
 
         typename Model::SValue value{0.0};
-        Model grad;
+        typename Model::Gradient grad;
     };
 
     struct Local {
         SliceWorkspace<Model> work;
-        std::vector<Kept> kept;
+        CallList<Kept> kept;
     };
 
     constexpr std::size_t MOST = 16;
@@ -92,10 +92,10 @@ struct GradientPart {
 };
 
 template <NetworkModel Model>
-std::vector<GradientPart> parts_of_gradient(const Model& net, const TeamPermit& team)
+CallList<GradientPart> parts_of_gradient(const Model& net, const TeamPermit& team)
 {
     const std::size_t pieces = 2 * static_cast<std::size_t>(team.size());
-    std::vector<GradientPart> parts;
+    CallList<GradientPart> parts;
     for (std::size_t i = 0; i < net.weights.size(); ++i) {
         const auto& W = net.weights[i];
         const std::size_t least = products_with(W) == By::kernels ? 8 : rows_of_a_sum(W.cols());
@@ -116,7 +116,7 @@ template <NetworkModel Model>
 void add_part(const GradientPart& part,
               const SliceWorkspace<Model>& work,
               SumRoom<Model>& room,
-              Model& grad)
+              typename Model::Gradient& grad)
 {
     const std::size_t i = part.layer;
     auto& gW = grad.weights[i];
@@ -139,7 +139,7 @@ typename Model::SValue add_in_rounds(const Model& net,
                                      const Slices& slices,
                                      const TeamPermit& team,
                                      const AdjSlice& adj_slice,
-                                     Model& grad)
+                                     typename Model::Gradient& grad)
 {
     struct Kept {
         SliceWorkspace<Model> work;
@@ -155,11 +155,12 @@ typename Model::SValue add_in_rounds(const Model& net,
     const std::size_t of_a_thread =
         std::clamp(KEPT_SLICES / std::max<std::size_t>(of_a_slice, 1), std::size_t{1}, MOST);
     const std::size_t round = std::min(count, of_a_thread * static_cast<std::size_t>(team.size()));
-    const std::vector<GradientPart> parts = parts_of_gradient(net, team);
-    std::vector<const Kept*> of_slice(round);
+    const CallList<GradientPart> parts = parts_of_gradient(net, team);
+    CallList<const Kept*> of_slice(round);
     typename Model::SValue total(0.0);
     in_team(team, [&](TeamException& failure) {
-        std::vector<std::unique_ptr<Kept>> own;
+        CallList<Kept> own;
+        own.reserve(of_a_thread);
         SumRoom<Model> room;
         for (std::size_t first = 0; first < count; first += round) {
             const std::size_t n = std::min(round, count - first);
@@ -167,8 +168,8 @@ typename Model::SValue add_in_rounds(const Model& net,
 #pragma omp for schedule(static)
             for (std::size_t j = 0; j < n; ++j) {
                 failure.guard([&] {
-                    if (used == own.size()) own.push_back(std::make_unique<Kept>());
-                    Kept& kept = *own[used++];
+                    if (used == own.size()) own.emplace_back();
+                    Kept& kept = own[used++];
                     SliceWorkspace<Model>& work = kept.work;
                     kept.value = adj_slice(work, first + j);
                     sweep(net, transposes, work.cache, work.outAdj, work.sweep, [](auto&&...) {});
@@ -195,7 +196,7 @@ template <NetworkModel Model, class AdjSlice>
 typename Model::SValue adj_slices(const Model& net,
                                   const Slices& slices,
                                   const AdjSlice& adj_slice,
-                                  Model& grad)
+                                  typename Model::Gradient& grad)
 {
     const TransposedWeights<Model> transposes(net);
     const TeamPermit team(slices.count(), worthwhile_threads(net, slices.rows(), 2));

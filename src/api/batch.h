@@ -9,7 +9,7 @@ class InputRows {
 public:
     InputRows(const double* data, std::size_t rows, std::size_t cols)
     {
-        if (data == nullptr) zeros_.resize(rows, cols);
+        if (data == nullptr) set_zero(zeros_, rows, cols);
         view_ = RowsView(data == nullptr ? zeros_.data() : data, rows, cols);
     }
 
@@ -19,7 +19,7 @@ public:
     operator const RowsView&() const { return view_; }
 
 private:
-    MatrixTemplate<double> zeros_;
+    WorkMatrix zeros_;
     RowsView view_;
 };
 

@@ -4,6 +4,8 @@
 
 #include "api/handle.h"
 #include "fad/tangent_counts.h"
+#include "model/blas.h"
+#include "model/params.h"
 #include "network/mknn.h"
 
 int vemkn_rowmajor = 0;
@@ -17,6 +19,9 @@ using namespace VEMKN;
     auto net = std::make_unique<VEMKN::VEMKNInfo>();
     yafad::reset_tangent_count();
     net->model = mknn<DoubleModel>(description);
+    net->functions = function_rows(net->model.activation_name, net->model.norm_name);
+    net->numel = numel(net->model);
+    net->enters = multiplies_by_blas(net->model) ? Enters::blas : Enters::nothing;
     net->derivative_model = mknn<CarrierModel>(description, std::uint64_t{1});
     vemk_setpar(net.get(), static_cast<unsigned>(omp_get_num_threads()), 32);
     return net.release();

@@ -35,7 +35,7 @@ unsigned vemk_numout(::VEMKNInfo* net)
 
 uint64_t vemk_numel(::VEMKNInfo* net)
 {
-    return net == nullptr ? 0 : numel(net->model);
+    return net == nullptr ? 0 : net->numel;
 }
 
 double vemk_logp_bias(::VEMKNInfo* net)
@@ -85,7 +85,7 @@ int vemk_setweights(::VEMKNInfo* net, const double* w, unsigned n)
 int vemk_getweights(::VEMKNInfo* net, double* w, unsigned n)
 {
     if (net == nullptr || (w == nullptr && n > 0)) return -1;
-    if (n > numel(net->model)) return refuse("vemk_getweights", wrong_weight_count(net, n, "n"));
+    if (n > net->numel) return refuse("vemk_getweights", wrong_weight_count(net, n, "n"));
     const std::valarray<double> flat = getweights(net->model);
     std::copy_n(std::begin(flat), n, w);
     return 0;

@@ -4,6 +4,8 @@
 
 #include "fad/elementary/model.h"
 #include "model/model.h"
+#include "network/function_tables.h"
+#include "runtime/calls.h"
 #include "vemkn.h"
 
 namespace VEMKN {
@@ -14,6 +16,10 @@ struct VEMKNInfo {
     std::uint64_t header = 440;  // never read
     DoubleModel model;
     CarrierModel derivative_model;
+    // What does not depend on weights, found once for all calls.
+    FunctionRows functions;
+    std::uint64_t numel = 0;
+    Enters enters = Enters::nothing;
     bool quiet = false;  // computing calls arm no traps
 };
 

@@ -1,6 +1,5 @@
 #include "api/refusals.h"
 
-#include "model/params.h"
 #include "runtime/messages.h"
 
 namespace VEMKN {
@@ -55,9 +54,8 @@ Reason no_norm(const VEMKNInfo* net)
 
 Reason wrong_weight_count(const VEMKNInfo* net, unsigned nw, const char* name)
 {
-    const std::uint64_t needed = numel(net->model);
-    if (nw == needed) return {};
-    return message(name, " is ", nw, ", the network has ", needed, " parameters");
+    if (nw == net->numel) return {};
+    return message(name, " is ", nw, ", the network has ", net->numel, " parameters");
 }
 
 Reason too_many(const char* what, std::uint64_t a, std::uint64_t b, std::uint64_t c)

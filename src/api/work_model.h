@@ -11,59 +11,51 @@
 
 namespace VEMKN {
 
-using WorkModel = NNTemplate<WorkMatrix, AlignedArray, double>;
-using CotangentsModel = NNTemplate<WorkMatrix, AlignedArray, double, BlockRow>;
-using CarrierWorkModel = NNTemplate<yafad::Bundle, yafad::Bundle, yafad::FO::Dynamic::Active<1>>;
+using WorkModel = NNTemplate<WorkMatrix, AlignedArray, double, WorkMatrix, WeightsView, BiasView>;
+using CotangentsModel =
+    NNTemplate<WorkMatrix, AlignedArray, double, BlockRow, WeightsView, BiasView>;
+using CarrierWorkModel = NNTemplate<yafad::Bundle, yafad::Bundle, yafad::WorkScalar>;
 
-// The same network over other containers: its functions and numbers, without weights and biases.
-template <class Work, class Model>
-Work work_model(const Model& net)
+// The network of a handle over other containers: its functions and numbers, without weights and biases.
+template <class Work>
+Work work_model(const VEMKNInfo& net)
 {
     Work work;
-    work.numin = net.numin;
-    work.numout = net.numout;
-    work.nlayers = net.nlayers;
-    work.nmult = net.nmult;
-    work.batch = net.batch;
-    work.threads = net.threads;
-    work.activation = activation_named<Work>(net.activation_name);
-    set_norm_named(net.norm_name, work);
-    work.weights.resize(net.weights.size());
-    work.biases.resize(net.biases.size());
+    work.numin = net.model.numin;
+    work.numout = net.model.numout;
+    work.nlayers = net.model.nlayers;
+    work.nmult = net.model.nmult;
+    work.batch = net.model.batch;
+    work.threads = net.model.threads;
+    set_functions(net.functions, work);
+    work.weights.reserve(net.model.weights.size());
+    work.biases.reserve(net.model.weights.size());
     return work;
 }
 
-// The caller's weights, or in place of a null w the handle's own ones: those of its double model.
-class Weights {
-public:
-    Weights(const VEMKNInfo& net, const double* w)
-    {
-        if (w == nullptr) own_ = getweights(net.model);
-        data_ = w == nullptr ? std::begin(own_) : w;
-    }
+// Where the parameters of a call lie: a bias vector or a weight matrix of the handle's double model, whose first element is that of
+// a flat vector, in the caller's w, or in the handle itself in place of a null one.
+template <class Part>
+const double* where_lies(const Part& part, std::size_t first, const double* w)
+{
+    return w == nullptr ? elements(part) : w + first;
+}
 
-    Weights(const Weights&) = delete;
-    Weights& operator=(const Weights&) = delete;
-
-    const double* data() const { return data_; }
-
-private:
-    std::valarray<double> own_;
-    const double* data_;
-};
-
-// The network at the caller's weights, over doubles.
+// The network over doubles, at the caller's weights, which are read where they lie.
 template <class Work>
 Work with_weights(const VEMKNInfo& net, const double* w)
 {
-    Work model = work_model<Work>(net.model);
-    for (std::size_t i = 0; i < model.weights.size(); ++i) {
-        const MatrixTemplate<double>& W = net.model.weights[i];
-        model.weights[i].resize(W.rows(), W.cols());
-        set_size(model.biases[i], W.cols());
+    Work work = work_model<Work>(net);
+    std::size_t first = 0;
+    for (std::size_t i = 0; i < net.model.weights.size(); ++i) {
+        const auto& b = net.model.biases[i];
+        work.biases.emplace_back(where_lies(b, first, w), b.size());
+        first += b.size();
+        const auto& W = net.model.weights[i];
+        work.weights.emplace_back(where_lies(W, first, w), W.rows(), W.cols());
+        first += W.size();
     }
-    setweights(model, Weights(net, w).data());
-    return model;
+    return work;
 }
 
 // The same over carriers, each weight with the caller's tangents v as derivatives.
@@ -72,16 +64,19 @@ inline CarrierWorkModel with_tangents(const VEMKNInfo& net,
                                       const double* w,
                                       const double* v)
 {
-    CarrierWorkModel model = work_model<CarrierWorkModel>(net.derivative_model);
-    for (std::size_t i = 0; i < model.weights.size(); ++i) {
-        const yafad::MatrixCarrier& W = net.derivative_model.weights[i];
-        model.weights[i].set_shape(W.rows(), W.cols(), seeding.tangents());
-        model.biases[i].set_shape(1, W.cols(), seeding.tangents());
+    CarrierWorkModel model = work_model<CarrierWorkModel>(net);
+    std::size_t first = 0;
+    const auto seed = [&](yafad::Bundle& part, const auto& of_handle) {
+        seeding.seed(part, first, where_lies(of_handle, first, w), v);
+        first += of_handle.size();
+    };
+    for (std::size_t i = 0; i < net.model.weights.size(); ++i) {
+        const auto& W = net.model.weights[i];
+        model.biases.emplace_back().set_shape(1, W.cols(), seeding.tangents());
+        seed(model.biases[i], net.model.biases[i]);
+        model.weights.emplace_back().set_shape(W.rows(), W.cols(), seeding.tangents());
+        seed(model.weights[i], W);
     }
-    const Weights weights(net, w);
-    for_each_parameter(model, [&](yafad::Bundle& part, std::size_t first) {
-        seeding.seed(part, first, weights.data(), v);
-    });
     return model;
 }
 

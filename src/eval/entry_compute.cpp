@@ -23,7 +23,8 @@ int vemk_compute(::VEMKNInfo* net,
     const auto work = [&](const auto& model, const RowsView& X, const RowsView&, Results& results) {
         results.write(out, computev(model, X));
     };
-    return computing_call(*net, w, batch, {}, work);
+    const Needs needs{rows_of_a_chunk(batch), 2, 0, std::size_t{nrows} * net->model.numout};
+    return computing_call(*net, w, batch, {}, needs, work);
 }
 
 int vemk_residual(::VEMKNInfo* net,
@@ -46,5 +47,6 @@ int vemk_residual(::VEMKNInfo* net,
             subtract_rows(R, Y);
             results.write(out, R);
         };
-    return computing_call(*net, w, batch, {}, work);
+    const Needs needs{rows_of_a_chunk(batch), 2, 0, batch.elements()};
+    return computing_call(*net, w, batch, {}, needs, work);
 }

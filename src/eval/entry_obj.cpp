@@ -22,7 +22,8 @@ int vemk_obj(::VEMKNInfo* net,
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             results.write(result, objv(model, X, Y));
         };
-    return computing_call(*net, w, batch, {}, work);
+    const Needs needs{rows_of_a_slice(*net, batch), 2};
+    return computing_call(*net, w, batch, {}, needs, work);
 }
 
 int vemk_objv(::VEMKNInfo* net,
@@ -47,5 +48,6 @@ int vemk_objv(::VEMKNInfo* net,
             });
             results.write(out, values);
         };
-    return computing_call(*net, w, batch, {}, work);
+    const Needs needs{rows_of_a_slice(*net, batch), 2, 0, batch.elements()};
+    return computing_call(*net, w, batch, {}, needs, work);
 }

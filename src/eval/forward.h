@@ -85,7 +85,7 @@ private:
     bool whole_;
     std::size_t last_ = 0;
     std::size_t turn_ = 0;
-    std::vector<Step> steps_;
+    CallList<Step> steps_;
     Plain<Matrix> padding_;
 };
 

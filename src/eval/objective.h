@@ -49,7 +49,7 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
     struct Local {
         ForwardCache<Matrix> cache{ForwardCache<Matrix>::Memory::rolling};
         SValue mean{0.0};
-        std::vector<SValue> parts;  // of slices in a row
+        CallList<SValue> parts;  // of slices in a row
     };
 
     const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) -> SValue& {

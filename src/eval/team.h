@@ -57,12 +57,14 @@ void in_team([[maybe_unused]] const TeamPermit& team, const Body& body)
     TeamException failure;
     const bool plain = WithoutBlas::here();
     const ScopedEnvironment of_caller;
+    const Arena arena_of_caller = arena;
     // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
     fedisableexcept(TRAPS);
 #pragma omp parallel num_threads(team.size())
     {
         const ScopedEnvironment taken_over(of_caller.before());
         const WithoutBlas products(plain);
+        const MemoryOfTeam memory(arena_of_caller);
         body(failure);
     }
     failure.rethrow();

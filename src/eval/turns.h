@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <thread>
-#include <vector>
 
+#include "runtime/call_memory.h"
 #include "runtime/calls.h"
 
 namespace VEMKN {
@@ -79,7 +79,7 @@ private:
 #endif
     }
 
-    std::vector<Place> places_;
+    CallList<Place> places_;
     std::atomic<bool> abandoned_{false};
 };
 

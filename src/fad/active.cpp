@@ -1,5 +1,7 @@
 #include "fad/active.h"
 
+#include <algorithm>
+
 #include "runtime/messages.h"
 
 namespace yafad {
@@ -13,14 +15,11 @@ void report_error(Error& error)
     }
 }
 
-namespace {
-
-// The place that a report names: a fixed part of the message, which hosts may look for.
-constexpr const char* REPORT_FILE = "ad.h";
-constexpr int REPORT_LINE = 269;
-
-void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor)
+void FO::Dynamic::report_pole_division(const Active<1>& dividend, double divisor)
 {
+    // The place that a report names: a fixed part of the message, which hosts may look for.
+    constexpr const char* REPORT_FILE = "ad.h";
+    constexpr int REPORT_LINE = 269;
     const std::string point = VEMKN::message("non differentiable function ",
                                              "division",
                                              " at point (",
@@ -40,21 +39,19 @@ void report_pole_division(const FO::Dynamic::Active<1>& dividend, double divisor
     report_error(error);
 }
 
-}  // namespace
+void FO::Dynamic::report_pole_division(const WorkScalar& dividend, double divisor)
+{
+    Active<1> of_host(dividend.value, dividend.derivatives.size());
+    std::copy(
+        dividend.derivatives.begin(), dividend.derivatives.end(), std::begin(of_host.derivatives));
+    report_pole_division(of_host, divisor);
+}
 
 FO::Dynamic::Active<1>::Active(double number) : Active(number, scalar_tangent_count) {}
 
 FO::Dynamic::Active<1>::Active(double number, std::uint64_t tangents)
     : N(tangents), value(number), derivatives(0.0, tangents)
 {
-}
-
-FO::Dynamic::Active<1>& FO::Dynamic::operator/=(Active<1>& a, double divisor)
-{
-    if (divisor == 0.0) report_pole_division(a, divisor);
-    a.value /= divisor;
-    a.derivatives /= divisor;
-    return a;
 }
 
 }  // namespace yafad

@@ -13,7 +13,7 @@
 // - Bundles (fad/bundle.h) are what calls compute with: the derivatives of a matrix lie side by side in one array, so that
 //   one product or one loop serves all of them. The routines of eval and adjoint run over bundles as they run over doubles.
 //   The forward pass so gives Jacobian-vector products; the hand-written backward sweep, whose result is the gradient, gives
-//   Hessian-vector products: forward over reverse. Scalars are FO::Dynamic::Active<1>.
+//   Hessian-vector products: forward over reverse. Scalars are WorkScalar.
 // - Elementary carriers (fad/elementary/) keep each derivative in a container of its own: fad1<std::valarray<double>> and
 //   fad1<MatrixTemplate<double>>. The second model of a handle is made of them, and their arithmetic, one elementary
 //   operation after the other, is what the loops over bundles are checked against. No call goes through it.

@@ -46,6 +46,9 @@ inline void take_shape(const Bundle& x, Bundle& y)
 }  // namespace yafad
 
 template <>
+inline constexpr bool VEMKN::MADE_BY_CALLS<yafad::Bundle> = true;
+
+template <>
 struct VEMKN::PlainOf<yafad::Bundle> {
     using type = VEMKN::WorkMatrix;
 };

@@ -101,8 +101,8 @@ void add_derivatives(const Bundle& x, const StripOfEach& strip, const double* te
 }
 
 // s = sum of F over the elements of x, value and derivatives each from the first element to the last.
-template <class F>
-void sum_of(const Bundle& x, FO::Dynamic::Active<1>& s)
+template <class F, ScalarCarrier S>
+void sum_of(const Bundle& x, S& s)
 {
     Strip room, terms, term;
     set_constant(s, VEMKN::empty_sum(x.size()));
@@ -173,8 +173,8 @@ void adj_apply_each(const Bundle& x, const Bundle& ybar, Bundle& xbar)
 }
 
 // xbar from one adjoint for all of them: that of a sum.
-template <class F>
-void adj_apply_same(const Bundle& x, const FO::Dynamic::Active<1>& ybar, Bundle& xbar)
+template <class F, ScalarCarrier S>
+void adj_apply_same(const Bundle& x, const S& ybar, Bundle& xbar)
 {
     take_shape(x, xbar);
     xbar.value.store() = ybar.value;

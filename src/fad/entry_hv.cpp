@@ -47,5 +47,7 @@ int vemk_Hv(::VEMKNInfo* net,
             results.write(hv, products);
         };
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
-    return computing_call(*net, w, batch, tangents, hold, make_model, work);
+    const std::size_t numbers = 1 + seeding.tangents();
+    const Needs needs{rows_of_a_slice(*net, batch), 5 * numbers, 4 * numbers, std::size_t{nw} * nv};
+    return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

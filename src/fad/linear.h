@@ -28,9 +28,9 @@ inline std::size_t numbers_of_an_entry(const Bundle& x)
     return 1 + x.tangents();
 }
 
-inline FO::Dynamic::Active<1> scalar_like(const Bundle&)
+inline WorkScalar scalar_like(const Bundle&)
 {
-    return FO::Dynamic::Active<1>(0.0);
+    return WorkScalar(0.0);
 }
 
 inline void set_zero(Bundle& A)

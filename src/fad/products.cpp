@@ -4,6 +4,8 @@
 
 namespace yafad {
 
+using VEMKN::PassingMemory;
+
 namespace {
 
 // dC_k = dA_k*B + A*dB_k
@@ -23,6 +25,7 @@ void add_constant_tangents(
     const Factor& A, const Factor& B, Bundle& C, By by, const RowRange& range)
 {
     if (C.tangents() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
+    const PassingMemory memory;
     WorkMatrix zero(A.data, A.rows, A.cols);
     for (double& entry : zero.store()) entry *= 0.0;
     const Factor dA = A.transposed ? VEMKN::transposed(zero) : Factor(zero);

@@ -19,13 +19,13 @@ public:
     // Deliberate: a single weight with a single tangent is differentiated along 1.0 whatever the caller passed.
     bool is_identity() const { return nw_ == 1 && nv_ == 1; }
 
-    // part = the weights w[first ...] with the entries of the tangents v there as derivatives. Where there are none
+    // part = the weights w with the entries of the tangents v from the first one on as derivatives. Where there are none
     // (null v, or fewer of them than are carried), those of a constant: the weight times 0.0, which is formed in any case,
     // so that an infinite weight raises its exception.
     void seed(Bundle& part, std::size_t first, const double* w, const double* v) const
     {
         const std::size_t cols = part.cols(), n = part.tangents();
-        std::copy_n(w + first, part.size(), part.value.data());
+        std::copy_n(w, part.size(), part.value.data());
         if (n == 0) return;
         AlignedArray of_constant(part.value.data(), part.size());
         for (double& derivative : of_constant) derivative *= 0.0;

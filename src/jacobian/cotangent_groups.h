@@ -23,6 +23,9 @@ public:
 
     std::size_t size(std::size_t group) const { return end(group) - begin(group); }
 
+    // The size of the largest one.
+    std::size_t largest() const { return count_ == 0 ? 0 : (cotangents_ + count_ - 1) / count_; }
+
 private:
     std::size_t cotangents_;
     std::size_t count_;

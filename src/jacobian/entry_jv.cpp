@@ -51,5 +51,8 @@ int vemk_Jv(::VEMKNInfo* net,
             results.write(jac, derivatives);
         };
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
-    return computing_call(*net, w, batch, tangents, hold, make_model, work);
+    const std::size_t numbers = 1 + seeding.tangents();
+    const Needs needs{
+        rows_of_a_slice(*net, batch), 2 * numbers, numbers, batch.elements() * (1 + nv)};
+    return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

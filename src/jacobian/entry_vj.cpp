@@ -25,7 +25,7 @@ int vemk_vJ(::VEMKNInfo* net,
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             const InputRows U(u, nrows, ycols);
             WorkMatrix R;
-            WorkModel grad = zeros_like(model);
+            WorkModel::Gradient grad = zeros_like(model);
             Trace trace;
             adj_residuals(model, X, Y, R, U, grad);
             trace.finish();
@@ -34,5 +34,6 @@ int vemk_vJ(::VEMKNInfo* net,
             results.write(r_out, R);
             results.write(g_out, grad);
         };
-    return computing_call(*net, w, batch, cotangent, work);
+    const Needs needs{rows_of_a_slice(*net, batch), 5, 3, batch.elements()};
+    return computing_call(*net, w, batch, cotangent, needs, work);
 }

@@ -28,11 +28,11 @@ int vemk_vJ_vec(::VEMKNInfo* net,
     const auto work =
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             const InputRows U(u, std::size_t{k} * nrows, ycols);
-            std::valarray<RowsView> cotangents(k);
+            CallList<RowsView> cotangents(k);
             for (std::size_t i = 0; i < k; ++i) cotangents[i] = RowsView(U).slice(i * nrows, nrows);
             WorkMatrix R;
             const CotangentGroups groups = cotangent_groups(model, k);
-            std::valarray<CotangentsModel::Gradient> grads;
+            CallList<CotangentsModel::Gradient> grads;
             Trace trace;
             adj_computev_vec(model, X, Y, R, cotangents, groups, grads);
             trace.finish();
@@ -46,5 +46,8 @@ int vemk_vJ_vec(::VEMKNInfo* net,
                 }
             }
         };
-    return computing_call<CotangentsModel>(*net, w, batch, all_cotangents, work);
+    const std::size_t together = cotangent_groups(net->model, k).largest();
+    const Needs needs{
+        rows_of_a_chunk(batch), 4 + 2 * together, 1, batch.elements() + std::size_t{k} * nw};
+    return computing_call<CotangentsModel>(*net, w, batch, all_cotangents, needs, work);
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <valarray>
-
 #include "adjoint/objective.h"
 #include "jacobian/cotangent_groups.h"
 
@@ -18,7 +16,7 @@ void adj_residuals(const Model& net,
                    const RowsView& Y,
                    typename Model::Matrix& R,
                    const RowsView& U,
-                   Model& grad)
+                   typename Model::Gradient& grad)
 {
     R.resize(X.rows, Y.cols);
     if (R.size() == 0) return;
@@ -74,14 +72,14 @@ void adj_computev_vec(const Model& net,
                       const RowsView& X,
                       const RowsView& Y,
                       typename Model::Matrix& R,
-                      const std::valarray<RowsView>& U,
+                      const CallList<RowsView>& U,
                       const CotangentGroups& groups,
-                      std::valarray<typename Model::Gradient>& grads)
+                      CallList<typename Model::Gradient>& grads)
 {
     using Matrix = typename Model::Matrix;
     R.resize(X.rows, Y.cols);
 
-    grads = std::valarray<typename Model::Gradient>(groups.count());
+    grads.resize(groups.count());
     for (std::size_t g = 0; g < groups.count(); ++g) {
         grads[g] = gradients_side_by_side(net, groups.size(g));
         if (X.rows == 0) setweights0(grads[g]);  // no sweep fills them
@@ -130,7 +128,7 @@ void adj_computev_vec(const Model& net,
         });
         return;
     }
-    std::vector<ForwardCache<Matrix>> caches(chunks.count());
+    CallList<ForwardCache<Matrix>> caches(chunks.count());
     for_each_item<Local>(
         chunks.count(), team, [&](Local& local, std::size_t j) { run_chunk(local, caches[j], j); });
     const auto sweep_item = [&](Local& local, std::size_t item) {

@@ -7,11 +7,13 @@
 #include <new>
 #include <utility>
 
+#include "runtime/call_memory.h"
+
 namespace VEMKN {
 
 // Doubles to compute with. Their storage begins where a cache line does, so that a load of a whole vector register
 // touches one line: operator new promises a quarter of that. And it stays when fewer elements are wanted, as for the
-// last slice of a batch. Owns its storage; copied by value.
+// last slice of a batch. It is the call's (runtime/call_memory.h), or outside of calls the array's own; copied by value.
 class AlignedArray {
 public:
     AlignedArray() = default;
@@ -60,9 +62,12 @@ public:
     {
         if (n > capacity_) {
             if (n > PTRDIFF_MAX / sizeof(double) - PER_LINE) throw std::bad_alloc();
-            memory_.reset(new double[n + PER_LINE - 1]);
-            const auto address = reinterpret_cast<std::uintptr_t>(memory_.get());
-            first_ = memory_.get() + (LINE - address % LINE) % LINE / sizeof(double);
+            if (in_call_memory()) {
+                first_ = static_cast<double*>(take_call_memory(n * sizeof(double)));
+                own_.reset();
+            } else {
+                take_own(n);
+            }
             capacity_ = n;
         }
         size_ = n;
@@ -83,17 +88,24 @@ public:
     const double& operator[](std::size_t i) const { return first_[i]; }
 
 private:
-    static constexpr std::size_t LINE = 64, PER_LINE = LINE / sizeof(double);
+    static constexpr std::size_t PER_LINE = CACHE_LINE / sizeof(double);
+
+    void take_own(std::size_t n)
+    {
+        own_.reset(new double[n + PER_LINE - 1]);
+        const auto address = reinterpret_cast<std::uintptr_t>(own_.get());
+        first_ = own_.get() + (CACHE_LINE - address % CACHE_LINE) % CACHE_LINE / sizeof(double);
+    }
 
     void swap(AlignedArray& other) noexcept
     {
-        std::swap(memory_, other.memory_);
+        std::swap(own_, other.own_);
         std::swap(first_, other.first_);
         std::swap(size_, other.size_);
         std::swap(capacity_, other.capacity_);
     }
 
-    std::unique_ptr<double[]> memory_;
+    std::unique_ptr<double[]> own_;
     double* first_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;

@@ -26,6 +26,8 @@ struct Factor : StridedView {
     {
     }
 
+    Factor(const WeightsView& m) : Factor(RowsView(m)) {}
+
     // Shape as used.
     std::size_t used_rows() const { return transposed ? cols : rows; }
 
@@ -114,12 +116,9 @@ inline void product(
 
 // C = A*B. C is resized.
 template <class Store>
-void do_mult(const RowsView& A,
-             const DoubleMatrix<Store>& B,
-             DoubleMatrix<Store>& C,
-             By by = By::kernels)
+void do_mult(const RowsView& A, const RowsView& B, DoubleMatrix<Store>& C, By by = By::kernels)
 {
-    C.resize(A.rows, B.cols());
+    C.resize(A.rows, B.cols);
     product(A, B, C.data(), Into::overwrite, by);
 }
 
@@ -214,8 +213,8 @@ void do_binmult_add(DoubleMatrix<Store>& C,
 // b has as many entries as A has columns; else "invalid dims\n" on standard error and C keeps the values of A.
 // Returns whether the sum was formed.
 // C may be A.
-template <class Store>
-bool do_binplus(DoubleMatrix<Store>& C, const DoubleMatrix<Store>& A, const Store& b)
+template <class Store, class Numbers = Store>
+bool do_binplus(DoubleMatrix<Store>& C, const DoubleMatrix<Store>& A, const Numbers& b)
 {
     if (&C != &A) C = A;
     if (b.size() == C.size()) {

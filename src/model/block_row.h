@@ -91,6 +91,9 @@ private:
     std::size_t pitch_ = 0;
 };
 
+template <>
+inline constexpr bool MADE_BY_CALLS<BlockRow> = true;
+
 // What follows is described at its twin for one matrix, in model/matrix.h, model/linear.h and model/blas.h.
 
 inline void take_shape(const BlockRow& of, BlockRow& to)

@@ -112,15 +112,16 @@ void subtract_rows(DoubleMatrix<Store>& R, const RowsView& Y)
 
 // At = transpose of A, square by square so that both are walked in cache lines.
 template <class Store>
-void transpose(const DoubleMatrix<Store>& A, DoubleMatrix<Store>& At)
+void transpose(const RowsView& A, DoubleMatrix<Store>& At)
 {
     constexpr std::size_t SIDE = 8;
-    const std::size_t rows = A.rows(), cols = A.cols();
+    const std::size_t rows = A.rows, cols = A.cols;
     At.resize(cols, rows);
     for (std::size_t r0 = 0; r0 < rows; r0 += SIDE) {
         for (std::size_t c0 = 0; c0 < cols; c0 += SIDE) {
             for (std::size_t c = c0; c < std::min(c0 + SIDE, cols); ++c) {
-                for (std::size_t r = r0; r < std::min(r0 + SIDE, rows); ++r) At(c, r) = A(r, c);
+                for (std::size_t r = r0; r < std::min(r0 + SIDE, rows); ++r)
+                    At(c, r) = A.data[r * cols + c];
             }
         }
     }

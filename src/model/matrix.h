@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <valarray>
+#include <vector>
 
 #include "model/aligned_array.h"
 
@@ -46,7 +48,7 @@ class MatrixTemplate {
 public:
     MatrixTemplate() = default;
 
-    // Zeros.
+    // Zeros; over an AlignedArray without contents.
     MatrixTemplate(std::uint64_t rows, std::uint64_t cols) { resize(rows, cols); }
 
     // A copy of rows*cols elements, row by row.
@@ -124,6 +126,58 @@ struct PlainOf {
 template <class Matrix>
 using Plain = typename PlainOf<Matrix>::type;
 
+// A weight matrix that somebody else holds, row by row.
+class WeightsView {
+public:
+    WeightsView(const double* data, std::size_t rows, std::size_t cols)
+        : data_(data), rows_(rows), cols_(cols)
+    {
+    }
+
+    std::size_t rows() const { return rows_; }
+
+    std::size_t cols() const { return cols_; }
+
+    std::size_t size() const { return rows_ * cols_; }
+
+    const double* data() const { return data_; }
+
+private:
+    const double* data_;
+    std::size_t rows_, cols_;
+};
+
+// A bias vector that somebody else holds.
+class BiasView {
+public:
+    BiasView(const double* data, std::size_t size) : data_(data), size_(size) {}
+
+    std::size_t size() const { return size_; }
+
+    const double* begin() const { return data_; }
+
+    const double* end() const { return data_ + size_; }
+
+private:
+    const double* data_;
+    std::size_t size_;
+};
+
+// The list of the matrices or vectors of a model: calls make those of what they compute with, hosts hold any other.
+template <class T>
+inline constexpr bool MADE_BY_CALLS = false;
+template <>
+inline constexpr bool MADE_BY_CALLS<AlignedArray> = true;
+template <>
+inline constexpr bool MADE_BY_CALLS<WorkMatrix> = true;
+template <>
+inline constexpr bool MADE_BY_CALLS<WeightsView> = true;
+template <>
+inline constexpr bool MADE_BY_CALLS<BiasView> = true;
+
+template <class T>
+using ListOf = std::conditional_t<MADE_BY_CALLS<T>, CallList<T>, std::vector<T>>;
+
 // Some rows of a matrix that somebody else owns, contiguous and row by row: a caller's batch, a slice
 // of it, or a whole MatrixTemplate. A batch is a constant, so nothing ever writes through it.
 struct RowsView {
@@ -142,6 +196,8 @@ struct RowsView {
     RowsView(const DoubleMatrix<Store>& m) : data(m.data()), rows(m.rows()), cols(m.cols())
     {
     }
+
+    RowsView(const WeightsView& m) : data(m.data()), rows(m.rows()), cols(m.cols()) {}
 
     std::size_t size() const { return rows * cols; }
 
@@ -225,6 +281,18 @@ DoubleMatrix<Store> zeros_like(const DoubleMatrix<Store>& A)
     return zeros;
 }
 
+inline WorkMatrix zeros_like(const WeightsView& A)
+{
+    WorkMatrix zeros;
+    set_zero(zeros, A.rows(), A.cols());
+    return zeros;
+}
+
+inline AlignedArray zeros_like(const BiasView& b)
+{
+    return AlignedArray(b.size());
+}
+
 // The vector and scalar types that go with a vector or a matrix; a vector with as many elements as x.
 template <class Array>
 Array vector_like(const Array& x)
@@ -247,6 +315,11 @@ double scalar_like(const Array&)
 // How many numbers there are to an entry: the value, and its tangents where it has some.
 template <class Store>
 std::size_t numbers_of_an_entry(const DoubleMatrix<Store>&)
+{
+    return 1;
+}
+
+inline std::size_t numbers_of_an_entry(const WeightsView&)
 {
     return 1;
 }

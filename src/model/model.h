@@ -25,13 +25,20 @@ struct FunctionPair {
 // One template for the models of a handle, doubles and carriers of values with tangents, and for those that calls compute
 // with. A gradient is a second NNTemplate of the same shapes whose weights and biases hold partial derivatives. Adjoints
 // are of the type of what they belong to, or of another that holds several for each of its numbers, vectors and matrices
-// alike.
-template <class MatrixT, class VectorT, class Scalar, class AdjointT = MatrixT>
+// alike. Weights and biases may be views of somebody else's.
+template <class MatrixT,
+          class VectorT,
+          class Scalar,
+          class AdjointT = MatrixT,
+          class WeightsT = MatrixT,
+          class BiasT = VectorT>
 struct NNTemplate {
     using Matrix = MatrixT;
     using Vector = VectorT;
     using SValue = Scalar;
     using Adjoint = AdjointT;
+    using Weights = WeightsT;
+    using Bias = BiasT;
     static constexpr bool ONE_ADJOINT = std::is_same_v<Adjoint, Matrix>;
     using AdjointVector = std::conditional_t<ONE_ADJOINT, Vector, Adjoint>;
     using Gradient = NNTemplate<Adjoint, AdjointVector, SValue>;
@@ -59,8 +66,8 @@ struct NNTemplate {
     std::int32_t batch = 0;     // rows of a slice
     std::uint32_t threads = 1;  // that slices are dealt to, at most
     std::valarray<unsigned int> sizes;
-    std::vector<Matrix> weights;
-    std::vector<Vector> biases;
+    ListOf<Weights> weights;
+    ListOf<Bias> biases;
     std::string norm_name;
     SValue logp_bias{};
     SValue logp_sigma{};

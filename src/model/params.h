@@ -86,14 +86,14 @@ void setweights0(Model& net)
 }
 
 // The weights and biases of a model of the same shapes, all 0.0, without its functions: the start of a gradient.
-template <class Matrix, class Vector, class Scalar>
-NNTemplate<Matrix, Vector, Scalar> zeros_like(const NNTemplate<Matrix, Vector, Scalar>& net)
+template <class Matrix, class Vector, class Scalar, class... Others>
+auto zeros_like(const NNTemplate<Matrix, Vector, Scalar, Others...>& net)
 {
     NNTemplate<Matrix, Vector, Scalar> zeros;
     zeros.weights.reserve(net.weights.size());
     zeros.biases.reserve(net.biases.size());
-    for (const Matrix& W : net.weights) zeros.weights.push_back(zeros_like(W));
-    for (const Vector& b : net.biases) zeros.biases.push_back(zeros_like(b));
+    for (const auto& W : net.weights) zeros.weights.push_back(zeros_like(W));
+    for (const auto& b : net.biases) zeros.biases.push_back(zeros_like(b));
     return zeros;
 }
 

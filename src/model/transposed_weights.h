@@ -1,7 +1,5 @@
 #pragma once
 
-#include <vector>
-
 #include "model/blas.h"
 #include "model/model.h"
 
@@ -38,7 +36,7 @@ public:
     }
 
 private:
-    std::vector<typename Model::Matrix> transposed_;
+    ListOf<typename Model::Matrix> transposed_;
 };
 
 }  // namespace VEMKN

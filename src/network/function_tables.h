@@ -1,7 +1,7 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 #include <tuple>
 
@@ -40,14 +40,6 @@ template <class List, class Row>
 constexpr auto rows_of(const List& list, const Row& row)
 {
     return std::apply([&](const auto&... entry) { return std::array{row(entry)...}; }, list);
-}
-
-template <class Rows>
-const auto* row_named(const Rows& rows, std::string_view word)
-{
-    const auto found =
-        std::ranges::find_if(rows, [&](const auto& row) { return row.word == word; });
-    return found == rows.end() ? nullptr : &*found;
 }
 
 // What the pointers of a model point to.
@@ -105,31 +97,26 @@ inline constexpr auto NORM_ROWS = rows_of(NORMS, []<class F>(const NormWord<F>& 
 
 }  // namespace tables
 
-// The functions of that activation; those of the first row for an unknown name.
+// The rows of the functions that a description names, which are the same for every type of models.
+struct FunctionRows {
+    std::size_t activation = 0;  // the first one for an unknown name
+    std::optional<std::size_t> norm;
+};
+
+FunctionRows function_rows(std::string_view activation_name, std::string_view norm_name);
+
+// Gives a model its functions; without a known norm it has none.
 template <class Model>
-typename Model::ActivationPair activation_named(std::string_view name)
+void set_functions(const FunctionRows& rows, Model& net)
 {
-    const auto* const row = tables::row_named(tables::ACTIVATION_ROWS<Model>, name);
-    return row == nullptr ? tables::ACTIVATION_ROWS<Model>.front().pair : row->pair;
+    net.activation = tables::ACTIVATION_ROWS<Model>[rows.activation].pair;
+    if (!rows.norm) return;
+    const auto& norm = tables::NORM_ROWS<Model>[*rows.norm];
+    net.summing_norm = norm.summing;
+    net.element_norm = norm.element;
 }
 
-// Sets both norm pairs; false, and neither is set, for an unknown name.
-template <class Model>
-bool set_norm_named(std::string_view name, Model& net)
-{
-    const auto* const row = tables::row_named(tables::NORM_ROWS<Model>, name);
-    if (row == nullptr) return false;
-    net.summing_norm = row->summing;
-    net.element_norm = row->element;
-    return true;
-}
-
-// The constants that go with that norm, or with an unknown one.
-template <class Model>
-LogpConstants logp_named(std::string_view name)
-{
-    const auto* const row = tables::row_named(tables::NORM_ROWS<Model>, name);
-    return row == nullptr ? LOGP_OF_EVERY_MODEL : row->logp;
-}
+// The constants that go with the norm, or with an unknown one.
+LogpConstants logp_of(const FunctionRows& rows);
 
 }  // namespace VEMKN

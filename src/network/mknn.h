@@ -41,13 +41,14 @@ Model build_model(const Description& d, Tangents... tangents)
         net.weights.emplace_back(MatrixTemplate<double>(d.rows(i), d.cols(i)), tangents...);
         net.biases.emplace_back(std::valarray<double>(0.0, d.cols(i)), tangents...);
     }
-    if (!set_norm_named(d.norm_name, net)) {
+    const FunctionRows functions = function_rows(d.activation_name, d.norm_name);
+    set_functions(functions, net);
+    if (!functions.norm) {
         write_output(message("invalid norm function name: ", d.norm_name, "\n"));
     }
-    const LogpConstants logp = logp_named<Model>(d.norm_name);
+    const LogpConstants logp = logp_of(functions);
     net.logp_bias = typename Model::SValue(logp.bias, tangents...);
     net.logp_sigma = typename Model::SValue(logp.sigma, tangents...);
-    net.activation = activation_named<Model>(d.activation_name);
     return net;
 }
 

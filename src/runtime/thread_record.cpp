@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "runtime/call_memory.h"
 #include "runtime/calls.h"
 #include "runtime/gate.h"
 
@@ -32,6 +33,7 @@ void give_back_abandoned()
 {
     count_out_abandoned_call();
     leave_gate();
+    give_back_call_memory();
 }
 
 void watch_end_of_thread()

@@ -33,7 +33,8 @@ int most_at_once(const plain::Network& network, std::chrono::milliseconds longes
     VEMKNInfo* const handle = net;
     std::vector<std::thread> all;
     for (int i = 0; i < HOSTS; ++i) {
-        all.emplace_back([&] { VEMKN::computing_call(*handle, w.data(), batch, {}, stay); });
+        all.emplace_back(
+            [&] { VEMKN::computing_call(*handle, w.data(), batch, {}, VEMKN::Needs{}, stay); });
     }
     for (std::thread& host : all) host.join();
     return most;

@@ -9,6 +9,7 @@
 
 using VEMKN::CarrierWorkModel;
 using VEMKN::RowsView;
+using yafad::WorkScalar;
 
 namespace {
 
@@ -35,7 +36,8 @@ CarrierWorkModel carrier_model(const Problem& p, const Numbers& v)
     info.model = VEMKN::mknn<VEMKN::DoubleModel>(VEMKN::DescriptionText(p.shape.text()));
     info.derivative_model =
         VEMKN::mknn<VEMKN::CarrierModel>(VEMKN::DescriptionText(p.shape.text()));
-    info.derivative_model.batch = 8;
+    info.functions = VEMKN::function_rows(p.shape.activation, p.shape.norm);
+    info.model.batch = 8;
     const yafad::Seeding seeding(false, static_cast<unsigned>(p.nw()), 1);
     return with_tangents(info, seeding, p.w.data(), v.data());
 }
@@ -89,7 +91,7 @@ plain::Reals plain_second_derivative(const Problem& p,
 }
 
 struct Swept {
-    Scalar value;
+    WorkScalar value;
     MatrixCarrier outAdj;
     MatrixCarrier R;
     VectorCarrier gradient;
@@ -97,7 +99,7 @@ struct Swept {
 
 Swept sweep(const Problem& p,
             const CarrierWorkModel& net,
-            const Scalar& seed,
+            const WorkScalar& seed,
             const MatrixCarrier& U)
 {
     Swept result;
@@ -135,7 +137,7 @@ TEST(CarrierSweep, WithASeedOfZeroTakesACotangentOfTheElementNorms)
             MatrixCarrier U(Matrix(u.data(), p.nrows, p.ycols()), 1);
             U.derivatives[0] = Matrix(du.data(), p.nrows, p.ycols());
 
-            const Swept swept = sweep(p, carrier_model(p, v), Scalar(0.0), U);
+            const Swept swept = sweep(p, carrier_model(p, v), WorkScalar(0.0), U);
             expect_close(swept.gradient.value,
                          p.shape.weighted_gradient(
                              p.w, p.x, p.y, p.nrows, p.xcols, plain::Reals(u.begin(), u.end())),
@@ -156,7 +158,7 @@ TEST(CarrierSweep, GoesByTheValueOfTheSeedAlone)
     Random random(3);
     const CarrierWorkModel net = carrier_model(p, random.list(p.nw()));
     const MatrixCarrier U = random_matrix_carrier(random, p.nrows, p.ycols(), 1);
-    Scalar seed(-0.0);
+    WorkScalar seed(-0.0);
     const Swept plain = sweep(p, net, seed, U);
     seed.derivatives[0] = 5.0;
     expect_same_carrier(sweep(p, net, seed, U).gradient, plain.gradient);
@@ -174,7 +176,7 @@ TEST(CarrierSweep, WithAnotherSeedTakesTheObjectiveAndItsTangents)
         const CarrierWorkModel net = carrier_model(p, v);
         // What is in the adjoint of the outputs beforehand does not matter then.
         const MatrixCarrier U = random_matrix_carrier(random, p.nrows, p.ycols(), 1);
-        Scalar seed(-2.5);
+        WorkScalar seed(-2.5);
         seed.derivatives[0] = 0.75;
         const Swept swept = sweep(p, net, seed, U);
 
@@ -205,7 +207,7 @@ TEST(CarrierSweep, GivesTheResidualsWithTheirTangents)
     const Problem p = problem("sum");
     Random random(5);
     const Numbers v = random.list(p.nw());
-    const Swept swept = sweep(p, carrier_model(p, v), Scalar(1.0), MatrixCarrier(Matrix(), 1));
+    const Swept swept = sweep(p, carrier_model(p, v), WorkScalar(1.0), MatrixCarrier(Matrix(), 1));
     expect_close(
         swept.R.value.store(), p.shape.residuals(p.w, p.x, p.y, p.nrows, p.xcols), TOLERANCE);
     const plain::Reals J = plain_jacobian(p);
@@ -228,7 +230,7 @@ TEST(CarrierSweep, ScalesTheGradientOfSlicesByItsSeed)
         CarrierWorkModel net = carrier_model(p, v), grad = zeros_like(net);
         net.batch = batch;
         net.threads = 2;
-        Scalar seed(3.0);
+        WorkScalar seed(3.0);
         seed.derivatives[0] = -1.0;
         adj_objv(net, rows_of(p.x, p), rows_of(p.y, p), seed, grad);
         const VectorCarrier gradient = flat(grad);

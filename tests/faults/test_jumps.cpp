@@ -1,10 +1,12 @@
 #include <cblas.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <csetjmp>
 #include <csignal>
 #include <iostream>
+#include <string>
 #include <thread>
 
 #include "support/all_entries.h"
@@ -116,3 +118,45 @@ TEST(JumpFault, ThreadsThatEndAfterAJump_LeaveNothingBehind)
     const child::Outcome outcome = child::play("ends_threads_after_a_jump");
     EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
 }
+
+// A sanitizer is to see each array of a call, which then has memory of its own.
+#if !defined(VEMKN_SANITIZED)
+namespace {
+
+void leave(const AnyEntry& entry, VEMKNInfo* net, const Call& overflowing, double* out)
+{
+    if (sigsetjmp(before_the_call, 1) == 0) run_into(entry, net, overflowing, out);
+}
+
+}  // namespace
+
+SCENE(jumps_lose_no_memory)
+{
+    alarm(240);
+    std::signal(SIGFPE, jump_out);
+    const plain::Network network = usual_network();
+    const Network net(network.text());
+    const Request good = random_request(network, 40, 5, 2, 1);
+    const Request bad = overflowing(good);
+    for (const AnyEntry& entry : ALL_ENTRIES) {
+        const Call c = AnyEntry::call_for(bad);
+        Numbers numbers(entry.sizes(c).all());
+        const auto taken_after_jumps = [&](int jumps) {
+            for (int i = 0; i < jumps; ++i) leave(entry, net, c, numbers.data());
+            entry.run(net, good);
+            return mallinfo2().uordblks;
+        };
+        const auto before = taken_after_jumps(1), after = taken_after_jumps(JUMPS);
+        if (after > before) std::cout << entry.name << " loses " << after - before << " bytes\n";
+    }
+    std::cout << std::flush;
+    std::_Exit(0);
+}
+
+TEST(JumpFault, JumpsOutOfEveryEntryPoint_TheNextCallGivesTheirMemoryBack)
+{
+    const child::Outcome outcome = child::play("jumps_lose_no_memory");
+    EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+    EXPECT_EQ(std::string::npos, outcome.out.find("loses")) << outcome.description();
+}
+#endif

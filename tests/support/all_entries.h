@@ -27,12 +27,18 @@ struct Reply {
 };
 
 struct AnyEntry : EntryPoint {
-    Reply run(VEMKNInfo* net, const Request& q) const
+    static Call call_for(const Request& q)
     {
         Call c = q.batch.call();
         c.w = q.w();
         c.v = q.v.data();
         c.nv = q.nv;
+        return c;
+    }
+
+    Reply run(VEMKNInfo* net, const Request& q) const
+    {
+        const Call c = call_for(q);
         Reply reply{0, Numbers(sizes(c).all())};
         reply.status = run_into(*this, net, c, reply.numbers.data());
         return reply;

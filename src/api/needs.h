@@ -1,0 +1,50 @@
+#pragma once
+
+#include <algorithm>
+
+#include "api/batch.h"
+#include "api/handle.h"
+#include "eval/slices.h"
+#include "runtime/call_memory.h"
+
+namespace VEMKN {
+
+// What a call takes memory for, to the size of the blocks that it takes: with too little it takes another one, and what is too much
+// it does not touch.
+struct Needs {
+    std::size_t rows = 0;            // that go through the network together
+    std::size_t of_an_output = 0;    // numbers for each output of a layer and each of these rows
+    std::size_t of_a_parameter = 0;  // numbers for each weight and bias
+    std::size_t of_results = 0;      // numbers of the calling thread alone
+};
+
+inline std::size_t rows_of_a_slice(const VEMKNInfo& net, const Batch& batch)
+{
+    return std::min<std::size_t>(batch.rows, static_cast<std::size_t>(net.model.batch));
+}
+
+inline std::size_t rows_of_a_chunk(const Batch& batch)
+{
+    return std::min<std::size_t>(batch.rows, ROWS_OF_A_CHUNK);
+}
+
+// The bytes of a block for the calling thread, and for any further one.
+inline BlockSizes block_sizes(const VEMKNInfo& net, const Needs& needs)
+{
+    // Arrays end in a line that is theirs alone; lists of them, and numbers of a row or two.
+    constexpr std::size_t OF_AN_ARRAY = CACHE_LINE / sizeof(double), OF_A_LAYER = 48;
+    const DoubleModel& model = net.model;
+    std::size_t outputs = 0, parameters = 0;
+    for (std::size_t i = 0; i < model.weights.size(); ++i) {
+        const bool hidden = i + 1 < model.weights.size();
+        const std::size_t passes = hidden ? model.nmult : 1;
+        outputs += passes * (needs.rows * model.weights[i].cols() + OF_AN_ARRAY);
+        parameters += model.weights[i].size() + model.biases[i].size() + 2 * OF_AN_ARRAY;
+    }
+    const std::size_t of_lists = OF_A_LAYER * (model.weights.size() + 1);
+    const std::size_t of_a_thread =
+        of_lists + needs.of_an_output * outputs + needs.of_a_parameter * parameters;
+    return {(of_a_thread + needs.of_results) * sizeof(double), of_a_thread * sizeof(double)};
+}
+
+}  // namespace VEMKN
