@@ -26,6 +26,6 @@ int vemk_g(::VEMKNInfo* net,
             results.write(value, objective);
             results.write(gradient, grad);
         };
-    const Needs needs{rows_of_a_slice(*net, batch), 5, 3};
+    const Needs needs{rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT), 6, 3};
     return computing_call(*net, w, batch, {}, needs, work);
 }

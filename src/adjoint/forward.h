@@ -74,10 +74,10 @@ struct SweepWorkspace {
     std::optional<typename Model::Gradient> slice_grad;
 };
 
-// Gradients of one layer from its input and Zbar; overwritten or added to.
-template <NetworkModel Model, class Input>
+// Gradients of one layer from its input and Zbar, whole or some rows of both; overwritten or added to.
+template <NetworkModel Model, class Input, class OutputAdjoint>
 void adj_layer(const Input& H,
-               const typename Model::Adjoint& Zbar,
+               const OutputAdjoint& Zbar,
                Into into,
                SumRoom<Model>& room,
                typename Model::Adjoint& gW,
@@ -179,6 +179,34 @@ void backward(const Model& net,
         adj_layer<Model>(
             H, Zbar, pass.is_first ? into : Into::add, work.room, grad.weights[i], grad.biases[i]);
         if (pass.is_last) turn.pass_on(i);
+    };
+    sweep(net, transposes, cache, Obar, work, layer_gradient);
+}
+
+// Gradients of neighbouring slices from one sweep over their rows: of each slice what backward() gives of it alone. For networks
+// of one pass.
+//   slices : of the rows        grad_of(j) : where the gradient of slice j goes; they come in ascending order
+template <NetworkModel Model, class GradOf>
+void backward_together(const Model& net,
+                       const TransposedWeights<Model>& transposes,
+                       const ForwardCache<typename Model::Matrix>& cache,
+                       const typename Model::Adjoint& Obar,
+                       const Slices& slices,
+                       SweepWorkspace<Model>& work,
+                       const GradOf& grad_of,
+                       Into into)
+{
+    const auto layer_gradient = [&](std::size_t i, const auto& H, const auto& Zbar, const Pass&) {
+        for (std::size_t j = 0; j < slices.count(); ++j) {
+            const RowRange rows = slices.rows(j);
+            typename Model::Gradient& grad = grad_of(j);
+            adj_layer<Model>(rows_of(H, rows),
+                             rows_of(Zbar, rows),
+                             into,
+                             work.room,
+                             grad.weights[i],
+                             grad.biases[i]);
+        }
     };
     sweep(net, transposes, cache, Obar, work, layer_gradient);
 }

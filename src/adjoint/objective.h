@@ -24,20 +24,21 @@ typename Model::SValue adj_objv(const Model& net,
 
     const auto elements = static_cast<double>(Y.size());
     seed /= elements;
-    SValue value = adj_slices(
-        net,
-        slices,
-        [&](SliceWorkspace<Model>& work, std::size_t s) -> const SValue& {
-            const RowsView Xs = slices.cut(X, s), Ys = slices.cut(Y, s);
+    const auto adj_run = [&](SliceWorkspace<Model>& work, std::size_t first, std::size_t n) {
+        const RowsView Xs = slices.cut(X, first, n), Ys = slices.cut(Y, first, n);
+        const auto seed_of = [&](std::size_t rows) -> const SValue& {
             work.seed = seed;
-            work.seed *= static_cast<double>(Ys.rows);
+            work.seed *= static_cast<double>(rows);
             work.seed *= static_cast<double>(Ys.cols);
-            set_zero(work.outAdj, Ys.rows, Ys.cols);
-            SValue& part = adj_outputs(net, Xs, Ys, work.seed, work.outAdj, work.R, work);
-            part *= static_cast<double>(Ys.size());
-            return part;
-        },
-        grad);
+            return work.seed;
+        };
+        set_zero(work.outAdj, Ys.rows, Ys.cols);
+        adj_outputs_together(net, Xs, Ys, slices.part(first, n), seed_of, work);
+        for (std::size_t j = 0; j < n; ++j) {
+            work.values[j] *= static_cast<double>(slices.rows_of(first + j) * Ys.cols);
+        }
+    };
+    SValue value = adj_slices(net, slices, adj_run, grad);
     value /= elements;
     return value;
 }

@@ -20,6 +20,10 @@ struct SliceWorkspace {
     typename Model::SValue output_seed{0.0};
     typename Model::SValue value{0.0};
     SweepWorkspace<Model> sweep;
+    // Of one of several slices that run together, and the objective of each.
+    typename Model::Matrix slice_outAdj;
+    typename Model::Matrix slice_R;
+    CallList<typename Model::SValue> values;
 };
 
 // Runs the network over one slice, and gives the adjoint of its outputs.
@@ -47,6 +51,41 @@ typename Model::SValue& adj_outputs(const Model& net,
         net.element_norm.adjoint(R, asVector(outAdj), outAdj);
     }
     return work.value;
+}
+
+// The same for neighbouring slices that run together, with their objectives in work.values.
+//   X, Y : their rows, cut by slices        seed_of(rows) : adjoint of the objective of a slice of so many rows
+//   work.outAdj, work.R : as outAdj and R there, of all rows
+template <NetworkModel Model, class SeedOf>
+void adj_outputs_together(const Model& net,
+                          const RowsView& X,
+                          const RowsView& Y,
+                          const Slices& slices,
+                          const SeedOf& seed_of,
+                          SliceWorkspace<Model>& work)
+{
+    const std::size_t n = slices.count();
+    if (work.values.size() < n) work.values.resize(n, typename Model::SValue(0.0));
+    if (n == 1) {
+        work.values[0] = adj_outputs(net, X, Y, seed_of(X.rows), work.outAdj, work.R, work);
+        return;
+    }
+    std::swap(work.R, residuals(net, X, Y, work.cache));
+    bool seeded = false;
+    for (std::size_t j = 0; j < n; ++j) {
+        take_rows(work.R, slices.rows(j), work.slice_R);
+        mean_norm(net, work.slice_R, work.values[j]);
+        const auto& seed = seed_of(work.slice_R.rows());
+        seeded = value_of(seed) != 0.0;
+        if (!seeded) continue;
+        work.output_seed = seed;
+        work.output_seed /= static_cast<double>(work.slice_R.size());
+        net.summing_norm.adjoint(work.slice_R, work.output_seed, work.slice_outAdj);
+        put_rows(work.outAdj, slices.first_row(j), work.slice_outAdj);
+    }
+    if (seeded) return;
+    element_norm(net, work.R, work.norms);
+    net.element_norm.adjoint(work.R, asVector(work.outAdj), work.outAdj);
 }
 
 // Objective of a batch of one slice and its gradient, or the vector-Jacobian product of a cotangent.

@@ -31,13 +31,38 @@ bool keeps_gradients(const Model& net)
     return !multiplies_by_blas(net) && 2 * numbers_of_gradient(net) <= KEPT_GRADIENTS;
 }
 
+// Slices that are swept together: for each output of a layer there are the pre-activation, what the activation saves, the output
+// and its adjoint.
+inline constexpr std::size_t SWEPT_FOR_AN_OUTPUT = 4;
+
+template <NetworkModel Model>
+std::size_t swept_together(const Model& net, const Slices& slices)
+{
+    return slices_together(net, slices, SWEPT_FOR_AN_OUTPUT * numbers_of_an_entry(net.weights[0]));
+}
+
+// The gradients of slices that were run together.
+template <NetworkModel Model, class GradOf>
+void backward_run(const Model& net,
+                  const TransposedWeights<Model>& transposes,
+                  const Slices& slices,
+                  SliceWorkspace<Model>& work,
+                  const GradOf& grad_of,
+                  Into into)
+{
+    if (slices.single()) {
+        return backward(net, transposes, work.cache, work.outAdj, work.sweep, grad_of(0), into);
+    }
+    backward_together(net, transposes, work.cache, work.outAdj, slices, work.sweep, grad_of, into);
+}
+
 // Each thread differentiates several slices in a row, keeps their gradients, and adds them in its turn.
-template <NetworkModel Model, class AdjSlice>
+template <NetworkModel Model, class AdjRun>
 typename Model::SValue add_kept_gradients(const Model& net,
                                           const TransposedWeights<Model>& transposes,
                                           const Slices& slices,
                                           const TeamPermit& team,
-                                          const AdjSlice& adj_slice,
+                                          const AdjRun& adj_run,
                                           typename Model::Gradient& grad)
 {
     struct Kept {
@@ -54,19 +79,25 @@ typename Model::SValue add_kept_gradients(const Model& net,
 
     constexpr std::size_t MOST = 16;
     const std::size_t fit = KEPT_GRADIENTS / std::max<std::size_t>(numbers_of_gradient(net), 1);
-    const Slices runs = runs_of(slices.count(), std::min(fit, MOST), team);
+    const Slices runs = runs_of(slices.count(), 1, std::min(fit, MOST), team);
+    const std::size_t together = swept_together(net, slices);
     const std::size_t of_value = net.weights.size();
     Turns turns(of_value + 1, team);
     typename Model::SValue total(0.0);
     const auto work_on = [&](Local& local, std::size_t run) {
         const std::size_t first = runs.first_row(run), n = runs.rows_of(run);
         SliceWorkspace<Model>& work = local.work;
-        for (std::size_t j = 0; j < n; ++j) {
-            if (local.kept.size() == j) local.kept.emplace_back(grad);
-            Kept& kept = local.kept[j];
-            kept.value = adj_slice(work, first + j);
-            backward(
-                net, transposes, work.cache, work.outAdj, work.sweep, kept.grad, Into::overwrite);
+        while (local.kept.size() < n) local.kept.emplace_back(grad);
+        for (std::size_t j = 0; j < n; j += together) {
+            const std::size_t these = std::min(together, n - j);
+            adj_run(work, first + j, these);
+            for (std::size_t k = 0; k < these; ++k) local.kept[j + k].value = work.values[k];
+            const auto kept_grad = [&](std::size_t k) -> auto&
+            {
+                return local.kept[j + k].grad;
+            };
+            backward_run(
+                net, transposes, slices.part(first + j, these), work, kept_grad, Into::overwrite);
         }
         const SliceTurn turn(turns, run);
         turn.await(of_value);
@@ -133,12 +164,12 @@ void add_part(const GradientPart& part,
 
 // The threads run and sweep some slices each and keep what their gradients are formed from; then each adds all of it to its own
 // parts of the gradient, which so stay with its processor. For networks of one pass.
-template <NetworkModel Model, class AdjSlice>
+template <NetworkModel Model, class AdjRun>
 typename Model::SValue add_in_rounds(const Model& net,
                                      const TransposedWeights<Model>& transposes,
                                      const Slices& slices,
                                      const TeamPermit& team,
-                                     const AdjSlice& adj_slice,
+                                     const AdjRun& adj_run,
                                      typename Model::Gradient& grad)
 {
     struct Kept {
@@ -171,7 +202,8 @@ typename Model::SValue add_in_rounds(const Model& net,
                     if (used == own.size()) own.emplace_back();
                     Kept& kept = own[used++];
                     SliceWorkspace<Model>& work = kept.work;
-                    kept.value = adj_slice(work, first + j);
+                    adj_run(work, first + j, 1);
+                    kept.value = work.values[0];
                     sweep(net, transposes, work.cache, work.outAdj, work.sweep, [](auto&&...) {});
                     of_slice[j] = &kept;
                 });
@@ -190,25 +222,32 @@ typename Model::SValue add_in_rounds(const Model& net,
     return total;
 }
 
-// Differentiates slices and adds up their gradients in grad, and their parts of the value: adj_slice(work, s) leaves the adjoint of
-// the outputs of slice s in work and returns its part.
-template <NetworkModel Model, class AdjSlice>
+// Differentiates slices and adds up their gradients in grad, and their parts of the value: adj_run(work, first, n) leaves the adjoint
+// of the outputs of n slices in work.outAdj and their parts in work.values.
+template <NetworkModel Model, class AdjRun>
 typename Model::SValue adj_slices(const Model& net,
                                   const Slices& slices,
-                                  const AdjSlice& adj_slice,
+                                  const AdjRun& adj_run,
                                   typename Model::Gradient& grad)
 {
     const TransposedWeights<Model> transposes(net);
     const TeamPermit team(slices.count(), worthwhile_threads(net, slices.rows(), 2));
     if (team.size() > 1 && keeps_gradients(net)) {
-        return add_kept_gradients(net, transposes, slices, team, adj_slice, grad);
+        return add_kept_gradients(net, transposes, slices, team, adj_run, grad);
     }
-    if (team.size() > 1) return add_in_rounds(net, transposes, slices, team, adj_slice, grad);
+    if (team.size() > 1) return add_in_rounds(net, transposes, slices, team, adj_run, grad);
     SliceWorkspace<Model> work;
     typename Model::SValue total(0.0);
-    for (std::size_t s = 0; s < slices.count(); ++s) {
-        total += adj_slice(work, s);
-        backward(net, transposes, work.cache, work.outAdj, work.sweep, grad, Into::add);
+    const std::size_t together = swept_together(net, slices);
+    const auto one_grad = [&](std::size_t) -> auto&
+    {
+        return grad;
+    };
+    for (std::size_t first = 0; first < slices.count(); first += together) {
+        const std::size_t n = std::min(together, slices.count() - first);
+        adj_run(work, first, n);
+        for (std::size_t j = 0; j < n; ++j) total += work.values[j];
+        backward_run(net, transposes, slices.part(first, n), work, one_grad, Into::add);
     }
     return total;
 }

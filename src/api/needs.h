@@ -18,9 +18,12 @@ struct Needs {
     std::size_t of_results = 0;      // numbers of the calling thread alone
 };
 
-inline std::size_t rows_of_a_slice(const VEMKNInfo& net, const Batch& batch)
+// Rows of slices of which so many numbers are kept for each output of a layer.
+inline std::size_t rows_together(const VEMKNInfo& net, const Batch& batch, std::size_t of_an_output)
 {
-    return std::min<std::size_t>(batch.rows, static_cast<std::size_t>(net.model.batch));
+    const Slices slices(batch.rows, net.model.batch);
+    if (slices.single()) return batch.rows;
+    return slices.rows(0, slices_together(net.model, slices, of_an_output)).count;
 }
 
 inline std::size_t rows_of_a_chunk(const Batch& batch)

@@ -22,7 +22,7 @@ int vemk_obj(::VEMKNInfo* net,
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             results.write(result, objv(model, X, Y));
         };
-    const Needs needs{rows_of_a_slice(*net, batch), 2};
+    const Needs needs{rows_together(*net, batch, 1), 2};
     return computing_call(*net, w, batch, {}, needs, work);
 }
 
@@ -48,6 +48,6 @@ int vemk_objv(::VEMKNInfo* net,
             });
             results.write(out, values);
         };
-    const Needs needs{rows_of_a_slice(*net, batch), 2, 0, batch.elements()};
+    const Needs needs{rows_together(*net, batch, 1), 2, 0, batch.elements()};
     return computing_call(*net, w, batch, {}, needs, work);
 }

@@ -9,6 +9,13 @@
 
 namespace VEMKN {
 
+// Slices that are evaluated together: a rolling cache keeps an output for each of a layer.
+template <NetworkModel Model>
+std::size_t evaluated_together(const Model& net, const Slices& slices)
+{
+    return slices_together(net, slices, numbers_of_an_entry(net.weights[0]));
+}
+
 // Residuals of one slice, outputs minus targets, in cache.O.
 template <NetworkModel Model>
 typename Model::Matrix& residuals(const Model& net,
@@ -37,6 +44,26 @@ typename Model::SValue mean_norm(const Model& net, const typename Model::Matrix&
     return mean;
 }
 
+// The norm of the residuals of neighbouring slices, each as a mean times its number of elements.
+//   R : their rows, cut by slices        room : a matrix to work in        parts : one for each slice
+template <NetworkModel Model>
+void slice_norms(const Model& net,
+                 const typename Model::Matrix& R,
+                 const Slices& slices,
+                 typename Model::Matrix& room,
+                 typename Model::SValue* parts)
+{
+    for (std::size_t j = 0; j < slices.count(); ++j) {
+        const typename Model::Matrix* slice_R = &R;
+        if (!slices.single()) {
+            take_rows(R, slices.rows(j), room);
+            slice_R = &room;
+        }
+        mean_norm(net, *slice_R, parts[j]);
+        parts[j] *= static_cast<double>(slice_R->size());
+    }
+}
+
 // Objective of a batch: the mean norm of its residuals.
 //   X : n x nin, of a width that was checked (eval/input_width.h)        Y : n x nout
 // Slices are evaluated on their own, weighted by their number of elements and summed up in their order.
@@ -48,34 +75,32 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 
     struct Local {
         ForwardCache<Matrix> cache{ForwardCache<Matrix>::Memory::rolling};
-        SValue mean{0.0};
+        Matrix slice_R;
         CallList<SValue> parts;  // of slices in a row
     };
 
-    const auto slice_mean = [&](Local& local, const RowsView& Xs, const RowsView& Ys) -> SValue& {
-        mean_norm(net, residuals(net, Xs, Ys, local.cache), local.mean);
-        return local.mean;
-    };
     const Slices slices(X.rows, net.batch);
+    SValue total(0.0);
     if (slices.single()) {
         Local local;
-        return slice_mean(local, X, Y);
+        mean_norm(net, residuals(net, X, Y, local.cache), total);
+        return total;
     }
 
     // A thread of a team evaluates many slices in a row before it adds them in its turn.
     constexpr std::size_t MOST = 256;
+    const std::size_t together = evaluated_together(net, slices);
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
-    const Slices runs = runs_of(slices.count(), MOST, team);
+    const Slices runs = runs_of(slices.count(), together, MOST, team);
     Turns turns(1, team);
-    SValue total(0.0);
     const auto evaluate = [&](Local& local, std::size_t run) {
         const std::size_t first = runs.first_row(run), n = runs.rows_of(run);
         if (local.parts.size() < n) local.parts.resize(n, SValue(0.0));
-        for (std::size_t j = 0; j < n; ++j) {
-            const RowsView Ys = slices.cut(Y, first + j);
-            SValue& part = slice_mean(local, slices.cut(X, first + j), Ys);
-            part *= static_cast<double>(Ys.size());
-            local.parts[j] = part;
+        for (std::size_t j = 0; j < n; j += together) {
+            const std::size_t from = first + j, these = std::min(together, n - j);
+            const RowsView Xs = slices.cut(X, from, these), Ys = slices.cut(Y, from, these);
+            const Matrix& R = residuals(net, Xs, Ys, local.cache);
+            slice_norms(net, R, slices.part(from, these), local.slice_R, &local.parts[j]);
         }
         turns.await(0, run);
         for (std::size_t j = 0; j < n; ++j) total += local.parts[j];
@@ -102,18 +127,20 @@ void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const
 {
     using Matrix = typename Model::Matrix;
 
-    const Slices slices(X.rows, net.batch);
-
     struct Local {
         ForwardCache<Matrix> cache{ForwardCache<Matrix>::Memory::rolling};
         typename Model::Vector part;
     };
 
+    const Slices slices(X.rows, net.batch);
+    const std::size_t together = evaluated_together(net, slices);
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
-    for_each_item<Local>(slices.count(), team, [&](Local& local, std::size_t s) {
-        const Matrix& R = residuals(net, slices.cut(X, s), slices.cut(Y, s), local.cache);
-        element_norm(net, R, local.part);
-        put(local.part, slices.first_row(s));
+    const Slices runs = runs_of(slices.count(), together, together, team);
+    for_each_item<Local>(runs.count(), team, [&](Local& local, std::size_t run) {
+        const std::size_t first = runs.first_row(run), n = runs.rows_of(run);
+        const RowsView Xs = slices.cut(X, first, n), Ys = slices.cut(Y, first, n);
+        element_norm(net, residuals(net, Xs, Ys, local.cache), local.part);
+        put(local.part, slices.first_row(first));
     });
 }
 

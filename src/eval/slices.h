@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "model/matrix.h"
+#include "model/blas.h"
 
 namespace VEMKN {
 
@@ -37,9 +37,30 @@ public:
         return std::min((slice + 1) * batch_ - missing_in_first_, rows_) - first_row(slice);
     }
 
+    RowRange rows(std::size_t slice) const { return {first_row(slice), rows_of(slice)}; }
+
+    // Neighbouring slices.
+    RowRange rows(std::size_t first, std::size_t n) const
+    {
+        const std::size_t last = first + n - 1;
+        return {first_row(first), first_row(last) + rows_of(last) - first_row(first)};
+    }
+
     RowsView cut(const RowsView& whole, std::size_t slice) const
     {
         return whole.slice(first_row(slice), rows_of(slice));
+    }
+
+    RowsView cut(const RowsView& whole, std::size_t first, std::size_t n) const
+    {
+        const RowRange some = rows(first, n);
+        return whole.slice(some.first, some.count);
+    }
+
+    // The same slices of a batch without the rows of others; the remainder is last.
+    Slices part(std::size_t first, std::size_t n) const
+    {
+        return {rows(first, n).count, static_cast<std::int32_t>(batch_)};
     }
 
 private:
@@ -47,5 +68,20 @@ private:
     std::size_t batch_;
     std::size_t missing_in_first_ = 0;
 };
+
+// How many neighbouring slices run through the network together, in products of all their rows: as many as keep what is computed of
+// them in the inner caches. Rows of one product do not see each other, but for those of OpenBLAS, whose bits may depend on how
+// many there are; and several passes are swept slice by slice.
+//   of_an_output : numbers that are kept for each output of a layer, with their derivatives
+template <class Model>
+std::size_t slices_together(const Model& net, const Slices& slices, std::size_t of_an_output)
+{
+    constexpr std::size_t NUMBERS = 16384;
+    if (slices.single() || net.nmult > 1 || multiplies_by_blas(net)) return 1;
+    std::size_t of_a_row = 0;
+    for (const auto& W : net.weights) of_a_row += W.cols();
+    of_a_row *= of_an_output;
+    return std::clamp<std::size_t>(NUMBERS / (of_a_row * slices.rows_of(0)), 1, slices.count());
+}
 
 }  // namespace VEMKN

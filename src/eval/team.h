@@ -135,13 +135,17 @@ void for_each_item(std::size_t items, const TeamPermit& team, const Work& work)
     deal_out<Local>(items, of_a_thread, team, work, []() noexcept {});
 }
 
-// Runs of neighbouring slices, cut as slices are cut of rows, which a thread works on before it adds in its turn: at most so many
-// slices a run, and not so many that threads are idle at the end.
-inline Slices runs_of(std::size_t slices, std::size_t most, const TeamPermit& team)
+// Runs of neighbouring slices, cut as slices are cut of rows, which a thread works on one after the other: for one thread those
+// that go together, for a team at most so many a run, and not so many that threads are idle at the end.
+inline Slices runs_of(std::size_t slices,
+                      std::size_t together,
+                      std::size_t most,
+                      const TeamPermit& team)
 {
     constexpr std::size_t TURNS_OF_A_THREAD = 4;
     const auto threads = static_cast<std::size_t>(team.size());
-    const std::size_t fair = threads == 1 ? 1 : slices / (TURNS_OF_A_THREAD * threads);
+    if (threads == 1) most = together;
+    const std::size_t fair = threads == 1 ? most : slices / (TURNS_OF_A_THREAD * threads);
     return {slices, static_cast<std::int32_t>(std::max<std::size_t>(std::min(fair, most), 1))};
 }
 

@@ -9,6 +9,7 @@ namespace yafad {
 
 using VEMKN::AlignedArray;
 using VEMKN::BlockRow;
+using VEMKN::BlockRowView;
 using VEMKN::elements;
 using VEMKN::Factor;
 using VEMKN::RowsView;
@@ -36,6 +37,24 @@ struct Bundle {
     WorkMatrix value;
     BlockRow derivatives;
 };
+
+// Some rows of a bundle that somebody else owns, or all of them.
+struct BundleView {
+    BundleView(const RowsView& of_value, const BlockRowView& of_derivatives)
+        : value(of_value), derivatives(of_derivatives)
+    {
+    }
+
+    BundleView(const Bundle& all) : BundleView(all.value, all.derivatives) {}
+
+    RowsView value;
+    BlockRowView derivatives;
+};
+
+inline BundleView rows_of(const Bundle& A, const VEMKN::RowRange& rows)
+{
+    return {VEMKN::rows_of(A.value, rows), VEMKN::rows_of(A.derivatives, rows)};
+}
 
 // y takes the shape and the number of tangents of x; its contents are left to the caller.
 inline void take_shape(const Bundle& x, Bundle& y)

@@ -48,6 +48,9 @@ int vemk_Hv(::VEMKNInfo* net,
         };
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
     const std::size_t numbers = 1 + seeding.tangents();
-    const Needs needs{rows_of_a_slice(*net, batch), 5 * numbers, 4 * numbers, std::size_t{nw} * nv};
+    const Needs needs{rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT * numbers),
+                      5 * numbers,
+                      4 * numbers,
+                      std::size_t{nw} * nv};
     return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

@@ -39,9 +39,9 @@ inline void set_zero(Bundle& A)
     VEMKN::set_zero(A.derivatives);
 }
 
-inline void colsum(const Bundle& A, Bundle& out)
+inline void colsum(const BundleView& A, Bundle& out)
 {
-    out.value.resize(1, A.cols());
+    out.value.resize(1, A.value.cols);
     VEMKN::colsum(A.value, out.value.store());
     VEMKN::colsum(A.derivatives, out.derivatives);
 }
@@ -83,6 +83,12 @@ inline void put_rows(Bundle& whole, std::size_t first, const Bundle& part)
 {
     VEMKN::put_rows(whole.value, first, part.value);
     VEMKN::put_rows(whole.derivatives, first, part.derivatives);
+}
+
+inline void take_rows(const Bundle& whole, const VEMKN::RowRange& rows, Bundle& part)
+{
+    VEMKN::take_rows(whole.value, rows, part.value);
+    VEMKN::take_rows(whole.derivatives, rows, part.derivatives);
 }
 
 inline void shape_columns(Bundle& whole, const Bundle& part, std::size_t n)

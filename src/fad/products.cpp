@@ -40,7 +40,7 @@ void add_constant_tangents(
 }
 
 // The value of C = A*B, and dC_k = A*dB_k.
-void multiply_by_value(const Factor& A, const Bundle& B, Bundle& C, By by)
+void multiply_by_value(const Factor& A, const BundleView& B, Bundle& C, By by)
 {
     do_binmult(C.value, A, B.value, by);
     do_binmult(C.derivatives, A, B.derivatives, by);
@@ -48,7 +48,7 @@ void multiply_by_value(const Factor& A, const Bundle& B, Bundle& C, By by)
 
 // Rows first ... of dA_k^T*B, added to the rows of `to`, where derivatives lie side by side. Where all of it is small, a
 // call costs more than its product, and one call gives all of it in the order (tangent, row, column).
-void add_derivatives_of_left(const BlockRow& dA,
+void add_derivatives_of_left(const BlockRowView& dA,
                              const Factor& B,
                              std::size_t first,
                              std::size_t rows,
@@ -83,7 +83,7 @@ void add_derivatives_of_left(const BlockRow& dA,
 // dC_k += A*dB_k in a range of rows, each formed first.
 void add_derivatives(BlockRow& dC,
                      const Factor& A,
-                     const BlockRow& dB,
+                     const BlockRowView& dB,
                      WorkMatrix& room,
                      By by,
                      const RowRange& range)
@@ -98,7 +98,7 @@ void add_derivatives(BlockRow& dC,
 
 }  // namespace
 
-void transpose(const Bundle& A, Bundle& At)
+void transpose(const BundleView& A, Bundle& At)
 {
     VEMKN::transpose(A.value, At.value);
     VEMKN::transpose(A.derivatives, At.derivatives);
@@ -115,7 +115,7 @@ void do_mult(const RowsView& A, const Bundle& B, Bundle& C, By by)
     do_binmult(C, Factor(A), B, by);
 }
 
-void do_binmult(Bundle& C, const Factor& A, const Bundle& B, By by)
+void do_binmult(Bundle& C, const Factor& A, const BundleView& B, By by)
 {
     multiply_by_value(A, B, C, by);
     add_constant_tangents(A, B.value, C, by, {0, C.rows()});
@@ -130,7 +130,7 @@ void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B, By by)
     multiply_derivatives(A, Bt, C, by);
 }
 
-void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by)
+void do_binmult(Bundle& C, const TransposedBundle& A, const BundleView& B, By by)
 {
     const Factor At = transposed(A.bundle.value);
     multiply_by_value(At, B, C, by);
@@ -140,7 +140,7 @@ void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by)
 
 void do_binmult_add(Bundle& C,
                     const TransposedBundle& A,
-                    const Bundle& B,
+                    const BundleView& B,
                     WorkMatrix& room,
                     By by,
                     const RowRange& range)
@@ -178,7 +178,7 @@ void do_binmult_add(Bundle& C,
 }
 
 void do_binmult_add(
-    Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by, const RowRange& range)
+    Bundle& C, const Factor& A, const BundleView& B, WorkMatrix& room, By by, const RowRange& range)
 {
     VEMKN::do_binmult_add(C.value, A, B.value, room, by, range);
     add_derivatives(C.derivatives, A, B.derivatives, room, by, range);

@@ -20,16 +20,16 @@ using VEMKN::transposed;
 
 // Asks a product to use a bundle transposed.
 struct TransposedBundle {
-    const Bundle& bundle;
+    BundleView bundle;
 };
 
-inline TransposedBundle transposed(const Bundle& A)
+inline TransposedBundle transposed(const BundleView& A)
 {
     return {A};
 }
 
 // At = transpose of A, the value and every derivative.
-void transpose(const Bundle& A, Bundle& At);
+void transpose(const BundleView& A, Bundle& At);
 
 // C = A*B
 void do_mult(const Bundle& A, const Bundle& B, Bundle& C, By by = By::kernels);
@@ -42,25 +42,29 @@ void do_mult(const RowsView& A, const Bundle& B, Bundle& C, By by = By::kernels)
 void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B, By by = By::kernels);
 
 // C = A^T*B
-void do_binmult(Bundle& C, const TransposedBundle& A, const Bundle& B, By by = By::kernels);
+void do_binmult(Bundle& C, const TransposedBundle& A, const BundleView& B, By by = By::kernels);
 
 // C = A*B for a constant factor A, transposed or not; non-finite entries as in do_mult.
-void do_binmult(Bundle& C, const Factor& A, const Bundle& B, By by = By::kernels);
+void do_binmult(Bundle& C, const Factor& A, const BundleView& B, By by = By::kernels);
 
 // C += A^T*B or A*B in a range of the rows of C, value and derivatives each formed first and then added; room and range as for
 // doubles.
 void do_binmult_add(Bundle& C,
                     const TransposedBundle& A,
-                    const Bundle& B,
+                    const BundleView& B,
                     WorkMatrix& room,
                     By by,
                     const RowRange& range);
-void do_binmult_add(
-    Bundle& C, const Factor& A, const Bundle& B, WorkMatrix& room, By by, const RowRange& range);
+void do_binmult_add(Bundle& C,
+                    const Factor& A,
+                    const BundleView& B,
+                    WorkMatrix& room,
+                    By by,
+                    const RowRange& range);
 
 template <class Left>
 void do_binmult_add(
-    Bundle& C, const Left& A, const Bundle& B, WorkMatrix& room, By by = By::kernels)
+    Bundle& C, const Left& A, const BundleView& B, WorkMatrix& room, By by = By::kernels)
 {
     do_binmult_add(C, A, B, room, by, {0, C.rows()});
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "fad/bundle.h"
@@ -29,14 +30,14 @@ public:
         if (n == 0) return;
         AlignedArray of_constant(part.value.data(), part.size());
         for (double& derivative : of_constant) derivative *= 0.0;
-        for (std::size_t i = 0; i < part.size(); ++i) {
-            double* const tangent = part.derivatives.at(0, i / cols) + i % cols;
-            for (std::size_t d = 0; d < n; ++d) {
-                const bool given = v != nullptr && d < nv_;
-                const double derivative = given ? v[index(first + i, d, nw_)] : of_constant[i];
-                tangent[d * cols] = is_identity() ? 1.0 : derivative;
+        const std::size_t given = v == nullptr ? 0 : std::min(nv_, n);
+        for_each_entry(part, [&](std::size_t i, double* tangent) {
+            for (std::size_t d = 0; d < given; ++d) {
+                tangent[d * cols] = v[index(first + i, d, nw_)];
             }
-        }
+            for (std::size_t d = given; d < n; ++d) tangent[d * cols] = of_constant[i];
+            if (is_identity()) *tangent = 1.0;
+        });
     }
 
     // The first nv derivatives of part into the caller's order, where whole holds nv of n entries and part is
@@ -45,15 +46,26 @@ public:
     {
         if (nv_ == 0) return;  // nor is there a place where derivatives lie
         const std::size_t cols = part.cols();
-        for (std::size_t i = 0; i < part.size(); ++i) {
-            const double* const derivative = part.derivatives.at(0, i / cols) + i % cols;
+        for_each_entry(part, [&](std::size_t i, const double* derivative) {
             for (std::size_t d = 0; d < nv_; ++d) {
                 whole[index(first + i, d, n)] = derivative[d * cols];
+            }
+        });
+    }
+
+private:
+    // body(i, where its first derivative is) for every entry i, row by row.
+    template <class Part, class Body>
+    static void for_each_entry(Part& part, const Body& body)
+    {
+        const std::size_t cols = part.cols();
+        for (std::size_t r = 0; r < part.rows(); ++r) {
+            for (std::size_t c = 0; c < cols; ++c) {
+                body(r * cols + c, part.derivatives.at(0, r) + c);
             }
         }
     }
 
-private:
     // Place of entry i of tangent d among tangents of n entries.
     std::size_t index(std::size_t i, std::size_t d, std::size_t n) const
     {

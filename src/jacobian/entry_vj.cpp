@@ -34,6 +34,6 @@ int vemk_vJ(::VEMKNInfo* net,
             results.write(r_out, R);
             results.write(g_out, grad);
         };
-    const Needs needs{rows_of_a_slice(*net, batch), 5, 3, batch.elements()};
+    const Needs needs{rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT), 6, 3, batch.elements()};
     return computing_call(*net, w, batch, cotangent, needs, work);
 }

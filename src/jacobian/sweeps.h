@@ -33,17 +33,19 @@ void adj_residuals(const Model& net,
         adj_computev(net, X, Y, no_seed, work.outAdj, R, work, grad);
         return;
     }
-    adj_slices(
-        net,
-        slices,
-        [&](SliceWorkspace<Model> & work, std::size_t s) -> const auto& {
-            take_cotangent(work, slices.cut(U, s));
-            adj_outputs(
-                net, slices.cut(X, s), slices.cut(Y, s), no_seed, work.outAdj, work.R, work);
-            put_rows(R, slices.first_row(s), work.R);
-            return no_seed;  // no value is asked for: the sum stays zero
-        },
-        grad);
+    const auto no_seed_of = [&](std::size_t) -> const auto&
+    {
+        return no_seed;
+    };
+    const auto adj_run = [&](SliceWorkspace<Model>& work, std::size_t first, std::size_t n) {
+        take_cotangent(work, slices.cut(U, first, n));
+        const RowsView Xs = slices.cut(X, first, n), Ys = slices.cut(Y, first, n);
+        adj_outputs_together(net, Xs, Ys, slices.part(first, n), no_seed_of, work);
+        put_rows(R, slices.first_row(first), work.R);
+        // No value is asked for.
+        std::fill_n(work.values.begin(), n, no_seed);
+    };
+    adj_slices(net, slices, adj_run, grad);
 }
 
 // n gradients side by side, without contents.

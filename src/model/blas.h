@@ -165,11 +165,6 @@ void add_in_panels(double* C,
     }
 }
 
-// Some rows of a matrix.
-struct RowRange {
-    std::size_t first, count;
-};
-
 // How many rows of a matrix of sums are formed at a time: it depends on their length alone, so that the sums have the same bits
 // whole and cut. A power of two, so that what is cut for a row of values fits rows of derivatives.
 inline std::size_t rows_of_a_sum(std::size_t cols)

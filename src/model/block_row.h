@@ -9,6 +9,37 @@
 
 namespace VEMKN {
 
+// Some rows of matrices side by side that somebody else owns: see BlockRow.
+class BlockRowView {
+public:
+    BlockRowView(
+        const double* data, std::size_t rows, std::size_t cols, std::size_t n, std::size_t pitch)
+        : data_(data), rows_(rows), cols_(cols), n_(n), pitch_(pitch)
+    {
+    }
+
+    std::size_t rows() const { return rows_; }
+
+    std::size_t cols() const { return cols_; }
+
+    std::size_t count() const { return n_; }
+
+    // Where row r of matrix k begins.
+    const double* at(std::size_t k, std::size_t r = 0) const
+    {
+        return data_ + r * pitch_ + k * cols_;
+    }
+
+    // One matrix as a factor, and all of them side by side.
+    StridedView factor(std::size_t k) const { return {at(k), rows_, cols_, pitch_}; }
+
+    StridedView side_by_side() const { return {data_, rows_, n_ * cols_, pitch_}; }
+
+private:
+    const double* data_;
+    std::size_t rows_, cols_, n_, pitch_;
+};
+
 // Matrices of one shape side by side in one array, so that one product or one loop serves all of them: the derivatives of
 // a carrier, or the adjoints of several cotangents. Three matrices of 2 x 4:
 //
@@ -72,10 +103,18 @@ public:
         return data() + r * pitch_ + k * cols_;
     }
 
-    // One matrix as a factor; all of them side by side; and all of them as one tall matrix, if dense.
-    StridedView factor(std::size_t k) const { return {at(k), rows_, cols_, pitch_}; }
+    // Some rows of each, and all of them.
+    BlockRowView cut_rows(const RowRange& rows) const
+    {
+        return {at(0, rows.first), rows.count, cols_, n_, pitch_};
+    }
 
-    StridedView side_by_side() const { return {data(), rows_, width(), pitch_}; }
+    operator BlockRowView() const { return cut_rows({0, rows_}); }
+
+    // One matrix as a factor; all of them side by side; and all of them as one tall matrix, if dense.
+    StridedView factor(std::size_t k) const { return BlockRowView(*this).factor(k); }
+
+    StridedView side_by_side() const { return BlockRowView(*this).side_by_side(); }
 
     StridedView stacked() const { return {data(), rows_ * n_, cols_, cols_}; }
 
@@ -118,7 +157,12 @@ inline void do_add(BlockRow& a, const BlockRow& b)
     add_rows(b.data(), b.pitch(), a.data(), a.pitch(), a.rows(), a.width());
 }
 
-inline void colsum(const BlockRow& A, BlockRow& out)
+inline BlockRowView rows_of(const BlockRow& A, const RowRange& rows)
+{
+    return A.cut_rows(rows);
+}
+
+inline void colsum(const BlockRowView& A, BlockRow& out)
 {
     out.set_shape(1, A.cols(), A.count());
     if (A.rows() == 0) {
@@ -129,7 +173,8 @@ inline void colsum(const BlockRow& A, BlockRow& out)
 }
 
 // The sums go on from what they hold: those of the rows below these, so that they become the column sums of a taller A.
-inline void add_colsum(const BlockRow& A, BlockRow& sums, BlockRow&)
+template <class Rows>
+void add_colsum(const Rows& A, BlockRow& sums, BlockRow&)
 {
     kernels().sum_columns(A.side_by_side(), sums.data(), true);
 }
@@ -155,6 +200,14 @@ inline void put_rows(BlockRow& whole, std::size_t first, const BlockRow& part)
 {
     for (std::size_t r = 0; r < part.rows(); ++r) {
         std::copy_n(part.at(0, r), part.width(), whole.at(0, first + r));
+    }
+}
+
+inline void take_rows(const BlockRow& whole, const RowRange& rows, BlockRow& part)
+{
+    part.set_shape(rows.count, whole.cols(), whole.count());
+    for (std::size_t r = 0; r < rows.count; ++r) {
+        std::copy_n(whole.at(0, rows.first + r), part.width(), part.at(0, r));
     }
 }
 
@@ -191,7 +244,7 @@ inline void take_columns(const BlockRow& whole,
         whole, first, part, [&](const double* from, double* to) { std::copy_n(from, width, to); });
 }
 
-inline void transpose(const BlockRow& A, BlockRow& At)
+inline void transpose(const BlockRowView& A, BlockRow& At)
 {
     At.set_shape(A.cols(), A.rows(), A.count());
     for (std::size_t r = 0; r < A.rows(); ++r) {
@@ -223,7 +276,7 @@ void do_mult(const BlockRow& A, const DoubleMatrix<Store>& B, BlockRow& C, By by
 }
 
 // C_k = A*B_k, one product.
-inline void do_binmult(BlockRow& C, const Factor& A, const BlockRow& B, By by = By::kernels)
+inline void do_binmult(BlockRow& C, const Factor& A, const BlockRowView& B, By by = By::kernels)
 {
     C.set_shape(A.used_rows(), B.cols(), B.count());
     product(A, B.side_by_side(), C.data(), C.pitch(), Into::overwrite, by);
@@ -246,7 +299,7 @@ void add_in_panels(BlockRow& C, const RowRange& range, WorkMatrix& room, const F
 
 // C_k += A*B_k. Our kernels go on from C, so that the sums become those of a taller A and B.
 inline void do_binmult_add(
-    BlockRow& C, const Factor& A, const BlockRow& B, WorkMatrix& room, By by = By::kernels)
+    BlockRow& C, const Factor& A, const BlockRowView& B, WorkMatrix& room, By by = By::kernels)
 {
     if (by == By::kernels) return product(A, B.side_by_side(), C.data(), C.pitch(), Into::go_on);
     const auto form = [&](std::size_t first, std::size_t rows, double* to) {

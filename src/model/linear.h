@@ -20,14 +20,13 @@ void do_add(Array& a, const Array& b)
 // Sum over the rows of every column, each summed from the last row up to the first.
 //   A : rows x cols        out : overwritten, cols entries
 template <class Store>
-void colsum(const DoubleMatrix<Store>& A, Store& out)
+void colsum(const RowsView& A, Store& out)
 {
-    const std::size_t cols = A.cols();
-    set_size(out, cols);
-    if (A.rows() == 0) {
+    set_size(out, A.cols);
+    if (A.rows == 0) {
         out = 0.0;
     } else {
-        kernels().sum_columns({A.data(), A.rows(), cols, cols}, std::begin(out), false);
+        kernels().sum_columns({A.data, A.rows, A.cols, A.cols}, std::begin(out), false);
     }
 }
 
@@ -60,6 +59,14 @@ template <class Store>
 void put_rows(DoubleMatrix<Store>& whole, std::size_t first, const DoubleMatrix<Store>& part)
 {
     std::copy_n(part.data(), part.size(), whole.data() + first * whole.cols());
+}
+
+// The reverse of put_rows: part takes some rows of whole.
+template <class Store>
+void take_rows(const DoubleMatrix<Store>& whole, const RowRange& rows, DoubleMatrix<Store>& part)
+{
+    part.resize(rows.count, whole.cols());
+    std::copy_n(whole.data() + rows.first * whole.cols(), part.size(), part.data());
 }
 
 // whole gets the shape that holds n parts side by side.

@@ -178,6 +178,11 @@ inline constexpr bool MADE_BY_CALLS<BiasView> = true;
 template <class T>
 using ListOf = std::conditional_t<MADE_BY_CALLS<T>, CallList<T>, std::vector<T>>;
 
+// Some rows of a matrix.
+struct RowRange {
+    std::size_t first, count;
+};
+
 // Some rows of a matrix that somebody else owns, contiguous and row by row: a caller's batch, a slice
 // of it, or a whole MatrixTemplate. A batch is a constant, so nothing ever writes through it.
 struct RowsView {
@@ -206,6 +211,11 @@ struct RowsView {
         return {data + first * cols, count, cols};
     }
 };
+
+inline RowsView rows_of(const RowsView& A, const RowRange& rows)
+{
+    return A.slice(rows.first, rows.count);
+}
 
 // The store of a matrix as a vector.
 template <class Store>

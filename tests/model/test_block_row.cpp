@@ -111,6 +111,31 @@ TEST(BlockRow, AddsAndSumsColumns)
     });
 }
 
+TEST(BlockRow, SomeRowsStandWhereTheWholeDoes)
+{
+    for_each_shape([](Random& random, const Shape& s) {
+        const Pair a(random, s.rows + 3, s.cols, s.n);
+        const RowRange some{2, s.rows};
+        BlockRow part, sums, sums_of_part, product, product_of_part;
+        take_rows(a.all, some, part);
+        colsum(rows_of(a.all, some), sums);
+        colsum(part, sums_of_part);
+        for (std::size_t c = 0; c < sums.width(); ++c) {
+            EXPECT_EQ(sums_of_part.data()[c], sums.data()[c]);
+        }
+        if (s.rows == 0) return;
+        const Numbers numbers = random.list(2 * s.rows);
+        const WorkMatrix left(numbers.data(), 2, s.rows);
+        do_binmult(product, Factor(left), rows_of(a.all, some));
+        do_binmult(product_of_part, Factor(left), part);
+        for (std::size_t r = 0; r < 2; ++r) {
+            for (std::size_t c = 0; c < product.width(); ++c) {
+                EXPECT_EQ(product_of_part.at(0, r)[c], product.at(0, r)[c]);
+            }
+        }
+    });
+}
+
 TEST(BlockRow, MovesRowsAndColumns)
 {
     for_each_shape([](Random& random, const Shape& s) {
@@ -130,6 +155,10 @@ TEST(BlockRow, MovesRowsAndColumns)
         for (std::size_t k = 0; k < s.n; ++k) put_rows(part.each[k], 2, rows.each[k]);
         put_rows(part.all, 2, rows.all);
         expect_equal(part.each, part.all);
+        Pair taken(random, 1, 1, s.n);
+        for (std::size_t k = 0; k < s.n; ++k) take_rows(part.each[k], {2, s.rows}, taken.each[k]);
+        take_rows(part.all, {2, s.rows}, taken.all);
+        expect_equal(taken.each, taken.all);
     });
 }
 

@@ -140,6 +140,16 @@ TEST(Colsum, OverwritesItsResult)
     }
 }
 
+TEST(TakeRows, ReadsSomeRows)
+{
+    const double elements[] = {1, 2, 3, 4, 5, 6, 7, 8};
+    Matrix part(5, 5);
+    take_rows(Matrix(elements, 4, 2), {1, 2}, part);
+    EXPECT_EQ(2u, part.rows());
+    EXPECT_EQ(2u, part.cols());
+    EXPECT_EQ(bits_of(Numbers{3, 4, 5, 6}), bits_of(part.store()));
+}
+
 TEST(PutColumns, WritesABlockAndNothingElse)
 {
     const double elements[] = {1, 2, 3, 4};
