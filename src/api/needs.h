@@ -26,6 +26,15 @@ inline std::size_t rows_together(const VEMKNInfo& net, const Batch& batch, std::
     return slices.rows(0, slices_together(net.model, slices, of_an_output)).count;
 }
 
+// Rows of a piece where nothing is summed over rows.
+inline std::size_t rows_of_a_piece(const VEMKNInfo& net,
+                                   const Batch& batch,
+                                   std::size_t of_an_output)
+{
+    const Slices slices(batch.rows, net.model.batch);
+    return pieces_of(net.model, slices, of_an_output, 1).most_rows();
+}
+
 inline std::size_t rows_of_a_chunk(const Batch& batch)
 {
     return std::min<std::size_t>(batch.rows, ROWS_OF_A_CHUNK);

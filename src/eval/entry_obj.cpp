@@ -48,6 +48,6 @@ int vemk_objv(::VEMKNInfo* net,
             });
             results.write(out, values);
         };
-    const Needs needs{rows_together(*net, batch, 1), 2, 0, batch.elements()};
+    const Needs needs{rows_of_a_piece(*net, batch, 1), 2, 0, batch.elements()};
     return computing_call(*net, w, batch, {}, needs, work);
 }

@@ -9,13 +9,6 @@
 
 namespace VEMKN {
 
-// Slices that are evaluated together: a rolling cache keeps an output for each of a layer.
-template <NetworkModel Model>
-std::size_t evaluated_together(const Model& net, const Slices& slices)
-{
-    return slices_together(net, slices, numbers_of_an_entry(net.weights[0]));
-}
-
 // Residuals of one slice, outputs minus targets, in cache.O.
 template <NetworkModel Model>
 typename Model::Matrix& residuals(const Model& net,
@@ -89,7 +82,7 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 
     // A thread of a team evaluates many slices in a row before it adds them in its turn.
     constexpr std::size_t MOST = 256;
-    const std::size_t together = evaluated_together(net, slices);
+    const std::size_t together = slices_together(net, slices, numbers_of_an_entry(net.weights[0]));
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
     const Slices runs = runs_of(slices.count(), together, MOST, team);
     Turns turns(1, team);
@@ -120,7 +113,7 @@ void element_norm(const Model& net, const typename Model::Matrix& R, typename Mo
 }
 
 // The element norm of every residual of a batch.
-//   X, Y : as objv        put(part, first_row) : takes those of a slice, from that row of the batch on;
+//   X, Y : as objv        put(part, first_row) : takes those of some rows, from that row of the batch on;
 //                         several threads call it at the same time
 template <NetworkModel Model, class Put>
 void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const Put& put)
@@ -133,14 +126,13 @@ void element_norms(const Model& net, const RowsView& X, const RowsView& Y, const
     };
 
     const Slices slices(X.rows, net.batch);
-    const std::size_t together = evaluated_together(net, slices);
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
-    const Slices runs = runs_of(slices.count(), together, together, team);
-    for_each_item<Local>(runs.count(), team, [&](Local& local, std::size_t run) {
-        const std::size_t first = runs.first_row(run), n = runs.rows_of(run);
-        const RowsView Xs = slices.cut(X, first, n), Ys = slices.cut(Y, first, n);
-        element_norm(net, residuals(net, Xs, Ys, local.cache), local.part);
-        put(local.part, slices.first_row(first));
+    const Slices pieces = pieces_of(
+        net, slices, numbers_of_an_entry(net.weights[0]), static_cast<std::size_t>(team.size()));
+    for_each_item<Local>(pieces.count(), team, [&](Local& local, std::size_t p) {
+        const Matrix& R = residuals(net, pieces.cut(X, p), pieces.cut(Y, p), local.cache);
+        element_norm(net, R, local.part);
+        put(local.part, pieces.first_row(p));
     });
 }
 

@@ -25,6 +25,9 @@ public:
 
     std::size_t rows() const { return rows_; }
 
+    // Of a slice.
+    std::size_t most_rows() const { return std::min(batch_, rows_); }
+
     std::size_t count() const { return (rows_ + batch_ - 1) / batch_; }
 
     std::size_t first_row(std::size_t slice) const
@@ -69,19 +72,41 @@ private:
     std::size_t missing_in_first_ = 0;
 };
 
-// How many neighbouring slices run through the network together, in products of all their rows: as many as keep what is computed of
-// them in the inner caches. Rows of one product do not see each other, but for those of OpenBLAS, whose bits may depend on how
-// many there are; and several passes are swept slice by slice.
+// Rows of which the inner caches hold what is computed of them.
 //   of_an_output : numbers that are kept for each output of a layer, with their derivatives
+template <class Model>
+std::size_t rows_in_cache(const Model& net, std::size_t of_an_output)
+{
+    constexpr std::size_t NUMBERS = 32768;
+    std::size_t outputs = 0;
+    for (const auto& W : net.weights) outputs += W.cols();
+    return NUMBERS / (outputs * of_an_output);
+}
+
+// How many neighbouring slices run through the network together, in products of all their rows. Rows of one product do not see
+// each other, but for those of OpenBLAS, whose bits may depend on how many there are; and several passes are swept slice by
+// slice.
 template <class Model>
 std::size_t slices_together(const Model& net, const Slices& slices, std::size_t of_an_output)
 {
-    constexpr std::size_t NUMBERS = 16384;
     if (slices.single() || net.nmult > 1 || multiplies_by_blas(net)) return 1;
-    std::size_t of_a_row = 0;
-    for (const auto& W : net.weights) of_a_row += W.cols();
-    of_a_row *= of_an_output;
-    return std::clamp<std::size_t>(NUMBERS / (of_a_row * slices.rows_of(0)), 1, slices.count());
+    const std::size_t fit = rows_in_cache(net, of_an_output) / slices.rows_of(0);
+    return std::clamp<std::size_t>(fit, 1, slices.count());
+}
+
+// The same rows in other pieces, where nothing is summed over them: smaller and larger than slices, and enough of them for a team.
+template <class Model>
+Slices pieces_of(const Model& net,
+                 const Slices& slices,
+                 std::size_t of_an_output,
+                 std::size_t threads)
+{
+    constexpr std::size_t LEAST = 32, PIECES_OF_A_THREAD = 4;
+    if (multiplies_by_blas(net)) return slices;
+    const std::size_t all = slices.rows();
+    const std::size_t fair = threads == 1 ? all : all / (PIECES_OF_A_THREAD * threads);
+    const std::size_t fit = std::min(rows_in_cache(net, of_an_output), fair);
+    return {all, static_cast<std::int32_t>(std::max(fit, LEAST))};
 }
 
 }  // namespace VEMKN

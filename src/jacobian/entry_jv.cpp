@@ -53,6 +53,6 @@ int vemk_Jv(::VEMKNInfo* net,
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
     const std::size_t numbers = 1 + seeding.tangents();
     const Needs needs{
-        rows_together(*net, batch, numbers), 2 * numbers, numbers, batch.elements() * (1 + nv)};
+        rows_of_a_piece(*net, batch, numbers), 2 * numbers, numbers, batch.elements() * (1 + nv)};
     return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

@@ -196,19 +196,38 @@ inline void put_matrix(BlockRow& all, std::size_t k, const RowsView& matrix)
     }
 }
 
+// Rows of n numbers from one place to another.
+inline void copy_rows(const double* from,
+                      std::size_t from_pitch,
+                      double* to,
+                      std::size_t to_pitch,
+                      std::size_t rows,
+                      std::size_t n)
+{
+    if (from_pitch == n && to_pitch == n) {
+        std::copy_n(from, rows * n, to);
+        return;
+    }
+    for (std::size_t r = 0; r < rows; ++r) {
+        std::copy_n(from + r * from_pitch, n, to + r * to_pitch);
+    }
+}
+
 inline void put_rows(BlockRow& whole, std::size_t first, const BlockRow& part)
 {
-    for (std::size_t r = 0; r < part.rows(); ++r) {
-        std::copy_n(part.at(0, r), part.width(), whole.at(0, first + r));
-    }
+    copy_rows(
+        part.data(), part.pitch(), whole.at(0, first), whole.pitch(), part.rows(), part.width());
 }
 
 inline void take_rows(const BlockRow& whole, const RowRange& rows, BlockRow& part)
 {
     part.set_shape(rows.count, whole.cols(), whole.count());
-    for (std::size_t r = 0; r < rows.count; ++r) {
-        std::copy_n(whole.at(0, rows.first + r), part.width(), part.at(0, r));
-    }
+    copy_rows(whole.at(0, rows.first),
+              whole.pitch(),
+              part.data(),
+              part.pitch(),
+              rows.count,
+              part.width());
 }
 
 // body(where columns first ... of row r of matrix k of whole lie, where that row of part lies) for all r and k.
