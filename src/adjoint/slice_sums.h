@@ -191,7 +191,6 @@ typename Model::SValue add_in_rounds(const Model& net,
     typename Model::SValue total(0.0);
     in_team(team, [&](TeamException& failure) {
         CallList<Kept> own;
-        own.reserve(of_a_thread);
         SumRoom<Model> room;
         for (std::size_t first = 0; first < count; first += round) {
             const std::size_t n = std::min(round, count - first);
@@ -199,6 +198,8 @@ typename Model::SValue add_in_rounds(const Model& net,
 #pragma omp for schedule(static)
             for (std::size_t j = 0; j < n; ++j) {
                 failure.guard([&] {
+                    // Others hold on to what is in it: it must not move, should the system give one thread all of a round.
+                    if (own.empty()) own.reserve(round);
                     if (used == own.size()) own.emplace_back();
                     Kept& kept = own[used++];
                     SliceWorkspace<Model>& work = kept.work;

@@ -11,7 +11,7 @@
 namespace VEMKN {
 
 // What a host holds: the same network twice, over doubles and over carriers, kept in step in threads and batch by every
-// setter; weights of its own are those of the double model. A call that runs the network works on a copy of its own (api/work_model.h).
+// setter; weights of its own are those of the double model. A call that runs the network makes a model of its own (api/work_model.h).
 struct VEMKNInfo {
     std::uint64_t header = 440;  // never read
     DoubleModel model;

@@ -9,13 +9,14 @@
 
 namespace VEMKN {
 
-// What a call takes memory for, to the size of the blocks that it takes: with too little it takes another one, and what is too much
-// it does not touch.
+// What a call takes memory for, by which the size of a block goes: a bound that holds for most networks. Where it does not, the
+// thread takes another block; what is too much is not touched.
 struct Needs {
     std::size_t rows = 0;            // that go through the network together
     std::size_t of_an_output = 0;    // numbers for each output of a layer and each of these rows
     std::size_t of_a_parameter = 0;  // numbers for each weight and bias
     std::size_t of_results = 0;      // numbers of the calling thread alone
+    bool are_swept = false;          // what all passes leave is kept, else that of two
 };
 
 // Rows of slices of which so many numbers are kept for each output of a layer.
@@ -46,11 +47,15 @@ inline BlockSizes block_sizes(const VEMKNInfo& net, const Needs& needs)
     // Arrays end in a line that is theirs alone; lists of them, and numbers of a row or two.
     constexpr std::size_t OF_AN_ARRAY = CACHE_LINE / sizeof(double), OF_A_LAYER = 48;
     const DoubleModel& model = net.model;
+    const std::size_t chained = model.nmult == 1 ? 0 : model.nmult;
+    const std::size_t passes =
+        needs.are_swept ? model.nmult : std::min<std::size_t>(model.nmult, 2);
     std::size_t outputs = 0, parameters = 0;
     for (std::size_t i = 0; i < model.weights.size(); ++i) {
-        const bool hidden = i + 1 < model.weights.size();
-        const std::size_t passes = hidden ? model.nmult : 1;
-        outputs += passes * (needs.rows * model.weights[i].cols() + OF_AN_ARRAY);
+        const std::size_t of_a_pass = needs.rows * model.weights[i].cols() + OF_AN_ARRAY;
+        const std::size_t to_last = model.weights.size() - 1 - i;
+        if (to_last == 1) outputs += chained * of_a_pass;  // side by side
+        outputs += (to_last == 0 ? 1 : passes) * of_a_pass;
         parameters += model.weights[i].size() + model.biases[i].size() + 2 * OF_AN_ARRAY;
     }
     const std::size_t of_lists = OF_A_LAYER * (model.weights.size() + 1);

@@ -23,7 +23,9 @@ int vemk_compute(::VEMKNInfo* net,
     const auto work = [&](const auto& model, const RowsView& X, const RowsView&, Results& results) {
         results.write(out, computev(model, X));
     };
-    const Needs needs{rows_of_a_chunk(batch), 2, 0, std::size_t{nrows} * net->model.numout};
+    const Needs needs{.rows = rows_of_a_chunk(batch),
+                      .of_an_output = 2,
+                      .of_results = std::size_t{nrows} * net->model.numout};
     return computing_call(*net, w, batch, {}, needs, work);
 }
 
@@ -47,6 +49,7 @@ int vemk_residual(::VEMKNInfo* net,
             subtract_rows(R, Y);
             results.write(out, R);
         };
-    const Needs needs{rows_of_a_chunk(batch), 2, 0, batch.elements()};
+    const Needs needs{
+        .rows = rows_of_a_chunk(batch), .of_an_output = 2, .of_results = batch.elements()};
     return computing_call(*net, w, batch, {}, needs, work);
 }

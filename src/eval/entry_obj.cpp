@@ -22,7 +22,8 @@ int vemk_obj(::VEMKNInfo* net,
         [&](const auto& model, const RowsView& X, const RowsView& Y, Results& results) {
             results.write(result, objv(model, X, Y));
         };
-    const Needs needs{rows_together(*net, batch, 1), 2};
+    const Needs needs{.rows = rows_together(*net, batch, EVALUATED_FOR_AN_OUTPUT),
+                      .of_an_output = 2};
     return computing_call(*net, w, batch, {}, needs, work);
 }
 
@@ -48,6 +49,7 @@ int vemk_objv(::VEMKNInfo* net,
             });
             results.write(out, values);
         };
-    const Needs needs{rows_of_a_piece(*net, batch, 1), 2, 0, batch.elements()};
+    const Needs needs{
+        .rows = rows_of_a_piece(*net, batch, 1), .of_an_output = 2, .of_results = batch.elements()};
     return computing_call(*net, w, batch, {}, needs, work);
 }

@@ -9,6 +9,9 @@
 
 namespace VEMKN {
 
+// Slices that are evaluated together stay in the innermost cache, which is about an eighth of the one that sweeps live in.
+inline constexpr std::size_t EVALUATED_FOR_AN_OUTPUT = 8;
+
 // Residuals of one slice, outputs minus targets, in cache.O.
 template <NetworkModel Model>
 typename Model::Matrix& residuals(const Model& net,
@@ -82,7 +85,8 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 
     // A thread of a team evaluates many slices in a row before it adds them in its turn.
     constexpr std::size_t MOST = 256;
-    const std::size_t together = slices_together(net, slices, numbers_of_an_entry(net.weights[0]));
+    const std::size_t together =
+        slices_together(net, slices, EVALUATED_FOR_AN_OUTPUT * numbers_of_an_entry(net.weights[0]));
     const TeamPermit team(slices.count(), worthwhile_threads(net, X.rows, 1));
     const Slices runs = runs_of(slices.count(), together, MOST, team);
     Turns turns(1, team);
@@ -108,7 +112,7 @@ typename Model::SValue objv(const Model& net, const RowsView& X, const RowsView&
 template <NetworkModel Model>
 void element_norm(const Model& net, const typename Model::Matrix& R, typename Model::Vector& norms)
 {
-    if (norms.size() != R.size()) norms = vector_like(R);
+    shape_vector(R, norms);
     net.element_norm.forward(R, norms);
 }
 

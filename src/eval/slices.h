@@ -80,7 +80,7 @@ std::size_t rows_in_cache(const Model& net, std::size_t of_an_output)
     constexpr std::size_t NUMBERS = 32768;
     std::size_t outputs = 0;
     for (const auto& W : net.weights) outputs += W.cols();
-    return NUMBERS / (outputs * of_an_output);
+    return NUMBERS / std::max<std::size_t>(outputs * of_an_output, 1);
 }
 
 // How many neighbouring slices run through the network together, in products of all their rows. Rows of one product do not see

@@ -95,8 +95,7 @@ unsigned worthwhile_threads(const Model& net, std::size_t rows, std::size_t runs
 }
 
 // Runs work(local, item) for every item, each thread's in ascending order: `neighbours` of them on a thread, the next ones on the
-// next. Each thread makes and ends the Local that it works in: what one has taken from the system and another gives back would
-// lie among the other's memory from then on, in the same cache lines.
+// next. Each thread makes the Local that it works in, from its own memory: threads are to share no cache lines.
 //   at_failure() : runs after work has thrown
 template <class Local, class Work, class AtFailure>
 void deal_out(std::size_t items,

@@ -48,9 +48,10 @@ int vemk_Hv(::VEMKNInfo* net,
         };
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
     const std::size_t numbers = 1 + seeding.tangents();
-    const Needs needs{rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT * numbers),
-                      5 * numbers,
-                      4 * numbers,
-                      std::size_t{nw} * nv};
+    const Needs needs{.rows = rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT * numbers),
+                      .of_an_output = 5 * numbers,
+                      .of_a_parameter = 4 * numbers,
+                      .of_results = std::size_t{nw} * nv,
+                      .are_swept = true};
     return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

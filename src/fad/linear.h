@@ -23,6 +23,11 @@ inline Bundle vector_like(const Bundle& x)
     return v;
 }
 
+inline void shape_vector(const Bundle& of, Bundle& v)
+{
+    take_shape(of, v);
+}
+
 inline std::size_t numbers_of_an_entry(const Bundle& x)
 {
     return 1 + x.tangents();

@@ -21,10 +21,10 @@ void multiply_derivatives(const Bundle& A, const Bundle& B, Bundle& C, By by)
 }
 
 // dC_k += (A*0.0)*B in a range of rows, which is zero but where A is not finite. The rows of A follow one another.
-void add_constant_tangents(
-    const Factor& A, const Factor& B, Bundle& C, By by, const RowRange& range)
+//   to : the first row of C
+void add_zeros_of(
+    const Factor& A, const Factor& B, Bundle& C, By by, const RowRange& range, std::size_t to)
 {
-    if (C.tangents() == 0 || VEMKN::kernels().all_finite(A.data, A.rows * A.cols)) return;
     const PassingMemory memory;
     WorkMatrix zero(A.data, A.rows, A.cols);
     for (double& entry : zero.store()) entry *= 0.0;
@@ -32,10 +32,26 @@ void add_constant_tangents(
     for (std::size_t k = 0; k < C.tangents(); ++k) {
         product(dA.cut_rows(range.first, range.count),
                 B,
-                C.derivatives.at(k) + range.first * C.derivatives.pitch(),
+                C.derivatives.at(k, to),
                 C.derivatives.pitch(),
                 Into::add,
                 by);
+    }
+}
+
+// The derivatives of constants A. A row that is not finite has no say in the derivatives of others: they may be those of another
+// slice, with which it runs together.
+void add_constant_tangents(
+    const Factor& A, const Factor& B, Bundle& C, By by, const RowRange& range)
+{
+    const auto all_finite = [](const Factor& f) {
+        return VEMKN::kernels().all_finite(f.data, f.rows * f.cols);
+    };
+    if (C.tangents() == 0 || all_finite(A)) return;
+    if (A.transposed) return add_zeros_of(A, B, C, by, range, range.first);
+    for (std::size_t r = range.first; r < range.first + range.count; ++r) {
+        const Factor row = A.cut_rows(r, 1);
+        if (!all_finite(row)) add_zeros_of(row, B, C, by, {0, 1}, r);
     }
 }
 
@@ -124,7 +140,9 @@ void do_binmult(Bundle& C, const Factor& A, const BundleView& B, By by)
 void do_binmult(Bundle& C, const Bundle& A, const TransposedBundle& B, By by)
 {
     // The value as doubles have it, to the last bit.
+    C.set_shape(A.rows(), B.bundle.value.rows, A.tangents());
     do_binmult(C.value, A.value, transposed(B.bundle.value), by);
+    const PassingMemory memory;
     Bundle Bt;
     transpose(B.bundle, Bt);
     multiply_derivatives(A, Bt, C, by);

@@ -28,6 +28,7 @@ public:
         const std::size_t cols = part.cols(), n = part.tangents();
         std::copy_n(w, part.size(), part.value.data());
         if (n == 0) return;
+        const VEMKN::PassingMemory memory;
         AlignedArray of_constant(part.value.data(), part.size());
         for (double& derivative : of_constant) derivative *= 0.0;
         const std::size_t given = v == nullptr ? 0 : std::min(nv_, n);

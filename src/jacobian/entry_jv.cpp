@@ -52,7 +52,9 @@ int vemk_Jv(::VEMKNInfo* net,
         };
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
     const std::size_t numbers = 1 + seeding.tangents();
-    const Needs needs{
-        rows_of_a_piece(*net, batch, numbers), 2 * numbers, numbers, batch.elements() * (1 + nv)};
+    const Needs needs{.rows = rows_of_a_piece(*net, batch, numbers),
+                      .of_an_output = 2 * numbers,
+                      .of_a_parameter = numbers,
+                      .of_results = batch.elements() * (1 + std::size_t{nv})};
     return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

@@ -47,7 +47,10 @@ int vemk_vJ_vec(::VEMKNInfo* net,
             }
         };
     const std::size_t together = cotangent_groups(net->model, k).largest();
-    const Needs needs{
-        rows_of_a_chunk(batch), 4 + 2 * together, 1, batch.elements() + std::size_t{k} * nw};
+    const Needs needs{.rows = rows_of_a_chunk(batch),
+                      .of_an_output = 4 + 2 * together,
+                      .of_a_parameter = 1,
+                      .of_results = batch.elements() + std::size_t{k} * nw,
+                      .are_swept = true};
     return computing_call<CotangentsModel>(*net, w, batch, all_cotangents, needs, work);
 }

@@ -310,6 +310,13 @@ Array vector_like(const Array& x)
     return Array(x.size());
 }
 
+// v takes as many elements as a matrix has.
+template <class Store>
+void shape_vector(const DoubleMatrix<Store>& of, Store& v)
+{
+    set_size(v, of.size());
+}
+
 template <class Store>
 Store vector_like(const DoubleMatrix<Store>& x)
 {

@@ -23,7 +23,7 @@ constexpr std::uint64_t BYTES_PER_LAYER =
     2 * sizeof(unsigned) + 3 * sizeof(MatrixTemplate<double>) + 5 * sizeof(std::valarray<double>) +
     2 * ALLOCATION + 3 * LEAST_ALLOCATION;
 
-// What both models may take: half of the machine's memory, since every computing call works on copies.
+// What both models may take: half of the machine's memory, since every computing call takes memory of that order.
 std::uint64_t memory_limit()
 {
     return static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *

@@ -31,7 +31,7 @@ void begin_block(std::size_t bytes)
 CallMemory::CallMemory([[maybe_unused]] const BlockSizes& blocks)
 {
 #ifndef VEMKN_SANITIZED
-    arena = {&this_thread().blocks, nullptr, nullptr, blocks.first, blocks.other};
+    arena = {&this_thread().blocks, nullptr, nullptr, blocks.first, blocks.other, blocks.other};
 #endif
 }
 

@@ -23,7 +23,8 @@ struct Arena {
     std::byte* next = nullptr;
     std::byte* end = nullptr;
     std::size_t block = 0;        // bytes of its next block
-    std::size_t block_after = 0;  // and of the one after it, and of the first of another thread
+    std::size_t block_after = 0;  // and of the one after it
+    std::size_t of_a_worker = 0;  // and of the first one of another thread
 };
 
 // In the block that every thread has from its start, so that an access is one instruction.
@@ -65,22 +66,24 @@ public:
 // The same for a thread of a team, for the call that the arena of the calling thread belongs to.
 class MemoryOfTeam {
 public:
-    explicit MemoryOfTeam(const Arena& of_caller) : is_worker_(!in_call_memory())
+    explicit MemoryOfTeam(const Arena& of_caller)
+        : before_(arena), is_worker_(arena.blocks != of_caller.blocks)
     {
         if (!is_worker_) return;
-        const std::size_t block = of_caller.block_after;
-        arena = {of_caller.blocks, nullptr, nullptr, block, block};
+        const std::size_t block = of_caller.of_a_worker;
+        arena = {of_caller.blocks, nullptr, nullptr, block, block, block};
     }
 
     ~MemoryOfTeam()
     {
-        if (is_worker_) arena = {};
+        if (is_worker_) arena = before_;
     }
 
     MemoryOfTeam(const MemoryOfTeam&) = delete;
     MemoryOfTeam& operator=(const MemoryOfTeam&) = delete;
 
 private:
+    Arena before_;  // not empty where the worker has left a call of its own by a jump
     bool is_worker_;
 };
 

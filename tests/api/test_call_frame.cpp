@@ -315,14 +315,16 @@ TEST_P(Team, ArmsTheTrapsOnEveryWorker)
     EXPECT_EQ(0, seen::unarmed_on_workers);
 }
 
-TEST_P(Team, WritesNoOutputWhenMemoryLacks)
+namespace {
+
+void expect_no_output_when_memory_lacks(const Entry& entry, const plain::Network& network)
 {
-    const Network net(small().text());
-    const Batch batch = random_batch(small(), ROWS, 3, 1);
+    const Network net(network.text());
+    const Batch batch = random_batch(network, ROWS, 3, 1);
     ASSERT_EQ(0, vemk_setpar(net, 3, ROWS_OF_A_SLICE));
-    const Numbers expected = results_of(GetParam(), net, batch);
+    const Numbers expected = results_of(entry, net, batch);
     double value = 0;
-    Numbers array(GetParam().array_size(batch.call(), 2));
+    Numbers array(entry.array_size(batch.call(), 2));
     Call call = batch.call();
     call.value = &value;
     call.array = array.data();
@@ -333,7 +335,7 @@ TEST_P(Team, WritesNoOutputWhenMemoryLacks)
         lack::from_allocation(count);
         bool caught = false;
         try {
-            EXPECT_EQ(0, GetParam().run(net, call));
+            EXPECT_EQ(0, entry.run(net, call));
         } catch (const std::bad_alloc&) {
             caught = true;
         }
@@ -344,8 +346,23 @@ TEST_P(Team, WritesNoOutputWhenMemoryLacks)
         EXPECT_EQ(-5.0, value) << count;
         EXPECT_EQ(bits_of(Numbers(array.size(), -5)), bits_of(array)) << count;
     }
-    if (std::string("vemk_g") == GetParam().name) array.insert(array.begin(), value);
+    if (std::string("vemk_g") == entry.name) array.insert(array.begin(), value);
     EXPECT_EQ(bits_of(expected), bits_of(array));
+}
+
+}  // namespace
+
+TEST_P(Team, WritesNoOutputWhenMemoryLacks)
+{
+    expect_no_output_when_memory_lacks(GetParam(), small());
+}
+
+// The rows of its gradient are dealt out.
+TEST_P(Team, WritesNoOutputOfALargeNetworkWhenMemoryLacks)
+{
+    plain::Network tall = small();
+    tall.sizes = {150, 120};
+    expect_no_output_when_memory_lacks(GetParam(), tall);
 }
 
 INSTANTIATE_TEST_SUITE_P(Entries,

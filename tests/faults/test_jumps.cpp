@@ -5,6 +5,7 @@
 
 #include <csetjmp>
 #include <csignal>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -151,6 +152,42 @@ SCENE(jumps_lose_no_memory)
     }
     std::cout << std::flush;
     std::_Exit(0);
+}
+
+// A thread of the host's team, which is then one of the library's.
+SCENE(jumps_out_on_a_thread_of_the_pool)
+{
+    alarm(60);
+    std::signal(SIGFPE, jump_out);
+    const plain::Network network = usual_network();
+    const Network net(network.text());
+    const Request bad = overflowing(random_request(network, 40, 5, 2, 1));
+    const Request good = random_request(network, 20'000, 5, 1, 1);
+    const AnyEntry& entry = any_entry_named("vemk_g");
+#pragma omp parallel num_threads(2)
+    {
+        Numbers numbers(entry.sizes(AnyEntry::call_for(bad)).all());
+        leave(entry, net, AnyEntry::call_for(bad), numbers.data());
+    }
+    const Network other(network.text());
+    vemk_setpar(other, 2, 32);
+    const auto taken_after = [&](int calls) {
+        for (int i = 0; i < calls; ++i) entry.run(other, good);
+        std::ifstream pages("/proc/self/statm");
+        std::size_t all = 0;
+        pages >> all;
+        return all;
+    };
+    const std::size_t before = taken_after(10), after = taken_after(500);
+    std::cout << (after > before + 1000 ? "loses memory" : "keeps memory") << std::endl;
+    std::_Exit(0);
+}
+
+TEST(JumpFault, AJumpOnAThreadThatBecomesAWorker_LosesNoMemory)
+{
+    const child::Outcome outcome = child::play("jumps_out_on_a_thread_of_the_pool");
+    EXPECT_TRUE(outcome.exited_with(0)) << outcome.description();
+    EXPECT_NE(std::string::npos, outcome.out.find("keeps memory")) << outcome.description();
 }
 
 TEST(JumpFault, JumpsOutOfEveryEntryPoint_TheNextCallGivesTheirMemoryBack)

@@ -1,3 +1,6 @@
+#include <cmath>
+#include <limits>
+
 #include "jacobian/derivative_calls.h"
 
 namespace {
@@ -176,6 +179,44 @@ TEST(Jv, OfASingleWeightAlongASingleTangentIgnoresTheTangent)
     }
     // Two tangents are read.
     expect_close(call_Jv(net, p, {2, -1}, 2).jac, plain::Reals{1.6L, -0.8L, 1.6L, -0.8L}, 8 * EPS);
+}
+
+// Zero times an infinite weight is NaN: the tangents of a constant are the constant times zero. Of other rows nothing is.
+TEST(Jv, OfARowThatIsNotFiniteSpoilsNoOther)
+{
+    Random random(5);
+    Problem p = problem("softplus", "sum");
+    p.nrows = 100;
+    p.fill(random);
+    for (double& x : p.x) x = std::abs(x);
+    p.w[3] = -INF;  // the first of a weight matrix
+    p.x[40 * std::size_t{p.xcols}] = std::numeric_limits<double>::quiet_NaN();
+    const Network net(p.shape.text());
+    vemk_quiet(net, 1);
+    const Numbers tangents = random.list(p.nw());
+    for (const int batch : {1, 8, 1000}) {
+        for (const unsigned threads : {1u, 2u}) {
+            ASSERT_EQ(0, vemk_setpar(net, threads, batch));
+            Numbers values(p.elements()), jac(p.elements());
+            JvCall call(p, tangents, 1);
+            EXPECT_EQ(1,
+                      vemk_Jv(net,
+                              call.w,
+                              call.nw,
+                              call.v,
+                              call.nv,
+                              call.x,
+                              call.y,
+                              call.nrows,
+                              call.xcols,
+                              call.ycols,
+                              values.data(),
+                              jac.data()));
+            for (std::size_t i = 0; i < jac.size(); ++i) {
+                EXPECT_EQ(i / p.ycols() == 40, std::isnan(jac[i])) << i << ", batch " << batch;
+            }
+        }
+    }
 }
 
 TEST(Jv, OfNoRowsWritesNothing)
