@@ -100,6 +100,11 @@ const typename Model::SValue& adj_computev(const Model& net,
                                            SliceWorkspace<Model>& work,
                                            typename Model::Gradient& grad)
 {
+    // Where OpenBLAS multiplies, other factors would be other bits.
+    constexpr std::size_t WORTH_THE_COPIES = 64;
+    if (X.rows >= WORTH_THE_COPIES && !multiplies_by_blas(net)) {
+        work.transposes = TransposedWeights<Model>(net);
+    }
     adj_outputs(net, X, Y, seed, outAdj, R, work);
     backward(net, work.transposes, work.cache, outAdj, work.sweep, grad, Into::overwrite);
     return work.value;
