@@ -26,9 +26,5 @@ int vemk_g(::VEMKNInfo* net,
             results.write(value, objective);
             results.write(gradient, grad);
         };
-    const Needs needs{.rows = rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT),
-                      .of_an_output = 5,
-                      .of_a_parameter = 3,
-                      .are_swept = true};
-    return computing_call(*net, w, batch, {}, needs, work);
+    return computing_call(*net, w, batch, {}, needs_of_gradient(*net, batch), work);
 }

@@ -27,7 +27,7 @@ struct SumRoom {
     typename Model::AdjointVector gb;
 };
 
-// The turn of one slice at the sums of a gradient, or that of the only slice.
+// The turn of one slice, or of a run of slices, at the sums of a gradient, or that of the only one.
 class SliceTurn {
 public:
     SliceTurn() = default;

@@ -26,35 +26,57 @@ struct SliceWorkspace {
     CallList<typename Model::SValue> values;
 };
 
+// Adjoint of residuals from that of their mean norm.
+template <NetworkModel Model>
+void adj_mean_norm(const Model& net,
+                   const typename Model::Matrix& R,
+                   const typename Model::SValue& seed,
+                   typename Model::Matrix& Rbar,
+                   SliceWorkspace<Model>& work)
+{
+    work.output_seed = seed;
+    work.output_seed /= static_cast<double>(R.size());
+    net.summing_norm.adjoint(R, work.output_seed, Rbar);
+}
+
+// The same from those of their element norms, which Rbar comes in with.
+template <NetworkModel Model>
+void adj_element_norm(const Model& net,
+                      const typename Model::Matrix& R,
+                      typename Model::Matrix& Rbar,
+                      SliceWorkspace<Model>& work)
+{
+    element_norm(net, R, work.norms);
+    net.element_norm.adjoint(R, asVector(Rbar), Rbar);
+}
+
 // Runs the network over one slice, and gives the adjoint of its outputs.
 //   X : rows x nin        Y : rows x nout
 //   seed : adjoint of the objective. Exactly 0.0 means that outAdj comes in as a cotangent of the element norms
 //   outAdj : rows x nout; leaves as the adjoint of the outputs
-//   R : overwritten with the residuals        result : the slice's objective, in work
+//   R : overwritten with the residuals        value : overwritten with the slice's objective
 template <NetworkModel Model>
-typename Model::SValue& adj_outputs(const Model& net,
-                                    const RowsView& X,
-                                    const RowsView& Y,
-                                    const typename Model::SValue& seed,
-                                    typename Model::Matrix& outAdj,
-                                    typename Model::Matrix& R,
-                                    SliceWorkspace<Model>& work)
+void adj_outputs(const Model& net,
+                 const RowsView& X,
+                 const RowsView& Y,
+                 const typename Model::SValue& seed,
+                 typename Model::Matrix& outAdj,
+                 typename Model::Matrix& R,
+                 SliceWorkspace<Model>& work,
+                 typename Model::SValue& value)
 {
     std::swap(R, residuals(net, X, Y, work.cache));
-    mean_norm(net, R, work.value);
+    mean_norm(net, R, value);
     if (value_of(seed) != 0.0) {
-        work.output_seed = seed;
-        work.output_seed /= static_cast<double>(R.size());
-        net.summing_norm.adjoint(R, work.output_seed, outAdj);
+        adj_mean_norm(net, R, seed, outAdj, work);
     } else {
-        element_norm(net, R, work.norms);
-        net.element_norm.adjoint(R, asVector(outAdj), outAdj);
+        adj_element_norm(net, R, outAdj, work);
     }
-    return work.value;
 }
 
 // The same for neighbouring slices that run together, with their objectives in work.values.
-//   X, Y : their rows, cut by slices        seed_of(rows) : adjoint of the objective of a slice of so many rows
+//   X, Y : their rows, cut by slices
+//   seed_of(rows) : adjoint of the objective of a slice of so many rows, exactly 0.0 for all of them or for none
 //   work.outAdj, work.R : as outAdj and R there, of all rows
 template <NetworkModel Model, class SeedOf>
 void adj_outputs_together(const Model& net,
@@ -67,25 +89,19 @@ void adj_outputs_together(const Model& net,
     const std::size_t n = slices.count();
     if (work.values.size() < n) work.values.resize(n, typename Model::SValue(0.0));
     if (n == 1) {
-        work.values[0] = adj_outputs(net, X, Y, seed_of(X.rows), work.outAdj, work.R, work);
-        return;
+        return adj_outputs(
+            net, X, Y, seed_of(X.rows), work.outAdj, work.R, work, work.values.front());
     }
     std::swap(work.R, residuals(net, X, Y, work.cache));
-    bool seeded = false;
+    const bool seeded = value_of(seed_of(slices.rows_of(0))) != 0.0;
     for (std::size_t j = 0; j < n; ++j) {
         take_rows(work.R, slices.rows(j), work.slice_R);
         mean_norm(net, work.slice_R, work.values[j]);
-        const auto& seed = seed_of(work.slice_R.rows());
-        seeded = value_of(seed) != 0.0;
         if (!seeded) continue;
-        work.output_seed = seed;
-        work.output_seed /= static_cast<double>(work.slice_R.size());
-        net.summing_norm.adjoint(work.slice_R, work.output_seed, work.slice_outAdj);
+        adj_mean_norm(net, work.slice_R, seed_of(slices.rows_of(j)), work.slice_outAdj, work);
         put_rows(work.outAdj, slices.first_row(j), work.slice_outAdj);
     }
-    if (seeded) return;
-    element_norm(net, work.R, work.norms);
-    net.element_norm.adjoint(work.R, asVector(work.outAdj), work.outAdj);
+    if (!seeded) adj_element_norm(net, work.R, work.outAdj, work);
 }
 
 // Objective of a batch of one slice and its gradient, or the vector-Jacobian product of a cotangent.
@@ -105,7 +121,7 @@ const typename Model::SValue& adj_computev(const Model& net,
     if (X.rows >= WORTH_THE_COPIES && !multiplies_by_blas(net)) {
         work.transposes = TransposedWeights<Model>(net);
     }
-    adj_outputs(net, X, Y, seed, outAdj, R, work);
+    adj_outputs(net, X, Y, seed, outAdj, R, work, work.value);
     backward(net, work.transposes, work.cache, outAdj, work.sweep, grad, Into::overwrite);
     return work.value;
 }

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <memory>
-#include <vector>
 
 #include "adjoint/slice.h"
 #include "eval/team.h"
@@ -30,10 +28,6 @@ bool keeps_gradients(const Model& net)
     if (net.nmult > 1) return true;
     return !multiplies_by_blas(net) && 2 * numbers_of_gradient(net) <= KEPT_GRADIENTS;
 }
-
-// Slices that are swept together: for each output of a layer there are the pre-activation, what the activation saves, the output
-// and its adjoint.
-inline constexpr std::size_t SWEPT_FOR_AN_OUTPUT = 4;
 
 template <NetworkModel Model>
 std::size_t swept_together(const Model& net, const Slices& slices)
@@ -79,8 +73,8 @@ typename Model::SValue add_kept_gradients(const Model& net,
 
     constexpr std::size_t MOST = 16;
     const std::size_t fit = KEPT_GRADIENTS / std::max<std::size_t>(numbers_of_gradient(net), 1);
-    const Slices runs = runs_of(slices.count(), 1, std::min(fit, MOST), team);
     const std::size_t together = swept_together(net, slices);
+    const Slices runs = runs_of(slices.count(), together, std::min(fit, MOST), team);
     const std::size_t of_value = net.weights.size();
     Turns turns(of_value + 1, team);
     typename Model::SValue total(0.0);

@@ -41,6 +41,17 @@ inline std::size_t rows_of_a_chunk(const Batch& batch)
     return std::min<std::size_t>(batch.rows, ROWS_OF_A_CHUNK);
 }
 
+// What slices take that are differentiated: besides what is kept for every output, residuals and the adjoint of outputs; of the
+// parameters a gradient, that of a slice, and transposed weights.
+//   numbers : of an entry
+inline Needs needs_of_gradient(const VEMKNInfo& net, const Batch& batch, std::size_t numbers = 1)
+{
+    return {.rows = rows_together(net, batch, SWEPT_FOR_AN_OUTPUT * numbers),
+            .of_an_output = (SWEPT_FOR_AN_OUTPUT + 1) * numbers,
+            .of_a_parameter = 3 * numbers,
+            .are_swept = true};
+}
+
 // The bytes of a block for the calling thread, and for any further one.
 inline BlockSizes block_sizes(const VEMKNInfo& net, const Needs& needs)
 {

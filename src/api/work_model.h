@@ -7,7 +7,8 @@
 #include "model/params.h"
 #include "network/function_tables.h"
 
-// The models that calls compute with: the networks of a handle over aligned arrays. Every call makes its own.
+// The models that calls compute with: the network of a handle over views of the caller's weights, or over bundles. Every call
+// makes its own.
 
 namespace VEMKN {
 

@@ -23,7 +23,6 @@ concept NetworkMatrix =
     take_shape(m, to);
     set_zero(to, n, n);
     zeros_like(m);
-    vector_like(m);
     scalar_like(m);
     numbers_of_an_entry(m);
     asVector(m);
@@ -57,6 +56,7 @@ concept NetworkModel = NetworkMatrix<typename Net::Matrix> && NetworkScalar<type
     requires(typename Net::Matrix& Z,
              const typename Net::Matrix& H,
              const typename Net::Vector& b,
+             typename Net::Vector& norms,
              typename Net::Saved& room,
              const RowsView& X,
              const typename Net::Adjoint& Zbar,
@@ -65,6 +65,7 @@ concept NetworkModel = NetworkMatrix<typename Net::Matrix> && NetworkScalar<type
              std::size_t n)
 {
     do_binplus(Z, Z, b);
+    shape_vector(H, norms);
     // the products of the sweep: H^T Zbar, formed or added, and Zbar W^T
     do_binmult(Hbar, transposed(H), Zbar);
     do_binmult(Hbar, transposed(X), Zbar);

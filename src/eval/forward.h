@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <vector>
 
 #include "eval/concepts.h"
 #include "eval/slices.h"

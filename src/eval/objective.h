@@ -1,16 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <vector>
 
 #include "eval/forward.h"
 #include "eval/slices.h"
 #include "eval/team.h"
 
 namespace VEMKN {
-
-// Slices that are evaluated together stay in the innermost cache, which is about an eighth of the one that sweeps live in.
-inline constexpr std::size_t EVALUATED_FOR_AN_OUTPUT = 8;
 
 // Residuals of one slice, outputs minus targets, in cache.O.
 template <NetworkModel Model>

@@ -72,6 +72,10 @@ private:
     std::size_t missing_in_first_ = 0;
 };
 
+// Numbers that a sweep keeps for each output of a layer: the pre-activation, what the activation saves, the output, and its adjoint.
+// An evaluation keeps the output alone, but is to stay in the innermost cache, about an eighth of the one that sweeps live in.
+inline constexpr std::size_t SWEPT_FOR_AN_OUTPUT = 4, EVALUATED_FOR_AN_OUTPUT = 8;
+
 // Rows of which the inner caches hold what is computed of them.
 //   of_an_output : numbers that are kept for each output of a layer, with their derivatives
 template <class Model>

@@ -48,10 +48,8 @@ int vemk_Hv(::VEMKNInfo* net,
         };
     const auto hold = [&] { return yafad::TangentLock(seeding.tangents()); };
     const std::size_t numbers = 1 + seeding.tangents();
-    const Needs needs{.rows = rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT * numbers),
-                      .of_an_output = 5 * numbers,
-                      .of_a_parameter = 4 * numbers,
-                      .of_results = std::size_t{nw} * nv,
-                      .are_swept = true};
+    Needs needs = needs_of_gradient(*net, batch, numbers);
+    needs.of_a_parameter += numbers;  // the model with tangents
+    needs.of_results = std::size_t{nw} * nv;
     return computing_call(*net, w, batch, tangents, needs, hold, make_model, work);
 }

@@ -16,13 +16,6 @@ inline const Bundle& asVector(const Bundle& A)
     return A;
 }
 
-inline Bundle vector_like(const Bundle& x)
-{
-    Bundle v;
-    take_shape(x, v);
-    return v;
-}
-
 inline void shape_vector(const Bundle& of, Bundle& v)
 {
     take_shape(of, v);

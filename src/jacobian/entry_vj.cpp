@@ -34,10 +34,7 @@ int vemk_vJ(::VEMKNInfo* net,
             results.write(r_out, R);
             results.write(g_out, grad);
         };
-    const Needs needs{.rows = rows_together(*net, batch, SWEPT_FOR_AN_OUTPUT),
-                      .of_an_output = 5,
-                      .of_a_parameter = 3,
-                      .of_results = batch.elements(),
-                      .are_swept = true};
+    Needs needs = needs_of_gradient(*net, batch);
+    needs.of_results = batch.elements();
     return computing_call(*net, w, batch, cotangent, needs, work);
 }

@@ -130,7 +130,23 @@ void do_binmult(DoubleMatrix<Store>& C, const Factor& A, const Factor& B, By by 
     product(A, B, C.data(), Into::overwrite, by);
 }
 
-// Rows of n numbers += others; rows at `from` and at `to` are that far apart.
+// body(from, to, length) for rows of n numbers here and there, which lie that far apart; for all at once where they follow one
+// another.
+template <class Body>
+void for_each_row(const double* from,
+                  std::size_t from_pitch,
+                  double* to,
+                  std::size_t to_pitch,
+                  std::size_t rows,
+                  std::size_t n,
+                  const Body& body)
+{
+    const bool gaps = from_pitch != n || to_pitch != n;
+    const std::size_t runs = gaps ? rows : 1, length = gaps ? n : rows * n;
+    for (std::size_t r = 0; r < runs; ++r) body(from + r * from_pitch, to + r * to_pitch, length);
+}
+
+// Rows of n numbers += others.
 inline void add_rows(const double* from,
                      std::size_t from_pitch,
                      double* to,
@@ -138,11 +154,21 @@ inline void add_rows(const double* from,
                      std::size_t rows,
                      std::size_t n)
 {
-    const bool gaps = from_pitch != n || to_pitch != n;
-    const std::size_t runs = gaps ? rows : 1, length = gaps ? n : rows * n;
-    for (std::size_t r = 0; r < runs; ++r) {
-        kernels().add(from + r * from_pitch, to + r * to_pitch, length);
-    }
+    for_each_row(from, from_pitch, to, to_pitch, rows, n, kernels().add);
+}
+
+// Rows of n numbers = others.
+inline void copy_rows(const double* from,
+                      std::size_t from_pitch,
+                      double* to,
+                      std::size_t to_pitch,
+                      std::size_t rows,
+                      std::size_t n)
+{
+    const auto copy = [](const double* a, double* b, std::size_t length) {
+        std::copy_n(a, length, b);
+    };
+    for_each_row(from, from_pitch, to, to_pitch, rows, n, copy);
 }
 
 // C += P for a rows x cols product P, the rows of C `pitch` apart. form(first, n, to) writes n rows of P; they are formed

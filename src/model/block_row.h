@@ -140,13 +140,6 @@ inline void take_shape(const BlockRow& of, BlockRow& to)
     to.set_shape(of.rows(), of.cols(), of.count());
 }
 
-inline BlockRow vector_like(const BlockRow& A)
-{
-    BlockRow v;
-    take_shape(A, v);
-    return v;
-}
-
 inline void set_zero(BlockRow& A)
 {
     A.fill(0.0);
@@ -193,23 +186,6 @@ inline void put_matrix(BlockRow& all, std::size_t k, const RowsView& matrix)
         for (std::size_t r = 0; r < matrix.rows; ++r) {
             to[r * all.pitch() + c] = from[r * matrix.cols + c];
         }
-    }
-}
-
-// Rows of n numbers from one place to another.
-inline void copy_rows(const double* from,
-                      std::size_t from_pitch,
-                      double* to,
-                      std::size_t to_pitch,
-                      std::size_t rows,
-                      std::size_t n)
-{
-    if (from_pitch == n && to_pitch == n) {
-        std::copy_n(from, rows * n, to);
-        return;
-    }
-    for (std::size_t r = 0; r < rows; ++r) {
-        std::copy_n(from + r * from_pitch, n, to + r * to_pitch);
     }
 }
 

@@ -54,6 +54,20 @@ Request overflowing(Request q)
     return q;
 }
 
+// What a scene works with: SIGFPE's handler jumps, and the process ends by itself when it hangs.
+struct Jumper {
+    const plain::Network description = usual_network();
+    const Network net{description.text()};
+    const Request good, bad;
+
+    Jumper(unsigned rows, unsigned seconds)
+        : good{random_request(description, rows, 5, 2, 1)}, bad{overflowing(good)}
+    {
+        alarm(seconds);
+        std::signal(SIGFPE, jump_out);
+    }
+};
+
 // Jumps out of every entry point, each followed by a call of all of them with the right result.
 bool survives()
 {
@@ -100,18 +114,13 @@ TEST(JumpFault, JumpsOutOfEveryEntryPoint_CallsGoOnWithTheSameBits)
 // The thread is gone: nothing of its call may stay behind.
 SCENE(ends_threads_after_a_jump)
 {
-    alarm(60);
-    std::signal(SIGFPE, jump_out);
-    const plain::Network network = usual_network();
-    const Network net(network.text());
-    const Request good = random_request(network, 4, 5, 2, 1);
-    const Request bad = overflowing(good);
+    const Jumper jumper(4, 60);
     for (int i = 0; i < 100; ++i) {
-        std::thread([&] { is_left(net, any_entry_named("vemk_Hv"), bad); }).join();
+        std::thread([&] { is_left(jumper.net, any_entry_named("vemk_Hv"), jumper.bad); }).join();
     }
-    Request other = good;
+    Request other = jumper.good;
     other.nv = 1;
-    std::_Exit(any_entry_named("vemk_Jv").run(net, other).status);
+    std::_Exit(any_entry_named("vemk_Jv").run(jumper.net, other).status);
 }
 
 TEST(JumpFault, ThreadsThatEndAfterAJump_LeaveNothingBehind)
@@ -133,18 +142,13 @@ void leave(const AnyEntry& entry, VEMKNInfo* net, const Call& overflowing, doubl
 
 SCENE(jumps_lose_no_memory)
 {
-    alarm(240);
-    std::signal(SIGFPE, jump_out);
-    const plain::Network network = usual_network();
-    const Network net(network.text());
-    const Request good = random_request(network, 40, 5, 2, 1);
-    const Request bad = overflowing(good);
+    const Jumper jumper(40, 240);
     for (const AnyEntry& entry : ALL_ENTRIES) {
-        const Call c = AnyEntry::call_for(bad);
+        const Call c = AnyEntry::call_for(jumper.bad);
         Numbers numbers(entry.sizes(c).all());
         const auto taken_after_jumps = [&](int jumps) {
-            for (int i = 0; i < jumps; ++i) leave(entry, net, c, numbers.data());
-            entry.run(net, good);
+            for (int i = 0; i < jumps; ++i) leave(entry, jumper.net, c, numbers.data());
+            entry.run(jumper.net, jumper.good);
             return mallinfo2().uordblks;
         };
         const auto before = taken_after_jumps(1), after = taken_after_jumps(JUMPS);
@@ -157,19 +161,16 @@ SCENE(jumps_lose_no_memory)
 // A thread of the host's team, which is then one of the library's.
 SCENE(jumps_out_on_a_thread_of_the_pool)
 {
-    alarm(60);
-    std::signal(SIGFPE, jump_out);
-    const plain::Network network = usual_network();
-    const Network net(network.text());
-    const Request bad = overflowing(random_request(network, 40, 5, 2, 1));
-    const Request good = random_request(network, 20'000, 5, 1, 1);
+    const Jumper jumper(40, 60);
+    const Request good = random_request(jumper.description, 20'000, 5, 1, 1);
     const AnyEntry& entry = any_entry_named("vemk_g");
+    const Call overflowing = AnyEntry::call_for(jumper.bad);
 #pragma omp parallel num_threads(2)
     {
-        Numbers numbers(entry.sizes(AnyEntry::call_for(bad)).all());
-        leave(entry, net, AnyEntry::call_for(bad), numbers.data());
+        Numbers numbers(entry.sizes(overflowing).all());
+        leave(entry, jumper.net, overflowing, numbers.data());
     }
-    const Network other(network.text());
+    const Network other(jumper.description.text());
     vemk_setpar(other, 2, 32);
     const auto taken_after = [&](int calls) {
         for (int i = 0; i < calls; ++i) entry.run(other, good);
