@@ -20,13 +20,6 @@
 
 namespace VEMKN {
 
-// What a slice's part of a sum is formed in before it is added.
-template <class Model>
-struct SumRoom {
-    typename Model::Saved panel;  // rows of a product
-    typename Model::AdjointVector gb;
-};
-
 // The turn of one slice, or of a run of slices, at the sums of a gradient, or that of the only one.
 class SliceTurn {
 public:
@@ -69,24 +62,25 @@ struct SweepWorkspace {
     CallList<Layer> layers;
     typename Model::Adjoint output_Zbar;
     typename Model::Adjoint pass_Hbar;  // with more than one pass: adjoint of a pass's output
-    SumRoom<Model> room;
+    typename Model::Saved room;         // what a sum is formed in before it is added
     // With more than one pass: the gradient of a slice.
     std::optional<typename Model::Gradient> slice_grad;
 };
 
-// Gradients of one layer from its input and Zbar, whole or some rows of both; overwritten or added to.
+// Gradients of one layer from its input and Zbar, whole or some rows of both; overwritten, or added to in parts of so many rows.
 template <NetworkModel Model, class Input, class OutputAdjoint>
 void adj_layer(const Input& H,
                const OutputAdjoint& Zbar,
                Into into,
-               SumRoom<Model>& room,
+               std::size_t part,
+               typename Model::Saved& room,
                typename Model::Adjoint& gW,
                typename Model::AdjointVector& gb)
 {
     const By by = products_with(gW);
     if (into == Into::add) {
-        do_binmult_add(gW, transposed(H), Zbar, room.panel, by);
-        add_colsum(Zbar, gb, room.gb);
+        do_binmult_add(gW, transposed(H), Zbar, room, by, part);
+        add_colsum(Zbar, gb, part);
     } else {
         do_binmult(gW, transposed(H), Zbar, by);
         colsum(Zbar, gb);
@@ -171,30 +165,64 @@ void backward(const Model& net,
         backward(net, transposes, cache, Obar, work, *work.slice_grad, Into::overwrite);
         return do_add(grad, *work.slice_grad);
     }
-    const auto layer_gradient = [&](std::size_t i,
-                                    const auto& H,
-                                    const auto& Zbar,
-                                    const Pass& pass) {
-        if (pass.is_first) turn.await(i);
-        adj_layer<Model>(
-            H, Zbar, pass.is_first ? into : Into::add, work.room, grad.weights[i], grad.biases[i]);
-        if (pass.is_last) turn.pass_on(i);
-    };
+    const auto layer_gradient =
+        [&](std::size_t i, const auto& H, const auto& Zbar, const Pass& pass) {
+            if (pass.is_first) turn.await(i);
+            adj_layer<Model>(H,
+                             Zbar,
+                             pass.is_first ? into : Into::add,
+                             WHOLE,
+                             work.room,
+                             grad.weights[i],
+                             grad.biases[i]);
+            if (pass.is_last) turn.pass_on(i);
+        };
     sweep(net, transposes, cache, Obar, work, layer_gradient);
 }
 
-// Gradients of neighbouring slices from one sweep over their rows: of each slice what backward() gives of it alone. For networks
-// of one pass.
-//   slices : of the rows        grad_of(j) : where the gradient of slice j goes; they come in ascending order
-template <NetworkModel Model, class GradOf>
+// Adds the gradients of neighbouring slices from one sweep over their rows: each slice's as backward() does, one after the other.
+// For networks of one pass.
+template <NetworkModel Model>
 void backward_together(const Model& net,
                        const TransposedWeights<Model>& transposes,
                        const ForwardCache<typename Model::Matrix>& cache,
                        const typename Model::Adjoint& Obar,
                        const Slices& slices,
                        SweepWorkspace<Model>& work,
-                       const GradOf& grad_of,
-                       Into into)
+                       typename Model::Gradient& grad)
+{
+    const auto layer_gradient = [&](std::size_t i, const auto& H, const auto& Zbar, const Pass&) {
+        // As many at a time as the innermost cache holds.
+        constexpr std::size_t NUMBERS = 2048;
+        auto& gW = grad.weights[i];
+        const std::size_t of_a_slice =
+            slices.rows_of(0) * (gW.rows() + gW.cols()) * numbers_of_an_entry(gW);
+        const std::size_t at_once =
+            std::max<std::size_t>(NUMBERS / std::max<std::size_t>(of_a_slice, 1), 1);
+        for (std::size_t j = 0; j < slices.count(); j += at_once) {
+            const RowRange rows = slices.rows(j, std::min(at_once, slices.count() - j));
+            adj_layer<Model>(rows_of(H, rows),
+                             rows_of(Zbar, rows),
+                             Into::add,
+                             slices.rows_of(0),
+                             work.room,
+                             gW,
+                             grad.biases[i]);
+        }
+    };
+    sweep(net, transposes, cache, Obar, work, layer_gradient);
+}
+
+// The same of each slice in a place of its own, overwritten.
+//   slices : of the rows        grad_of(j) : where the gradient of slice j goes
+template <NetworkModel Model, class GradOf>
+void backward_apart(const Model& net,
+                    const TransposedWeights<Model>& transposes,
+                    const ForwardCache<typename Model::Matrix>& cache,
+                    const typename Model::Adjoint& Obar,
+                    const Slices& slices,
+                    SweepWorkspace<Model>& work,
+                    const GradOf& grad_of)
 {
     const auto layer_gradient = [&](std::size_t i, const auto& H, const auto& Zbar, const Pass&) {
         for (std::size_t j = 0; j < slices.count(); ++j) {
@@ -202,7 +230,8 @@ void backward_together(const Model& net,
             typename Model::Gradient& grad = grad_of(j);
             adj_layer<Model>(rows_of(H, rows),
                              rows_of(Zbar, rows),
-                             into,
+                             Into::overwrite,
+                             WHOLE,
                              work.room,
                              grad.weights[i],
                              grad.biases[i]);

@@ -26,16 +26,17 @@ struct SliceWorkspace {
     CallList<typename Model::SValue> values;
 };
 
-// Adjoint of residuals from that of their mean norm.
+// Adjoint of the residuals of slices of so many rows from that of the mean norm of each.
 template <NetworkModel Model>
 void adj_mean_norm(const Model& net,
                    const typename Model::Matrix& R,
                    const typename Model::SValue& seed,
+                   std::size_t rows_of_a_slice,
                    typename Model::Matrix& Rbar,
                    SliceWorkspace<Model>& work)
 {
     work.output_seed = seed;
-    work.output_seed /= static_cast<double>(R.size());
+    work.output_seed /= static_cast<double>(rows_of_a_slice * R.cols());
     net.summing_norm.adjoint(R, work.output_seed, Rbar);
 }
 
@@ -68,7 +69,7 @@ void adj_outputs(const Model& net,
     std::swap(R, residuals(net, X, Y, work.cache));
     mean_norm(net, R, value);
     if (value_of(seed) != 0.0) {
-        adj_mean_norm(net, R, seed, outAdj, work);
+        adj_mean_norm(net, R, seed, R.rows(), outAdj, work);
     } else {
         adj_element_norm(net, R, outAdj, work);
     }
@@ -93,15 +94,22 @@ void adj_outputs_together(const Model& net,
             net, X, Y, seed_of(X.rows), work.outAdj, work.R, work, work.values.front());
     }
     std::swap(work.R, residuals(net, X, Y, work.cache));
-    const bool seeded = value_of(seed_of(slices.rows_of(0))) != 0.0;
     for (std::size_t j = 0; j < n; ++j) {
         take_rows(work.R, slices.rows(j), work.slice_R);
         mean_norm(net, work.slice_R, work.values[j]);
-        if (!seeded) continue;
-        adj_mean_norm(net, work.slice_R, seed_of(slices.rows_of(j)), work.slice_outAdj, work);
-        put_rows(work.outAdj, slices.first_row(j), work.slice_outAdj);
     }
-    if (!seeded) adj_element_norm(net, work.R, work.outAdj, work);
+    if (value_of(seed_of(slices.rows_of(0))) == 0.0) {
+        return adj_element_norm(net, work.R, work.outAdj, work);
+    }
+    // Slices of as many rows have the same seed: all of them but the last one maybe.
+    const auto adj_rows = [&](const RowRange& rows, std::size_t of_a_slice) {
+        take_rows(work.R, rows, work.slice_R);
+        adj_mean_norm(net, work.slice_R, seed_of(of_a_slice), of_a_slice, work.slice_outAdj, work);
+        put_rows(work.outAdj, rows.first, work.slice_outAdj);
+    };
+    const RowRange last = slices.rows(n - 1);
+    adj_rows({0, last.first}, slices.rows_of(0));
+    adj_rows(last, last.count);
 }
 
 // Objective of a batch of one slice and its gradient, or the vector-Jacobian product of a cotangent.

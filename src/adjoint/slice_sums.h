@@ -35,21 +35,6 @@ std::size_t swept_together(const Model& net, const Slices& slices)
     return slices_together(net, slices, SWEPT_FOR_AN_OUTPUT * numbers_of_an_entry(net.weights[0]));
 }
 
-// The gradients of slices that were run together.
-template <NetworkModel Model, class GradOf>
-void backward_run(const Model& net,
-                  const TransposedWeights<Model>& transposes,
-                  const Slices& slices,
-                  SliceWorkspace<Model>& work,
-                  const GradOf& grad_of,
-                  Into into)
-{
-    if (slices.single()) {
-        return backward(net, transposes, work.cache, work.outAdj, work.sweep, grad_of(0), into);
-    }
-    backward_together(net, transposes, work.cache, work.outAdj, slices, work.sweep, grad_of, into);
-}
-
 // Each thread differentiates several slices in a row, keeps their gradients, and adds them in its turn.
 template <NetworkModel Model, class AdjRun>
 typename Model::SValue add_kept_gradients(const Model& net,
@@ -90,8 +75,19 @@ typename Model::SValue add_kept_gradients(const Model& net,
             {
                 return local.kept[j + k].grad;
             };
-            backward_run(
-                net, transposes, slices.part(first + j, these), work, kept_grad, Into::overwrite);
+            if (these == 1) {
+                backward(net,
+                         transposes,
+                         work.cache,
+                         work.outAdj,
+                         work.sweep,
+                         kept_grad(0),
+                         Into::overwrite);
+            } else {
+                const Slices part = slices.part(first + j, these);
+                backward_apart(
+                    net, transposes, work.cache, work.outAdj, part, work.sweep, kept_grad);
+            }
         }
         const SliceTurn turn(turns, run);
         turn.await(of_value);
@@ -140,7 +136,7 @@ CallList<GradientPart> parts_of_gradient(const Model& net, const TeamPermit& tea
 template <NetworkModel Model>
 void add_part(const GradientPart& part,
               const SliceWorkspace<Model>& work,
-              SumRoom<Model>& room,
+              typename Model::Saved& room,
               typename Model::Gradient& grad)
 {
     const std::size_t i = part.layer;
@@ -149,11 +145,11 @@ void add_part(const GradientPart& part,
     const auto& Zbar = last ? work.sweep.output_Zbar : work.sweep.layers[i + 1].Hbar;
     const By by = products_with(gW);
     if (i == 0) {
-        do_binmult_add(gW, transposed(work.cache.X), Zbar, room.panel, by, part.rows);
+        do_binmult_add(gW, transposed(work.cache.X), Zbar, room, by, WHOLE, part.rows);
     } else {
-        do_binmult_add(gW, transposed(work.cache.H(i)), Zbar, room.panel, by, part.rows);
+        do_binmult_add(gW, transposed(work.cache.H(i)), Zbar, room, by, WHOLE, part.rows);
     }
-    if (part.rows.first == 0) add_colsum(Zbar, grad.biases[i], room.gb);
+    if (part.rows.first == 0) add_colsum(Zbar, grad.biases[i], WHOLE);
 }
 
 // The threads run and sweep some slices each and keep what their gradients are formed from; then each adds all of it to its own
@@ -185,7 +181,7 @@ typename Model::SValue add_in_rounds(const Model& net,
     typename Model::SValue total(0.0);
     in_team(team, [&](TeamException& failure) {
         CallList<Kept> own;
-        SumRoom<Model> room;
+        typename Model::Saved room;
         for (std::size_t first = 0; first < count; first += round) {
             const std::size_t n = std::min(round, count - first);
             std::size_t used = 0;
@@ -234,15 +230,16 @@ typename Model::SValue adj_slices(const Model& net,
     SliceWorkspace<Model> work;
     typename Model::SValue total(0.0);
     const std::size_t together = swept_together(net, slices);
-    const auto one_grad = [&](std::size_t) -> auto&
-    {
-        return grad;
-    };
     for (std::size_t first = 0; first < slices.count(); first += together) {
         const std::size_t n = std::min(together, slices.count() - first);
         adj_run(work, first, n);
         for (std::size_t j = 0; j < n; ++j) total += work.values[j];
-        backward_run(net, transposes, slices.part(first, n), work, one_grad, Into::add);
+        if (n == 1) {
+            backward(net, transposes, work.cache, work.outAdj, work.sweep, grad, Into::add);
+        } else {
+            const Slices part = slices.part(first, n);
+            backward_together(net, transposes, work.cache, work.outAdj, part, work.sweep, grad);
+        }
     }
     return total;
 }

@@ -74,7 +74,7 @@ concept NetworkModel = NetworkMatrix<typename Net::Matrix> && NetworkScalar<type
     do_binmult(Hbar, Zbar, transposed(H));
     do_mult(Zbar, H, Hbar);
     colsum(Zbar, gb);
-    add_colsum(Zbar, gb, gb);
+    add_colsum(Zbar, gb, n);
     do_add(gb, gb);
     // the adjoint of the passes' outputs, side by side
     take_columns(Zbar, n, n, Hbar);

@@ -56,6 +56,11 @@ inline BundleView rows_of(const Bundle& A, const VEMKN::RowRange& rows)
     return {VEMKN::rows_of(A.value, rows), VEMKN::rows_of(A.derivatives, rows)};
 }
 
+inline BundleView rows_of(const BundleView& A, const VEMKN::RowRange& rows)
+{
+    return {VEMKN::rows_of(A.value, rows), A.derivatives.cut_rows(rows)};
+}
+
 // y takes the shape and the number of tangents of x; its contents are left to the caller.
 inline void take_shape(const Bundle& x, Bundle& y)
 {

@@ -44,6 +44,12 @@ inline void colsum(const BundleView& A, Bundle& out)
     VEMKN::colsum(A.derivatives, out.derivatives);
 }
 
+inline void add_colsum(const BundleView& A, Bundle& sums, std::size_t part)
+{
+    VEMKN::add_colsum(VEMKN::view_of(A.value), std::begin(sums.value.store()), part);
+    VEMKN::add_colsum(A.derivatives.side_by_side(), sums.derivatives.data(), part);
+}
+
 // A = zeros of that shape with as many tangents as the process counts.
 inline void set_zero(Bundle& A, std::size_t rows, std::size_t cols)
 {

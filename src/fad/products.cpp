@@ -5,6 +5,7 @@
 namespace yafad {
 
 using VEMKN::PassingMemory;
+using VEMKN::WHOLE;
 
 namespace {
 
@@ -39,19 +40,22 @@ void add_zeros_of(
     }
 }
 
+// Of rows that follow one another.
+bool is_finite(const Factor& A)
+{
+    return VEMKN::kernels().all_finite(A.data, A.rows * A.cols);
+}
+
 // The derivatives of constants A. A row that is not finite has no say in the derivatives of others: they may be those of another
 // slice, with which it runs together.
 void add_constant_tangents(
     const Factor& A, const Factor& B, Bundle& C, By by, const RowRange& range)
 {
-    const auto all_finite = [](const Factor& f) {
-        return VEMKN::kernels().all_finite(f.data, f.rows * f.cols);
-    };
-    if (C.tangents() == 0 || all_finite(A)) return;
+    if (C.tangents() == 0 || is_finite(A)) return;
     if (A.transposed) return add_zeros_of(A, B, C, by, range, range.first);
     for (std::size_t r = range.first; r < range.first + range.count; ++r) {
         const Factor row = A.cut_rows(r, 1);
-        if (!all_finite(row)) add_zeros_of(row, B, C, by, {0, 1}, r);
+        if (!is_finite(row)) add_zeros_of(row, B, C, by, {0, 1}, r);
     }
 }
 
@@ -96,20 +100,71 @@ void add_derivatives_of_left(const BlockRowView& dA,
     }
 }
 
-// dC_k += A*dB_k in a range of rows, each formed first.
+// dC_k += A*dB_k in a range of rows, formed first as the value is.
+void add_derivatives_of_right(BlockRow& dC,
+                              const Factor& A,
+                              const BlockRowView& dB,
+                              WorkMatrix& room,
+                              By by,
+                              std::size_t part,
+                              const RowRange& range)
+{
+    const Factor of_range = A.cut_rows(range.first, range.count);
+    double* const to = dC.data() + range.first * dC.pitch();
+    if (by == By::kernels) {
+        return product(of_range, dB.side_by_side(), to, dC.pitch(), Into::add, by, part);
+    }
+    add_in_panels(dC, range, room, [&](std::size_t first, std::size_t rows, double* panel) {
+        product(of_range.cut_rows(first, rows), dB.side_by_side(), panel, Into::overwrite, by);
+    });
+}
+
+// dC_k += dA_k^T*B + A^T*dB_k in a range of rows, each formed first.
 void add_derivatives(BlockRow& dC,
-                     const Factor& A,
-                     const BlockRowView& dB,
+                     const BundleView& A,
+                     const BundleView& B,
                      WorkMatrix& room,
                      By by,
                      const RowRange& range)
 {
-    const Factor part = A.cut_rows(range.first, range.count);
-    double* const to = dC.data() + range.first * dC.pitch();
-    if (by == By::kernels) return product(part, dB.side_by_side(), to, dC.pitch(), Into::add);
-    add_in_panels(dC, range, room, [&](std::size_t first, std::size_t rows, double* panel) {
-        product(part.cut_rows(first, rows), dB.side_by_side(), panel, Into::overwrite, by);
-    });
+    const Factor At = transposed(A.value);
+    // Of wide layers one derivative after the other: what a panel is formed from then stays in the innermost caches.
+    constexpr std::size_t WIDE = 64;
+    if (by == By::kernels && dC.cols() >= WIDE) {
+        for (std::size_t k = 0; k < dC.count(); ++k) {
+            const Factor dAt = transposed(Factor(A.derivatives.factor(k)));
+            const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+                first += range.first;
+                product(At.cut_rows(first, rows), B.derivatives.factor(k), to);
+                product(dAt.cut_rows(first, rows), B.value, to, Into::add);
+            };
+            add_in_panels(dC.at(k, range.first),
+                          dC.pitch(),
+                          range.count,
+                          dC.cols(),
+                          VEMKN::rows_of_a_sum(dC.cols()),
+                          room.store(),
+                          form);
+        }
+        return;
+    }
+    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
+        first += range.first;
+        product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to, Into::overwrite, by);
+        add_derivatives_of_left(A.derivatives, B.value, first, rows, to, dC.width(), by);
+    };
+    add_in_panels(dC, range, room, form);
+}
+
+// body(rows) for n rows that are cut into parts.
+template <class Body>
+void for_each_part(std::size_t n, std::size_t part, const Body& body)
+{
+    for (std::size_t first = 0; first < n;) {
+        const std::size_t rows = std::min(part, n - first);
+        body(RowRange{first, rows});
+        first += rows;
+    }
 }
 
 }  // namespace
@@ -161,46 +216,34 @@ void do_binmult_add(Bundle& C,
                     const BundleView& B,
                     WorkMatrix& room,
                     By by,
+                    std::size_t part,
                     const RowRange& range)
 {
-    const Factor At = transposed(A.bundle.value);
-    VEMKN::do_binmult_add(C.value, At, B.value, room, by, range);
-    BlockRow& dC = C.derivatives;
-    // Of wide layers one derivative after the other: what a panel is formed from then stays in the innermost caches.
-    constexpr std::size_t WIDE = 64;
-    if (by == By::kernels && C.cols() >= WIDE) {
-        for (std::size_t k = 0; k < C.tangents(); ++k) {
-            const Factor dAt = transposed(Factor(A.bundle.derivatives.factor(k)));
-            const auto form = [&](std::size_t first, std::size_t rows, double* to) {
-                first += range.first;
-                product(At.cut_rows(first, rows), B.derivatives.factor(k), to);
-                product(dAt.cut_rows(first, rows), B.value, to, Into::add);
-            };
-            add_in_panels(dC.at(k, range.first),
-                          dC.pitch(),
-                          range.count,
-                          dC.cols(),
-                          VEMKN::rows_of_a_sum(dC.cols()),
-                          room.store(),
-                          form);
-        }
-        return;
-    }
-    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
-        first += range.first;
-        product(At.cut_rows(first, rows), B.derivatives.side_by_side(), to, Into::overwrite, by);
-        add_derivatives_of_left(
-            A.bundle.derivatives, B.value, first, rows, to, C.derivatives.width(), by);
-    };
-    add_in_panels(C.derivatives, range, room, form);
+    VEMKN::do_binmult_add(C.value, transposed(A.bundle.value), B.value, room, by, part, range);
+    for_each_part(B.value.rows, part, [&](const RowRange& rows) {
+        add_derivatives(C.derivatives, rows_of(A.bundle, rows), rows_of(B, rows), room, by, range);
+    });
 }
 
-void do_binmult_add(
-    Bundle& C, const Factor& A, const BundleView& B, WorkMatrix& room, By by, const RowRange& range)
+void do_binmult_add(Bundle& C,
+                    const Factor& A,
+                    const BundleView& B,
+                    WorkMatrix& room,
+                    By by,
+                    std::size_t part,
+                    const RowRange& range)
 {
-    VEMKN::do_binmult_add(C.value, A, B.value, room, by, range);
-    add_derivatives(C.derivatives, A, B.derivatives, room, by, range);
-    add_constant_tangents(A, B.value, C, by, range);
+    VEMKN::do_binmult_add(C.value, A, B.value, room, by, part, range);
+    if (is_finite(A)) {
+        return add_derivatives_of_right(C.derivatives, A, B.derivatives, room, by, part, range);
+    }
+    for_each_part(B.value.rows, part, [&](const RowRange& rows) {
+        const Factor of_part = A.cut_cols(rows.first, rows.count);
+        const BundleView B_of_part = rows_of(B, rows);
+        add_derivatives_of_right(
+            C.derivatives, of_part, B_of_part.derivatives, room, by, WHOLE, range);
+        add_constant_tangents(of_part, B_of_part.value, C, by, range);
+    });
 }
 
 void do_binplus(Bundle& C, const Bundle& A, const Bundle& b)

@@ -47,26 +47,32 @@ void do_binmult(Bundle& C, const TransposedBundle& A, const BundleView& B, By by
 // C = A*B for a constant factor A, transposed or not; non-finite entries as in do_mult.
 void do_binmult(Bundle& C, const Factor& A, const BundleView& B, By by = By::kernels);
 
-// C += A^T*B or A*B in a range of the rows of C, value and derivatives each formed first and then added; room and range as for
-// doubles.
+// C += A^T*B or A*B in a range of the rows of C, value and derivatives each formed first and then added; room, part and range as
+// for doubles.
 void do_binmult_add(Bundle& C,
                     const TransposedBundle& A,
                     const BundleView& B,
                     WorkMatrix& room,
                     By by,
+                    std::size_t part,
                     const RowRange& range);
 void do_binmult_add(Bundle& C,
                     const Factor& A,
                     const BundleView& B,
                     WorkMatrix& room,
                     By by,
+                    std::size_t part,
                     const RowRange& range);
 
 template <class Left>
-void do_binmult_add(
-    Bundle& C, const Left& A, const BundleView& B, WorkMatrix& room, By by = By::kernels)
+void do_binmult_add(Bundle& C,
+                    const Left& A,
+                    const BundleView& B,
+                    WorkMatrix& room,
+                    By by = By::kernels,
+                    std::size_t part = VEMKN::WHOLE)
 {
-    do_binmult_add(C, A, B, room, by, {0, C.rows()});
+    do_binmult_add(C, A, B, room, by, part, {0, C.rows()});
 }
 
 // C = A + b by the rule of the double twin, on the value and on every derivative. C may be A.

@@ -72,11 +72,13 @@ template <class... F>
 struct ElementTable<FunctionList<F...>> : KernelsOf<F>... {
 };
 
-// C = A*B; C += A*B, the product being formed first; C with the sums of the product going on from it.
+// A sum replaces what stands there; is formed and then added to it, cut into parts that are formed and added one after the other;
+// or goes on from it.
 enum class Into { overwrite, add, go_on };
 
 // A product: A is rows x inner, its element (i, l) at a[i*a_row + l*a_inner]; B is inner x cols and C rows x cols likewise. One
-// of the two steps of A is 1, and one of those of B.
+// of the two steps of A is 1, and one of those of B. To be added it is cut into products of `part` terms each, the last one of
+// what remains.
 struct ProductOf {
     const double* a;
     std::size_t a_row, a_inner;
@@ -86,6 +88,7 @@ struct ProductOf {
     std::size_t c_row, c_col;
     std::size_t rows, cols, inner;
     Into into;
+    std::size_t part;
 };
 
 struct Kernels {
@@ -103,8 +106,10 @@ struct Kernels {
     // to = sum of the rows of A, from the last to the first; at least one row. One that goes on starts with what `to` holds,
     // the sum of rows that come after these
     void (*sum_columns)(const StridedView& A, double* to, bool go_on);
+    // to += such sums of `part` rows of A each, the last of what remains, one part after the other
+    void (*add_column_sums)(const StridedView& A, std::size_t part, double* to);
 
-    // C = A*B or C += A*B, each element of the product one chain of fused multiply-adds over the inner dimension, in ascending
+    // C = A*B, or into C, each element of the product one chain of fused multiply-adds over the inner dimension, in ascending
     // order from zero.
     void (*product)(const ProductOf& factors);
 };

@@ -366,6 +366,50 @@ struct Arithmetic {
             [=](const double* p) { return L::load_part(p, rest, L::set(0.0)); },
             [=](double* p, V v) { L::store_part(p, rest, v); });
     }
+
+    // The sums of a register of neighbouring columns over PARTS parts of n rows, side by side since an addition waits for the one
+    // before it.
+    template <std::size_t PARTS, class Load, class Store>
+    [[gnu::always_inline]] static void add_sums_of_parts(
+        const StridedView& A, std::size_t n, double* to, const Load& load, const Store& store)
+    {
+        const double* row = A.data + (n - 1) * A.pitch;
+        V sums[PARTS];
+        for (std::size_t i = 0; i < PARTS; ++i) sums[i] = load(row + i * n * A.pitch);
+        for (std::size_t r = 1; r < n; ++r) {
+            row -= A.pitch;
+            for (std::size_t i = 0; i < PARTS; ++i) sums[i] = sums[i] + load(row + i * n * A.pitch);
+        }
+        V all = load(to);
+        for (std::size_t i = 0; i < PARTS; ++i) all = all + sums[i];
+        store(to, all);
+    }
+
+    static void add_column_sums(const StridedView& A, std::size_t part, double* to)
+    {
+        const auto side_by_side = [&](std::size_t c, const auto& load, const auto& store) {
+            for_parts<4>(A.rows, part, [&](auto parts, std::size_t first, std::size_t n) {
+                const StridedView from{A.data + first * A.pitch + c, n, A.cols, A.pitch};
+                add_sums_of_parts<parts()>(from, n, to + c, load, store);
+            });
+        };
+        const auto load = [](const double* p) { return L::load(p); };
+        const auto store = [](double* p, V v) { L::store(p, v); };
+        const auto add = [](double* p, V v) { L::store(p, L::load(p) + v); };
+        const std::size_t c = for_each_registers<L>(A.cols, [&](std::size_t first, auto registers) {
+            if constexpr (registers() == 1) return side_by_side(first, load, store);
+            for_parts<1>(A.rows, part, [&](auto, std::size_t row, std::size_t n) {
+                const double* const a = A.data + row * A.pitch + first;
+                sum_registers<registers()>(a, n, A.pitch, to + first, false, load, add);
+            });
+        });
+        if (c == A.cols) return;
+        const int rest = static_cast<int>(A.cols - c);
+        side_by_side(
+            c,
+            [=](const double* p) { return L::load_part(p, rest, L::set(0.0)); },
+            [=](double* p, V v) { L::store_part(p, rest, v); });
+    }
 };
 
 template <class L>
@@ -379,6 +423,7 @@ constexpr Kernels kernels_for(const char* name)
             .all_finite = A::all_finite,
             .add_to_rows = A::add_to_rows,
             .sum_columns = A::sum_columns,
+            .add_column_sums = A::add_column_sums,
             .product = product};
 }
 

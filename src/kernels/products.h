@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 
 #include "kernels/kernels.h"
 #include "kernels/lane.h"
@@ -67,6 +68,8 @@ struct Access {
 // The chains of a tile where columns of B are neighbours in memory.
 template <class L, bool WHOLE>
 struct AlongRows {
+    static constexpr bool ALONG_ROWS = true;
+
     template <int ROWS, int REGISTERS>
     [[gnu::always_inline]] static void add(const ProductOf& p,
                                            const double* a,
@@ -93,6 +96,8 @@ struct AlongRows {
 // The same where elements of a column of B are neighbours in memory: squares of B are transposed.
 template <class L, bool WHOLE>
 struct AlongColumns {
+    static constexpr bool ALONG_ROWS = false;
+
     template <int ROWS, int REGISTERS>
     [[gnu::always_inline]] static void add(const ProductOf& p,
                                            const double* a,
@@ -194,9 +199,68 @@ template <class L, class Chains, int ROWS, int REGISTERS, class InC>
     tile<L, Chains, ROWS, REGISTERS>(p, row, at, in_c);
 }
 
+// body(PARTS, first, n) for terms that are cut into parts, MOST parts at a time while there are as many of full length, then fewer;
+// each has n of the terms, the first of them from term `first` on.
+template <std::size_t MOST, class Body>
+[[gnu::always_inline]] inline void for_parts(std::size_t terms,
+                                             std::size_t part,
+                                             const Body& body,
+                                             std::size_t first = 0)
+{
+    const std::integral_constant<std::size_t, MOST> parts;
+    for (; first + MOST * part <= terms; first += MOST * part) body(parts, first, part);
+    if (first == terms) return;
+    if constexpr (MOST > 1) {
+        for_parts<MOST - 1>(terms, part, body, first);
+    } else {
+        body(parts, first, terms - first);
+    }
+}
+
+// Adds the products of neighbouring parts of `terms` terms each, one tile of few chains. A term of a chain waits for the one before
+// it: those of several parts run side by side.
+template <class L, std::size_t PARTS, std::size_t ROWS, std::size_t REGISTERS, class InB, class InC>
+void add_parts(const ProductOf& p, Columns at, std::size_t terms, InB in_b, InC in_c)
+{
+    using V = typename L::V;
+    const auto offset = [&](std::size_t j) { return j < REGISTERS - 1 ? j * width<L> : at.last; };
+    V sums[PARTS][ROWS][REGISTERS];
+    for (std::size_t i = 0; i < PARTS; ++i) {
+        for (std::size_t r = 0; r < ROWS; ++r) {
+            for (std::size_t j = 0; j < REGISTERS; ++j) sums[i][r][j] = L::set(0.0);
+        }
+    }
+    const double* a = p.a;
+    const double* b = p.b + at.first;
+    for (std::size_t l = 0; l < terms; ++l, a += p.a_inner, b += p.b_inner) {
+        for (std::size_t i = 0; i < PARTS; ++i) {
+            for (std::size_t j = 0; j < REGISTERS; ++j) {
+                const V of_b = in_b.load(b + i * terms * p.b_inner + offset(j));
+                for (std::size_t r = 0; r < ROWS; ++r) {
+                    const V of_a = L::set(a[i * terms * p.a_inner + r * p.a_row]);
+                    sums[i][r][j] = L::multiply_add(of_a, of_b, sums[i][r][j]);
+                }
+            }
+        }
+    }
+    for (std::size_t i = 0; i < PARTS; ++i) {
+        const auto at_c = [&](std::size_t r, std::size_t j) {
+            return p.c + r * p.c_row + (at.first + offset(j)) * p.c_col;
+        };
+        // Registers may overlap: all are read before any is written.
+        for (std::size_t r = 0; r < ROWS; ++r) {
+            for (std::size_t j = 0; j < REGISTERS; ++j)
+                sums[i][r][j] = in_c.load(at_c(r, j)) + sums[i][r][j];
+        }
+        for (std::size_t r = 0; r < ROWS; ++r) {
+            for (std::size_t j = 0; j < REGISTERS; ++j) in_c.store(at_c(r, j), sums[i][r][j]);
+        }
+    }
+}
+
 // All rows of some columns, in tiles that are as even as can be.
 template <class L, class Chains, int MOST, int REGISTERS, bool DENSE, bool WHOLE>
-void all_rows_of(const ProductOf& p, Columns at)
+[[gnu::noinline]] void all_rows_of(const ProductOf& p, Columns at)
 {
     std::size_t tiles = (p.rows + MOST - 1) / MOST;
     for (std::size_t row = 0; row < p.rows; --tiles) {
@@ -207,13 +271,56 @@ void all_rows_of(const ProductOf& p, Columns at)
     }
 }
 
+// Adds the products of all parts. Apart from what forms one product, which is called more often.
+template <class L, class Chains, int MOST, int REGISTERS, bool DENSE, bool WHOLE>
+[[gnu::noinline]] void add_all_parts(const ProductOf& p, Columns at)
+{
+    // Few chains are at most so many.
+    constexpr std::size_t FEW = 4;
+    const auto in_tiles = [&](auto rows) {
+        constexpr std::size_t ROWS = rows(), AT_ONCE = ROWS == 0 ? 1 : 2 * FEW / (ROWS * REGISTERS);
+        for_parts<std::min<std::size_t>(AT_ONCE, 4)>(
+            p.inner,
+            p.part,
+            [&]([[maybe_unused]] auto parts, std::size_t first, std::size_t terms) {
+                ProductOf part = p;
+                part.a += first * p.a_inner;
+                part.b += first * p.b_inner;
+                part.inner = part.part = terms;
+                if constexpr (ROWS == 0) {
+                    all_rows_of<L, Chains, MOST, REGISTERS, DENSE, WHOLE>(part, at);
+                } else {
+                    add_parts<L, parts(), ROWS, REGISTERS>(
+                        part,
+                        at,
+                        terms,
+                        Access<L, true, WHOLE>{1, at.count},
+                        Access<L, DENSE, WHOLE>{p.c_col, at.count});
+                }
+            });
+    };
+    if constexpr (Chains::ALONG_ROWS) {
+        if (p.rows == 1 && REGISTERS <= FEW)
+            return in_tiles(std::integral_constant<std::size_t, 1>());
+        if constexpr (std::size_t{2} * REGISTERS <= FEW) {
+            if (p.rows == 2) return in_tiles(std::integral_constant<std::size_t, 2>());
+        }
+    }
+    in_tiles(std::integral_constant<std::size_t, 0>());
+}
+
 template <class L, template <class, bool> class Chains, int MOST, int REGISTERS, bool WHOLE>
 void all_rows(const ProductOf& p, Columns at)
 {
+    const bool in_parts = p.into == Into::add && p.part < p.inner;
     if (p.c_col == 1) {
-        all_rows_of<L, Chains<L, WHOLE>, MOST, REGISTERS, true, WHOLE>(p, at);
+        constexpr auto whole = all_rows_of<L, Chains<L, WHOLE>, MOST, REGISTERS, true, WHOLE>;
+        constexpr auto parts = add_all_parts<L, Chains<L, WHOLE>, MOST, REGISTERS, true, WHOLE>;
+        in_parts ? parts(p, at) : whole(p, at);
     } else {
-        all_rows_of<L, Chains<L, WHOLE>, MOST, REGISTERS, false, WHOLE>(p, at);
+        constexpr auto whole = all_rows_of<L, Chains<L, WHOLE>, MOST, REGISTERS, false, WHOLE>;
+        constexpr auto parts = add_all_parts<L, Chains<L, WHOLE>, MOST, REGISTERS, false, WHOLE>;
+        in_parts ? parts(p, at) : whole(p, at);
     }
 }
 
@@ -291,7 +398,8 @@ inline ProductOf transposed(const ProductOf& p)
             p.cols,
             p.rows,
             p.inner,
-            p.into};
+            p.into,
+            p.part};
 }
 
 // Lanes along the dimension that fills them.

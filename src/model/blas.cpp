@@ -48,7 +48,8 @@ constexpr std::size_t SMALL_PRODUCT = 1'000'000;
 // loaded later needs no storage made for it.
 [[gnu::tls_model("initial-exec")]] thread_local bool without_blas = false;
 
-void by_kernels(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into)
+void by_kernels(
+    const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into, std::size_t part)
 {
     const auto row_step = [](const Factor& f) { return f.transposed ? std::size_t{1} : f.pitch; };
     const auto column_step = [](const Factor& f) {
@@ -66,7 +67,8 @@ void by_kernels(const Factor& A, const Factor& B, double* C, std::size_t pitch, 
                        A.used_rows(),
                        B.used_cols(),
                        A.used_cols(),
-                       into});
+                       into,
+                       std::min(part, A.used_cols())});
 }
 
 struct Tile {
@@ -107,7 +109,13 @@ bool WithoutBlas::here()
     return without_blas;
 }
 
-void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Into into, By by)
+void product(const Factor& A,
+             const Factor& B,
+             double* C,
+             std::size_t pitch,
+             Into into,
+             By by,
+             std::size_t part)
 {
     const std::size_t m = A.used_rows(), k = A.used_cols(), n = B.used_cols();
     if (m == 0 || n == 0) return;
@@ -121,7 +129,7 @@ void product(const Factor& A, const Factor& B, double* C, std::size_t pitch, Int
     const bool has_vector = std::min({m, k, n}) == 1;
     const bool fits_blas = std::max({m, k, n, A.pitch, B.pitch, pitch}) <= MAX_BLAS_DIMENSION;
     if (by == By::kernels || has_vector || without_blas || !fits_blas) {
-        return by_kernels(A, B, C, pitch, into);
+        return by_kernels(A, B, C, pitch, into, part);
     }
     const Tile tile = tile_of(m, n, k);
     for (std::size_t i = 0; i < m; i += tile.rows) {

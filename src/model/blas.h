@@ -8,11 +8,6 @@
 
 namespace VEMKN {
 
-inline StridedView view_of(const RowsView& m)
-{
-    return {m.data, m.rows, m.cols, m.cols};
-}
-
 // One factor of a product: some elements of a stored matrix, to be used as they stand or transposed.
 struct Factor : StridedView {
     bool transposed = false;
@@ -98,15 +93,20 @@ private:
     bool before_;
 };
 
+// A sum over rows that is not cut into parts.
+inline constexpr std::size_t WHOLE = SIZE_MAX;
+
 // C = A*B, or C += A*B: the one place that calls BLAS. A is m x k, B k x n as used, C m x n, its rows `pitch` apart, or n.
-// A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included. BLAS does not go on
-// from them: it forms the product and adds it.
+// A zero inner dimension gives zeros. With overwrite the old contents of C do not matter, NaN included. To add, our kernels
+// form the products of `part` rows of B each, and add them one after the other. BLAS does not go on from C, and knows no
+// parts: it forms the product and adds it.
 void product(const Factor& A,
              const Factor& B,
              double* C,
              std::size_t pitch,
              Into into = Into::overwrite,
-             By by = By::kernels);
+             By by = By::kernels,
+             std::size_t part = WHOLE);
 
 inline void product(
     const Factor& A, const Factor& B, double* C, Into into = Into::overwrite, By by = By::kernels)
@@ -199,23 +199,24 @@ inline std::size_t rows_of_a_sum(std::size_t cols)
     return std::max(LEAST, std::bit_floor(NUMBERS / std::max<std::size_t>(cols, 1)));
 }
 
-// C += A*B in a range of its rows, the product formed first; C has its shape. Where OpenBLAS forms it, a range begins at a multiple
-// of rows_of_a_sum.
+// C += A*B in a range of its rows, the product formed first, or the products of `part` rows of B each, one after the other; C has
+// its shape. Where OpenBLAS forms it, a range begins at a multiple of rows_of_a_sum, and there is one part.
 template <class Store>
 void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& A,
                     const Factor& B,
                     DoubleMatrix<Store>& room,
                     By by,
+                    std::size_t part,
                     const RowRange& range)
 {
     const std::size_t cols = C.cols();
     if (C.size() == 0) return;
     double* const to = C.data() + range.first * cols;
-    const Factor part = A.cut_rows(range.first, range.count);
-    if (by == By::kernels) return product(part, B, to, Into::add);
+    const Factor of_range = A.cut_rows(range.first, range.count);
+    if (by == By::kernels) return product(of_range, B, to, cols, Into::add, by, part);
     const auto form = [&](std::size_t first, std::size_t rows, double* panel) {
-        product(part.cut_rows(first, rows), B, panel, Into::overwrite, by);
+        product(of_range.cut_rows(first, rows), B, panel, Into::overwrite, by);
     };
     add_in_panels(to, cols, range.count, cols, rows_of_a_sum(cols), room.store(), form);
 }
@@ -225,9 +226,10 @@ void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& A,
                     const Factor& B,
                     DoubleMatrix<Store>& room,
-                    By by = By::kernels)
+                    By by = By::kernels,
+                    std::size_t part = WHOLE)
 {
-    do_binmult_add(C, A, B, room, by, {0, C.rows()});
+    do_binmult_add(C, A, B, room, by, part, {0, C.rows()});
 }
 
 // C = A + b: element by element where b has as many entries as A has elements, else b on every row of A where

@@ -30,6 +30,11 @@ public:
         return data_ + r * pitch_ + k * cols_;
     }
 
+    BlockRowView cut_rows(const RowRange& rows) const
+    {
+        return {at(0, rows.first), rows.count, cols_, n_, pitch_};
+    }
+
     // One matrix as a factor, and all of them side by side.
     StridedView factor(std::size_t k) const { return {at(k), rows_, cols_, pitch_}; }
 
@@ -104,12 +109,9 @@ public:
     }
 
     // Some rows of each, and all of them.
-    BlockRowView cut_rows(const RowRange& rows) const
-    {
-        return {at(0, rows.first), rows.count, cols_, n_, pitch_};
-    }
+    BlockRowView cut_rows(const RowRange& rows) const { return BlockRowView(*this).cut_rows(rows); }
 
-    operator BlockRowView() const { return cut_rows({0, rows_}); }
+    operator BlockRowView() const { return {data(), rows_, cols_, n_, pitch_}; }
 
     // One matrix as a factor; all of them side by side; and all of them as one tall matrix, if dense.
     StridedView factor(std::size_t k) const { return BlockRowView(*this).factor(k); }
@@ -165,9 +167,9 @@ inline void colsum(const BlockRowView& A, BlockRow& out)
     }
 }
 
-// The sums go on from what they hold: those of the rows below these, so that they become the column sums of a taller A.
-template <class Rows>
-void add_colsum(const Rows& A, BlockRow& sums, BlockRow&)
+// The sums go on from what they hold, in one part: those of the rows below these, so that they become the column sums of a
+// taller A.
+inline void add_colsum(const BlockRowView& A, BlockRow& sums, std::size_t)
 {
     kernels().sum_columns(A.side_by_side(), sums.data(), true);
 }
@@ -292,9 +294,13 @@ void add_in_panels(BlockRow& C, const RowRange& range, WorkMatrix& room, const F
                   form);
 }
 
-// C_k += A*B_k. Our kernels go on from C, so that the sums become those of a taller A and B.
-inline void do_binmult_add(
-    BlockRow& C, const Factor& A, const BlockRowView& B, WorkMatrix& room, By by = By::kernels)
+// C_k += A*B_k, in one part. Our kernels go on from C, so that the sums become those of a taller A and B.
+inline void do_binmult_add(BlockRow& C,
+                           const Factor& A,
+                           const BlockRowView& B,
+                           WorkMatrix& room,
+                           By by = By::kernels,
+                           std::size_t = WHOLE)
 {
     if (by == By::kernels) return product(A, B.side_by_side(), C.data(), C.pitch(), Into::go_on);
     const auto form = [&](std::size_t first, std::size_t rows, double* to) {

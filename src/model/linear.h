@@ -10,6 +10,11 @@
 
 namespace VEMKN {
 
+inline StridedView view_of(const RowsView& m)
+{
+    return {m.data, m.rows, m.cols, m.cols};
+}
+
 // a += b, element by element; same shapes.
 template <class Array>
 void do_add(Array& a, const Array& b)
@@ -26,16 +31,20 @@ void colsum(const RowsView& A, Store& out)
     if (A.rows == 0) {
         out = 0.0;
     } else {
-        kernels().sum_columns({A.data, A.rows, A.cols, A.cols}, std::begin(out), false);
+        kernels().sum_columns(view_of(A), std::begin(out), false);
     }
 }
 
-// sums += colsum(A), formed first; room receives it.
-template <class Matrix, class Vector>
-void add_colsum(const Matrix& A, Vector& sums, Vector& room)
+// sums += column sums of so many rows of A each, formed first and then added, part by part from the first rows to the last.
+inline void add_colsum(const StridedView& A, double* sums, std::size_t part)
 {
-    colsum(A, room);
-    do_add(sums, room);
+    if (A.rows > 0) kernels().add_column_sums(A, std::min(part, A.rows), sums);
+}
+
+template <class Store>
+void add_colsum(const RowsView& A, Store& sums, std::size_t part)
+{
+    add_colsum(view_of(A), std::begin(sums), part);
 }
 
 template <class T, class Store>

@@ -11,10 +11,12 @@
 #include <vector>
 
 #include "kernels/kernels.h"
+#include "kernels/one_lane.h"
 #include "kernels/scalar_lane.h"
 #include "support/accuracy.h"
 #include "support/guarded.h"
 #include "support/instruction_sets.h"
+#include "support/random.h"
 
 using namespace VEMKN;
 
@@ -402,11 +404,11 @@ TEST_P(InstructionSets, GiveAnElementTheSameBitsWhereverItStands)
     }
 }
 
-// Those with fused multiply-adds among themselves, and those without.
-TEST_P(InstructionSets, GiveTheBitsOfTheLeastOfTheirKind)
+// With fused multiply-adds or without.
+TEST_P(InstructionSets, GiveTheBitsOfOneDoubleAtATime)
 {
     const bool fused = GetParam() >= InstructionSet::avx2;
-    const Kernels& least = kernels_of(fused ? InstructionSet::avx2 : InstructionSet::baseline);
+    const Kernels& one = fused ? one_lane_kernels() : kernels_of(InstructionSet::baseline);
     Numbers x = hard_points();
     std::mt19937_64 engine(11);
     std::uniform_real_distribution<double> near(-5.0, 5.0), far(-760.0, 760.0),
@@ -446,20 +448,21 @@ TEST_P(InstructionSets, GiveTheBitsOfTheLeastOfTheirKind)
         return results;
     };
     const auto expect_same = [&](const ElementKernels& a, const ElementKernels& b) {
-        const auto one = all(a), other = all(b);
-        for (std::size_t r = 0; r < one.size(); ++r) {
+        const auto wide = all(a), narrow = all(b);
+        for (std::size_t r = 0; r < wide.size(); ++r) {
             for (std::size_t i = 0; i < n; ++i) {
-                const bool both_nan = std::isnan(one[r][i]) && std::isnan(other[r][i]);
-                ASSERT_TRUE(both_nan || bits_of(one[r][i]) == bits_of(other[r][i]))
-                    << "result " << r << " at " << x[i] << ": " << one[r][i] << ", " << other[r][i];
+                const bool both_nan = std::isnan(wide[r][i]) && std::isnan(narrow[r][i]);
+                ASSERT_TRUE(both_nan || bits_of(wide[r][i]) == bits_of(narrow[r][i]))
+                    << "result " << r << " at " << x[i] << ": " << wide[r][i] << ", "
+                    << narrow[r][i];
             }
         }
     };
-    expect_same(element_kernels<Id>(k), element_kernels<Id>(least));
-    expect_same(element_kernels<Relu>(k), element_kernels<Relu>(least));
-    expect_same(element_kernels<Atan>(k), element_kernels<Atan>(least));
-    expect_same(element_kernels<Softplus>(k), element_kernels<Softplus>(least));
-    expect_same(element_kernels<LogDnorm>(k), element_kernels<LogDnorm>(least));
+    expect_same(element_kernels<Id>(k), element_kernels<Id>(one));
+    expect_same(element_kernels<Relu>(k), element_kernels<Relu>(one));
+    expect_same(element_kernels<Atan>(k), element_kernels<Atan>(one));
+    expect_same(element_kernels<Softplus>(k), element_kernels<Softplus>(one));
+    expect_same(element_kernels<LogDnorm>(k), element_kernels<LogDnorm>(one));
 }
 
 TEST_P(InstructionSets, GiveExactlyZeroForTheLikelihoodAtZero)
@@ -487,6 +490,26 @@ TEST_P(InstructionSets, SumColumnsFromTheLastRowToTheFirst)
         k.sum_columns({a.data() + 2 * cols, 2, cols, cols}, in_parts.data(), false);
         k.sum_columns({a.data(), 2, cols, cols}, in_parts.data(), true);
         EXPECT_EQ(sum, in_parts);
+    }
+}
+
+TEST_P(InstructionSets, AddColumnSumsOfPartsOneAfterTheOther)
+{
+    Random random(22);
+    for (const std::size_t cols : {1u, 3u, 8u, 13u, 40u, 71u}) {
+        for (const std::size_t rows : {1u, 2u, 9u, 50u}) {
+            for (const std::size_t part : {1u, 2u, 8u, 50u}) {
+                const Numbers a = random.list(rows * cols);
+                Numbers sums = random.list(cols), expected = sums, of_part(cols);
+                for (std::size_t first = 0; first < rows; first += part) {
+                    const std::size_t n = std::min(part, rows - first);
+                    k.sum_columns({&a[first * cols], n, cols, cols}, of_part.data(), false);
+                    for (std::size_t c = 0; c < cols; ++c) expected[c] += of_part[c];
+                }
+                k.add_column_sums({a.data(), rows, cols, cols}, part, sums.data());
+                EXPECT_EQ(expected, sums) << rows << " x " << cols << ", parts of " << part;
+            }
+        }
     }
 }
 
@@ -711,6 +734,9 @@ TEST_P(InstructionSets, KeepToTheRowsOfTheirMatrices)
                                                     of_rows.data(),
                                                     go_on);
                                   }
+                                  k.add_column_sums({matrix.data(), rows, cols, matrix.row()},
+                                                    std::min<std::size_t>(rows, 2),
+                                                    of_rows.data());
                               }));
                     // Three derivatives of a matrix side by side.
                     Guarded x(rows, cols, Layout::rows, at_the_end);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfenv>
 #include <cmath>
 
@@ -8,6 +9,7 @@
 #include "support/guarded.h"
 #include "support/instruction_sets.h"
 #include "support/numbers.h"
+#include "support/random.h"
 
 using namespace VEMKN;
 
@@ -19,16 +21,17 @@ bool is_fused(InstructionSet set)
     return set >= InstructionSet::avx2;
 }
 
-// What an element of C has to be: one chain over the inner dimension.
+// What an element of C has to be: one chain over some of the inner dimension.
 double chain(Guarded& A,
              Guarded& B,
              std::size_t i,
              std::size_t j,
-             std::size_t inner,
+             std::size_t first,
+             std::size_t last,
              double from,
              bool fused)
 {
-    for (std::size_t l = 0; l < inner; ++l) {
+    for (std::size_t l = first; l < last; ++l) {
         if (fused) {
             from = std::fma(A(i, l), B(l, j), from);
         } else {
@@ -56,12 +59,14 @@ protected:
                Layout b,
                Layout c,
                Into into,
-               const Draw& draw)
+               const Draw& draw,
+               std::size_t part = 1000)
     {
+        part = std::min(part, inner);
         SCOPED_TRACE(testing::Message()
                      << m << " x " << n << ", inner " << inner << ", layouts "
                      << static_cast<int>(a) << static_cast<int>(b) << static_cast<int>(c)
-                     << ", into " << static_cast<int>(into));
+                     << ", into " << static_cast<int>(into) << ", parts of " << part);
         const bool fused = is_fused(GetParam());
         for (const bool at_the_end : {false, true}) {
             Guarded A(m, inner, a, at_the_end), B(inner, n, b, at_the_end), C(m, n, c, at_the_end);
@@ -72,9 +77,17 @@ protected:
             std::feclearexcept(FE_ALL_EXCEPT);
             for (std::size_t i = 0; i < m; ++i) {
                 for (std::size_t j = 0; j < n; ++j) {
-                    const double from = into == Into::go_on ? C(i, j) : 0.0;
-                    const double sum = chain(A, B, i, j, inner, from, fused);
-                    expected[i * n + j] = into == Into::add ? C(i, j) + sum : sum;
+                    double& sum = expected[i * n + j];
+                    if (into != Into::add) {
+                        const double from = into == Into::go_on ? C(i, j) : 0.0;
+                        sum = chain(A, B, i, j, 0, inner, from, fused);
+                        continue;
+                    }
+                    sum = C(i, j);
+                    for (std::size_t first = 0; first < inner; first += part) {
+                        const std::size_t last = std::min(first + part, inner);
+                        sum += chain(A, B, i, j, first, last, 0.0, fused);
+                    }
                 }
             }
             const int chains_raise = std::fetestexcept(LIBRARY_TRAPS);
@@ -91,7 +104,8 @@ protected:
                        m,
                        n,
                        inner,
-                       into});
+                       into,
+                       part});
             EXPECT_EQ(chains_raise, std::fetestexcept(LIBRARY_TRAPS));
             Numbers found(m * n);
             for (std::size_t i = 0; i < m; ++i) {
@@ -124,6 +138,26 @@ TEST_P(Tiles, FormOneChainForEveryElement)
                 const Layout a = LAYOUTS[(m + inner) % 4], b = LAYOUTS[(n + inner) % 4];
                 for (const Layout c : RESULTS) {
                     for (const Into into : INTOS) check(m, n, inner, a, b, c, into, draw);
+                }
+            }
+        }
+    }
+}
+
+TEST_P(Tiles, AddPartsOneAfterTheOther)
+{
+    Random random(21);
+    const auto draw = [&] { return random.list(1)[0]; };
+    for (const std::size_t m : {1u, 2u, 3u, 5u, 9u}) {
+        for (const std::size_t n : {1u, 2u, 4u, 5u, 7u, 8u, 13u, 33u}) {
+            for (const std::size_t inner : {2u, 19u, 100u, 300u}) {
+                for (const std::size_t part : {1u, 3u, 32u, 99u, 100u}) {
+                    for (const Layout a : LAYOUTS) {
+                        for (const Layout b : LAYOUTS) {
+                            const Layout c = RESULTS[(m + part) % 2];
+                            check(m, n, inner, a, b, c, Into::add, draw, part);
+                        }
+                    }
                 }
             }
         }
@@ -187,7 +221,20 @@ TEST_P(Tiles, GiveARowTheSameBitsInAnyCompany)
     const std::size_t m = 37, n = 29, inner = 21;
     const Numbers A = random.list(m * inner), B = random.list(inner * n);
     Numbers all(m * n);
-    k.product({A.data(), inner, 1, B.data(), n, 1, all.data(), n, 1, m, n, inner, Into::overwrite});
+    k.product({A.data(),
+               inner,
+               1,
+               B.data(),
+               n,
+               1,
+               all.data(),
+               n,
+               1,
+               m,
+               n,
+               inner,
+               Into::overwrite,
+               inner});
     for (std::size_t first = 0; first < m; first += 5) {
         for (std::size_t rows = 1; first + rows <= m; rows += 4) {
             for (std::size_t cols = 1; cols <= n; cols += 3) {
@@ -204,7 +251,8 @@ TEST_P(Tiles, GiveARowTheSameBitsInAnyCompany)
                            rows,
                            cols,
                            inner,
-                           Into::overwrite});
+                           Into::overwrite,
+                           inner});
                 for (std::size_t i = 0; i < rows; ++i) {
                     for (std::size_t j = 0; j < cols; ++j) {
                         ASSERT_EQ(all[(first + i) * n + (n - cols) + j], part[i * cols + j]);

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "kernels/kernels.h"
+
+// The kernels compiled for AVX2 and FMA with one double to a register: what the wide ones have to equal, to the bit. The
+// processor must have both.
+const VEMKN::Kernels& one_lane_kernels();
