@@ -102,13 +102,17 @@ void adj_outputs_together(const Model& net,
         return adj_element_norm(net, work.R, work.outAdj, work);
     }
     // Slices of as many rows have the same seed: all of them but the last one maybe.
+    const RowRange last = slices.rows(n - 1);
+    const std::size_t most = slices.rows_of(0);
+    if (last.count == most) {
+        return adj_mean_norm(net, work.R, seed_of(most), most, work.outAdj, work);
+    }
     const auto adj_rows = [&](const RowRange& rows, std::size_t of_a_slice) {
         take_rows(work.R, rows, work.slice_R);
         adj_mean_norm(net, work.slice_R, seed_of(of_a_slice), of_a_slice, work.slice_outAdj, work);
         put_rows(work.outAdj, rows.first, work.slice_outAdj);
     };
-    const RowRange last = slices.rows(n - 1);
-    adj_rows({0, last.first}, slices.rows_of(0));
+    adj_rows({0, last.first}, most);
     adj_rows(last, last.count);
 }
 

@@ -14,6 +14,7 @@ namespace VEMKN {
 struct Needs {
     std::size_t rows = 0;            // that go through the network together
     std::size_t of_an_output = 0;    // numbers for each output of a layer and each of these rows
+    std::size_t of_the_last = 0;     // numbers besides for each output of the last layer
     std::size_t of_a_parameter = 0;  // numbers for each weight and bias
     std::size_t of_results = 0;      // numbers of the calling thread alone
     bool are_swept = false;          // what all passes leave is kept, else that of two
@@ -41,13 +42,14 @@ inline std::size_t rows_of_a_chunk(const Batch& batch)
     return std::min<std::size_t>(batch.rows, ROWS_OF_A_CHUNK);
 }
 
-// What slices take that are differentiated: besides what is kept for every output, residuals and the adjoint of outputs; of the
-// parameters a gradient, that of a slice, and transposed weights.
+// What slices take that are differentiated: besides what is kept for every output, of those of the network the residuals and their
+// adjoints, of all rows and of slices apart; of the parameters a gradient, that of a slice, and transposed weights.
 //   numbers : of an entry
 inline Needs needs_of_gradient(const VEMKNInfo& net, const Batch& batch, std::size_t numbers = 1)
 {
     return {.rows = rows_together(net, batch, SWEPT_FOR_AN_OUTPUT * numbers),
             .of_an_output = (SWEPT_FOR_AN_OUTPUT + 1) * numbers,
+            .of_the_last = 3 * numbers,
             .of_a_parameter = 3 * numbers,
             .are_swept = true};
 }
@@ -61,17 +63,18 @@ inline BlockSizes block_sizes(const VEMKNInfo& net, const Needs& needs)
     const std::size_t chained = model.nmult == 1 ? 0 : model.nmult;
     const std::size_t passes =
         needs.are_swept ? model.nmult : std::min<std::size_t>(model.nmult, 2);
-    std::size_t outputs = 0, parameters = 0;
+    std::size_t outputs = 0, parameters = 0, of_the_last = 0;
     for (std::size_t i = 0; i < model.weights.size(); ++i) {
         const std::size_t of_a_pass = needs.rows * model.weights[i].cols() + OF_AN_ARRAY;
         const std::size_t to_last = model.weights.size() - 1 - i;
+        if (to_last == 0) of_the_last = needs.of_the_last * of_a_pass;
         if (to_last == 1) outputs += chained * of_a_pass;  // side by side
         outputs += (to_last == 0 ? 1 : passes) * of_a_pass;
         parameters += model.weights[i].size() + model.biases[i].size() + 2 * OF_AN_ARRAY;
     }
     const std::size_t of_lists = OF_A_LAYER * (model.weights.size() + 1);
     const std::size_t of_a_thread =
-        of_lists + needs.of_an_output * outputs + needs.of_a_parameter * parameters;
+        of_lists + needs.of_an_output * outputs + of_the_last + needs.of_a_parameter * parameters;
     return {(of_a_thread + needs.of_results) * sizeof(double), of_a_thread * sizeof(double)};
 }
 

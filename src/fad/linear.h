@@ -46,7 +46,7 @@ inline void colsum(const BundleView& A, Bundle& out)
 
 inline void add_colsum(const BundleView& A, Bundle& sums, std::size_t part)
 {
-    VEMKN::add_colsum(VEMKN::view_of(A.value), std::begin(sums.value.store()), part);
+    VEMKN::add_colsum(A.value, sums.value.store(), part);
     VEMKN::add_colsum(A.derivatives.side_by_side(), sums.derivatives.data(), part);
 }
 

@@ -367,12 +367,15 @@ struct Arithmetic {
             [=](double* p, V v) { L::store_part(p, rest, v); });
     }
 
-    // The sums of a register of neighbouring columns over PARTS parts of n rows, side by side since an addition waits for the one
-    // before it.
+    // Adds the sums of a register of neighbouring columns over each of PARTS parts, of which A is the first; side by side since an
+    // addition waits for the one before it.
     template <std::size_t PARTS, class Load, class Store>
-    [[gnu::always_inline]] static void add_sums_of_parts(
-        const StridedView& A, std::size_t n, double* to, const Load& load, const Store& store)
+    [[gnu::always_inline]] static void add_sums_of_parts(const StridedView& A,
+                                                         double* to,
+                                                         const Load& load,
+                                                         const Store& store)
     {
+        const std::size_t n = A.rows;
         const double* row = A.data + (n - 1) * A.pitch;
         V sums[PARTS];
         for (std::size_t i = 0; i < PARTS; ++i) sums[i] = load(row + i * n * A.pitch);
@@ -388,9 +391,9 @@ struct Arithmetic {
     static void add_column_sums(const StridedView& A, std::size_t part, double* to)
     {
         const auto side_by_side = [&](std::size_t c, const auto& load, const auto& store) {
-            for_parts<4>(A.rows, part, [&](auto parts, std::size_t first, std::size_t n) {
+            for_parts<3>(A.rows, part, [&](auto parts, std::size_t first, std::size_t n) {
                 const StridedView from{A.data + first * A.pitch + c, n, A.cols, A.pitch};
-                add_sums_of_parts<parts()>(from, n, to + c, load, store);
+                add_sums_of_parts<parts()>(from, to + c, load, store);
             });
         };
         const auto load = [](const double* p) { return L::load(p); };

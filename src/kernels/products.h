@@ -199,28 +199,24 @@ template <class L, class Chains, int ROWS, int REGISTERS, class InC>
     tile<L, Chains, ROWS, REGISTERS>(p, row, at, in_c);
 }
 
-// body(PARTS, first, n) for terms that are cut into parts, MOST parts at a time while there are as many of full length, then fewer;
-// each has n of the terms, the first of them from term `first` on.
-template <std::size_t MOST, class Body>
-[[gnu::always_inline]] inline void for_parts(std::size_t terms,
-                                             std::size_t part,
-                                             const Body& body,
-                                             std::size_t first = 0)
+// body(PARTS, first, n) for terms that are cut into parts, AT_ONCE parts at a time while there are as many of full length, then one
+// by one; each has n of the terms, the first of them from term `first` on.
+template <std::size_t AT_ONCE, class Body>
+[[gnu::always_inline]] inline void for_parts(std::size_t terms, std::size_t part, const Body& body)
 {
-    const std::integral_constant<std::size_t, MOST> parts;
-    for (; first + MOST * part <= terms; first += MOST * part) body(parts, first, part);
-    if (first == terms) return;
-    if constexpr (MOST > 1) {
-        for_parts<MOST - 1>(terms, part, body, first);
-    } else {
-        body(parts, first, terms - first);
+    std::size_t first = 0;
+    for (; AT_ONCE > 1 && first + AT_ONCE * part <= terms; first += AT_ONCE * part) {
+        body(std::integral_constant<std::size_t, AT_ONCE>(), first, part);
+    }
+    for (; first < terms; first += part) {
+        body(std::integral_constant<std::size_t, 1>(), first, std::min(part, terms - first));
     }
 }
 
-// Adds the products of neighbouring parts of `terms` terms each, one tile of few chains. A term of a chain waits for the one before
+// Adds the products of neighbouring parts of `inner` terms each, one tile of few chains. A term of a chain waits for the one before
 // it: those of several parts run side by side.
 template <class L, std::size_t PARTS, std::size_t ROWS, std::size_t REGISTERS, class InB, class InC>
-void add_parts(const ProductOf& p, Columns at, std::size_t terms, InB in_b, InC in_c)
+void add_parts(const ProductOf& p, Columns at, InB in_b, InC in_c)
 {
     using V = typename L::V;
     const auto offset = [&](std::size_t j) { return j < REGISTERS - 1 ? j * width<L> : at.last; };
@@ -232,12 +228,12 @@ void add_parts(const ProductOf& p, Columns at, std::size_t terms, InB in_b, InC 
     }
     const double* a = p.a;
     const double* b = p.b + at.first;
-    for (std::size_t l = 0; l < terms; ++l, a += p.a_inner, b += p.b_inner) {
+    for (std::size_t l = 0; l < p.inner; ++l, a += p.a_inner, b += p.b_inner) {
         for (std::size_t i = 0; i < PARTS; ++i) {
             for (std::size_t j = 0; j < REGISTERS; ++j) {
-                const V of_b = in_b.load(b + i * terms * p.b_inner + offset(j));
+                const V of_b = in_b.load(b + i * p.inner * p.b_inner + offset(j));
                 for (std::size_t r = 0; r < ROWS; ++r) {
-                    const V of_a = L::set(a[i * terms * p.a_inner + r * p.a_row]);
+                    const V of_a = L::set(a[i * p.inner * p.a_inner + r * p.a_row]);
                     sums[i][r][j] = L::multiply_add(of_a, of_b, sums[i][r][j]);
                 }
             }
@@ -275,36 +271,27 @@ template <class L, class Chains, int MOST, int REGISTERS, bool DENSE, bool WHOLE
 template <class L, class Chains, int MOST, int REGISTERS, bool DENSE, bool WHOLE>
 [[gnu::noinline]] void add_all_parts(const ProductOf& p, Columns at)
 {
-    // Few chains are at most so many.
-    constexpr std::size_t FEW = 4;
     const auto in_tiles = [&](auto rows) {
-        constexpr std::size_t ROWS = rows(), AT_ONCE = ROWS == 0 ? 1 : 2 * FEW / (ROWS * REGISTERS);
-        for_parts<std::min<std::size_t>(AT_ONCE, 4)>(
-            p.inner,
-            p.part,
-            [&]([[maybe_unused]] auto parts, std::size_t first, std::size_t terms) {
-                ProductOf part = p;
-                part.a += first * p.a_inner;
-                part.b += first * p.b_inner;
-                part.inner = part.part = terms;
-                if constexpr (ROWS == 0) {
-                    all_rows_of<L, Chains, MOST, REGISTERS, DENSE, WHOLE>(part, at);
-                } else {
-                    add_parts<L, parts(), ROWS, REGISTERS>(
-                        part,
-                        at,
-                        terms,
-                        Access<L, true, WHOLE>{1, at.count},
-                        Access<L, DENSE, WHOLE>{p.c_col, at.count});
-                }
-            });
+        constexpr std::size_t ROWS = rows(), AT_ONCE = ROWS == 0               ? 1
+                                                       : ROWS * REGISTERS <= 2 ? 3
+                                                                               : 2;
+        for_parts<AT_ONCE>(p.inner, p.part, [&](auto parts, std::size_t first, std::size_t terms) {
+            ProductOf part = p;
+            part.a += first * p.a_inner;
+            part.b += first * p.b_inner;
+            part.inner = terms;
+            if constexpr (parts() == 1) {
+                all_rows_of<L, Chains, MOST, REGISTERS, DENSE, WHOLE>(part, at);
+            } else {
+                const Access<L, true, WHOLE> in_b{1, at.count};
+                const Access<L, DENSE, WHOLE> in_c{p.c_col, at.count};
+                add_parts<L, parts(), ROWS, REGISTERS>(part, at, in_b, in_c);
+            }
+        });
     };
-    if constexpr (Chains::ALONG_ROWS) {
-        if (p.rows == 1 && REGISTERS <= FEW)
-            return in_tiles(std::integral_constant<std::size_t, 1>());
-        if constexpr (std::size_t{2} * REGISTERS <= FEW) {
-            if (p.rows == 2) return in_tiles(std::integral_constant<std::size_t, 2>());
-        }
+    if constexpr (Chains::ALONG_ROWS && REGISTERS <= 2) {
+        if (p.rows == 1) return in_tiles(std::integral_constant<std::size_t, 1>());
+        if (p.rows == 2) return in_tiles(std::integral_constant<std::size_t, 2>());
     }
     in_tiles(std::integral_constant<std::size_t, 0>());
 }

@@ -46,6 +46,16 @@ TEST_P(CallMemory, IsOneBlockOfOneThread)
     }
 }
 
+// Of an output as wide as the layers before it the residuals and their adjoints count as well.
+TEST_P(CallMemory, IsOneBlockOfOneThreadForManyOutputs)
+{
+    const plain::Network wide{.numin = 8, .numout = 8, .sizes = {8, 8}, .activation = "softplus"};
+    const Network net(wide.text());
+    for (const unsigned rows : {1u, 31u, 1000u, 1024u}) {
+        EXPECT_EQ(1, allocations_of(GetParam(), net, random_request(wide, rows, 8, 1, 1))) << rows;
+    }
+}
+
 TEST_P(CallMemory, DoesNotGrowWithTheSlices)
 {
     for (const unsigned nmult : {1u, 2u}) {
@@ -84,6 +94,7 @@ TEST_P(CallMemory, TakesNoBlockForAPass)
     EXPECT_EQ(of(3), of(200));
 }
 
-INSTANTIATE_TEST_SUITE_P(Entries, CallMemory, testing::ValuesIn(ALL_ENTRIES), [](const auto& info) {
-    return std::string(info.param.name);
-});
+INSTANTIATE_TEST_SUITE_P(Entries,
+                         CallMemory,
+                         testing::ValuesIn(ALL_ENTRIES),
+                         [](const auto& entry) { return std::string(entry.param.name); });

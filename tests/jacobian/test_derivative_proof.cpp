@@ -196,7 +196,7 @@ TEST(DerivativeProof, HvHasTheValueAndGradientOfGToTheBit)
 
 TEST(DerivativeProof, TangentsDoNotMix)
 {
-    // Each of several tangents gives what it gives alone: products are formed tangent by tangent.
+    // Each of several tangents gives what it gives alone, to the bit.
     for (unsigned i = 0; i < PROBLEMS; i += 5) {
         const Problem p = random_problem(i);
         SCOPED_TRACE(testing::Message() << "problem " << i << ", " << described(p));
@@ -210,11 +210,8 @@ TEST(DerivativeProof, TangentsDoNotMix)
             const Numbers alone = tangent(v, d, p.nw(), nv);
             // One tangent of one weight is differentiated along 1.0, whatever it is.
             if (p.nw() == 1) continue;
-            expect_close(
-                tangent(hv, d, p.nw(), nv), call_Hv(net, p, alone, 1).hv, ROUNDINGS * largest(hv));
-            expect_close(tangent(jac, d, p.elements(), nv),
-                         call_Jv(net, p, alone, 1).jac,
-                         ROUNDINGS * largest(jac));
+            EXPECT_EQ(tangent(hv, d, p.nw(), nv), call_Hv(net, p, alone, 1).hv);
+            EXPECT_EQ(tangent(jac, d, p.elements(), nv), call_Jv(net, p, alone, 1).jac);
         }
     }
 }

@@ -2,6 +2,6 @@
 
 #include "kernels/kernels.h"
 
-// The kernels compiled for AVX2 and FMA with one double to a register: what the wide ones have to equal, to the bit. The
-// processor must have both.
+// The loops compiled for AVX2 and FMA with one double to a register: what the wide ones have to equal, to the bit. Not so the
+// product, which is that of AVX2. The processor must have both.
 const VEMKN::Kernels& one_lane_kernels();

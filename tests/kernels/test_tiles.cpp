@@ -200,13 +200,14 @@ TEST_P(Tiles, RaiseWhatTheirChainsRaise)
                : turn % 17 == 0 ? 0.0
                                 : random.list(1)[0];
     };
-    for (const std::size_t m : {1u, 3u, 5u, 8u, 9u}) {
-        for (const std::size_t n : {1u, 3u, 5u, 8u, 9u, 13u}) {
+    for (const std::size_t m : {1u, 2u, 3u, 5u, 8u, 9u}) {
+        for (const std::size_t n : {1u, 2u, 3u, 5u, 8u, 9u, 13u}) {
             for (const std::size_t inner : {1u, 3u, 5u, 9u}) {
                 for (const Layout a : LAYOUTS) {
                     for (const Layout b : LAYOUTS) {
                         for (const Into into : INTOS)
                             check(m, n, inner, a, b, Layout::rows, into, draw);
+                        check(m, n, inner, a, b, Layout::rows, Into::add, draw, 2);
                     }
                 }
             }
