@@ -1,0 +1,92 @@
+#include "fit/network.h"
+
+#include <limits>
+#include <span>
+
+namespace vemknfit {
+namespace {
+
+std::vector<Eigen::Index> widths_of(Eigen::Index inputs, const std::vector<Eigen::Index>& hidden)
+{
+    std::vector<Eigen::Index> widths{inputs};
+    widths.insert(widths.end(), hidden.begin(), hidden.end());
+    widths.push_back(1);
+    return widths;
+}
+
+vemkn::Network network_of(const std::vector<Eigen::Index>& widths, const char* norm)
+{
+    // Larger slices cost a network of a few units less; their sums keep the fit the same on every machine.
+    constexpr int BATCH = 128;
+    const std::vector<unsigned> sizes(widths.begin(), widths.end() - 1);
+    vemkn::Network net({.numin = sizes.front(), .numout = 1, .sizes = sizes, .norm = norm});
+    net.set_quiet(true);
+    net.set_batch(BATCH);
+    return net;
+}
+
+std::span<const double> span_of(const Vector& v)
+{
+    return {v.data(), static_cast<std::size_t>(v.size())};
+}
+
+std::span<const double> span_of(const Matrix& m)
+{
+    return {m.data(), static_cast<std::size_t>(m.size())};
+}
+
+Vector vector_of(const std::vector<double>& numbers)
+{
+    return Eigen::Map<const Vector>(numbers.data(), static_cast<Eigen::Index>(numbers.size()));
+}
+
+}  // namespace
+
+Network::Network(Eigen::Index inputs, const std::vector<Eigen::Index>& hidden)
+    : widths_(widths_of(inputs, hidden)),
+      likelihood_(network_of(widths_, "sum_log_dnorm_fat")),
+      sum_(network_of(widths_, "sum")),
+      is_weight_(Vector::Ones(size()))
+{
+    Eigen::Index at = 0;
+    for (std::size_t layer = 0; layer + 1 < widths_.size(); ++layer) {
+        output_layer_ = at;
+        is_weight_.segment(at, widths_[layer + 1]).setZero();
+        at += widths_[layer + 1] * (1 + widths_[layer]);
+    }
+}
+
+Vector Network::outputs(const Vector& w, const Matrix& inputs) const
+{
+    return vector_of(likelihood_.compute(span_of(w), span_of(inputs)).values);
+}
+
+double Network::likelihood(const Vector& w,
+                           const Matrix& inputs,
+                           const Vector& targets,
+                           Vector& gradient) const
+{
+    const vemkn::Gradient mean =
+        likelihood_.value_and_gradient(span_of(w), span_of(inputs), span_of(targets));
+    const double rows = static_cast<double>(targets.size());
+    gradient = rows * vector_of(mean.gradient);
+    return mean.finite ? rows * mean.value : std::numeric_limits<double>::infinity();
+}
+
+Vector Network::gradient(const Vector& w, const Matrix& inputs, const Vector& u) const
+{
+    const Vector zeros = Vector::Zero(u.size());
+    return vector_of(
+        sum_.product_jacobian(span_of(w), span_of(u), span_of(inputs), span_of(zeros)).products);
+}
+
+Matrix Network::jacobian(const Vector& w, const Matrix& inputs) const
+{
+    const Matrix identity = Matrix::Identity(size(), size());
+    const Vector zeros = Vector::Zero(inputs.rows());
+    const auto all =
+        sum_.jacobian_product(span_of(w), span_of(identity), span_of(inputs), span_of(zeros));
+    return Eigen::Map<const Matrix>(all.products.data(), inputs.rows(), size());
+}
+
+}  // namespace vemknfit

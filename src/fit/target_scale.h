@@ -1,0 +1,27 @@
+#pragma once
+
+#include "fit/matrix.h"
+
+namespace vemknfit {
+
+// Targets in units of their own: the median goes to 0, the median absolute deviation of a Gaussian to 1. Whatever the units of y,
+// the fit then computes with the same numbers, and squares none that is too large or too small.
+class TargetScale {
+public:
+    // At least one finite number.
+    explicit TargetScale(const Vector& y);
+
+    // Whether more than half of the targets are one value, of which no scatter can be had.
+    bool is_degenerate() const { return half_spread_ == 0.0; }
+
+    double spread() const { return 2.0 * half_spread_; }
+
+    Vector apply(const Vector& y) const;
+    Vector undo(const Vector& scaled) const;
+
+private:
+    // Halves, since the difference of two numbers may overflow.
+    double half_centre_, half_spread_;
+};
+
+}  // namespace vemknfit
