@@ -20,6 +20,24 @@ if(NOT VEMKN_SANITIZE)
             ENVIRONMENT OMP_WAIT_POLICY=passive)
     endforeach()
 
+    # The reference cases with the kernels of each of the lesser instruction sets; those of the best one have them anyway.
+    foreach(set baseline sse4 avx2)
+        add_executable(reference_${set} api/test_reference.cpp ${PROJECT_SOURCE_DIR}/src/kernels/kernels.cpp
+            $<FILTER:$<TARGET_OBJECTS:vemkn_objects>,EXCLUDE,/kernels/kernels[.]cpp[.]o$>)
+        target_compile_definitions(reference_${set} PRIVATE VEMKN_INSTRUCTION_SET=${set}
+            VEMKN_REFERENCE_DIR="${CMAKE_CURRENT_SOURCE_DIR}/reference")
+        target_include_directories(reference_${set} PRIVATE
+            ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
+        target_link_libraries(reference_${set} PRIVATE vemkn_flags PkgConfig::OPENBLAS OpenMP::OpenMP_CXX
+            GTest::gtest_main nlohmann_json::nlohmann_json)
+        string(REGEX REPLACE "^(sse4)$" "sse4_2" flag ${set})
+        string(REPLACE baseline fpu flag ${flag})
+        add_test(NAME Reference.HoldsWithKernelsOf/${set} COMMAND sh -c
+            "grep -qw ${flag} /proc/cpuinfo || { echo this processor has no ${set}; exit 77; }; exec $<TARGET_FILE:reference_${set}>")
+        set_tests_properties(Reference.HoldsWithKernelsOf/${set} PROPERTIES
+            LABELS "unit" SKIP_RETURN_CODE 77 TIMEOUT 300)
+    endforeach()
+
     # And as the shared library does where the host has loaded another BLAS first.
     add_executable(results bits/results.cpp)
     target_include_directories(results PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})

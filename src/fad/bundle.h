@@ -51,14 +51,9 @@ struct BundleView {
     BlockRowView derivatives;
 };
 
-inline BundleView rows_of(const Bundle& A, const VEMKN::RowRange& rows)
-{
-    return {VEMKN::rows_of(A.value, rows), VEMKN::rows_of(A.derivatives, rows)};
-}
-
 inline BundleView rows_of(const BundleView& A, const VEMKN::RowRange& rows)
 {
-    return {VEMKN::rows_of(A.value, rows), A.derivatives.cut_rows(rows)};
+    return {VEMKN::rows_of(A.value, rows), VEMKN::rows_of(A.derivatives, rows)};
 }
 
 // y takes the shape and the number of tangents of x; its contents are left to the caller.

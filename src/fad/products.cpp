@@ -109,14 +109,9 @@ void add_derivatives_of_right(BlockRow& dC,
                               std::size_t part,
                               const RowRange& range)
 {
-    const Factor of_range = A.cut_rows(range.first, range.count);
     double* const to = dC.data() + range.first * dC.pitch();
-    if (by == By::kernels) {
-        return product(of_range, dB.side_by_side(), to, dC.pitch(), Into::add, by, part);
-    }
-    add_in_panels(dC, range, room, [&](std::size_t first, std::size_t rows, double* panel) {
-        product(of_range.cut_rows(first, rows), dB.side_by_side(), panel, Into::overwrite, by);
-    });
+    const Factor of_range = A.cut_rows(range.first, range.count);
+    VEMKN::add_product(to, dC.pitch(), of_range, dB.side_by_side(), room.store(), by, part);
 }
 
 // dC_k += dA_k^T*B + A^T*dB_k in a range of rows, each formed first.

@@ -62,27 +62,33 @@ Vector RobustFit::residuals(const Curve& curve) const
     return y_ - predictions(network_, curve, inputs_);
 }
 
-Curve RobustFit::minimised(Curve curve, int evaluations) const
+Batch RobustFit::all_rows(const Curve& curve) const
 {
-    const Batch batch{inputs_, targets(curve)};
+    return {inputs_, targets(curve)};
+}
+
+Curve RobustFit::minimised(Curve curve, const Batch& batch, int evaluations) const
+{
     const Vector d = penalty(curve.core);
     curve.w = minimise(Objective(network_, batch, d), curve.w, {evaluations, TOLERANCE});
     return curve;
 }
 
-Curve RobustFit::minimised_on(const Rows& rows, Curve curve, int evaluations) const
+Curve RobustFit::minimised(const Curve& curve, int evaluations) const
+{
+    return minimised(curve, all_rows(curve), evaluations);
+}
+
+Curve RobustFit::minimised_on(const Rows& rows, const Curve& curve, int evaluations) const
 {
     const Matrix inputs = inputs_(rows, Eigen::all);
-    const Batch batch{inputs, targets(curve)(rows)};
-    const Vector d = penalty(curve.core);
-    curve.w = minimise(Objective(network_, batch, d), curve.w, {evaluations, TOLERANCE});
-    return curve;
+    return minimised(curve, {inputs, targets(curve)(rows)}, evaluations);
 }
 
 Curve RobustFit::with_sides_kept(Curve curve) const
 {
     constexpr int MOST_ROUNDS = 20;
-    const Batch batch{inputs_, targets(curve)};
+    const Batch batch = all_rows(curve);
     const Vector d = penalty(curve.core);
     std::vector<Side> sides = sides_of(network_, batch, curve.w);
     for (int round = 0; round < MOST_ROUNDS; ++round) {
@@ -161,7 +167,7 @@ void RobustFit::descend(Curve curve)
 // hat matrix, by Gauss and Newton.
 double RobustFit::own_core(const Curve& curve) const
 {
-    const Batch batch{inputs_, targets(curve)};
+    const Batch batch = all_rows(curve);
     const std::vector<Side> sides = sides_of(network_, batch, curve.w);
     Matrix jacobian = network_.jacobian(curve.w, inputs_);
     for (Eigen::Index r = 0; r < jacobian.rows(); ++r) {

@@ -51,8 +51,10 @@ private:
     };
 
     Vector residuals(const Curve& curve) const;
-    Curve minimised(Curve curve, int evaluations) const;
-    Curve minimised_on(const Rows& rows, Curve curve, int evaluations) const;
+    Batch all_rows(const Curve& curve) const;
+    Curve minimised(Curve curve, const Batch& batch, int evaluations) const;
+    Curve minimised(const Curve& curve, int evaluations) const;
+    Curve minimised_on(const Rows& rows, const Curve& curve, int evaluations) const;
     Curve with_sides_kept(Curve curve) const;
     Curve with_core(Curve curve, double core) const;
     Curve start(std::uint32_t stream) const;

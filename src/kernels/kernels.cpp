@@ -13,7 +13,8 @@ namespace {
 bool has_sse4()
 {
     return __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("sse4.2") &&
-           __builtin_cpu_supports("aes") && __builtin_cpu_supports("pclmul");
+           __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("aes") &&
+           __builtin_cpu_supports("pclmul");
 }
 
 bool has_avx2()

@@ -199,8 +199,27 @@ inline std::size_t rows_of_a_sum(std::size_t cols)
     return std::max(LEAST, std::bit_floor(NUMBERS / std::max<std::size_t>(cols, 1)));
 }
 
-// C += A*B in a range of its rows, the product formed first, or the products of `part` rows of B each, one after the other; C has
-// its shape. Where OpenBLAS forms it, a range begins at a multiple of rows_of_a_sum, and there is one part.
+// C += A*B, the product formed first, or the products of `part` rows of B each, one after the other; the rows of C are `pitch`
+// apart. Where OpenBLAS forms it there is one part, in panels that room holds.
+template <class Store>
+void add_product(double* C,
+                 std::size_t pitch,
+                 const Factor& A,
+                 const Factor& B,
+                 Store& room,
+                 By by,
+                 std::size_t part = WHOLE)
+{
+    if (by == By::kernels) return product(A, B, C, pitch, Into::add, by, part);
+    const std::size_t cols = B.used_cols();
+    if (cols == 0) return;
+    const auto form = [&](std::size_t first, std::size_t rows, double* panel) {
+        product(A.cut_rows(first, rows), B, panel, Into::overwrite, by);
+    };
+    add_in_panels(C, pitch, A.used_rows(), cols, rows_of_a_sum(cols), room, form);
+}
+
+// The same in a range of the rows of C, which has its shape. Where OpenBLAS forms it, a range begins at a multiple of rows_of_a_sum.
 template <class Store>
 void do_binmult_add(DoubleMatrix<Store>& C,
                     const Factor& A,
@@ -210,15 +229,8 @@ void do_binmult_add(DoubleMatrix<Store>& C,
                     std::size_t part,
                     const RowRange& range)
 {
-    const std::size_t cols = C.cols();
-    if (C.size() == 0) return;
-    double* const to = C.data() + range.first * cols;
-    const Factor of_range = A.cut_rows(range.first, range.count);
-    if (by == By::kernels) return product(of_range, B, to, cols, Into::add, by, part);
-    const auto form = [&](std::size_t first, std::size_t rows, double* panel) {
-        product(of_range.cut_rows(first, rows), B, panel, Into::overwrite, by);
-    };
-    add_in_panels(to, cols, range.count, cols, rows_of_a_sum(cols), room.store(), form);
+    double* const to = C.data() + range.first * C.cols();
+    add_product(to, C.cols(), A.cut_rows(range.first, range.count), B, room.store(), by, part);
 }
 
 template <class Store>

@@ -30,6 +30,7 @@ public:
         return data_ + r * pitch_ + k * cols_;
     }
 
+    // Some rows of each.
     BlockRowView cut_rows(const RowRange& rows) const
     {
         return {at(0, rows.first), rows.count, cols_, n_, pitch_};
@@ -108,9 +109,6 @@ public:
         return data() + r * pitch_ + k * cols_;
     }
 
-    // Some rows of each, and all of them.
-    BlockRowView cut_rows(const RowRange& rows) const { return BlockRowView(*this).cut_rows(rows); }
-
     operator BlockRowView() const { return {data(), rows_, cols_, n_, pitch_}; }
 
     // One matrix as a factor; all of them side by side; and all of them as one tall matrix, if dense.
@@ -152,7 +150,7 @@ inline void do_add(BlockRow& a, const BlockRow& b)
     add_rows(b.data(), b.pitch(), a.data(), a.pitch(), a.rows(), a.width());
 }
 
-inline BlockRowView rows_of(const BlockRow& A, const RowRange& rows)
+inline BlockRowView rows_of(const BlockRowView& A, const RowRange& rows)
 {
     return A.cut_rows(rows);
 }
@@ -303,10 +301,7 @@ inline void do_binmult_add(BlockRow& C,
                            std::size_t = WHOLE)
 {
     if (by == By::kernels) return product(A, B.side_by_side(), C.data(), C.pitch(), Into::go_on);
-    const auto form = [&](std::size_t first, std::size_t rows, double* to) {
-        product(A.cut_rows(first, rows), B.side_by_side(), to, Into::overwrite, by);
-    };
-    add_in_panels(C, {0, C.rows()}, room, form);
+    add_product(C.data(), C.pitch(), A, B.side_by_side(), room.store(), by);
 }
 
 }  // namespace VEMKN

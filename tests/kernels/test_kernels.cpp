@@ -384,6 +384,60 @@ TEST_P(InstructionSets, StayWithinTheirErrorBounds)
     }
 }
 
+// The logarithm of densities below 1, subnormal ones too: of -log f + bias, half an ulp is the sum's.
+TEST_P(InstructionSets, TakeLogarithmsOfSmallDensitiesWithinTheirBound)
+{
+    Random random(13);
+    const Numbers x(20000, 1.0);
+    Numbers f, y(x.size());
+    while (f.size() < x.size()) f.push_back(std::exp2(random.uniform(-1074.0, -1.0)));
+    element_kernels<LogDnorm>(k).value(x.data(), f.data(), y.data(), y.size());
+    for (std::size_t i = 0; i < y.size(); ++i) {
+        const long double exact =
+            static_cast<long double>(LogDnorm::BIAS) - std::log(static_cast<long double>(f[i]));
+        const double ulp = std::nextafter(y[i], INF) - y[i];
+        ASSERT_LE(std::abs(static_cast<long double>(y[i]) - exact), 1.5 * ulp) << f[i];
+    }
+}
+
+// With traps armed, as in a call: what raises nothing by the formula ends no process.
+TEST_P(InstructionSets, RunWithTrapsArmedWhereTheFormulaRaisesNothing)
+{
+    const auto run_all = [&](const ElementKernels& of, const Numbers& x) {
+        for (std::size_t n = 1; n <= std::min<std::size_t>(33, x.size()); ++n) {
+            Numbers y(n), xbar(n);
+            const Numbers ybar(n, 0.5);
+            feenableexcept(TRAPS);
+            value(of, x.data(), y.data(), n);
+            vjp(of, x.data(), ybar.data(), xbar.data(), n);
+            fedisableexcept(TRAPS);
+        }
+    };
+    const auto run_quiet_points = [&]<class F>(F) {
+        Numbers quiet;
+        for (const double x : hard_points()) {
+            double results[2];
+            const int raises = raised([&] {
+                results[0] = scalar_value<F>(x);
+                results[1] = F::template vjp<ScalarLane>(x, scalar_saved<F>(x), 0.5);
+                asm volatile("" : : "m"(results));  // or they are never formed
+            });
+            if (raises == 0) quiet.push_back(x);
+        }
+        ASSERT_GT(quiet.size(), 33u);
+        for (std::size_t turn = 0; turn < quiet.size(); ++turn) {
+            run_all(element_kernels<F>(k), quiet);
+            std::rotate(quiet.begin(), quiet.begin() + 1, quiet.end());
+        }
+    };
+    std::feclearexcept(FE_ALL_EXCEPT);
+    run_quiet_points(Id());
+    run_quiet_points(Relu());
+    run_quiet_points(Atan());
+    run_quiet_points(Softplus());
+    run_quiet_points(LogDnorm());
+}
+
 TEST_P(InstructionSets, GiveAnElementTheSameBitsWhereverItStands)
 {
     Numbers x(100);
