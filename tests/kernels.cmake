@@ -2,6 +2,7 @@ vemkn_test(kernels/test_kernels HIDDEN LABELS unit SOURCES kernels/test_kernels.
 get_source_file_property(of_avx2 ${PROJECT_SOURCE_DIR}/src/kernels/kernels_avx2.cpp
                          TARGET_DIRECTORY vemkn_objects COMPILE_OPTIONS)
 set_source_files_properties(kernels/one_lane.cpp PROPERTIES COMPILE_OPTIONS "${of_avx2}")
+vemkn_test(kernels/test_features HIDDEN LABELS unit)
 vemkn_test(kernels/test_product HIDDEN LABELS unit)
 vemkn_test(kernels/test_tiles HIDDEN LABELS unit)
 

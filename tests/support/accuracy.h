@@ -43,7 +43,7 @@ struct Group {
     bool logarithmic;
     Truth<Real> (*truth)(double);
     std::vector<Row> rows;
-    // For the logarithm alone: the kernels get points as what is saved, this as x, so that nothing but the logarithm is in the error.
+    // For the logarithm alone: the kernels get points as what is saved, 1 as x, so that nothing but the logarithm is in the error.
     bool points_are_saved = false;
 };
 
@@ -95,6 +95,15 @@ Truth<Real> log_of_sum(double e)
     return {Real(e), log(Real(1.0 + e)), Real(0.0), Real(0.0), Real(0.0), Real(0.0)};
 }
 
+// The same for numbers below 1, down to the smallest subnormal one, as the likelihood uses it of a density.
+template <class Real>
+Truth<Real> log_of_density(double f)
+{
+    using std::log;
+    const Real bias(VEMKN::LogDnorm::BIAS);
+    return {Real(f), bias - log(Real(f)), Real(0.0), Real(0.0), Real(0.0), Real(0.0)};
+}
+
 // exp(x) + 1 is rounded to a double near 1, so the error of softplus below x = 0 is absolute: units of the last place of 1.
 // In the likelihood's core the exponent and its rounding decide, and the bias cancels near 0: units of the last place of
 // the largest exponent. The density itself carries the rounding of its exponent as a relative error: that many ulps.
@@ -112,6 +121,8 @@ const std::vector<Group<Real>>& groups()
             {JVP, "jvp", 0, 4.6, 3}, {VJP, "vjp", 0, 4.6, 3.3}, {CURVATURE, "curvature", 0, 6.6, 5}}},
         {"log", element_kernels<Softplus>, 1e-16, 1e130, true, log_of_sum<Real>, {
             {VALUE, "value: log(1 + e) of e", 0, 1, 1}}, true},
+        {"log", element_kernels<LogDnorm>, 5e-324, 1, true, log_of_density<Real>, {
+            {VALUE, "value: bias - log(f) of f", 0, 1.5, 1.5}}, true},
         {"atan", element_kernels<Atan>, -5, 5, false, atan_<Real>, {
             {VALUE, "value", 0, 1, 1}, {SLOPE, "slope", 0, 2.5, 2.2}, {JVP, "jvp", 0, 2.5, 2.2},
             {VJP, "vjp", 0, 2.5, 2.2}, {CURVATURE, "curvature", 0, 6.5, 5.5}}},
@@ -177,7 +188,7 @@ struct Sample {
         std::array<std::vector<double>, QUANTITIES> y;
         for (std::vector<double>& numbers : y) numbers.resize(n);
         if (group.points_are_saved) {
-            k.value(std::vector<double>(n, 0.0).data(), x.data(), y[VALUE].data(), n);
+            k.value(std::vector<double>(n, 1.0).data(), x.data(), y[VALUE].data(), n);
         } else {
             y[SAVED] = x;
             if (k.saved != nullptr) k.saved(x.data(), y[SAVED].data(), n);
