@@ -35,11 +35,13 @@ if(VEMKN_BUILD_FIT)
     find_path(NLOPT_CXX_INCLUDE_DIR nlopt.hpp)
     find_package(CLI11 QUIET)
     find_package(Eigen3 QUIET NO_MODULE)
+    find_package(nlohmann_json QUIET)
     find_path(CSV_INCLUDE_DIR csv.h)
     find_library(CSV_LIBRARY csv)
     vemkn_leave_out(VEMKN_BUILD_FIT "vemkn-fit is"
         NLOPT_FOUND libnlopt-dev NLOPT_CXX_INCLUDE_DIR libnlopt-cxx-dev CLI11_FOUND libcli11-dev
-        Eigen3_FOUND libeigen3-dev CSV_INCLUDE_DIR libcsv-dev CSV_LIBRARY libcsv-dev)
+        Eigen3_FOUND libeigen3-dev nlohmann_json_FOUND nlohmann-json3-dev
+        CSV_INCLUDE_DIR libcsv-dev CSV_LIBRARY libcsv-dev)
 endif()
 
 # What cpack runs. Without dpkg-dev it would write packages that depend on nothing, without `file` fail after the whole build.

@@ -31,10 +31,12 @@ if(NOT VEMKN_SANITIZE)
             ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
         target_link_libraries(reference_${set} PRIVATE vemkn_flags PkgConfig::OPENBLAS OpenMP::OpenMP_CXX
             GTest::gtest_main nlohmann_json::nlohmann_json)
-        string(REGEX REPLACE "^(sse4)$" "sse4_2" flag ${set})
-        string(REPLACE baseline fpu flag ${flag})
+        set(flags_of_baseline fpu)
+        set(flags_of_sse4 sse4_1 sse4_2 popcnt aes pclmulqdq)
+        set(flags_of_avx2 ${flags_of_sse4} avx2 fma bmi1 bmi2 abm movbe f16c)
+        list(JOIN flags_of_${set} " " flags)
         add_test(NAME Reference.HoldsWithKernelsOf/${set} COMMAND sh -c
-            "grep -qw ${flag} /proc/cpuinfo || { echo this processor has no ${set}; exit 77; }; exec $<TARGET_FILE:reference_${set}>")
+            "for f in ${flags}; do grep -qw $f /proc/cpuinfo || { echo this processor has no $f; exit 77; }; done; exec $<TARGET_FILE:reference_${set}>")
         set_tests_properties(Reference.HoldsWithKernelsOf/${set} PROPERTIES
             LABELS "unit" SKIP_RETURN_CODE 77 TIMEOUT 300)
     endforeach()

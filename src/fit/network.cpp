@@ -73,6 +73,17 @@ double Network::likelihood(const Vector& w,
     return mean.finite ? rows * mean.value : std::numeric_limits<double>::infinity();
 }
 
+Matrix Network::likelihood_hessian(const Vector& w,
+                                   const Matrix& inputs,
+                                   const Vector& targets) const
+{
+    const Matrix identity = Matrix::Identity(size(), size());
+    const vemkn::HessianProduct mean = likelihood_.hessian_product(
+        span_of(w), span_of(identity), span_of(inputs), span_of(targets));
+    const double rows = static_cast<double>(targets.size());
+    return rows * Eigen::Map<const Matrix>(mean.products.data(), size(), size());
+}
+
 Vector Network::gradient(const Vector& w, const Matrix& inputs, const Vector& u) const
 {
     const Vector zeros = Vector::Zero(u.size());

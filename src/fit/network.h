@@ -34,6 +34,9 @@ public:
                       const Vector& targets,
                       Vector& gradient) const;
 
+    // The Hessian of the same.
+    Matrix likelihood_hessian(const Vector& w, const Matrix& inputs, const Vector& targets) const;
+
     // The gradient of the sum over rows of u times the output.
     Vector gradient(const Vector& w, const Matrix& inputs, const Vector& u) const;
 

@@ -29,6 +29,13 @@ double ObjectiveOfSides::loss_of_rows(const Vector& w, Vector& gradient) const
     return sum;
 }
 
+Matrix ObjectiveOfSides::hessian(const Vector& w) const
+{
+    Matrix all = network_.likelihood_hessian(w, batch_.inputs, batch_.targets);
+    all.diagonal() += penalty_;
+    return all;
+}
+
 std::vector<Side> sides_of(const Network& network, const Batch& batch, const Vector& w)
 {
     std::vector<Side> sides;

@@ -1,73 +1,43 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
-#include "fit/minimise.h"
-#include "fit/random.h"
+#include "fit/curve_fit.h"
 
 namespace vemknfit {
 
 struct FitSettings {
-    double decay = 0.1;  // of weights, in units of the summed negative log-likelihood
+    // Of weights, in units of the summed negative log-likelihood; without one it is chosen by cross-validation (fit/decay.h).
+    std::optional<double> decay{};
     int starts = 3;
     std::uint64_t seed = 1;
 };
 
-// A fit of one target, in units of its TargetScale: shift + 3 core output.
-struct Curve {
-    Vector w;
-    double core = 1.0;  // standard deviation that counts as normal scatter
-    double shift = 0.0;
-
-    double unit() const { return 3.0 * core; }
+struct Fit {
+    Curve curve;
+    double decay;
+    bool
+        is_settled;  // else the best that was found has not its own core, or is not quite at a minimum
 };
 
-// What a curve says of rows: rows x inputs as the network takes them.
-Vector predictions(const Network& network, const Curve& curve, const Matrix& inputs);
-
-// Robust regression: an MM-estimate over a ladder of cores. Of one start:
+// Robust regression of y, one number for each row of the inputs, in units of its TargetScale: an MM-estimate over a ladder of
+// cores. Of one start:
 //   1. a fit with a core so wide that it is close to least squares;
 //   2. concentration steps as in fast LTS: the 55 % of rows with the smallest residuals, refitted, six times [Rousseeuw & Van
 //      Driessen, Computing LTS regression for large data sets, Data Min. Knowl. Discov. 12 (2006) 29];
 //   3. from both, cores halved step by step, each fit from the one before. Every rung is a candidate.
 // The candidates of all starts are compared by the M-scale of their residuals, never by the likelihood, which prefers a wide core
-// to many outliers. The best few are fitted again with the core that their own residuals give, until it stands, each row kept
-// on its side of the likelihood's jump until none changes.
-class RobustFit {
-public:
-    // Refers to network and inputs. y has one number for each row of the inputs, in units of its TargetScale.
-    RobustFit(const Network& network, const Matrix& inputs, Vector y, const FitSettings& settings);
-
-    Curve run();
-
-    // What the weights are penalised by at a core, and the targets in units of a curve.
-    Vector penalty(double core) const;
-    Vector targets(const Curve& curve) const;
-
-private:
-    struct Candidate {
-        double scale;
-        Curve curve;
-    };
-
-    Vector residuals(const Curve& curve) const;
-    Batch all_rows(const Curve& curve) const;
-    Curve minimised(Curve curve, const Batch& batch, int evaluations) const;
-    Curve minimised(const Curve& curve, int evaluations) const;
-    Curve minimised_on(const Rows& rows, const Curve& curve, int evaluations) const;
-    Curve with_sides_kept(Curve curve) const;
-    Curve with_core(Curve curve, double core) const;
-    Curve start(std::uint32_t stream) const;
-    Curve concentrated(Curve curve) const;
-    void descend(Curve curve);
-    Candidate refined(Curve curve) const;
-    double own_core(const Curve& curve) const;
-
-    const Network& network_;
-    const Matrix& inputs_;
-    const Vector y_;
-    const FitSettings settings_;
-    std::vector<Candidate> candidates_{};
-};
+// to many outliers. The best few are fitted again with the core that their own residuals give, and the best of them is settled.
+//
+// The search takes, of many rows, some. All of it works on numbers that are rounded to multiples of 2^-30, so that data in other
+// units, a + b y or a + b x, whose last bits differ after scaling, go the same way to the same curve. Targets further out than 1e6
+// spreads are taken as so far out.
+//
+// At least two rows, finite inputs and targets, a start or more, a decay from 0 on: throws std::invalid_argument.
+Fit robust_fit(const Network& network,
+               const Matrix& inputs,
+               const Vector& y,
+               const FitSettings& settings);
 
 }  // namespace vemknfit

@@ -55,11 +55,11 @@ double inner_deviation(const Vector& residuals, double scale, double parameters)
     constexpr int MOST_STEPS = 50;
     const auto square = residuals.array().square();
     for (int step = 0; step < MOST_STEPS; ++step) {
-        const auto inside = (residuals.array().abs() <= WITHIN * scale).cast<double>();
-        const double rows = inside.sum();
+        const auto inside = (residuals.array().abs() <= WITHIN * scale).eval();
+        const auto rows = static_cast<double>(inside.count());
         const double left = std::max(rows - parameters, 0.5 * rows);
         if (left == 0.0) break;
-        const double next = std::sqrt((inside * square).sum() / left / OF_CUT_GAUSSIAN);
+        const double next = std::sqrt(inside.select(square, 0.0).sum() / left / OF_CUT_GAUSSIAN);
         if (next == scale) break;
         scale = next;
     }

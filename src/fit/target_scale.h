@@ -5,7 +5,7 @@
 namespace vemknfit {
 
 // Targets in units of their own: the median goes to 0, the median absolute deviation of a Gaussian to 1. Whatever the units of y,
-// the fit then computes with the same numbers, and squares none that is too large or too small.
+// the fit then computes with the same numbers.
 class TargetScale {
 public:
     // At least one finite number.

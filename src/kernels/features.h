@@ -34,7 +34,7 @@ using Features = std::uint32_t;
 // All that a set's kernels may use.
 Features features_of(InstructionSet set);
 
-// Those of this processor whose registers the operating system saves.
+// Those of this processor. Of what has registers of its own, those that the operating system saves.
 Features features_of_processor();
 
 // The best set that has no feature besides.

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "fit/minimise.h"
+#include "fit/newton.h"
 #include "support/random.h"
 
 using namespace vemknfit;
@@ -97,6 +98,41 @@ TEST(FitObjective, AddsHalfOfThePenaltyTimesTheSquares)
     const double value = Objective(p.network, p.batch, p.penalty).value(p.w, gradient);
     const double bare = Objective(p.network, p.batch, none).value(p.w, without);
     EXPECT_NEAR(0.5 * (p.penalty.array() * p.w.array().square()).sum(), value - bare, 1e-10);
+}
+
+TEST(FitObjective, HasTheHessianOfItsGradients)
+{
+    const Problem p;
+    const ObjectiveOfSides objective(
+        p.network, p.batch, p.penalty, sides_of(p.network, p.batch, p.w));
+    const Matrix hessian = objective.hessian(p.w);
+    constexpr double H = 1e-5;
+    for (Eigen::Index k = 0; k < p.w.size(); ++k) {
+        Vector above = p.w, below = p.w, up, down;
+        above[k] += H;
+        below[k] -= H;
+        objective.value(above, up);
+        objective.value(below, down);
+        const Vector column = (up - down) / (2.0 * H);
+        EXPECT_LT((column - hessian.col(k)).norm(), 1e-6 * (1.0 + column.norm())) << k;
+    }
+}
+
+TEST(Newton, FindsTheMinimum)
+{
+    Problem p;
+    p.batch.targets = p.network.outputs(p.w, p.inputs).array() + 0.1;
+    p.penalty.array() += 0.1;
+    const std::vector<Side> core(Problem::ROWS, Side::core);
+    const ObjectiveOfSides objective(p.network, p.batch, p.penalty, core);
+    Vector gradient;
+    const double before = objective.value(p.w, gradient);
+    const Vector w = newton(objective, p.w, 100);
+    EXPECT_LT(objective.value(w, gradient), before);
+    EXPECT_LT(gradient.norm(), 1e-7);
+    // Another way to it.
+    const Vector other = newton(objective, 1.01 * p.w, 100);
+    EXPECT_LT((other - w).norm(), 1e-6 * w.norm());
 }
 
 TEST(Minimise, EndsAtAStationaryPointWhereSidesAreKept)

@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <Eigen/Cholesky>
 #include <cmath>
+#include <limits>
+#include <stdexcept>
 
 #include "fit/input_map.h"
+#include "fit/minimise.h"
+#include "fit/random.h"
 #include "fit/robust_fit.h"
 #include "fit/robust_scale.h"
 #include "fit/target_scale.h"
@@ -46,10 +51,11 @@ struct Fitted {
     double core;
 };
 
-Fitted fitted(const Data& data, const Vector& y, const FitSettings& settings = {})
+// With a decay that is given, unless settings say otherwise.
+Fitted fitted(const Data& data, const Vector& y, const FitSettings& settings = {.decay = 0.1})
 {
     const TargetScale scale(y);
-    const Curve curve = RobustFit(network(), data.inputs, scale.apply(y), settings).run();
+    const Curve curve = robust_fit(network(), data.inputs, scale.apply(y), settings).curve;
     return {scale.undo(predictions(network(), curve, data.inputs)), curve.core * scale.spread()};
 }
 
@@ -80,20 +86,26 @@ INSTANTIATE_TEST_SUITE_P(Contaminated,
                                          Contamination{0.3, 20.0},
                                          Contamination{0.3, -8.0}));
 
-TEST(RobustFit, EndsAtAStationaryPointWithEveryRowOnItsSide)
+// Of units that the data need, all of them: one more than that may be moved a long way without moving the curve.
+TEST(RobustFit, EndsAtAMinimumWithEveryRowOnItsSideAndTheCoreOfItsResiduals)
 {
+    const Network small(1, {3});
     const Data data(12, 0.2, 8.0);
-    RobustFit fit(network(), data.inputs, TargetScale(data.y).apply(data.y), {});
-    const Curve curve = fit.run();
-    const Batch batch{data.inputs, fit.targets(curve)};
+    const Vector y = TargetScale(data.y).apply(data.y);
+    const Curve curve = robust_fit(small, data.inputs, y, {.decay = 0.1}).curve;
+    const CurveFit fit(small, data.inputs, y, 0.1);
+    const Batch batch = fit.all_rows(curve);
     const Vector penalty = fit.penalty(curve.core);
-    const auto sides = sides_of(network(), batch, curve.w);
-    const ObjectiveOfSides objective(network(), batch, penalty, sides);
+    const auto sides = sides_of(small, batch, curve.w);
+    const ObjectiveOfSides objective(small, batch, penalty, sides);
     Vector gradient;
-    const double value = objective.value(curve.w, gradient);
-    const double size = network().jacobian(curve.w, data.inputs).norm();
-    EXPECT_LT(gradient.norm(), 1e-4 * size * std::sqrt(value));
-    EXPECT_EQ(sides, sides_of(network(), batch, minimise(objective, curve.w, {50, 1e-13})));
+    objective.value(curve.w, gradient);
+    const Eigen::LLT<Eigen::MatrixXd> curvature(objective.hessian(curve.w));
+    ASSERT_EQ(Eigen::Success, curvature.info());
+    // A step to the minimum would move predictions by so little of their standard error.
+    EXPECT_LT(std::sqrt(gradient.dot(curvature.solve(gradient))), 1e-5);
+    EXPECT_EQ(sides, sides_of(small, batch, minimise(objective, curve.w, {50, 1e-13})));
+    EXPECT_NEAR(1.0, fit.settled(curve).curve.core / curve.core, 1e-6);
 }
 
 TEST(RobustFit, GivesTheSameBitsForTheSameSeed)
@@ -101,21 +113,114 @@ TEST(RobustFit, GivesTheSameBitsForTheSameSeed)
     const Data data(13, 0.1, 8.0);
     const Vector one = fitted(data, data.y).predictions;
     EXPECT_EQ(one, fitted(data, data.y).predictions);
-    EXPECT_NE(one, fitted(data, data.y, {.seed = 2}).predictions);
+    EXPECT_NE(one, fitted(data, data.y, {.decay = 0.1, .seed = 2}).predictions);
 }
 
-// To the bit where the scale is a power of two, whatever it is.
-TEST(RobustFit, FollowsTheScaleOfTheTargets)
+// To the bit where the scale is a power of two, else to what rounding leaves.
+TEST(RobustFit, FollowsTheUnitsOfTheTargets)
 {
     const Data data(14, 0.2, 8.0);
     const Vector expected = fitted(data, data.y).predictions;
     for (const double scale : {0x1p-600, 0x1p40, 0x1p1000}) {
         EXPECT_EQ(expected, fitted(data, scale * data.y).predictions / scale) << scale;
     }
-    // Else other roundings lead another way, to nearly the same curve.
-    const Vector moved = fitted(data, (1000.0 * data.y).array() + 5e4).predictions;
-    const Vector back = (moved.array() - 5e4) / 1000.0;
-    EXPECT_LT((back - expected).cwiseAbs().maxCoeff(), 0.05 * NOISE * data.deviation);
+
+    struct Units {
+        double from, by;
+    };
+
+    for (const Units units : {Units{0.0, 1e-3}, Units{-30.0, 1000.0}, Units{500.0, 7e12}}) {
+        const Vector moved = fitted(data, units.by * (data.y.array() + units.from)).predictions;
+        const Vector back = moved.array() / units.by - units.from;
+        EXPECT_LT((back - expected).cwiseAbs().maxCoeff(), 1e-6 * NOISE * data.deviation)
+            << units.by;
+    }
+}
+
+TEST(RobustFit, FollowsTheUnitsOfTheInputs)
+{
+    const Data data(14, 0.2, 8.0);
+    const Vector expected = fitted(data, data.y).predictions;
+    for (const double by : {1e-9, -1.0, 1e5}) {
+        Data moved = data;
+        moved.inputs = InputMap(by * (data.inputs.array() + 3.0).matrix())
+                           .apply(by * (data.inputs.array() + 3.0).matrix());
+        if (by < 0.0) moved.inputs *= -1.0;
+        EXPECT_LT((fitted(moved, data.y).predictions - expected).cwiseAbs().maxCoeff(),
+                  1e-6 * NOISE * data.deviation)
+            << by;
+    }
+}
+
+// More rows than are searched.
+TEST(RobustFit, FitsAllOfManyRows)
+{
+    const Eigen::Index rows = 5000;
+    Random random(3, 0);
+    Matrix inputs(rows, 1);
+    Vector truth(rows), y(rows);
+    for (Eigen::Index r = 0; r < rows; ++r) {
+        inputs(r, 0) = 4.0 * random.uniform() - 2.0;
+        truth[r] = std::sin(2.0 * inputs(r, 0));
+        y[r] = truth[r] + 0.1 * random.normal() + (random.uniform() < 0.2 ? 5.0 : 0.0);
+    }
+    const TargetScale scale(y);
+    const Curve curve = robust_fit(network(), inputs, scale.apply(y), {.decay = 0.1}).curve;
+    const Vector error = scale.undo(predictions(network(), curve, inputs)) - truth;
+    EXPECT_LT(std::sqrt(error.array().square().mean()), 0.01);
+}
+
+TEST(RobustFit, ChoosesALargerDecayForAPlainerCurve)
+{
+    const Data wavy(21, 0.2, 8.0);
+    Data straight(22, 0.0, 0.0);
+    Random random(22, 5);
+    for (Eigen::Index r = 0; r < ROWS; ++r)
+        straight.y[r] = 0.5 * straight.inputs(r, 0) + random.normal();
+    const auto decay = [](const Data& data) {
+        return robust_fit(network(), data.inputs, TargetScale(data.y).apply(data.y), {}).decay;
+    };
+    EXPECT_LT(decay(wavy), decay(straight));
+}
+
+TEST(RobustFit, TakesOutliersOfAnySize)
+{
+    Data data(23, 0.0, 0.0);
+    const Vector expected = fitted(data, data.y).predictions;
+    for (const double size : {1e7, 1e15, 1e160, 1e300}) {
+        Vector y = data.y;
+        for (Eigen::Index r = 0; r < ROWS; r += 10) y[r] = r % 20 == 0 ? size : -size;
+        const Vector found = fitted(data, y).predictions;
+        EXPECT_LT(median((found - expected).cwiseAbs()), 0.2 * NOISE * data.deviation) << size;
+    }
+}
+
+TEST(RobustFit, RefusesWhatIsNoData)
+{
+    const auto fit = [](Eigen::Index rows, double y, const FitSettings& settings) {
+        robust_fit(network(), Matrix::Zero(rows, 1), Vector::Constant(rows, y), settings);
+    };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_THROW(fit(0, 0.0, {}), std::invalid_argument);
+    EXPECT_THROW(fit(1, 0.0, {}), std::invalid_argument);
+    EXPECT_THROW(fit(10, nan, {}), std::invalid_argument);
+    EXPECT_THROW(fit(10, 0.0, {.starts = 0}), std::invalid_argument);
+    EXPECT_THROW(fit(10, 0.0, {.decay = -1.0}), std::invalid_argument);
+    EXPECT_THROW(fit(10, 0.0, {.decay = nan}), std::invalid_argument);
+}
+
+// Few rows, all targets alike, an exact line: no scatter, or none to speak of.
+TEST(RobustFit, ComesToAnEndWhereThereIsNoScatter)
+{
+    for (const Eigen::Index rows : {2, 3, 5, 12, 60}) {
+        Matrix inputs(rows, 1);
+        for (Eigen::Index r = 0; r < rows; ++r) inputs(r, 0) = 0.1 * static_cast<double>(r);
+        for (const Vector& y : {Vector(Vector::Zero(rows)), Vector(inputs.col(0))}) {
+            const Curve curve = robust_fit(network(), inputs, y, {}).curve;
+            EXPECT_TRUE(curve.w.allFinite());
+            EXPECT_GT(curve.core, 0.0);
+        }
+    }
 }
 
 TEST(RobustFit, SeedsAgreeFarBelowTheNoise)
@@ -123,7 +228,7 @@ TEST(RobustFit, SeedsAgreeFarBelowTheNoise)
     const Data data(15, 0.2, 8.0);
     const Vector one = fitted(data, data.y).predictions;
     for (const std::uint64_t seed : {2u, 3u, 4u}) {
-        const Vector other = fitted(data, data.y, {.seed = seed}).predictions;
+        const Vector other = fitted(data, data.y, {.decay = 0.1, .seed = seed}).predictions;
         EXPECT_LT(median((other - one).cwiseAbs()), 0.1 * NOISE * data.deviation) << seed;
     }
 }

@@ -20,6 +20,7 @@ std::string minimise(
             return minimise_gauss_newton(
                 dynamic_cast<SquaresObjective&>(objective), w, stop, monitor);
         case Method::lbfgs:
+        case Method::robust:
             break;
     }
     return minimise_lbfgs(objective, w, stop, monitor);

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,7 @@
 
 namespace fit {
 
-enum class Method { lbfgs, newton, gauss_newton };
+enum class Method { lbfgs, newton, gauss_newton, robust };
 
 struct FitOptions {
     Method method = Method::lbfgs;
@@ -19,6 +20,7 @@ struct FitOptions {
     Threads threads;
     std::uint64_t seed = 1;
     int starts = 3;
+    std::optional<double> decay;  ///< for Method::robust; chosen by cross-validation without one
     int patience = 50;
     StopRule stop;
 };
@@ -36,6 +38,8 @@ struct Fit {
     double objective = 0.0;
     double validation = 0.0;
     double gradient_norm = 0.0;
+    std::optional<double> decay;  ///< of a penalised fit
+    Vector penalty;  ///< then: its 1/2 sum penalty w^2 goes with the sum over all elements
     std::vector<StartResult> starts;
     std::size_t best = 0;  ///< index of the start that the weights come from
     Counts counts;         ///< of all starts

@@ -1,12 +1,17 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "escape.h"
+#include "model.h"
 #include "options.h"
 #include "output_directory.h"
 #include "plot.h"
+#include "predict.h"
 #include "report.h"
+#include "robust.h"
 #include "text.h"
 #include "user_error.h"
 
@@ -42,13 +47,16 @@ struct Networks {
     Network plain;
 };
 
+Judged judge(const Problem& problem, const Network& network, Fit fit)
+{
+    Predictions predictions = predict(problem, network, fit.weights);
+    return {std::move(fit), std::move(predictions)};
+}
+
 Judged judge(const Problem& problem, const Network& network, const Options& options)
 {
     Progress progress(options.quiet ? Progress::Style::silent : Progress::suitable_style());
-    Judged judged;
-    judged.fit = run_fit(problem, network, options.fit, progress);
-    judged.predictions = predict(problem, network, judged.fit.weights);
-    return judged;
+    return judge(problem, network, run_fit(problem, network, options.fit, progress));
 }
 
 void add_uncertainty(const Problem& problem,
@@ -61,7 +69,9 @@ void add_uncertainty(const Problem& problem,
         make_objective(options.fit.method, networks.fitted, problem.train, guard);
     const Vector& w = results.main.fit.weights;
     const bool squares = options.fit.method == Method::gauss_newton;
-    results.laplace.emplace(information(*objective, w, squares));
+    Eigen::MatrixXd hessian = information(*objective, w, squares);
+    if (results.main.fit.decay) hessian.diagonal() += results.main.fit.penalty;
+    results.laplace.emplace(hessian);
     results.errors = prediction_errors(*results.laplace, networks.plain, w, problem.all.x);
     for (Eigen::Index t = 0; t < results.errors.cols(); ++t)
         results.errors.col(t) *= problem.targets.scales[static_cast<std::size_t>(t)].unit();
@@ -73,9 +83,13 @@ void add_uncertainty(const Problem& problem,
              "uncertain by 1");
 }
 
-Results compute(const Problem& problem, const Networks& networks, const Options& options)
+Results compute(const Problem& problem,
+                const Networks& networks,
+                const Options& options,
+                std::optional<Fit> robust)
 {
-    Results results{.main = judge(problem, networks.fitted, options),
+    Results results{.main = robust ? judge(problem, networks.fitted, *std::move(robust))
+                                   : judge(problem, networks.fitted, options),
                     .least_squares = {},
                     .laplace = {},
                     .errors = {}};
@@ -96,7 +110,9 @@ void warn_of_small_core(const Problem& problem, const Results& results)
     for (std::size_t t = 0; t < problem.columns.target_names.size(); ++t)
         if (results.main.predictions.training[t].outliers > suspicious)
             warn("more than a fifth of '" + problem.columns.target_names[t] +
-                 "' lies beyond six core scales: is --core too small?");
+                 "' lies beyond six core scales" +
+                 (results.main.fit.decay ? ": outliers, or scatter that varies"
+                                         : ": is --core too small?"));
 }
 
 PlotContent plot_content(const Problem& problem,
@@ -125,6 +141,7 @@ void write_files(const Problem& problem,
                  OutputDirectory& out)
 {
     out.open();
+    out.write("model.json", model_text(problem, options, networks.fitted, results.main.fit));
     out.write("weights.txt", weights_text(problem, networks.fitted, results.main.fit.weights));
     out.write("predictions.csv", predictions_csv(problem, results));
     std::string trouble;
@@ -145,8 +162,9 @@ void write_files(const Problem& problem,
         warn("not known to be from an earlier run, or changed since, so it stays in " +
              options.out + ": " + join(left, ", "));
     const bool drawn = options.plot && trouble.empty();
-    say("\nwritten to " + visible(options.out) + ": weights.txt, predictions.csv, summary.txt" +
-        (drawn ? ", plot.png" : "") + "\n");
+    say("\nwritten to " + visible(options.out) +
+        ": model.json, weights.txt, predictions.csv, summary.txt" + (drawn ? ", plot.png" : "") +
+        "\n");
 }
 
 void run(const Options& options)
@@ -154,14 +172,22 @@ void run(const Options& options)
     Columns columns = choose_columns(read_csv(options.data), options.columns);
     Shape shape = options.shape;
     std::vector<std::string> notes;
-    const Problem problem = make_problem(std::move(columns), options.problem, shape, notes);
+    Problem problem = make_problem(std::move(columns), options.problem, shape, notes);
     column_to_plot(problem, options);  // a wrong name should not wait for the end of the fit
     OutputDirectory out(options.out, options.data, options.plot);
     const Networks networks{{shape, options.fit.norm, options.fit.threads},
                             {shape, "sum", options.fit.threads}};
+    std::optional<Fit> robust;
+    if (options.fit.method == Method::robust) {
+        if (networks.fitted.size() > problem.train.x.rows() && !options.fit.decay)
+            warn("the network has more weights than there are rows, " +
+                 std::to_string(networks.fitted.size()) +
+                 ", so the decay that is chosen may be too small: fewer units, or --decay 3");
+        robust = run_robust_fit(problem, networks.fitted, options.fit);
+    }
     say(describe_problem(problem, options, shape));
     for (const std::string& note : notes) warn(note);
-    const Results results = compute(problem, networks, options);
+    const Results results = compute(problem, networks, options, std::move(robust));
     say(describe_results(problem, options, results));
     warn_of_small_core(problem, results);
     write_files(problem, networks, options, results, out);
@@ -173,6 +199,8 @@ void run(const Options& options)
 int main(int argc, char** argv)
 {
     try {
+        if (argc > 1 && std::string(argv[1]) == "predict")
+            return fit::run_predict(argc - 1, argv + 1);
         int status = 0;
         if (const auto options = fit::parse_options(argc, argv, status)) fit::run(*options);
         return status;

@@ -27,12 +27,14 @@ const char* const purpose =
 const char* const afterword =
     "Example: vemkn-fit data/flight_delays.csv --target delay_min --core 15 \\\n"
     "    --inputs hour,day_of_year,distance_miles --periodic hour=24,day_of_year=365 --compare\n"
-    "Files written: weights.txt, predictions.csv, summary.txt (key=value), curve.csv, "
+    "Files written: model.json, weights.txt, predictions.csv, summary.txt (key=value), curve.csv, "
     "medians.csv,\n"
     "plot.gp, plot.png. Exit status: 0 done, 2 wrong command line or data, 1 anything else.";
 
-const std::map<std::string, Method> methods{
-    {"lbfgs", Method::lbfgs}, {"newton", Method::newton}, {"gauss-newton", Method::gauss_newton}};
+const std::map<std::string, Method> methods{{"lbfgs", Method::lbfgs},
+                                            {"newton", Method::newton},
+                                            {"gauss-newton", Method::gauss_newton},
+                                            {"robust", Method::robust}};
 
 const char* const robust_norm = "sum_log_dnorm_fat";
 
@@ -41,6 +43,7 @@ struct Raw {
     std::string method = "lbfgs";
     std::string norm;
     double shift = 0.0;
+    double decay = 0.0;
     bool no_plot = false;
 };
 
@@ -121,10 +124,18 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
     FitOptions& fit = options.fit;
     app.add_option("--method",
                    raw.method,
-                   "lbfgs; newton, with exact Hessians in a trust region; or gauss-newton, least "
-                   "squares instead of the robust likelihood")
-        ->check(CLI::IsMember({"lbfgs", "newton", "gauss-newton"}))
+                   "lbfgs; newton, with exact Hessians in a trust region; gauss-newton, least "
+                   "squares instead of the robust likelihood; or robust, which estimates core and "
+                   "shift with the weights and withstands up to 30 % of outliers: one target, "
+                   "softplus")
+        ->check(CLI::IsMember({"lbfgs", "newton", "gauss-newton", "robust"}))
         ->capture_default_str()
+        ->group(group);
+    app.add_option("--decay",
+                   raw.decay,
+                   "Penalty of the weights, robust only, in units of the summed negative "
+                   "log-likelihood [by cross-validation]")
+        ->check(CLI::Range(0.0, 1e6))
         ->group(group);
     app.add_option("--seed", fit.seed, "Of the starting weights and of the held-out rows")
         ->capture_default_str()
@@ -214,6 +225,23 @@ void settle_norm(Options& options, const Raw& raw)
             "sum_log_dnorm_fat, or --method gauss-newton for least squares");
 }
 
+/// What the robust method does not take.
+void check_robust(const Options& options)
+{
+    if (options.fit.method != Method::robust) {
+        if (options.fit.decay) throw UserError("--decay is for --method robust");
+        return;
+    }
+    if (options.fit.decay && !std::isfinite(*options.fit.decay))
+        throw UserError("--decay is not a number");
+    if (options.columns.targets.size() != 1)
+        throw UserError("--method robust fits one target; fit each by a run of its own");
+    if (options.shape.activation != "softplus")
+        throw UserError("--method robust takes --activation softplus only");
+    if (!options.problem.targets.cores.empty() || options.problem.targets.shift)
+        throw UserError("--method robust estimates core and shift: leave out --core and --shift");
+}
+
 }  // namespace
 
 const char* method_name(Method method)
@@ -247,7 +275,10 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
     for (const std::string& text : raw.periodic)
         options.problem.periodic.push_back(periodic_from(text));
     if (app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
+    if (app.count("--decay") > 0) options.fit.decay = raw.decay;
     settle_norm(options, raw);
+    check_robust(options);
+    options.problem.any_reach = options.fit.method == Method::robust;
     options.plot = !raw.no_plot;
     options.problem.seed = options.fit.seed;
     return options;

@@ -18,7 +18,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::vector<std::string> always_made{"weights.txt", "predictions.csv", Record::file};
+const std::vector<std::string> always_made{
+    "model.json", "weights.txt", "predictions.csv", Record::file};
 const std::vector<std::string> made_for_plot{"curve.csv", "medians.csv", "plot.gp", "plot.png"};
 
 std::vector<std::string> joined(std::vector<std::string> names,

@@ -22,7 +22,7 @@ Matrix rows_of(const Matrix& m, const std::vector<std::size_t>& rows)
 void check_reach(const Problem& problem)
 {
     const double reach = problem.all.y.cwiseAbs().maxCoeff();
-    if (reach > 0.1 * Guard::limit)
+    if (!(reach <= 0.1 * Guard::limit))
         throw UserError("the target reaches " + number(reach) +
                         " after scaling, which no network can be trusted with: choose a larger "
                         "--core, or a --shift nearer to most of the data");
@@ -33,6 +33,14 @@ void check_reach(const Problem& problem)
 Guard Problem::guard(const Shape& shape) const
 {
     return {shape, all.x.cwiseAbs().colwise().maxCoeff().transpose()};
+}
+
+void set_targets(Problem& problem, TargetMap targets)
+{
+    problem.targets = std::move(targets);
+    problem.all.y = problem.targets.apply(problem.columns.targets);
+    problem.train.y = rows_of(problem.all.y, problem.training);
+    problem.validation.y = rows_of(problem.all.y, problem.held_out);
 }
 
 Problem make_problem(Columns columns,
@@ -76,7 +84,7 @@ Problem make_problem(Columns columns,
                     std::move(train),
                     std::move(validation),
                     std::move(all)};
-    check_reach(problem);
+    if (!options.any_reach) check_reach(problem);
     return problem;
 }
 

@@ -14,6 +14,7 @@ namespace fit {
 struct ProblemOptions {
     std::vector<Periodic> periodic;
     TargetOptions targets;
+    bool any_reach = false;  ///< targets may lie as far out as they like
     double held_out_share = 0.2;
     std::uint64_t seed = 1;
 };
@@ -31,6 +32,9 @@ struct Problem {
 
     Guard guard(const Shape& shape) const;
 };
+
+/// The same rows with other scales of the targets.
+void set_targets(Problem& problem, TargetMap targets);
 
 /** Splits off the held-out rows and makes both maps, from the training rows alone.
  * @param[in,out] shape  its inputs and outputs are filled in

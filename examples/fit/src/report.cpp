@@ -80,11 +80,14 @@ std::string starts_table(const Fit& fit, bool held_out)
     std::string text;
     for (std::size_t i = 0; i < fit.starts.size(); ++i) {
         const StartResult& start = fit.starts[i];
-        text += line(i == 0 ? "starts" : "",
-                     number(start.objective, 8) +
-                         (held_out ? " (held out " + number(start.validation, 8) + ")" : "") +
-                         " after " + std::to_string(start.counts.total()) +
-                         " evaluations: " + start.ending + (i == fit.best ? "  <- kept" : ""));
+        text +=
+            line(i == 0 ? "starts" : "",
+                 number(start.objective, 8) +
+                     (held_out ? " (held out " + number(start.validation, 8) + ")" : "") +
+                     (start.counts.total() == 0
+                          ? ": "
+                          : " after " + std::to_string(start.counts.total()) + " evaluations: ") +
+                     start.ending + (i == fit.best ? "  <- kept" : ""));
     }
     return text;
 }
@@ -111,6 +114,8 @@ std::string fit_lines(const Fit& fit, bool held_out)
                  number(fit.objective, 8) + " in training" +
                      (held_out ? ", " + number(fit.validation, 8) + " held out" : ""));
     text += line("gradient norm", number(fit.gradient_norm, 3));
+    if (fit.decay) text += line("decay", number(*fit.decay));
+    if (fit.counts.total() == 0) return text + line("seconds", number(fit.seconds, 3));
     const auto total = static_cast<double>(fit.counts.total());
     text += line("evaluations",
                  std::to_string(fit.counts.total()) + " in " + number(fit.seconds, 3) + " s, " +

@@ -41,6 +41,7 @@ void put_judged(std::string& text,
     put(text, prefix + "objective", fit.objective);
     put(text, prefix + "gradient_norm", fit.gradient_norm);
     put(text, prefix + "ending", fit.starts[fit.best].ending);
+    if (fit.decay) put(text, prefix + "decay", *fit.decay);
     put_count(text, prefix + "best_start", fit.best + 1);
     put_count(text, prefix + "evaluations", fit.counts.total());
     put_count(text, prefix + "value_calls", fit.counts.values);
@@ -91,7 +92,7 @@ std::string summary(const Problem& problem,
     put(text, "norm", options.fit.norm);
     put(text, "method", method_name(options.fit.method));
     put_count(text, "seed", options.fit.seed);
-    put_count(text, "starts", results.main.fit.starts.size());
+    put_count(text, "starts", static_cast<std::size_t>(options.fit.starts));
     for (std::size_t t = 0; t < targets.size(); ++t) {
         put(text, "core." + key_part(targets[t]), problem.targets.scales[t].core);
         put(text, "shift." + key_part(targets[t]), problem.targets.scales[t].shift);
@@ -121,11 +122,11 @@ std::string predictions_csv(const Problem& problem, const Results& results)
         for (Eigen::Index t = 0; t < columns.targets.cols(); ++t) {
             const Predictions& fitted = results.main.predictions;
             text += "," + exact_number(columns.targets(i, t)) + "," +
-                    number(fitted.values(i, t), 10) + "," + number(fitted.residuals(i, t), 10) +
+                    exact_number(fitted.values(i, t)) + "," + exact_number(fitted.residuals(i, t)) +
                     (fitted.outliers(i, t) ? ",1" : ",0");
             if (results.errors.size() > 0) text += "," + number(results.errors(i, t), 6);
             if (results.least_squares)
-                text += "," + number(results.least_squares->predictions.values(i, t), 10);
+                text += "," + exact_number(results.least_squares->predictions.values(i, t));
         }
         text += "\n";
     }

@@ -82,13 +82,10 @@ InputMap::InputMap(const Matrix& inputs,
         if (std::count(names.begin(), names.end(), wanted.name) == 0)
             throw UserError("--periodic: '" + wanted.name + "' is not an input column");
     for (std::size_t i = 0; i < names.size(); ++i) {
-        Rule rule{.name = names[i]};
+        InputRule rule{.name = names[i]};
         for (const Periodic& wanted : periodic)
             if (wanted.name == names[i]) rule.period = wanted.period;
-        if (rule.period > 0.0) {
-            names_.push_back("sin(" + names[i] + ")");
-            names_.push_back("cos(" + names[i] + ")");
-        } else {
+        if (rule.period == 0.0) {
             const Vector column = inputs.col(static_cast<Eigen::Index>(i));
             rule.mean = column.mean();
             rule.deviation = standard_deviation(column);
@@ -96,10 +93,25 @@ InputMap::InputMap(const Matrix& inputs,
                 constant_.push_back(names[i]);
                 rule.deviation = std::max(1.0, std::abs(rule.mean));
             }
-            names_.push_back(names[i]);
         }
-        rules_.push_back(rule);
+        add(std::move(rule));
     }
+}
+
+InputMap::InputMap(std::vector<InputRule> rules)
+{
+    for (InputRule& rule : rules) add(std::move(rule));
+}
+
+void InputMap::add(InputRule rule)
+{
+    if (rule.period > 0.0) {
+        names_.push_back("sin(" + rule.name + ")");
+        names_.push_back("cos(" + rule.name + ")");
+    } else {
+        names_.push_back(rule.name);
+    }
+    rules_.push_back(std::move(rule));
 }
 
 Matrix InputMap::apply(const Matrix& inputs) const
@@ -108,7 +120,7 @@ Matrix InputMap::apply(const Matrix& inputs) const
     Eigen::Index to = 0;
     for (std::size_t i = 0; i < rules_.size(); ++i) {
         const auto column = inputs.col(static_cast<Eigen::Index>(i)).array();
-        const Rule& rule = rules_[i];
+        const InputRule& rule = rules_[i];
         if (rule.period > 0.0) {
             const double turn = 2.0 * std::numbers::pi / rule.period;
             mapped.col(to++) = (turn * column).sin();
@@ -123,7 +135,7 @@ Matrix InputMap::apply(const Matrix& inputs) const
 std::vector<std::string> InputMap::describe() const
 {
     std::vector<std::string> lines;
-    for (const Rule& rule : rules_)
+    for (const InputRule& rule : rules_)
         lines.push_back(rule.name + ": " +
                         (rule.period > 0.0 ? "sin and cos of 2 pi x / " + exact_number(rule.period)
                                            : "(x - " + exact_number(rule.mean) + ") / " +

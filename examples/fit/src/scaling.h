@@ -14,10 +14,20 @@ struct Periodic {
     double period = 0.0;
 };
 
+/// What one input column of the file is mapped by.
+struct InputRule {
+    std::string name;
+    double period = 0.0;  ///< 0 for a column that is standardised
+    double mean = 0.0;
+    double deviation = 1.0;
+};
+
 /** From the input columns of the file to the network's inputs: a periodic column becomes its sine
  * and cosine, every other one is brought to mean 0 and standard deviation 1. */
 class InputMap {
 public:
+    explicit InputMap(std::vector<InputRule> rules);
+
     /// @throw UserError if a periodic column is not among the names
     InputMap(const Matrix& inputs,
              const std::vector<std::string>& names,
@@ -30,6 +40,8 @@ public:
     /// Of the network's inputs: "distance", "sin(hour)", "cos(hour)".
     const std::vector<std::string>& names() const { return names_; }
 
+    const std::vector<InputRule>& rules() const { return rules_; }
+
     /// One line for each column of the file, as in "distance: (x - 731.2) / 573.9".
     std::vector<std::string> describe() const;
 
@@ -37,14 +49,9 @@ public:
     const std::vector<std::string>& constant() const { return constant_; }
 
 private:
-    struct Rule {
-        std::string name;
-        double period = 0.0;  ///< 0 for a column that is standardised
-        double mean = 0.0;
-        double deviation = 1.0;
-    };
+    void add(InputRule rule);
 
-    std::vector<Rule> rules_;
+    std::vector<InputRule> rules_;
     std::vector<std::string> names_;
     std::vector<std::string> constant_;
 };

@@ -12,7 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::vector<std::string> all_files{"weights.txt",
+const std::vector<std::string> all_files{"model.json",
+                                         "weights.txt",
                                          "predictions.csv",
                                          "summary.txt",
                                          "curve.csv",
@@ -127,6 +128,7 @@ TEST_F(Outputs, ReplaceThoseOfAnEarlierRun)
     ASSERT_EQ(run(input, "--no-plot"), 0) << errors;
     EXPECT_EQ(folder.files(),
               (std::set<std::string>{"out/data.csv",
+                                     "out/model.json",
                                      "out/predictions.csv",
                                      "out/summary.txt",
                                      "out/weights.txt",
@@ -145,7 +147,9 @@ TEST_F(Outputs, KeepWhatTheUserMadeOfAnEarlierRun)
     EXPECT_FALSE(has("plot.gp"));
 
     std::ofstream(out + "/summary.txt", std::ios::app) << "note=mine\n";
-    expect_refusal(input, "--no-plot", "changed since: weights.txt, predictions.csv, summary.txt;");
+    expect_refusal(input,
+                   "--no-plot",
+                   "changed since: model.json, weights.txt, predictions.csv, summary.txt;");
 }
 
 TEST_F(Outputs, NeverReplaceWhatCameDuringTheFit)

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 
@@ -69,6 +70,48 @@ TEST_F(Run, NewtonGetsAsLow)
     ASSERT_EQ(fit(complete + "--method newton"), 0) << errors;
     EXPECT_LT(figure("objective"), 0.5);
     EXPECT_GT(figure("product_calls"), 0);
+}
+
+TEST_F(Run, RobustEstimatesCoreShiftAndDecay)
+{
+    ASSERT_EQ(fit(complete + "--method robust --uncertainty"), 0) << errors;
+    EXPECT_LT(figure("training.median_error.mpg"), 1.5);
+    EXPECT_LT(figure("held_out.median_error.mpg"), 1.5);
+    EXPECT_LT(figure("gradient_norm"), 1e-5);
+    EXPECT_GT(figure("core.mpg"), 1.5);
+    EXPECT_LT(figure("core.mpg"), 3.0);
+    const double decay = figure("decay");
+    ASSERT_EQ(fit(complete + "--method robust --decay " + std::to_string(decay)), 0) << errors;
+    EXPECT_EQ(decay, figure("decay"));
+}
+
+// Every fourth target a hundred times as large: least squares would follow them, and so would a core that was estimated with them.
+TEST_F(Run, RobustPassesOverGrossOutliers)
+{
+    std::string rows = "x,y\n";
+    for (int i = 0; i < 200; ++i) {
+        const double x = 0.02 * i, wave = std::sin(2.0 * x) + 0.02 * ((i * 7919) % 101 - 50) / 50.0;
+        rows += std::to_string(x) + "," + std::to_string(i % 4 == 3 ? 100.0 + x : wave) + "\n";
+    }
+    const std::string data =
+        "'" + folder.write("rows.csv", rows) + "' --target y --no-plot --quiet ";
+    ASSERT_EQ(fit(data + "--method robust --decay 0.1 --validation 0"), 0) << errors;
+    EXPECT_NEAR(0.25, figure("training.outliers.y"), 1e-9);
+    EXPECT_NEAR(0.0117, figure("core.y"), 0.002);
+    EXPECT_LT(figure("training.median_error.y"), 0.03);
+}
+
+TEST_F(Run, RobustRefusesWhatItCannotEstimate)
+{
+    EXPECT_TRUE(contains(refused(complete + "--method robust --core 2"), "leave out --core"));
+    EXPECT_TRUE(contains(refused(complete + "--method robust --activation atan"), "softplus only"));
+    EXPECT_TRUE(contains(refused(complete + "--decay 1"), "for --method robust"));
+    EXPECT_TRUE(contains(refused(complete + "--method robust --decay nan"), "not a number"));
+    EXPECT_TRUE(contains(
+        refused("'" FIT_DATA "/auto_mpg.csv' --target mpg,year --drop-missing --method robust"),
+        "one target"));
+    const std::string data = folder.write("equal.csv", "x,y\n1,2\n2,2\n3,2\n4,2\n5,2\n6,7\n");
+    EXPECT_TRUE(contains(refused("'" + data + "' --target y --method robust"), "one value"));
 }
 
 TEST_F(Run, GaussNewtonGetsAsLow)

@@ -1,0 +1,216 @@
+// Model files, and predictions of new rows by them.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "model.h"
+#include "run.h"
+#include "user_error.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> lines_of(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+std::string replaced(std::string text, const std::string& what, const std::string& by)
+{
+    const std::size_t at = text.find(what);
+    if (at == std::string::npos) throw std::invalid_argument("not there: " + what);
+    return text.replace(at, what.size(), by);
+}
+
+class Predict : public Run {
+protected:
+    void SetUp() override
+    {
+        std::string rows = "a,label,b,y\n";
+        for (int i = 0; i < 60; ++i)
+            rows += std::to_string(0.1 * i) + ",\"row, " + std::to_string(i) + "\"," +
+                    std::to_string((i * 37) % 24) + "," + std::to_string((i * i) % 17 + 0.3) + "\n";
+        data = folder.write("data.csv", rows);
+        ASSERT_EQ(fit("'" + data + "' --target y --inputs a,b --periodic b=24 --no-plot --quiet"),
+                  0)
+            << errors;
+        model = read_text(out + "/model.json");
+    }
+
+    /// A run of the verb.
+    int predict(const std::string& arguments, const std::string& before = "")
+    {
+        const std::string command = before + " '" FIT_PROGRAM "' predict " + arguments + " >'" +
+                                    (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
+        const int status = std::system(command.c_str());
+        output = read_text(folder / "stdout");
+        errors = read_text(folder / "stderr");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string with_model(const std::string& text) const
+    {
+        return "'" + folder.write("changed.json", text) + "' '" + data + "'";
+    }
+
+    std::string data, model;
+    const std::string fitted = "'" + out + "/model.json' ";
+};
+
+}  // namespace
+
+TEST_F(Predict, GivesEveryRowWhatTheFitGaveIt)
+{
+    const auto known = lines_of(read_text(out + "/predictions.csv"));
+    for (const std::string& by : {out, out + "/model.json"}) {
+        ASSERT_EQ(predict("'" + by + "' '" + data + "'"), 0) << errors;
+        const auto rows = lines_of(output);
+        ASSERT_EQ(known.size(), rows.size());
+        EXPECT_EQ("a,label,b,y,fit(y)", rows[0]);
+        for (std::size_t i = 1; i < rows.size(); ++i) {
+            // line,set,a,b,y,fit(y),...
+            std::istringstream cells(known[i]);
+            std::string cell;
+            for (int c = 0; c < 6; ++c) std::getline(cells, cell, ',');
+            EXPECT_TRUE(rows[i].ends_with("," + cell)) << known[i] << "\n" << rows[i];
+        }
+        EXPECT_TRUE(rows[1].starts_with("0.000000,\"row, 0\",0,")) << rows[1];
+    }
+}
+
+TEST_F(Predict, FindsColumnsByNameAndNamesWhatIsMissing)
+{
+    const std::string other = folder.write("other.csv", "b,extra,a\n5,\"\"\"x\"\"\",1.5\n7,,2.5\n");
+    ASSERT_EQ(predict(fitted + "'" + other + "'"), 0) << errors;
+    const auto rows = lines_of(output);
+    ASSERT_EQ(3u, rows.size());
+    EXPECT_EQ("b,extra,a,fit(y)", rows[0]);
+    EXPECT_TRUE(rows[1].starts_with("5,\"\"\"x\"\"\",1.5,")) << rows[1];
+
+    EXPECT_EQ(2, predict(fitted + "'" + folder.write("short.csv", "a,c\n1,2\n") + "'"));
+    EXPECT_TRUE(contains(errors, "no column 'b'; there are a, c"));
+    EXPECT_EQ(2, predict(fitted + "'" + folder.write("twice.csv", "a,b,fit(y)\n1,2,3\n") + "'"));
+    EXPECT_TRUE(contains(errors, "a column 'fit(y)' already"));
+}
+
+TEST_F(Predict, RefusesOrLeavesOutMissingCells)
+{
+    const std::string gaps = folder.write("gaps.csv", "a,b\n1,2\nNA,3\n,4\n5,6\n");
+    EXPECT_EQ(2, predict(fitted + "'" + gaps + "'"));
+    EXPECT_TRUE(contains(errors, "gaps.csv:3:1"));
+    EXPECT_EQ("", output);
+    ASSERT_EQ(0, predict(fitted + "--drop-missing '" + gaps + "'")) << errors;
+    ASSERT_EQ(3u, lines_of(output).size());
+    EXPECT_TRUE(lines_of(output)[2].starts_with("5,6,"));
+}
+
+TEST_F(Predict, PutsRowsAloneOnStandardOutput)
+{
+    ASSERT_EQ(0, predict(fitted + "'" + data + "'"));
+    const std::string quiet = output;
+    ASSERT_EQ(0, predict(fitted + "'" + data + "'", "INFO=1 NN_TRACE=1"));
+    EXPECT_EQ(quiet, output);
+    EXPECT_TRUE(contains(errors, "VEMKN"));
+}
+
+TEST_F(Predict, WritesAFileWholeOrNotAtAll)
+{
+    const std::string file = folder.write("rows.csv", "older");
+    EXPECT_EQ(2, predict("'" + (folder / "none.json") + "' '" + data + "' -o '" + file + "'"));
+    EXPECT_EQ("older", read_text(file));
+    ASSERT_EQ(0, predict(fitted + "'" + data + "' -o '" + file + "'")) << errors;
+    EXPECT_EQ("", output);
+    EXPECT_EQ(61u, lines_of(read_text(file)).size());
+    EXPECT_EQ(1, predict(fitted + "'" + data + "' -o '" + (folder / "no/such") + "'"));
+    EXPECT_TRUE(contains(errors, "cannot be written"));
+    // A device stays one.
+    EXPECT_EQ(0, predict(fitted + "'" + data + "' -o /dev/null"));
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    EXPECT_EQ(1, predict(fitted + "'" + data + "' -o /dev/full"));
+    const int status = std::system(("'" FIT_PROGRAM "' predict " + fitted + "'" + data +
+                                    "' >/dev/full 2>'" + (folder / "stderr") + "'")
+                                       .c_str());
+    EXPECT_EQ(1, WEXITSTATUS(status));
+}
+
+TEST_F(Predict, NamesTheRowOfInputsThatAreTooLarge)
+{
+    const std::string far = folder.write("far.csv", "a,b\n1,2\n1.7e308,3\n-1.7e308,3\n");
+    const int status = predict(fitted + "'" + far + "'");
+    if (status == 2) {
+        EXPECT_TRUE(contains(errors, "far.csv:"));
+        EXPECT_EQ("", output);
+    } else {
+        EXPECT_EQ(0, status);
+        EXPECT_EQ(std::string::npos, output.find("inf"));
+        EXPECT_EQ(std::string::npos, output.find("nan"));
+    }
+}
+
+TEST_F(Predict, SaysWhatIsWrongWithAModel)
+{
+    struct Wrong {
+        std::string text, why;
+    };
+
+    for (const Wrong& wrong : {
+             Wrong{"", "no JSON"},
+             Wrong{"{}", "not a model"},
+             Wrong{model.substr(0, model.size() / 2), "no JSON"},
+             Wrong{replaced(model, "\"vemkn_model\": 1", "\"vemkn_model\": 2"), "newer release"},
+             Wrong{replaced(model, "\"vemkn_model\": 1", "\"vemkn_model\": 1e99"), "number of a"},
+             Wrong{replaced(model, "softplus", "tanh"), "unknown activation"},
+             Wrong{replaced(model, "\"core\": ", "\"core\": -"), "\"core\" is not positive"},
+             Wrong{replaced(model, "\"hidden\": [\n  6", "\"hidden\": [\n  7"), "numbers, as the"},
+             Wrong{replaced(model, "\"hidden\": [\n  6", "\"hidden\": [\n  60000"), "1 to 4096"},
+             Wrong{replaced(model, "\"mean\"", "\"mode\""), "no \"mean\""},
+         }) {
+        EXPECT_EQ(2, predict(with_model(wrong.text))) << wrong.why;
+        EXPECT_TRUE(contains(errors, wrong.why));
+        EXPECT_EQ("", output);
+    }
+}
+
+// Bytes changed, taken out, doubled: a message or a model, and nothing else.
+TEST_F(Predict, TakesNoHarmFromDamagedModels)
+{
+    std::mt19937 engine(5);
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(engine()) % n; };
+    std::size_t refused = 0;
+    for (int turn = 0; turn < 5000; ++turn) {
+        std::string text = model;
+        for (std::size_t edits = 1 + below(4); edits > 0; --edits) {
+            const std::size_t at = below(text.size()),
+                              length = std::min(below(40), text.size() - at);
+            switch (below(4)) {
+                case 0:
+                    text[at] = static_cast<char>(engine());
+                    break;
+                case 1:
+                    text.erase(at, length);
+                    break;
+                case 2:
+                    text.insert(below(text.size()), text.substr(at, length));
+                    break;
+                default:
+                    text[at] = "0123456789-e.[]{},:\""[below(20)];
+            }
+        }
+        try {
+            const fit::Model found = fit::model_from(text, "model.json");
+            EXPECT_EQ(found.targets.scales.size(), found.target_names.size());
+            EXPECT_TRUE(found.weights.allFinite());
+        } catch (const fit::UserError&) {
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 1000u);
+}

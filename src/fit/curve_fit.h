@@ -1,0 +1,72 @@
+#pragma once
+
+#include "fit/objective.h"
+
+namespace vemknfit {
+
+// A fit of one target, in units of its TargetScale: shift + 3 core output.
+struct Curve {
+    Vector w;
+    double core = 1.0;  // standard deviation that counts as normal scatter
+    double shift = 0.0;
+
+    double unit() const { return 3.0 * core; }
+};
+
+// Nearly the same curve in units of another core: exactly where softplus is the identity, far above 0. So it has to be fitted
+// again.
+Curve with_core(const Network& network, Curve curve, double core);
+
+// What a curve says of rows: rows x inputs as the network takes them.
+Vector predictions(const Network& network, const Curve& curve, const Matrix& inputs);
+
+struct Settled {
+    Curve curve;
+    bool stands = false;
+};
+
+// Some rows, and what is asked of a curve through them. Whose bits depend on nothing else.
+class CurveFit {
+public:
+    // Refers to network and inputs. y has one number for each row of the inputs, in units of its TargetScale; decay is the penalty
+    // of weights in units of the summed negative log-likelihood.
+    CurveFit(const Network& network, const Matrix& inputs, Vector y, double decay);
+
+    const Network& network() const { return network_; }
+
+    const Matrix& inputs() const { return inputs_; }
+
+    const Vector& y() const { return y_; }
+
+    // What the weights are penalised by at a core: those of the output layer in units of y, so that they pull as much whatever
+    // the core.
+    Vector penalty(double core) const;
+
+    Vector residuals(const Curve& curve) const;
+    Batch all_rows(const Curve& curve) const;
+
+    // From a curve, at its core, down to where a search finds nothing lower: over all rows, or over some.
+    Curve minimised(const Curve& curve, int evaluations) const;
+    Curve minimised_on(const Rows& rows, const Curve& curve, int evaluations) const;
+
+    // With the core that the residuals give: roughly, to compare curves.
+    Curve refined(Curve curve) const;
+
+    // The same until it stands: a stationary point with every row on its side of the likelihood's jump and the core that follows
+    // from its own residuals. Where there is none to be had, or not in so many steps, as far as it gets.
+    Settled settled(const Curve& start) const;
+
+private:
+    Curve minimised(Curve curve, const Batch& batch, int evaluations) const;
+    Curve with_sides_kept(Curve curve, int steps) const;
+    double parameters(const Curve& curve) const;
+    // Of the Gaussian that the rows within three scales are from, fitted with so many parameters.
+    double own_core(const Curve& curve, double parameters) const;
+
+    const Network& network_;
+    const Matrix& inputs_;
+    const Vector y_;
+    const double decay_;
+};
+
+}  // namespace vemknfit
