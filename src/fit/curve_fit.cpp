@@ -26,6 +26,13 @@ Curve with_core(const Network& network, Curve curve, double core)
     return curve;
 }
 
+Vector penalty_of(const Network& network, double decay, double core)
+{
+    Vector d = decay * network.is_weight();
+    d.tail(network.size() - network.output_layer()) *= 9.0 * core * core;
+    return d;
+}
+
 Vector predictions(const Network& network, const Curve& curve, const Matrix& inputs)
 {
     return (curve.unit() * network.outputs(curve.w, inputs)).array() + curve.shift;
@@ -34,13 +41,6 @@ Vector predictions(const Network& network, const Curve& curve, const Matrix& inp
 CurveFit::CurveFit(const Network& network, const Matrix& inputs, Vector y, double decay)
     : network_(network), inputs_(inputs), y_(std::move(y)), decay_(decay)
 {
-}
-
-Vector CurveFit::penalty(double core) const
-{
-    Vector d = decay_ * network_.is_weight();
-    d.tail(network_.size() - network_.output_layer()) *= 9.0 * core * core;
-    return d;
 }
 
 Vector CurveFit::residuals(const Curve& curve) const

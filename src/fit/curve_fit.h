@@ -17,6 +17,10 @@ struct Curve {
 // again.
 Curve with_core(const Network& network, Curve curve, double core);
 
+// What weights cost: 1/2 sum of this times w^2, beside the summed negative log-likelihood. Biases cost nothing. Weights of the output
+// layer are taken in units of y, so that they pull as much whatever the core.
+Vector penalty_of(const Network& network, double decay, double core);
+
 // What a curve says of rows: rows x inputs as the network takes them.
 Vector predictions(const Network& network, const Curve& curve, const Matrix& inputs);
 
@@ -28,8 +32,7 @@ struct Settled {
 // Some rows, and what is asked of a curve through them. Whose bits depend on nothing else.
 class CurveFit {
 public:
-    // Refers to network and inputs. y has one number for each row of the inputs, in units of its TargetScale; decay is the penalty
-    // of weights in units of the summed negative log-likelihood.
+    // Refers to network and inputs. y has one number for each row of the inputs, in units of its TargetScale; decay as in penalty_of().
     CurveFit(const Network& network, const Matrix& inputs, Vector y, double decay);
 
     const Network& network() const { return network_; }
@@ -37,10 +40,6 @@ public:
     const Matrix& inputs() const { return inputs_; }
 
     const Vector& y() const { return y_; }
-
-    // What the weights are penalised by at a core: those of the output layer in units of y, so that they pull as much whatever
-    // the core.
-    Vector penalty(double core) const;
 
     Vector residuals(const Curve& curve) const;
     Batch all_rows(const Curve& curve) const;
@@ -57,6 +56,8 @@ public:
     Settled settled(const Curve& start) const;
 
 private:
+    Vector penalty(double core) const { return penalty_of(network_, decay_, core); }
+
     Curve minimised(Curve curve, const Batch& batch, int evaluations) const;
     Curve with_sides_kept(Curve curve, int steps) const;
     double parameters(const Curve& curve) const;

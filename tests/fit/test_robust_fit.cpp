@@ -95,7 +95,7 @@ TEST(RobustFit, EndsAtAMinimumWithEveryRowOnItsSideAndTheCoreOfItsResiduals)
     const Curve curve = robust_fit(small, data.inputs, y, {.decay = 0.1}).curve;
     const CurveFit fit(small, data.inputs, y, 0.1);
     const Batch batch = fit.all_rows(curve);
-    const Vector penalty = fit.penalty(curve.core);
+    const Vector penalty = penalty_of(small, 0.1, curve.core);
     const auto sides = sides_of(small, batch, curve.w);
     const ObjectiveOfSides objective(small, batch, penalty, sides);
     Vector gradient;

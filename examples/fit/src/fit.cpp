@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <stdexcept>
 
 #include "../../common/random.h"
 #include "start.h"
@@ -20,10 +21,11 @@ std::string minimise(
             return minimise_gauss_newton(
                 dynamic_cast<SquaresObjective&>(objective), w, stop, monitor);
         case Method::lbfgs:
+            return minimise_lbfgs(objective, w, stop, monitor);
         case Method::robust:
             break;
     }
-    return minimise_lbfgs(objective, w, stop, monitor);
+    throw std::logic_error("a robust fit is the engine's");
 }
 
 /// Each start draws from its own sequence, so adding starts leaves the earlier ones as they are.

@@ -14,13 +14,6 @@ vemknfit::Network network_of(const Shape& shape)
     return {static_cast<Eigen::Index>(shape.inputs), {shape.hidden.begin(), shape.hidden.end()}};
 }
 
-/// What the weights cost beside the mean over all elements, times their number.
-Vector penalty_of(const vemknfit::Network& network, const Batch& rows, const vemknfit::Fit& found)
-{
-    return vemknfit::CurveFit(network, rows.x, rows.y.col(0), found.decay)
-        .penalty(found.curve.core);
-}
-
 }  // namespace
 
 Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& options)
@@ -45,7 +38,7 @@ Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& o
     Fit fit;
     fit.weights = found.curve.w;
     fit.decay = found.decay;
-    fit.penalty = penalty_of(engine, problem.train, found);
+    fit.penalty = vemknfit::penalty_of(engine, found.decay, found.curve.core);
     set_targets(problem,
                 {{{.core = found.curve.core * scale.spread(),
                    .shift = scale.undo(Vector::Constant(1, found.curve.shift))[0]}}});

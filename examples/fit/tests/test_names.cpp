@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sstream>
 
 #include "csv_table.h"
 #include "escape.h"
@@ -16,14 +15,6 @@ std::string shell_quoted(const std::string& text)
     std::string quoted = "'";
     for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
     return quoted + "'";
-}
-
-std::vector<std::string> lines_of(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    return lines;
 }
 
 /// What a run leaves behind, apart from names.
