@@ -85,7 +85,8 @@
  *   one returns.
  * - Copies: two copies of the library in one process compute each for itself. Where the loader
  *   gives both the same names, they share vemkn_rowmajor, the error handler and the two counts.
- * - Banner: the first call, initVEMKNet included, prints one line on standard output.
+ * - Banner: the first call, initVEMKNet included, prints one line on standard output,
+ *   unless vemk_nobanner was called.
  * - Exceptions: C++ exceptions (lack of memory) pass through to the caller. Traps then stay armed,
  *   unless the handle is quiet, and BLAS stays at one thread.
  * - Fork: in a fork's child a call runs on one thread, with the same results.
@@ -233,6 +234,12 @@ VEMKN_API int vemk_quiet(VEMKNInfo* net, int on);
  * @return 0
  * Threads: must not overlap with vemk_Hv and vemk_Jv. */
 VEMKN_API int vemk_major(VEMKNInfo* net, int rowmajor);
+
+/** Marks the banner as printed without printing it, for the rest of the process: for a library on
+ * top of this one, or a host whose standard output a program reads. What the environment variables
+ * INFO and NN_TRACE ask for is printed all the same.
+ * Threads: may run at any time; a first call in another thread may still print the banner. */
+VEMKN_API void vemk_nobanner(void);
 
 /** Version of the library that runs.
  * @return VEMKN_VERSION of its header, "year.month.build"

@@ -7,6 +7,7 @@
 #include "model/blas.h"
 #include "model/params.h"
 #include "network/mknn.h"
+#include "runtime/call_frame.h"
 
 int vemkn_rowmajor = 0;
 
@@ -58,6 +59,11 @@ int vemk_major(::VEMKNInfo*, int rowmajor)
 {
     vemkn_rowmajor = rowmajor;
     return 0;
+}
+
+void vemk_nobanner(void)
+{
+    VEMKN::count_banner_as_printed();
 }
 
 const char* vemk_version(void)

@@ -8,6 +8,9 @@ namespace VEMKN {
 // The banner, one line on standard output, once a process.
 void print_banner_once();
 
+// From then on it is not printed.
+void count_banner_as_printed();
+
 // What every computing entry point and the parser run their work in: banner, BLAS to one thread, traps on, the work,
 // traps off, BLAS threads back. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
 // this is no destructor's job.

@@ -23,6 +23,7 @@ int main(void)
     for (i = 0; i < 2 * ROWS; ++i) x[i] = 1;
     for (i = 0; i < 2 * ROWS; ++i) u[i] = 1;
 
+    vemk_nobanner();
     releaseVEMKNet(0);
     net = initVEMKNet(TEXT, (int)sizeof TEXT - 1);
     CHECK(net != 0);

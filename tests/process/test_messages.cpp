@@ -73,6 +73,13 @@ SCENE(neither_parses_nor_computes)
     vemk_norm(nullptr, &value, 1, 1, &value);
 }
 
+SCENE(does_without_the_banner)
+{
+    vemk_nobanner();
+    Network net(GOOD);
+    call_everything(net);
+}
+
 SCENE(starts_on_many_threads_at_once)
 {
     std::atomic<int> ready{0};
@@ -120,6 +127,14 @@ TEST(Banner, DoesNotAppearBeforeAParseOrAComputation)
     expect_success(outcome);
     EXPECT_EQ("", outcome.out);
     EXPECT_EQ("vemk_norm: refused: the handle is null\n", outcome.err);
+}
+
+TEST(Banner, DoesNotAppearAfterNobanner)
+{
+    const child::Outcome outcome = child::play("does_without_the_banner");
+    expect_success(outcome);
+    EXPECT_EQ("", outcome.out);
+    EXPECT_EQ("", outcome.err);
 }
 
 TEST(Banner, ComesBeforeWhatTheParserSays)
