@@ -12,7 +12,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_THREADS 1)
 set(CPACK_COMPONENTS_ALL library development)
 if(VEMKN_BUILD_FIT)
-    list(APPEND CPACK_COMPONENTS_ALL fit)
+    list(APPEND CPACK_COMPONENTS_ALL fitlibrary fitdevelopment fit)
 endif()
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian_files.cmake)
 
@@ -38,8 +38,11 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "libopenblas0-pthread | libopenblas0-op
 set(control ${PROJECT_BINARY_DIR}/debian/control)
 file(CONFIGURE OUTPUT ${control}/triggers CONTENT "activate-noawait ldconfig\n")
 file(CONFIGURE OUTPUT ${control}/shlibs CONTENT "libvemkn 1 libvemkn1 (>= ${PROJECT_VERSION})\n")
+file(CONFIGURE OUTPUT ${control}/fit/shlibs CONTENT "libvemknfit 1 libvemknfit1 (>= ${PROJECT_VERSION})\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
     ${control}/triggers ${control}/shlibs ${control}/postinst ${control}/postrm)
+set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_CONTROL_EXTRA
+    ${control}/triggers ${control}/fit/shlibs ${control}/postinst ${control}/postrm)
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
     "values and exact derivatives of a small network - library
 ${about}
@@ -56,12 +59,37 @@ ${about}
 This package contains the headers for C and C++, the manual pages, and what
 CMake and pkg-config look for.")
 
-# The library of the same build, which no installed package brings yet.
+# Libraries of the same build, which no installed package brings yet.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src ${PROJECT_BINARY_DIR}/src/fit)
+
+set(about_fit "libvemknfit fits a small feed-forward network to rows of numbers, so that up
+to 30 % of gross outliers do not pull the curve along, keeps fits in model
+files, and predicts new rows.")
+set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_NAME libvemknfit1)
+set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_DEPENDS "libvemkn1 (>= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_FITLIBRARY_DESCRIPTION
+    "robust regression by a small network - library
+${about_fit}
+.
+This package contains the shared library.")
+
+set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_NAME libvemknfit-dev)
+set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_DEPENDS
+    "libvemknfit1 (= ${PROJECT_VERSION}), libvemkn-dev (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_FITDEVELOPMENT_DESCRIPTION
+    "robust regression by a small network - development
+${about_fit}
+.
+This package contains the header for C and C++, the manual pages, and what
+CMake and pkg-config look for.")
+
 set(CPACK_DEBIAN_FIT_PACKAGE_NAME vemkn-fit)
 set(CPACK_DEBIAN_FIT_PACKAGE_SECTION math)
 set(CPACK_DEBIAN_FIT_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
-set(CPACK_DEBIAN_FIT_PACKAGE_DEPENDS "libvemkn1 (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_FIT_PACKAGE_DEPENDS "libvemkn1 (>= ${PROJECT_VERSION}), libvemknfit1 (>= ${PROJECT_VERSION})")
 # Without it everything is written but the picture.
 set(CPACK_DEBIAN_FIT_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot")
 set(CPACK_COMPONENT_FIT_DESCRIPTION

@@ -3,14 +3,20 @@
 set(man_source ${PROJECT_SOURCE_DIR}/docs/man)
 set(man_build ${PROJECT_BINARY_DIR}/docs/man)
 
-vemkn_script_test(ManPages.NameEveryExportedFunction LABELS abi SCRIPT man/names.cmake
-    VARIABLES LIST=${CMAKE_CURRENT_SOURCE_DIR}/abi/exported_symbols.txt
-              PAGES=${man_build} LINKS=${man_build}/links)
+set(lists "")
+if(VEMKN_BUILD_FIT)
+    list(APPEND lists _fit)
+endif()
+foreach(list "" ${lists})
+    vemkn_script_test(ManPages.NameEveryExportedFunction${list} LABELS abi SCRIPT man/names.cmake
+        VARIABLES LIST=${CMAKE_CURRENT_SOURCE_DIR}/abi/exported_symbols${list}.txt
+                  PAGES=${man_build} LINKS=${man_build}/links)
+endforeach()
 
 if(VEMKN_PYTHON)
-    add_test(NAME ManPages.SayWhatTheHeaderSays
-        COMMAND ${VEMKN_PYTHON} ${man_source}/make_pages.py --check ${PROJECT_SOURCE_DIR}/include/vemkn.h ${man_source})
-    set_tests_properties(ManPages.SayWhatTheHeaderSays PROPERTIES LABELS abi TIMEOUT 60)
+    add_test(NAME ManPages.SayWhatTheHeadersSay
+        COMMAND ${VEMKN_PYTHON} ${man_source}/make_pages.py --check ${PROJECT_SOURCE_DIR}/include ${man_source})
+    set_tests_properties(ManPages.SayWhatTheHeadersSay PROPERTIES LABELS abi TIMEOUT 60)
 endif()
 
 if(TARGET vemkn-fit)

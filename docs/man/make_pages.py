@@ -1,8 +1,8 @@
-"""Writes the manual pages of section 3 from the comments of vemkn.h, so that they say what the header says. The version
+"""Writes the manual pages of section 3 from the comments of the headers, so that they say what the headers say. The version
 and its month are filled in when the pages are installed.
 
-    make_pages.py include/vemkn.h docs/man           writes them
-    make_pages.py --check include/vemkn.h docs/man   fails unless they are there as it would write them
+    make_pages.py include docs/man           writes them
+    make_pages.py --check include docs/man   fails unless they are there as it would write them
 """
 
 import pathlib
@@ -10,33 +10,78 @@ import re
 import sys
 import textwrap
 
-# Every function and variable that the header exports to C is on one of these pages, in this order.
-PAGES = {
-    "vemkn_network": (
-        "life cycle, settings, shapes and weights of a network",
-        "initVEMKNet releaseVEMKNet vemk_setpar vemk_setbatch vemk_quiet vemk_major vemk_nobanner vemk_numin vemk_numout "
-        "vemk_numel vemk_weights vemk_bias vemk_setweights vemk_getweights vemkn_rowmajor g_ndd",
-    ),
-    "vemkn_values": (
-        "outputs, residuals and objective of a network",
-        "vemk_compute vemk_residual vemk_obj vemk_objv",
-    ),
-    "vemkn_gradient": (
-        "gradient and Hessian products of the objective",
-        "vemk_g vemk_Hv",
-    ),
-    "vemkn_jacobian": (
-        "products with the Jacobian of the normed residuals",
-        "vemk_Jv vemk_vJ vemk_vJ_vec",
-    ),
-    "vemkn_likelihood": (
-        "the likelihood without a network, the words of descriptions, and the version",
-        "vemk_norm vemk_logp vemk_logp_bias vemk_logp_sigma vemk_activations vemk_norms vemk_version",
-    ),
-}
-LIBRARY = ("vemkn", "values and exact derivatives of a small dense feed-forward network")
+# The libraries. Every function and variable that a header exports to C is on one of its pages, in this order.
+LIBRARIES = (
+    {
+        "header": "vemkn.h",
+        "end": "namespace yafad",
+        "package": "vemkn",
+        "library": "libvemkn",
+        "page": "vemkn",
+        "purpose": "values and exact derivatives of a small dense feed-forward network",
+        "description": (
+            "libvemkn evaluates a small dense feed\\-forward network and differentiates it",
+            "exactly, for a host that fits the weights with an optimiser of its own.",
+        ),
+        "files": (
+            ("vemkn.h", "the interface, for C99 and C++"),
+            ("vemkn.hpp", "a C++20 class on top of it, documented in the file"),
+            ("vemkn_errors.h", "for C++ hosts that want to hear of a division by zero among derivatives"),
+        ),
+        "pages": {
+            "vemkn_network": (
+                "life cycle, settings, shapes and weights of a network",
+                "initVEMKNet releaseVEMKNet vemk_setpar vemk_setbatch vemk_quiet vemk_major vemk_nobanner vemk_numin vemk_numout "
+                "vemk_numel vemk_weights vemk_bias vemk_setweights vemk_getweights vemkn_rowmajor g_ndd",
+            ),
+            "vemkn_values": (
+                "outputs, residuals and objective of a network",
+                "vemk_compute vemk_residual vemk_obj vemk_objv",
+            ),
+            "vemkn_gradient": (
+                "gradient and Hessian products of the objective",
+                "vemk_g vemk_Hv",
+            ),
+            "vemkn_jacobian": (
+                "products with the Jacobian of the normed residuals",
+                "vemk_Jv vemk_vJ vemk_vJ_vec",
+            ),
+            "vemkn_likelihood": (
+                "the likelihood without a network, the words of descriptions, and the version",
+                "vemk_norm vemk_logp vemk_logp_bias vemk_logp_sigma vemk_activations vemk_norms vemk_version",
+            ),
+        },
+    },
+    {
+        "header": "vemkn_fit.h",
+        "end": "#endif /* VEMKN_FIT_H */",
+        "package": "vemknfit",
+        "library": "libvemknfit",
+        "page": "vemknfit",
+        "purpose": "robust regression by a small network, model files, predictions",
+        "description": (),
+        "files": (("vemkn_fit.h", "the interface, for C99 and C++, with the structures of options and progress"),),
+        "pages": {
+            "vemknfit_fits": (
+                "robust fits, and predictions of new rows",
+                "vemkn_fit_robust vemkn_fit_free vemkn_fit_predict vemkn_fit_version vemkn_fit_message vemkn_fit_row",
+            ),
+            "vemknfit_files": (
+                "model files",
+                "vemkn_fit_save vemkn_fit_load vemkn_fit_write vemkn_fit_read",
+            ),
+            "vemknfit_contents": (
+                "what a fit holds",
+                "vemkn_fit_columns vemkn_fit_column vemkn_fit_targets vemkn_fit_target vemkn_fit_core vemkn_fit_shift "
+                "vemkn_fit_decay vemkn_fit_objective vemkn_fit_gradient vemkn_fit_settled vemkn_fit_rows "
+                "vemkn_fit_beyond vemkn_fit_layers vemkn_fit_width vemkn_fit_activation vemkn_fit_method "
+                "vemkn_fit_weights vemkn_fit_notes vemkn_fit_note",
+            ),
+        },
+    },
+)
 LABELS = "Ownership|Messages|Failure|Threads"
-NAMES = r"\b(initVEMKNet|releaseVEMKNet|vemk_\w+|vemkn_rowmajor|g_ndd)\b"
+NAMES = r"\b(initVEMKNet|releaseVEMKNet|vemk_\w+|vemkn_fit_\w+|vemkn_rowmajor|g_ndd)\b(?!\.h)"
 
 
 def escaped(text):
@@ -130,10 +175,10 @@ def described(lines):
 
 def declarations(header):
     """Name -> (declaration, lines of its comment)."""
-    pattern = r"(/\*\*(?:(?!\*/).)*?\*/)\n((?:extern )?VEMKN_API [^;]+;)"
+    pattern = r"(/\*\*(?:(?!\*/).)*?\*/)\n((?:extern )?VEMKN(?:_FIT)?_API [^;]+;)"
     found = {}
     for comment, declaration in re.findall(pattern, header, flags=re.S):
-        code = re.sub(r"VEMKN_API |\s+", " ", declaration).replace("extern  ", "extern ").strip()
+        code = re.sub(r"VEMKN(?:_FIT)?_API |\s+", " ", declaration).replace("extern  ", "extern ").strip()
         code = re.sub(r" +", " ", code)
         found[re.search(r"(\w+)(?:\(|;)", code)[1]] = (code, comment_lines(comment))
     return found
@@ -147,14 +192,15 @@ def synopsis(code):
     return [".PP", ".nf", *[f"\\fB{line}\\fP" for line in lines], ".fi"]
 
 
-def page(name, names, purpose, body, others):
+def page(of, name, names, purpose, body, others):
     see = ",\n".join(f".BR {other} (3)" for other in others).replace(",\n", " ,\n")
     # A paragraph request right after a heading says nothing.
     body = [line for before, line in zip([""] + body, body) if not (line == ".PP" and before.startswith(".S"))]
+    library = of["library"]
     return "\n".join(
         [
-            ".\\\" Written by make_pages.py from vemkn.h, which is the place to change it.",
-            f'.TH {name.upper()} 3 @MAN_DATE@ "libvemkn @PROJECT_VERSION@" "libvemkn"',
+            f".\\\" Written by make_pages.py from {of['header']}, which is the place to change it.",
+            f'.TH {name.upper()} 3 @MAN_DATE@ "{library} @PROJECT_VERSION@" "{library}"',
             ".SH NAME",
             ",\n".join(names) + f" \\- {purpose}",
             *body,
@@ -165,60 +211,69 @@ def page(name, names, purpose, body, others):
     )
 
 
-def all_pages(header):
-    known = declarations(header[: header.index("namespace yafad")])
-    placed = [name for _, names in PAGES.values() for name in names.split()]
+def overview(of, header):
+    opening = comment_lines(re.search(r"/\*.*?\*/", header, flags=re.S)[0])
+    licence = next(i for i, line in enumerate(opening) if line.startswith("SPDX"))
+    opening = opening[licence + 1 :]
+    package = of["package"]
+    body = [
+        ".SH SYNOPSIS",
+        ".nf",
+        f".B #include <{of['header']}>",
+        ".PP",
+        f".B cc host.c $(pkg\\-config \\-\\-cflags \\-\\-libs {package})",
+        ".fi",
+        ".SH DESCRIPTION",
+        *of["description"],
+        *roff(opening),
+    ]
+    types = re.findall(r"^(?:enum \{.*?^\};|typedef struct \w+ \{.*?^\} \w+;)", header, flags=re.S | re.M)
+    if types:
+        body += [".SH TYPES", *[line for each in types for line in literal(each.split("\n"))]]
+    body += [".SH FUNCTIONS"]
+    for name, (purpose, names) in of["pages"].items():
+        body += [".TP", f".BR {name} (3)", *prose(f"{purpose}: {', '.join(names.split())}")]
+    body += [".SH FILES"]
+    for name, what in of["files"]:
+        body += [".TP", f"\\fI{name}\\fP", what]
+    return page(of, of["page"], [of["page"]], of["purpose"], body, list(of["pages"]))
+
+
+def all_pages(of, header):
+    known = declarations(header[: header.index(of["end"])])
+    placed = [name for _, names in of["pages"].values() for name in names.split()]
     if sorted(placed) != sorted(known):
         sys.exit(f"on no page or not declared: {set(placed) ^ set(known)}")
 
     pages = {}
-    everything = [LIBRARY[0], *PAGES]
-    for name, (purpose, names) in PAGES.items():
-        body = [".SH SYNOPSIS", ".nf", ".B #include <vemkn.h>", ".fi"]
+    everything = [of["page"], *of["pages"]]
+    for name, (purpose, names) in of["pages"].items():
+        body = [".SH SYNOPSIS", ".nf", f".B #include <{of['header']}>", ".fi"]
         for each in names.split():
             body += synopsis(known[each][0])
-        body += [".SH DESCRIPTION", "Words used here, and what every call does to the process, are explained in", ".BR vemkn (3)."]
+        body += [".SH DESCRIPTION", "Words used here, and what every call does to the process, are explained in", f".BR {of['page']} (3)."]
         for each in names.split():
             body += [f".SS {each}", *described(known[each][1])]
         others = [other for other in everything if other != name]
-        pages[name] = page(name, names.split(), purpose, body, others)
-
-    opening = comment_lines(re.search(r"/\*.*?\*/", header, flags=re.S)[0])
-    opening = opening[opening.index("", 2) :]  # after the title and the licence
-    body = [
-        ".SH SYNOPSIS",
-        ".nf",
-        ".B #include <vemkn.h>",
-        ".PP",
-        ".B cc host.c $(pkg\\-config \\-\\-cflags \\-\\-libs vemkn)",
-        ".fi",
-        ".SH DESCRIPTION",
-        "libvemkn evaluates a small dense feed\\-forward network and differentiates it",
-        "exactly, for a host that fits the weights with an optimiser of its own.",
-        *roff(opening),
-        ".SH FUNCTIONS",
-    ]
-    for name, (purpose, names) in PAGES.items():
-        body += [".TP", f".BR {name} (3)", *prose(f"{purpose}: {', '.join(names.split())}")]
-    body += [".SH FILES", ".TP", "\\fIvemkn.h\\fP", "the interface, for C99 and C++"]
-    body += [".TP", "\\fIvemkn.hpp\\fP", "a C++20 class on top of it, documented in the file"]
-    body += [".TP", "\\fIvemkn_errors.h\\fP", "for C++ hosts that want to hear of a division by zero among derivatives"]
-    pages["vemkn"] = page("vemkn", ["vemkn"], LIBRARY[1], body, list(PAGES))
+        pages[name] = page(of, name, names.split(), purpose, body, others)
+    pages[of["page"]] = overview(of, header)
     return pages
 
 
 def main(arguments):
     check = arguments[0] == "--check"
-    header, folder = arguments[-2:]
+    headers, folder = arguments[-2:]
     bad = []
-    for name, text in all_pages(pathlib.Path(header).read_text()).items():
-        path = pathlib.Path(folder) / f"{name}.3.in"
-        if not check:
-            path.write_text(text)
-        elif not path.exists() or path.read_text() != text:
-            bad.append(path.name)
+    for of in LIBRARIES:
+        header = (pathlib.Path(headers) / of["header"]).read_text()
+        for name, text in all_pages(of, header).items():
+            path = pathlib.Path(folder) / f"{name}.3.in"
+            if not check:
+                path.write_text(text)
+            elif not path.exists() or path.read_text() != text:
+                bad.append(path.name)
     if bad:
-        sys.exit(f"not what {header} says, run docs/man/make_pages.py: {' '.join(bad)}")
+        sys.exit(f"not what the headers say, run docs/man/make_pages.py: {' '.join(bad)}")
 
 
 main(sys.argv[1:])

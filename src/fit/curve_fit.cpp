@@ -38,8 +38,8 @@ Vector predictions(const Network& network, const Curve& curve, const Matrix& inp
     return (curve.unit() * network.outputs(curve.w, inputs)).array() + curve.shift;
 }
 
-CurveFit::CurveFit(const Network& network, const Matrix& inputs, Vector y, double decay)
-    : network_(network), inputs_(inputs), y_(std::move(y)), decay_(decay)
+CurveFit::CurveFit(const Network& network, const Matrix& inputs, Vector y, const Terms& terms)
+    : network_(network), inputs_(inputs), y_(std::move(y)), terms_(terms)
 {
 }
 
@@ -53,10 +53,17 @@ Batch CurveFit::all_rows(const Curve& curve) const
     return {inputs_, (y_.array() - curve.shift) / curve.unit()};
 }
 
+void CurveFit::report_core(double core) const
+{
+    if (terms_.watch != nullptr) terms_.watch->take_core(core);
+}
+
 Curve CurveFit::minimised(Curve curve, const Batch& batch, int evaluations) const
 {
+    report_core(curve.core);
     const Vector d = penalty(curve.core);
-    curve.w = minimise(Objective(network_, batch, d), curve.w, {evaluations, TOLERANCE});
+    curve.w =
+        minimise(Objective(network_, batch, d, terms_.watch), curve.w, {evaluations, TOLERANCE});
     return curve;
 }
 
@@ -74,11 +81,12 @@ Curve CurveFit::minimised_on(const Rows& rows, const Curve& curve, int evaluatio
 Curve CurveFit::with_sides_kept(Curve curve, int steps) const
 {
     constexpr int MOST_ROUNDS = 20;
+    report_core(curve.core);
     const Batch batch = all_rows(curve);
     const Vector d = penalty(curve.core);
     std::vector<Side> sides = sides_of(network_, batch, curve.w);
     for (int round = 0; round < MOST_ROUNDS; ++round) {
-        const ObjectiveOfSides objective(network_, batch, d, sides);
+        const ObjectiveOfSides objective(network_, batch, d, sides, terms_.watch);
         curve.w = steps > 0 ? newton(objective, curve.w, steps)
                             : minimise(objective, curve.w, {OF_THE_LAST, LAST_TOLERANCE});
         std::vector<Side> now = sides_of(network_, batch, curve.w);
@@ -108,6 +116,7 @@ double CurveFit::parameters(const Curve& curve) const
 
 double CurveFit::own_core(const Curve& curve, double parameters) const
 {
+    if (terms_.core) return *terms_.core;
     const Vector r = residuals(curve);
     const double core = inner_deviation(r, m_scale(r), parameters);
     return std::max({core, 0.5 * curve.core, LEAST_CORE});

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "fit/objective.h"
 
 namespace vemknfit {
@@ -24,6 +26,13 @@ Vector penalty_of(const Network& network, double decay, double core);
 // What a curve says of rows: rows x inputs as the network takes them.
 Vector predictions(const Network& network, const Curve& curve, const Matrix& inputs);
 
+// How a curve is fitted.
+struct Terms {
+    double decay;                  // as in penalty_of()
+    std::optional<double> core{};  // of all curves; estimated from their residuals without one
+    Watch* watch = nullptr;
+};
+
 struct Settled {
     Curve curve;
     bool stands = false;
@@ -32,14 +41,16 @@ struct Settled {
 // Some rows, and what is asked of a curve through them. Whose bits depend on nothing else.
 class CurveFit {
 public:
-    // Refers to network and inputs. y has one number for each row of the inputs, in units of its TargetScale; decay as in penalty_of().
-    CurveFit(const Network& network, const Matrix& inputs, Vector y, double decay);
+    // Refers to network and inputs. y has one number for each row of the inputs, in units of its TargetScale.
+    CurveFit(const Network& network, const Matrix& inputs, Vector y, const Terms& terms);
 
     const Network& network() const { return network_; }
 
     const Matrix& inputs() const { return inputs_; }
 
     const Vector& y() const { return y_; }
+
+    const Terms& terms() const { return terms_; }
 
     Vector residuals(const Curve& curve) const;
     Batch all_rows(const Curve& curve) const;
@@ -56,10 +67,11 @@ public:
     Settled settled(const Curve& start) const;
 
 private:
-    Vector penalty(double core) const { return penalty_of(network_, decay_, core); }
+    Vector penalty(double core) const { return penalty_of(network_, terms_.decay, core); }
 
     Curve minimised(Curve curve, const Batch& batch, int evaluations) const;
     Curve with_sides_kept(Curve curve, int steps) const;
+    void report_core(double core) const;
     double parameters(const Curve& curve) const;
     // Of the Gaussian that the rows within three scales are from, fitted with so many parameters.
     double own_core(const Curve& curve, double parameters) const;
@@ -67,7 +79,7 @@ private:
     const Network& network_;
     const Matrix& inputs_;
     const Vector y_;
-    const double decay_;
+    const Terms terms_;
 };
 
 }  // namespace vemknfit

@@ -87,7 +87,8 @@ private:
         constexpr int EVALUATIONS = 200;
         constexpr double STEP = 3.0;
         const Matrix inputs = fit_.inputs()(rows, Eigen::all);
-        const CurveFit fit(fit_.network(), inputs, fit_.y()(rows), decay);
+        const CurveFit fit(
+            fit_.network(), inputs, fit_.y()(rows), {.decay = decay, .watch = fit_.terms().watch});
         Curve curve = fit.minimised(random_start(fit, seed_, 0), EVALUATIONS);
         while (curve.core != core) {
             const double next = std::max(curve.core / STEP, core);
@@ -109,7 +110,9 @@ Decay chosen_decay(const CurveFit& fit, const Curve& found, double at, std::uint
     std::vector<Vector> missed(std::size(GRID));
     std::vector<Curve> curves(std::size(GRID));
     const auto follow = [&](const Curve& from, std::size_t i) {
-        curves[i] = CurveFit(fit.network(), fit.inputs(), fit.y(), GRID[i]).refined(from);
+        Terms terms = fit.terms();
+        terms.decay = GRID[i];
+        curves[i] = CurveFit(fit.network(), fit.inputs(), fit.y(), terms).refined(from);
         missed[i] = validation.residuals(GRID[i], curves[i]);
     };
     const auto first = static_cast<std::size_t>(

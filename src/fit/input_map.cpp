@@ -1,55 +1,71 @@
 #include "fit/input_map.h"
 
 #include <cmath>
+#include <numbers>
+#include <utility>
 
 #include "fit/robust_scale.h"
 
 namespace vemknfit {
 namespace {
 
-// Half of the standard deviation of a Gaussian with the same distance of two quantiles: of the narrowest pair that are not one
-// value, so that a column of mostly one value keeps the others apart.
-double half_spread(const Vector& half)
+// By halves, since the difference of two numbers may overflow.
+double scaled(double x, const ColumnRule& rule)
 {
-    struct Pair {
-        double below,
-            gaussian;  // the lower quantile, and how far apart the two are in a standard normal
-    };
+    return (0.5 * x - 0.5 * rule.centre) / (0.5 * rule.spread);
+}
 
-    constexpr Pair PAIRS[] = {
-        {0.25, 1.3489795003921634}, {0.1, 2.5631031310892007}, {0.02, 4.1074978241056}, {0.0, 5.0}};
-    for (const Pair& pair : PAIRS) {
-        const double distance = quantile(half, 1.0 - pair.below) - quantile(half, pair.below);
-        if (distance > 0.0) return distance / pair.gaussian;
-    }
-    return 1.0;
+double bent(double z)
+{
+    const double beyond = std::abs(z) - InputMap::BEND;
+    if (beyond <= 0.0) return z;
+    return std::copysign(InputMap::BEND + InputMap::ROOM * -std::expm1(-beyond / InputMap::ROOM),
+                         z);
+}
+
+std::vector<ColumnRule> bounded_rules(const Matrix& columns)
+{
+    std::vector<ColumnRule> rules;
+    for (Eigen::Index c = 0; c < columns.cols(); ++c) rules.push_back(bounded_rule(columns.col(c)));
+    return rules;
 }
 
 }  // namespace
 
-InputMap::InputMap(const Matrix& columns)
-    : half_centre_(columns.cols()), half_spread_(columns.cols())
+ColumnRule bounded_rule(const Vector& column)
 {
-    for (Eigen::Index c = 0; c < columns.cols(); ++c) {
-        const Vector half = 0.5 * columns.col(c);
-        half_centre_[c] = median(half);
-        half_spread_[c] = half_spread(half);
-    }
+    const Vector half = 0.5 * column;
+    const double half_spread = quantile_deviation(half);
+    return {.centre = 2.0 * median(half),
+            .spread = half_spread > 0.0 ? 2.0 * half_spread : 2.0,
+            .bounded = true};
 }
 
-double InputMap::scaled(double x, Eigen::Index column) const
+InputMap::InputMap(std::vector<ColumnRule> rules) : rules_(std::move(rules)) {}
+
+InputMap::InputMap(const Matrix& columns) : InputMap(bounded_rules(columns)) {}
+
+Eigen::Index InputMap::width() const
 {
-    return (0.5 * x - half_centre_[column]) / half_spread_[column];
+    Eigen::Index width = 0;
+    for (const ColumnRule& rule : rules_) width += rule.width();
+    return width;
 }
 
 Matrix InputMap::apply(const Matrix& columns) const
 {
-    Matrix inputs(columns.rows(), columns.cols());
-    for (Eigen::Index r = 0; r < columns.rows(); ++r) {
-        for (Eigen::Index c = 0; c < columns.cols(); ++c) {
-            const double z = scaled(columns(r, c), c), beyond = std::abs(z) - BEND;
-            const double bent = BEND + ROOM * -std::expm1(-beyond / ROOM);
-            inputs(r, c) = beyond <= 0.0 ? z : std::copysign(bent, z);
+    Matrix inputs(columns.rows(), width());
+    Eigen::Index c = 0, to = 0;
+    for (const ColumnRule& rule : rules_) {
+        const auto column = columns.col(c++).array();
+        if (rule.period > 0.0) {
+            const double turn = 2.0 * std::numbers::pi / rule.period;
+            inputs.col(to++) = (turn * column).sin();
+            inputs.col(to++) = (turn * column).cos();
+        } else if (rule.bounded) {
+            inputs.col(to++) = column.unaryExpr([&](double x) { return bent(scaled(x, rule)); });
+        } else {
+            inputs.col(to++) = (column - rule.centre) / rule.spread;
         }
     }
     return inputs;
@@ -59,8 +75,10 @@ Rows InputMap::far_out(const Matrix& columns) const
 {
     Rows rows;
     for (Eigen::Index r = 0; r < columns.rows(); ++r) {
-        for (Eigen::Index c = 0; c < columns.cols(); ++c) {
-            if (std::abs(scaled(columns(r, c), c)) <= BEND) continue;
+        Eigen::Index c = 0;
+        for (const ColumnRule& rule : rules_) {
+            const double x = columns(r, c++);
+            if (!rule.bounded || rule.period > 0.0 || std::abs(scaled(x, rule)) <= BEND) continue;
             rows.push_back(r);
             break;
         }

@@ -14,13 +14,21 @@ std::vector<Eigen::Index> widths_of(Eigen::Index inputs, const std::vector<Eigen
     return widths;
 }
 
-vemkn::Network network_of(const std::vector<Eigen::Index>& widths, const char* norm)
+vemkn::Network network_of(const std::vector<Eigen::Index>& widths,
+                          const std::string& activation,
+                          const char* norm,
+                          unsigned threads)
 {
     // Larger slices cost a network of a few units less; their sums keep the fit the same on every machine.
     constexpr int BATCH = 128;
     const std::vector<unsigned> sizes(widths.begin(), widths.end() - 1);
-    vemkn::Network net({.numin = sizes.front(), .numout = 1, .sizes = sizes, .norm = norm});
+    vemkn::Network net({.numin = sizes.front(),
+                        .numout = 1,
+                        .sizes = sizes,
+                        .activation = activation,
+                        .norm = norm});
     net.set_quiet(true);
+    net.set_threads(threads);
     net.set_batch(BATCH);
     return net;
 }
@@ -42,10 +50,13 @@ Vector vector_of(const std::vector<double>& numbers)
 
 }  // namespace
 
-Network::Network(Eigen::Index inputs, const std::vector<Eigen::Index>& hidden)
+Network::Network(Eigen::Index inputs,
+                 const std::vector<Eigen::Index>& hidden,
+                 const std::string& activation,
+                 unsigned threads)
     : widths_(widths_of(inputs, hidden)),
-      likelihood_(network_of(widths_, "sum_log_dnorm_fat")),
-      sum_(network_of(widths_, "sum")),
+      likelihood_(network_of(widths_, activation, "sum_log_dnorm_fat", threads)),
+      sum_(network_of(widths_, activation, "sum", threads)),
       is_weight_(Vector::Ones(size()))
 {
     Eigen::Index at = 0;

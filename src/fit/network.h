@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 #include <vemkn.hpp>
 
@@ -7,11 +8,14 @@
 
 namespace vemknfit {
 
-// A network with one output, softplus in every layer, and the losses that its residuals are given. Const functions may run at
-// the same time. Weights are in the library's flat order.
+// A network with one output, one activation in every layer, and the losses that its residuals are given. Const functions may run
+// at the same time. Weights are in the library's flat order. Threads share rows out and change no bit.
 class Network {
 public:
-    Network(Eigen::Index inputs, const std::vector<Eigen::Index>& hidden);
+    Network(Eigen::Index inputs,
+            const std::vector<Eigen::Index>& hidden,
+            const std::string& activation = "softplus",
+            unsigned threads = 1);
 
     Eigen::Index size() const { return static_cast<Eigen::Index>(likelihood_.numel()); }
 

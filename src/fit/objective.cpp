@@ -7,7 +7,9 @@ double Objective::value(const Vector& w, Vector& gradient) const
     const double rows = loss_of_rows(w, gradient);
     const Vector pull = penalty_.cwiseProduct(w);
     gradient += pull;
-    return rows + 0.5 * pull.dot(w);
+    const double value = rows + 0.5 * pull.dot(w);
+    if (watch_ != nullptr) watch_->evaluated(value);
+    return value;
 }
 
 double Objective::loss_of_rows(const Vector& w, Vector& gradient) const

@@ -4,6 +4,7 @@
 
 #include "fit/loss.h"
 #include "fit/network.h"
+#include "fit/watch.h"
 
 namespace vemknfit {
 
@@ -13,17 +14,21 @@ struct Batch {
     Vector targets;
 };
 
-// What a fit minimises: the losses of all rows, and 1/2 sum penalty w^2. What it refers to must outlive it.
+// What a fit minimises: the losses of all rows, and 1/2 sum penalty w^2. What it refers to must outlive it, the watch too, if there
+// is one.
 class Objective {
 public:
-    Objective(const Network& network, const Batch& batch, const Vector& penalty)
-        : network_(network), batch_(batch), penalty_(penalty)
+    Objective(const Network& network,
+              const Batch& batch,
+              const Vector& penalty,
+              Watch* watch = nullptr)
+        : network_(network), batch_(batch), penalty_(penalty), watch_(watch)
     {
     }
 
     virtual ~Objective() = default;
 
-    // Infinite where the arithmetic leaves the finite numbers.
+    // Infinite where the arithmetic leaves the finite numbers. Throws Cancelled where the watch wants that.
     double value(const Vector& w, Vector& gradient) const;
 
 protected:
@@ -32,6 +37,9 @@ protected:
     const Network& network_;
     const Batch& batch_;
     const Vector& penalty_;
+
+private:
+    Watch* const watch_;
 };
 
 // The same with every row on the side where it stood for the weights that this was made with. Smooth: a minimum is a stationary
@@ -41,8 +49,9 @@ public:
     ObjectiveOfSides(const Network& network,
                      const Batch& batch,
                      const Vector& penalty,
-                     std::vector<Side> sides)
-        : Objective(network, batch, penalty), sides_(std::move(sides))
+                     std::vector<Side> sides,
+                     Watch* watch = nullptr)
+        : Objective(network, batch, penalty, watch), sides_(std::move(sides))
     {
     }
 

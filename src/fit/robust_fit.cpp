@@ -69,6 +69,8 @@ void check(const Matrix& inputs, const Vector& y, const FitSettings& settings)
     if (settings.starts < 1) throw std::invalid_argument("a fit takes one start or more");
     if (settings.decay && !(*settings.decay >= 0.0 && std::isfinite(*settings.decay)))
         throw std::invalid_argument("a decay is a number from 0 on");
+    if (settings.core && !(*settings.core > 0.0 && std::isfinite(*settings.core)))
+        throw std::invalid_argument("a core is a number above 0");
 }
 
 }  // namespace
@@ -86,15 +88,22 @@ Fit robust_fit(const Network& network,
     const Data all{rounded<Matrix>(inputs),
                    rounded<Vector>(y.cwiseMax(-FAR_OUT).cwiseMin(FAR_OUT))};
     const Data searched = sample(all, SEARCHED, network, settings.seed);
+    const auto terms = [&](double decay) {
+        return Terms{.decay = decay, .core = settings.core, .watch = settings.watch};
+    };
+    const auto enter = [&](Stage stage) {
+        if (settings.watch != nullptr) settings.watch->enter(stage);
+    };
     const auto found = [&](double decay) {
-        const CurveFit fit(network, searched.inputs, searched.y, decay);
+        const CurveFit fit(network, searched.inputs, searched.y, terms(decay));
         return found_curve(fit, settings.starts, settings.seed);
     };
     double decay = settings.decay.value_or(FIRST_DECAY);
     Curve curve = found(decay);
     if (!settings.decay) {
         const Data some = sample(all, CHOSEN_BY, network, settings.seed);
-        const CurveFit fit(network, some.inputs, some.y, FIRST_DECAY);
+        const CurveFit fit(network, some.inputs, some.y, terms(FIRST_DECAY));
+        enter(Stage::decay);
         Decay chosen = chosen_decay(fit, curve, FIRST_DECAY, settings.seed);
         if (chosen.decay != decay) {
             decay = chosen.decay;
@@ -102,7 +111,8 @@ Fit robust_fit(const Network& network,
             curve = better(fit, std::move(chosen.curve), found(decay));
         }
     }
-    Settled settled = CurveFit(network, all.inputs, all.y, decay).settled(curve);
+    enter(Stage::settle);
+    Settled settled = CurveFit(network, all.inputs, all.y, terms(decay)).settled(curve);
     return {std::move(settled.curve), decay, settled.stands};
 }
 

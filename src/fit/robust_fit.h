@@ -10,8 +10,11 @@ namespace vemknfit {
 struct FitSettings {
     // Of weights, in units of the summed negative log-likelihood; without one it is chosen by cross-validation (fit/decay.h).
     std::optional<double> decay{};
+    // That counts as normal scatter, in units of the TargetScale; without one it is estimated.
+    std::optional<double> core{};
     int starts = 3;
     std::uint64_t seed = 1;
+    Watch* watch = nullptr;
 };
 
 struct Fit {
@@ -34,7 +37,8 @@ struct Fit {
 // units, a + b y or a + b x, whose last bits differ after scaling, go the same way to the same curve. Targets further out than 1e6
 // spreads are taken as so far out.
 //
-// At least two rows, finite inputs and targets, a start or more, a decay from 0 on: throws std::invalid_argument.
+// At least two rows, finite inputs and targets, a start or more, a decay from 0 on, a core above 0: throws std::invalid_argument.
+// Throws Cancelled where the watch wants that.
 Fit robust_fit(const Network& network,
                const Matrix& inputs,
                const Vector& y,

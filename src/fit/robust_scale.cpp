@@ -30,6 +30,22 @@ double mad(const Vector& values)
     return TO_GAUSSIAN * median((values.array() - median(values)).abs().matrix());
 }
 
+double quantile_deviation(const Vector& values)
+{
+    struct Pair {
+        double below,
+            gaussian;  // the lower quantile, and how far apart the two are in a standard normal
+    };
+
+    constexpr Pair PAIRS[] = {
+        {0.25, 1.3489795003921634}, {0.1, 2.5631031310892007}, {0.02, 4.1074978241056}, {0.0, 5.0}};
+    for (const Pair& pair : PAIRS) {
+        const double distance = quantile(values, 1.0 - pair.below) - quantile(values, pair.below);
+        if (distance > 0.0) return distance / pair.gaussian;
+    }
+    return 0.0;
+}
+
 double m_scale(const Vector& residuals)
 {
     constexpr double K = 1.547645, ACCURACY = 1e-9;

@@ -95,6 +95,7 @@ Curve found_curve(const CurveFit& fit, int starts, std::uint64_t seed)
     constexpr std::size_t REFINED = 3;
     std::vector<Candidate> candidates;
     for (int i = 0; i < starts; ++i) {
+        if (Watch* const watch = fit.terms().watch) watch->enter(Stage::search, i + 1);
         const Curve wide =
             fit.minimised(random_start(fit, seed, static_cast<std::uint32_t>(i)), EVALUATIONS);
         descend(fit, wide, candidates);

@@ -9,6 +9,11 @@ TargetScale::TargetScale(const Vector& y)
 {
 }
 
+TargetScale TargetScale::by_quantiles(const Vector& y)
+{
+    return {median(0.5 * y), quantile_deviation(0.5 * y)};
+}
+
 Vector TargetScale::apply(const Vector& y) const
 {
     return (0.5 * y.array() - half_centre_) / half_spread_;

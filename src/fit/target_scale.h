@@ -11,6 +11,9 @@ public:
     // At least one finite number.
     explicit TargetScale(const Vector& y);
 
+    // In units that there are unless all targets are one value.
+    static TargetScale by_quantiles(const Vector& y);
+
     // Whether more than half of the targets are one value, of which no scatter can be had.
     bool is_degenerate() const { return half_spread_ == 0.0; }
 
@@ -20,6 +23,11 @@ public:
     Vector undo(const Vector& scaled) const;
 
 private:
+    TargetScale(double half_centre, double half_spread)
+        : half_centre_(half_centre), half_spread_(half_spread)
+    {
+    }
+
     // Halves, since the difference of two numbers may overflow.
     double half_centre_, half_spread_;
 };

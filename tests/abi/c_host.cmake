@@ -1,16 +1,17 @@
-# A C99 program that includes nothing but the library's header compiles without a warning, calls every exported function
+# A C99 program that includes nothing but a library's header compiles without a warning, calls every exported function
 # and runs.
-#   CC SANITIZE HOST INCLUDE LIBDIR LIST NM WORK
+#   CC SANITIZE HOST INCLUDE LIBRARY LIST NM WORK
 
 cmake_minimum_required(VERSION 3.25)
 
 file(MAKE_DIRECTORY ${WORK})
+cmake_path(GET LIBRARY PARENT_PATH LIBDIR)
 set(flags -std=c99 -pedantic -Wall -Wextra -Wshadow -Wconversion -Wstrict-prototypes -Werror)
 if(SANITIZE)
     list(APPEND flags -fsanitize=${SANITIZE})
 endif()
 execute_process(COMMAND ${CC} ${flags} -I${INCLUDE} ${HOST} -o ${WORK}/c_host
-                        -L${LIBDIR} -lvemkn -Wl,-rpath,${LIBDIR}
+                        ${LIBRARY} -Wl,-rpath,${LIBDIR}
                 COMMAND_ERROR_IS_FATAL ANY)
 
 execute_process(COMMAND ${NM} --undefined-only --format=posix ${WORK}/c_host

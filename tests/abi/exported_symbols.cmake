@@ -1,4 +1,4 @@
-# The library exports exactly the symbols of the stored list, and those are what the header declares.
+# A library exports exactly the symbols of the stored list, and those are what the header declares.
 #   LIBRARY HEADER LIST NM
 
 cmake_minimum_required(VERSION 3.25)
@@ -27,12 +27,16 @@ if(missing OR surplus)
 endif()
 
 file(READ ${HEADER} header)
-string(REGEX MATCHALL "VEMKN_API [A-Za-z0-9_* ]+\\(" declarations "${header}")
+string(REGEX MATCHALL "VEMKN(_FIT)?_API [A-Za-z0-9_* ]+\\(" declarations "${header}")
 list(FILTER declarations EXCLUDE REGEX "__attribute__")
+# The version that the symbols belong to is one itself.
+set(version ${intended})
+list(FILTER version INCLUDE REGEX " A$")
+string(REGEX REPLACE " A$" "" version "${version}")
 set(declared)
 foreach(declaration IN LISTS declarations)
     string(REGEX REPLACE "^.*[ *]([A-Za-z0-9_]+)\\($" "\\1" function "${declaration}")
-    list(APPEND declared "${function}@@VEMKN_1 T")
+    list(APPEND declared "${function}@@${version} T")
 endforeach()
 set(functions ${intended})
 list(FILTER functions INCLUDE REGEX " T$")

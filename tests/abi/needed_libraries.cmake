@@ -1,10 +1,10 @@
-# The library needs nothing beyond OpenBLAS and what comes with the compiler and the C library.
-#   LIBRARY READELF
+# A library needs nothing beyond those that it is to need and what comes with the compiler and the C library.
+#   LIBRARY READELF SONAME NEEDS (names between semicolons)
 
 cmake_minimum_required(VERSION 3.25)
 
 set(allowed
-    libopenblas.so.0 libgomp.so.1 libstdc++.so.6 libgcc_s.so.1 libm.so.6 libc.so.6
+    ${NEEDS} libstdc++.so.6 libgcc_s.so.1 libm.so.6 libc.so.6
     ld-linux-x86-64.so.2)
 execute_process(COMMAND ${READELF} --dynamic ${LIBRARY}
                 OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
@@ -18,6 +18,7 @@ foreach(line IN LISTS lines)
         message(SEND_ERROR "needs ${library}")
     endif()
 endforeach()
-if(NOT output MATCHES "\\(SONAME\\)[^\n]*\\[libvemkn\\.so\\.1\\]")
-    message(SEND_ERROR "soname is not libvemkn.so.1:\n${output}")
+string(FIND "${output}" "[${SONAME}]" place)
+if(NOT output MATCHES "\\(SONAME\\)" OR place EQUAL -1)
+    message(SEND_ERROR "soname is not ${SONAME}:\n${output}")
 endif()

@@ -93,7 +93,7 @@ TEST(RobustFit, EndsAtAMinimumWithEveryRowOnItsSideAndTheCoreOfItsResiduals)
     const Data data(12, 0.2, 8.0);
     const Vector y = TargetScale(data.y).apply(data.y);
     const Curve curve = robust_fit(small, data.inputs, y, {.decay = 0.1}).curve;
-    const CurveFit fit(small, data.inputs, y, 0.1);
+    const CurveFit fit(small, data.inputs, y, {0.1});
     const Batch batch = fit.all_rows(curve);
     const Vector penalty = penalty_of(small, 0.1, curve.core);
     const auto sides = sides_of(small, batch, curve.w);

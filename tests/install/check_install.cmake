@@ -49,11 +49,15 @@ function(check prefix build)
     set(ENV{LD_LIBRARY_PATH} "")
 endfunction()
 
+if(FIT)
+    set(FIT_FILES include/vemkn_fit.h share/man/man3/vemkn_fit_robust.3 ${LIBDIR}/libvemknfit.so ${LIBDIR}/libvemknfit.so.1
+        ${LIBDIR}/libvemknfit.so.${VERSION} ${LIBDIR}/pkgconfig/vemknfit.pc ${LIBDIR}/cmake/vemknfit/vemknfitConfig.cmake)
+endif()
 set(first ${WORK}/prefix)
 run(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${first})
 foreach(file include/vemkn.h include/vemkn.hpp include/vemkn_errors.h share/man/man3/vemk_g.3 ${LIBDIR}/libvemkn.so ${LIBDIR}/libvemkn.so.1
              ${LIBDIR}/libvemkn.so.${VERSION} ${LIBDIR}/pkgconfig/vemkn.pc
-             ${LIBDIR}/cmake/vemkn/vemknConfig.cmake)
+             ${LIBDIR}/cmake/vemkn/vemknConfig.cmake ${FIT_FILES})
     if(NOT EXISTS ${first}/${file})
         message(SEND_ERROR "${file} is not installed")
     endif()

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "library.h"
 #include "minimise.h"
 #include "problem.h"
 
@@ -34,6 +35,7 @@ struct StartResult {
 };
 
 struct Fit {
+    Model model;  ///< of a robust fit
     Vector weights;
     double objective = 0.0;
     double validation = 0.0;

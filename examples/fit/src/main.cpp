@@ -141,7 +141,7 @@ void write_files(const Problem& problem,
                  OutputDirectory& out)
 {
     out.open();
-    out.write("model.json", model_text(problem, options, networks.fitted, results.main.fit));
+    out.write("model.json", model_text(problem, options, results.main.fit));
     out.write("weights.txt", weights_text(problem, networks.fitted, results.main.fit.weights));
     out.write("predictions.csv", predictions_csv(problem, results));
     std::string trouble;

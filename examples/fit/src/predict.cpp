@@ -4,24 +4,20 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
 #include "columns.h"
 #include "escape.h"
-#include "model.h"
+#include "fit/file.h"
+#include "library.h"
+#include "network.h"
 #include "text.h"
 #include "user_error.h"
 
 namespace fit {
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Request {
     std::string model, data, out;
@@ -53,18 +49,6 @@ private:
     int output_;
 };
 
-std::string content_of(const std::string& path)
-{
-    std::error_code ignored;
-    const bool is_folder = fs::is_directory(path, ignored);
-    const std::string file = is_folder ? path + "/model.json" : path;
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) throw UserError(file + ": cannot be read");
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
 /// A cell as it was: quoted where it has to be, no byte changed.
 std::string same_cell(const std::string& text)
 {
@@ -75,25 +59,25 @@ std::string same_cell(const std::string& text)
 }
 
 /// The names of the model's columns as the table has them: a model keeps those that visible() shows.
-std::vector<std::string> names_in(const CsvTable& table, const Model& model)
+std::vector<std::string> names_in(const CsvTable& table, const VEMKNFit* model)
 {
     std::vector<std::string> names;
-    for (const InputRule& rule : model.inputs.rules()) {
+    for (const std::string& wanted : columns_of(model)) {
         const auto found =
             std::find_if(table.header.begin(), table.header.end(), [&](const std::string& name) {
-                return visible(name) == rule.name;
+                return visible(name) == wanted;
             });
-        names.push_back(found == table.header.end() ? rule.name : *found);
+        names.push_back(found == table.header.end() ? wanted : *found);
     }
     return names;
 }
 
-std::string heading_of(const CsvTable& table, const Model& model)
+std::string heading_of(const CsvTable& table, const VEMKNFit* model)
 {
     std::string text;
     for (const std::string& name : table.header)
         text += (text.empty() ? "" : ",") + same_cell(name);
-    for (const std::string& target : model.target_names) {
+    for (const std::string& target : targets_of(model)) {
         const std::string name = "fit(" + target + ")";
         if (std::count(table.header.begin(), table.header.end(), name) > 0)
             throw UserError(table.path + ": has a column '" + name + "' already");
@@ -102,23 +86,35 @@ std::string heading_of(const CsvTable& table, const Model& model)
     return text + "\n";
 }
 
-std::string rows_with_predictions(const CsvTable& table, const Model& model, bool drop_missing)
+/// A column for each target.
+Matrix predictions_of(const VEMKNFit* model, const Columns& columns, const std::string& path)
+{
+    Matrix predictions(columns.inputs.rows(), static_cast<Eigen::Index>(vemkn_fit_targets(model)));
+    const int code = vemkn_fit_predict(model,
+                                       columns.inputs.data(),
+                                       static_cast<std::size_t>(columns.inputs.rows()),
+                                       static_cast<std::size_t>(columns.inputs.cols()),
+                                       predictions.data());
+    if (code == VEMKN_FIT_DATA)
+        throw UserError(path + ":" +
+                        std::to_string(columns.lines[static_cast<std::size_t>(vemkn_fit_row())]) +
+                        ": the inputs are too large for this model");
+    accept(code);
+    return predictions;
+}
+
+std::string rows_with_predictions(const CsvTable& table, const VEMKNFit* model, bool drop_missing)
 {
     const Columns columns = choose_columns(
         table, {.targets = {}, .inputs = names_in(table, model), .drop_missing = drop_missing});
-    const Matrix predictions = model.predict(columns.inputs);
+    const Matrix predictions = predictions_of(model, columns, table.path);
     std::string text = heading_of(table, model);
     Eigen::Index at = 0;
     for (std::size_t row = 0; row < table.rows.size() && at < predictions.rows(); ++row) {
         if (table.lines[row] != columns.lines[static_cast<std::size_t>(at)]) continue;  // dropped
         for (std::size_t c = 0; c < table.header.size(); ++c)
             text += (c == 0 ? "" : ",") + same_cell(table.rows[row][c]);
-        for (const double value : predictions.row(at)) {
-            if (!std::isfinite(value))
-                throw UserError(table.path + ":" + std::to_string(table.lines[row]) +
-                                ": the inputs are too large for this model");
-            text += "," + exact_number(value);
-        }
+        for (const double value : predictions.row(at)) text += "," + exact_number(value);
         text += "\n";
         ++at;
     }
@@ -130,27 +126,6 @@ void put_on_standard_output(const std::string& text)
     const bool whole = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (!whole || std::fflush(stdout) != 0)
         throw std::runtime_error("standard output cannot be written in full");
-}
-
-/// Beside it first, so that an older file survives what goes wrong; but a device or a pipe is written to.
-void put_in_file(const std::string& path, const std::string& text)
-{
-    std::error_code failure;
-    const bool is_device = fs::exists(path, failure) && !fs::is_regular_file(path, failure);
-    if (is_device) {
-        std::ofstream device(path, std::ios::binary);
-        if (device << text << std::flush) return;
-        throw std::runtime_error(path + ": cannot be written in full");
-    }
-    const std::string beside = path + ".part-" + std::to_string(getpid());
-    std::ofstream file(beside, std::ios::binary);
-    file << text;
-    file.close();
-    if (file) fs::rename(beside, path, failure);
-    if (file && !failure) return;
-    std::error_code ignored;
-    fs::remove(beside, ignored);
-    throw std::runtime_error(path + ": cannot be written in full");
 }
 
 }  // namespace
@@ -179,13 +154,16 @@ int run_predict(int argc, char** argv)
     std::string text;
     {
         const LinesToStandardError quiet;
-        const Model model = model_from(content_of(request.model), request.model);
-        text = rows_with_predictions(read_csv(request.data), model, request.drop_missing);
+        // The banner comes with a network of ours; the library keeps it away.
+        const Network banner(
+            {.inputs = 1, .outputs = 1, .hidden = {1}, .activation = "id"}, "sum", {});
+        const Model model = load_model(request.model);
+        text = rows_with_predictions(read_csv(request.data), model.get(), request.drop_missing);
     }
     if (request.out.empty()) {
         put_on_standard_output(text);
     } else {
-        put_in_file(request.out, text);
+        vemknfit::write_file(request.out, text);
     }
     return 0;
 }

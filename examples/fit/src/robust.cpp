@@ -2,16 +2,86 @@
 
 #include <chrono>
 
-#include "fit/robust_fit.h"
+#include "escape.h"
+#include "fit/curve_fit.h"
 #include "fit/target_scale.h"
 #include "user_error.h"
 
 namespace fit {
 namespace {
 
-vemknfit::Network network_of(const Shape& shape)
+/// The training rows as the file has them.
+struct Rows {
+    explicit Rows(const Problem& problem)
+        : x(static_cast<Eigen::Index>(problem.training.size()), problem.columns.inputs.cols()),
+          y(x.rows())
+    {
+        Eigen::Index to = 0;
+        for (const std::size_t row : problem.training) {
+            x.row(to) = problem.columns.inputs.row(static_cast<Eigen::Index>(row));
+            y[to++] = problem.columns.targets(static_cast<Eigen::Index>(row), 0);
+        }
+    }
+
+    Matrix x;
+    Vector y;
+};
+
+[[noreturn]] void refuse(const Problem& problem, int code)
 {
-    return {static_cast<Eigen::Index>(shape.inputs), {shape.hidden.begin(), shape.hidden.end()}};
+    const std::int64_t row = vemkn_fit_row();
+    std::string message = vemkn_fit_message();
+    if (row >= 0)
+        message =
+            "line " +
+            std::to_string(problem.columns.lines[problem.training[static_cast<std::size_t>(row)]]) +
+            " of the data: " + message;
+    if (code == VEMKN_FIT_SCATTER) message += " by --core, with --method lbfgs";
+    throw UserError(message);
+}
+
+Model model_of(const Problem& problem,
+               const Rows& rows,
+               const Shape& shape,
+               const FitOptions& options)
+{
+    std::vector<std::string> names;
+    for (const InputRule& rule : problem.inputs.rules()) names.push_back(visible(rule.name));
+    std::vector<VEMKNFitColumn> columns;
+    for (const InputRule& rule : problem.inputs.rules())
+        columns.push_back({.name = names[columns.size()].c_str(),
+                           .period = rule.period,
+                           .centre = rule.centre,
+                           .spread = rule.spread});
+    const std::string target = visible(problem.columns.target_names.front());
+    VEMKNFitOptions wanted{};
+    wanted.size = sizeof wanted;
+    wanted.hidden = shape.hidden.data();
+    wanted.layers = shape.hidden.size();
+    if (options.decay) wanted.decay = *options.decay > 0.0 ? *options.decay : VEMKN_FIT_NO_DECAY;
+    wanted.seed = options.seed;
+    wanted.starts = static_cast<unsigned>(options.starts);
+    wanted.threads = options.threads.count;
+    wanted.columns = columns.data();
+    wanted.target = target.c_str();
+    VEMKNFit* fit = nullptr;
+    const int code = vemkn_fit_robust(rows.x.data(),
+                                      static_cast<std::size_t>(rows.x.rows()),
+                                      static_cast<std::size_t>(rows.x.cols()),
+                                      rows.y.data(),
+                                      &wanted,
+                                      &fit);
+    if (code == VEMKN_FIT_DATA || code == VEMKN_FIT_SCATTER) refuse(problem, code);
+    accept(code);
+    return Model(fit);
+}
+
+/// What the weights cost beside the sum over all rows.
+Vector penalty_of(const VEMKNFit* model, const Shape& shape, const Vector& y)
+{
+    const vemknfit::Network network(shape.inputs, {shape.hidden.begin(), shape.hidden.end()});
+    const double spread = vemknfit::TargetScale(y).spread();
+    return vemknfit::penalty_of(network, vemkn_fit_decay(model), vemkn_fit_core(model, 0) / spread);
 }
 
 }  // namespace
@@ -19,39 +89,25 @@ vemknfit::Network network_of(const Shape& shape)
 Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& options)
 {
     const auto begin = std::chrono::steady_clock::now();
-    Vector y(problem.train.y.rows());
-    for (Eigen::Index r = 0; r < y.size(); ++r)
-        y[r] = problem.columns.targets(
-            static_cast<Eigen::Index>(problem.training[static_cast<std::size_t>(r)]), 0);
-    const vemknfit::TargetScale scale(y);
-    if (scale.is_degenerate())
-        throw UserError(
-            "more than half of the targets are one value, so their scatter cannot be estimated: "
-            "give it by --core, with --method lbfgs");
-    const vemknfit::Network engine = network_of(network.shape());
-    const vemknfit::Fit found = vemknfit::robust_fit(
-        engine,
-        problem.train.x,
-        scale.apply(y),
-        {.decay = options.decay, .starts = options.starts, .seed = options.seed});
-
+    const Rows rows(problem);
     Fit fit;
-    fit.weights = found.curve.w;
-    fit.decay = found.decay;
-    fit.penalty = vemknfit::penalty_of(engine, found.decay, found.curve.core);
+    fit.model = model_of(problem, rows, network.shape(), options);
+    const VEMKNFit* const model = fit.model.get();
+    std::size_t count = 0;
+    const double* const weights = vemkn_fit_weights(model, &count);
+    fit.weights = Eigen::Map<const Vector>(weights, static_cast<Eigen::Index>(count));
+    fit.decay = vemkn_fit_decay(model);
+    fit.penalty = penalty_of(model, network.shape(), rows.y);
     set_targets(problem,
-                {{{.core = found.curve.core * scale.spread(),
-                   .shift = scale.undo(Vector::Constant(1, found.curve.shift))[0]}}});
-    Vector gradient;
-    fit.objective = network.gradient(fit.weights, problem.train, gradient);
+                {{{.core = vemkn_fit_core(model, 0), .shift = vemkn_fit_shift(model, 0)}}});
+    fit.objective = network.value(fit.weights, problem.train);
     fit.validation =
         problem.held_out.empty() ? fit.objective : network.value(fit.weights, problem.validation);
-    const auto rows = static_cast<double>(problem.train.x.rows());
-    fit.gradient_norm = (gradient + fit.penalty.cwiseProduct(fit.weights) / rows).norm();
+    fit.gradient_norm = vemkn_fit_gradient(model) / static_cast<double>(rows.y.size());
     fit.starts = {{.objective = fit.objective,
                    .validation = fit.validation,
                    .ending = "best of " + std::to_string(options.starts) + " starts, " +
-                             (found.is_settled ? "settled" : "not quite settled"),
+                             (vemkn_fit_settled(model) != 0 ? "settled" : "not quite settled"),
                    .counts = {}}};
     const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - begin;
     fit.seconds = spent.count();

@@ -87,20 +87,15 @@ InputMap::InputMap(const Matrix& inputs,
             if (wanted.name == names[i]) rule.period = wanted.period;
         if (rule.period == 0.0) {
             const Vector column = inputs.col(static_cast<Eigen::Index>(i));
-            rule.mean = column.mean();
-            rule.deviation = standard_deviation(column);
-            if (rule.deviation <= 1e-12 * std::abs(rule.mean)) {
+            rule.centre = column.mean();
+            rule.spread = standard_deviation(column);
+            if (rule.spread <= 1e-12 * std::abs(rule.centre)) {
                 constant_.push_back(names[i]);
-                rule.deviation = std::max(1.0, std::abs(rule.mean));
+                rule.spread = std::max(1.0, std::abs(rule.centre));
             }
         }
         add(std::move(rule));
     }
-}
-
-InputMap::InputMap(std::vector<InputRule> rules)
-{
-    for (InputRule& rule : rules) add(std::move(rule));
 }
 
 void InputMap::add(InputRule rule)
@@ -116,20 +111,7 @@ void InputMap::add(InputRule rule)
 
 Matrix InputMap::apply(const Matrix& inputs) const
 {
-    Matrix mapped(inputs.rows(), width());
-    Eigen::Index to = 0;
-    for (std::size_t i = 0; i < rules_.size(); ++i) {
-        const auto column = inputs.col(static_cast<Eigen::Index>(i)).array();
-        const InputRule& rule = rules_[i];
-        if (rule.period > 0.0) {
-            const double turn = 2.0 * std::numbers::pi / rule.period;
-            mapped.col(to++) = (turn * column).sin();
-            mapped.col(to++) = (turn * column).cos();
-        } else {
-            mapped.col(to++) = (column - rule.mean) / rule.deviation;
-        }
-    }
-    return mapped;
+    return vemknfit::InputMap(rules_).apply(inputs);
 }
 
 std::vector<std::string> InputMap::describe() const
@@ -138,8 +120,8 @@ std::vector<std::string> InputMap::describe() const
     for (const InputRule& rule : rules_)
         lines.push_back(rule.name + ": " +
                         (rule.period > 0.0 ? "sin and cos of 2 pi x / " + exact_number(rule.period)
-                                           : "(x - " + exact_number(rule.mean) + ") / " +
-                                                 exact_number(rule.deviation)));
+                                           : "(x - " + exact_number(rule.centre) + ") / " +
+                                                 exact_number(rule.spread)));
     return lines;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fit/input_map.h"
 #include "matrix.h"
 
 namespace fit {
@@ -15,19 +16,12 @@ struct Periodic {
 };
 
 /// What one input column of the file is mapped by.
-struct InputRule {
-    std::string name;
-    double period = 0.0;  ///< 0 for a column that is standardised
-    double mean = 0.0;
-    double deviation = 1.0;
-};
+using InputRule = vemknfit::ColumnRule;
 
 /** From the input columns of the file to the network's inputs: a periodic column becomes its sine
  * and cosine, every other one is brought to mean 0 and standard deviation 1. */
 class InputMap {
 public:
-    explicit InputMap(std::vector<InputRule> rules);
-
     /// @throw UserError if a periodic column is not among the names
     InputMap(const Matrix& inputs,
              const std::vector<std::string>& names,
