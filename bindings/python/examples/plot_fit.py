@@ -23,8 +23,6 @@ import matplotlib.pyplot as plt  # noqa: E402  the choice of a backend comes fir
 Array = NDArray[np.float64]
 Predictor = Callable[[Array], Array]
 
-CORE = 15.0  # minutes that count as normal scatter
-
 
 def inputs(hour: Array, day: Array, distance: Array) -> Array:
     """Hour and day as sine and cosine, so that an end meets its beginning."""
@@ -33,16 +31,16 @@ def inputs(hour: Array, day: Array, distance: Array) -> Array:
     return np.column_stack(columns)
 
 
-def robust_fit(x: Array, y: Array) -> Predictor:
-    model = VemknRegressor((6,), core=CORE, validation_fraction=0, random_state=1).fit(x, y)
-    print(f"robust: objective {model.objective_:.4f} after {model.n_iter_} iterations")
-    return model.predict
+def robust_fit(x: Array, y: Array) -> VemknRegressor:
+    model = VemknRegressor().fit(x, y)
+    print(f"robust: core {model.core_[0]:.1f} min, {model.outliers_.mean():.1%} of flights beyond six of it")
+    return model
 
 
-def least_squares_fit(x: Array, y: Array) -> Predictor:
+def least_squares_fit(x: Array, y: Array, core: float) -> Predictor:
     """The same kind of network, with targets scaled alike, by SciPy's trust region."""
     network = Network(x.shape[1], 1, [x.shape[1], 6])
-    unit, shift = 3 * CORE, y.min() - 3 * CORE
+    unit, shift = 3 * core, y.min() - 3 * core
     problem = Problem(network, x, (y - shift) / unit)
     start = 0.5 * np.random.default_rng(1).standard_normal(network.numel)
     found = least_squares(problem, start, dense=True)
@@ -69,14 +67,15 @@ def main(source: str, picture: str) -> None:
     data: Any = np.genfromtxt(source, delimiter=",", names=True)
     x = inputs(data["hour"], data["day_of_year"], data["distance_miles"])
     y = data["delay_min"]
-    robust, squares = robust_fit(x, y), least_squares_fit(x, y)
+    robust = robust_fit(x, y)
+    squares = least_squares_fit(x, y, robust.core_[0])
     hours = np.linspace(0, 24, 97)
 
     figure, axes = plt.subplots(figsize=(7.2, 4.0), layout="constrained")
     axes.plot(data["hour"], y, ".", color="0.8", markersize=2, zorder=0, label="flights")
     axes.plot(*medians(data["hour"], y), "ko", markersize=4, label="medians of an hour")
     axes.plot(hours, over_the_hours(squares, hours, data), "C1--", label="least squares")
-    axes.plot(hours, over_the_hours(robust, hours, data), "C0", label="robust likelihood")
+    axes.plot(hours, over_the_hours(robust.predict, hours, data), "C0", label="robust likelihood")
     axes.set(xlim=(0, 24), ylim=(-40, 100), xticks=range(0, 25, 4))
     axes.set(xlabel="hour of departure", ylabel="arrival delay [min]")
     axes.legend(loc="upper center", framealpha=1)

@@ -15,6 +15,7 @@ import vemkn
 from vemkn import _library
 
 PACKAGE = Path(vemkn.__file__).parent
+FILE_NAME = "libvemkn.so.1"
 SHOW = "import vemkn._library as found; print(found.library._name)"
 
 
@@ -51,14 +52,20 @@ def test_what_the_environment_names_is_the_only_place(loaded: Path) -> None:
 
 def test_beside_the_package(loaded: Path, tmp_path: Path) -> None:
     shutil.copytree(PACKAGE, tmp_path / "vemkn")
-    beside = tmp_path / "vemkn" / _library.FILE_NAME
+    beside = tmp_path / "vemkn" / FILE_NAME
     beside.symlink_to(loaded)
     assert run(SHOW, PYTHONPATH=str(tmp_path)).stdout.strip() == str(beside)
 
 
 def test_on_the_loaders_path(loaded: Path, tmp_path: Path) -> None:
-    (tmp_path / _library.FILE_NAME).symlink_to(loaded)
-    assert run(SHOW, LD_LIBRARY_PATH=str(tmp_path)).stdout.strip() == _library.FILE_NAME
+    (tmp_path / FILE_NAME).symlink_to(loaded)
+    assert run(SHOW, LD_LIBRARY_PATH=str(tmp_path)).stdout.strip() == FILE_NAME
+
+
+def test_the_fit_library_has_a_variable_of_its_own() -> None:
+    done = run("import vemkn, vemkn.fit", VEMKN_FIT_LIBRARY="/nowhere/libvemknfit.so.1", VEMKN_LIBRARY=_library.library._name)
+    assert "cannot load the shared library libvemknfit" in done.stderr
+    assert "environment variable VEMKN_FIT_LIBRARY" in done.stderr
 
 
 def test_another_library() -> None:

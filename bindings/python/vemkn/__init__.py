@@ -1,6 +1,6 @@
 """Values and exact derivatives of a small dense feed-forward network, for optimisers and fits.
 
-`Network` is the network; `vemkn.optimize` hands it to SciPy's optimisers, and `vemkn.sklearn` is an
+`Network` is the network; `vemkn.optimize` hands it to SciPy's optimisers; `vemkn.fit` fits robustly, and `vemkn.sklearn` is an
 estimator for scikit-learn. Both are imported by their names, as each needs its own packages.
 """
 

@@ -12,7 +12,6 @@ from collections.abc import Iterator, Sequence
 from contextlib import contextmanager
 from pathlib import Path
 
-FILE_NAME = "libvemkn.so.1"
 # The youngest of the functions that the package calls: a library that lacks it is too old.
 YOUNGEST = "vemk_activations"
 
@@ -54,31 +53,33 @@ _FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
 }
 
 
-def _candidates() -> Iterator[str]:
-    """Where to look, in this order. What VEMKN_LIBRARY names is the only place if it is set."""
-    named = os.environ.get("VEMKN_LIBRARY")
+def _candidates(name: str, variable: str) -> Iterator[str]:
+    """Where to look, in this order. What the environment variable names is the only place if it is set."""
+    named = os.environ.get(variable)
     if named:
         yield named
         return
-    beside = Path(__file__).resolve().parent / FILE_NAME
+    file = f"lib{name}.so.1"
+    beside = Path(__file__).resolve().parent / file
     if beside.exists():
         yield str(beside)
-    yield FILE_NAME  # LD_LIBRARY_PATH and the system's folders
-    found = ctypes.util.find_library("vemkn")
-    if found and found != FILE_NAME:
+    yield file  # LD_LIBRARY_PATH and the system's folders
+    found = ctypes.util.find_library(name)
+    if found and found != file:
         yield found
 
 
-def _open() -> ctypes.CDLL:
+def open_library(name: str, variable: str) -> ctypes.CDLL:
+    """The shared library lib`name`, from where `variable` says, else from where one looks for libraries."""
     failures = []
-    for candidate in _candidates():
+    for candidate in _candidates(name, variable):
         try:
             return ctypes.CDLL(candidate)
         except OSError as error:
             failures.append(str(error))
     raise ImportError(
-        "vemkn cannot load the shared library libvemkn. Install it, or name the file in the "
-        "environment variable VEMKN_LIBRARY. Tried:\n  " + "\n  ".join(failures)
+        f"vemkn cannot load the shared library lib{name}. Install it, or name the file in the "
+        f"environment variable {variable}. Tried:\n  " + "\n  ".join(failures)
     )
 
 
@@ -112,7 +113,7 @@ def _declare(loaded: ctypes.CDLL) -> None:
         function.argtypes = [_POINTER, *arguments]
 
 
-library = _open()
+library = open_library("vemkn", "VEMKN_LIBRARY")
 version = _version_of(library)
 _declare(library)
 
