@@ -16,6 +16,7 @@ constexpr int EVALUATIONS = 250, OF_THE_LAST = 2000;
 constexpr double TOLERANCE = 1e-8, LAST_TOLERANCE = 1e-13;
 // A core of targets that a curve goes through: in units of the targets' spread.
 constexpr double LEAST_CORE = 0.002;
+constexpr double OUTLIER = 6.0;  // in cores
 
 }  // namespace
 
@@ -112,6 +113,16 @@ double CurveFit::parameters(const Curve& curve) const
     all.diagonal().array() += ridge;
     const Eigen::LLT<Eigen::MatrixXd> factor(all);
     return CORE_CURVATURE * factor.matrixL().solve(jacobian.transpose()).squaredNorm();
+}
+
+double CurveFit::fair_scale(const Curve& curve) const
+{
+    constexpr double LEAST_SHARE = 1e-3;
+    const Vector r = residuals(curve);
+    if (!r.allFinite()) return std::numeric_limits<double>::infinity();
+    const auto in_core = static_cast<double>((r.array().abs() < OUTLIER * curve.core).count());
+    if (in_core == 0.0) return m_scale(r);
+    return m_scale(r) / std::max(1.0 - parameters(curve) / in_core, LEAST_SHARE);
 }
 
 double CurveFit::own_core(const Curve& curve, double parameters) const

@@ -53,6 +53,9 @@ public:
     const Terms& terms() const { return terms_; }
 
     Vector residuals(const Curve& curve) const;
+    // The M-scale of the residuals, made up for what the rows in the core determine of the weights: so a curve that goes through
+    // them is not taken for one that has found less scatter. Infinite where the arithmetic left the finite numbers.
+    double fair_scale(const Curve& curve) const;
     Batch all_rows(const Curve& curve) const;
 
     // From a curve, at its core, down to where a search finds nothing lower: over all rows, or over some.

@@ -46,11 +46,36 @@ Rows all_but(const Rows& fold, Eigen::Index rows)
 }
 
 // Bisquare, which gives up on a row five scales away: so outliers say nothing about a decay.
-double bounded_loss(const Vector& residuals, double scale)
+Vector bounded_losses(const Vector& residuals, double scale)
 {
     constexpr double K = 4.685;
     const auto u = (residuals.array().abs() / (K * scale)).min(1.0);
-    return (1.0 - (1.0 - u.square()).cube()).mean();
+    return 1.0 - (1.0 - u.square()).cube();
+}
+
+// Of the mean of independent numbers.
+double standard_error(const Vector& numbers)
+{
+    const double square = (numbers.array() - numbers.mean()).square().mean();
+    return std::sqrt(square / static_cast<double>(numbers.size()));
+}
+
+// Of so many models, each more cautious than the one before: the last one from the best on, one after the other, whose mean loss
+// exceeds the least by no more than its standard error, row by row against the best. What a few hundred rows say beyond that is
+// chance. [Breiman, Friedman, Olshen & Stone, Classification and Regression Trees (1984), 3.4.3]
+std::size_t within_one_error(const std::vector<Vector>& losses)
+{
+    const auto best = std::min_element(
+        losses.begin(), losses.end(), [](const Vector& a, const Vector& b) {
+            return a.mean() < b.mean();
+        });
+    auto last = best;
+    for (auto next = best + 1; next != losses.end(); ++next) {
+        const Vector more = *next - *best;
+        if (!(more.mean() <= standard_error(more))) break;
+        last = next;
+    }
+    return static_cast<std::size_t>(last - losses.begin());
 }
 
 class CrossValidation {
@@ -124,11 +149,10 @@ Decay chosen_decay(const CurveFit& fit, const Curve& found, double at, std::uint
     double scale = std::numeric_limits<double>::infinity();
     for (const Vector& r : missed) scale = std::min(scale, m_scale(r));
     if (!(scale > 0.0)) return {at, found};
-    const auto best =
-        std::min_element(missed.begin(), missed.end(), [&](const Vector& a, const Vector& b) {
-            return bounded_loss(a, scale) < bounded_loss(b, scale);
-        });
-    const auto i = static_cast<std::size_t>(best - missed.begin());
+    std::vector<Vector> losses;
+    losses.reserve(missed.size());
+    for (const Vector& r : missed) losses.push_back(bounded_losses(r, scale));
+    const std::size_t i = within_one_error(losses);
     return {GRID[i], curves[i]};
 }
 

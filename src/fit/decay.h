@@ -6,8 +6,8 @@
 
 namespace vemknfit {
 
-// The decay, of a grid, whose curves predict rows best that they were not fitted to: ten folds from the seed, of many rows fewer,
-// and a bounded loss of the rows held out. Curves of all rows begin with each other, from `found` on, a curve at the decay `at`.
+// The largest decay, of a grid, whose curves predict rows that they were not fitted to as well as the best of it, within one
+// standard error: ten folds from the seed, of many rows fewer, and a bounded loss of the rows held out. Curves of all rows begin with each other, from `found` on, a curve at the decay `at`.
 // The fits of a fold take their core, and leave their outliers out, but begin anew, so that they know nothing of the rows held out.
 struct Decay {
     double decay;

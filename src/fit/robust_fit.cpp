@@ -55,8 +55,7 @@ Array rounded(const Array& numbers)
 
 Curve better(const CurveFit& rows, Curve one, Curve other)
 {
-    return m_scale(rows.residuals(one)) <= m_scale(rows.residuals(other)) ? std::move(one)
-                                                                          : std::move(other);
+    return rows.fair_scale(one) <= rows.fair_scale(other) ? std::move(one) : std::move(other);
 }
 
 void check(const Matrix& inputs, const Vector& y, const FitSettings& settings)

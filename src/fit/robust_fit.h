@@ -30,8 +30,9 @@ struct Fit {
 //   2. concentration steps as in fast LTS: the 55 % of rows with the smallest residuals, refitted, six times [Rousseeuw & Van
 //      Driessen, Computing LTS regression for large data sets, Data Min. Knowl. Discov. 12 (2006) 29];
 //   3. from both, cores halved step by step, each fit from the one before. Every rung is a candidate.
-// The candidates of all starts are compared by the M-scale of their residuals, never by the likelihood, which prefers a wide core
-// to many outliers. The best few are fitted again with the core that their own residuals give, and the best of them is settled.
+// The candidates of all starts are compared by the M-scale of their residuals, made up for the weights that they took, never by the
+// likelihood, which prefers a wide core to many outliers. The best few are fitted again with the core that their own residuals give,
+// and the best of them is settled.
 //
 // The search takes, of many rows, some. All of it works on numbers that are rounded to multiples of 2^-30, so that data in other
 // units, a + b y or a + b x, whose last bits differ after scaling, go the same way to the same curve. Targets further out than 1e6

@@ -55,7 +55,7 @@ void descend(const CurveFit& fit, Curve curve, std::vector<Candidate>& candidate
     while (true) {
         double scale = m_scale(fit.residuals(curve));
         if (std::isnan(scale)) scale = std::numeric_limits<double>::infinity();
-        candidates.push_back({scale, curve});
+        candidates.push_back({fit.fair_scale(curve), curve});
         smallest_scale = std::min(smallest_scale, scale);
         const double lower = curve.core / STEP;
         if (!(lower >= std::max(LOWEST * smallest_scale, LEAST_CORE))) return;
@@ -107,7 +107,7 @@ Curve found_curve(const CurveFit& fit, int starts, std::uint64_t seed)
     Candidate best;
     for (std::size_t i = 0; i < std::min(REFINED, candidates.size()); ++i) {
         Curve curve = fit.refined(candidates[i].curve);
-        const double scale = m_scale(fit.residuals(curve));
+        const double scale = fit.fair_scale(curve);
         if (i == 0 || scale < best.scale) best = {scale, std::move(curve)};
     }
     return best.curve;

@@ -79,7 +79,8 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
         ->group(group);
     app.add_option("--validation",
                    options.problem.held_out_share,
-                   "Share of the rows that are held out; 0 turns early stopping off")
+                   "Share of the rows that are held out; 0 turns early stopping off. Not held out "
+                   "by --method robust unless given")
         ->check(CLI::Range(0.0, 0.9))
         ->capture_default_str()
         ->group(group);
@@ -279,6 +280,9 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
     settle_norm(options, raw);
     check_robust(options);
     options.problem.any_reach = options.fit.method == Method::robust;
+    // Nothing is stopped early that needs them.
+    if (options.fit.method == Method::robust && app.count("--validation") == 0)
+        options.problem.held_out_share = 0.0;
     options.plot = !raw.no_plot;
     options.problem.seed = options.fit.seed;
     return options;

@@ -95,7 +95,8 @@ TEST_F(Run, RobustPassesOverGrossOutliers)
     }
     const std::string data =
         "'" + folder.write("rows.csv", rows) + "' --target y --no-plot --quiet ";
-    ASSERT_EQ(fit(data + "--method robust --decay 0.1 --validation 0"), 0) << errors;
+    ASSERT_EQ(fit(data + "--method robust --decay 0.1"), 0) << errors;
+    EXPECT_EQ(200, figure("training_rows"));
     EXPECT_NEAR(0.25, figure("training.outliers.y"), 1e-9);
     EXPECT_NEAR(0.0117, figure("core.y"), 0.002);
     EXPECT_LT(figure("training.median_error.y"), 0.03);
