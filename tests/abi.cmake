@@ -28,7 +28,7 @@ vemkn_script_test(CHost.CompilesAsC99AndCallsEveryFunction LABELS abi SCRIPT abi
     VARIABLES CC=${CMAKE_C_COMPILER} SANITIZE=${VEMKN_SANITIZE}
               HOST=${CMAKE_CURRENT_SOURCE_DIR}/abi/c_host.c INCLUDE=${PROJECT_SOURCE_DIR}/include
               LIBDIR=$<TARGET_FILE_DIR:vemkn> LIST=${CMAKE_CURRENT_SOURCE_DIR}/abi/exported_symbols.txt
-              NM=${CMAKE_NM} WORK=${CMAKE_CURRENT_BINARY_DIR}/abi)
+              NM=${CMAKE_NM} WORK=${CMAKE_CURRENT_BINARY_DIR}/abi EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR})
 
 # vemkn_header_test(name header flags...): the header compiles alone, without a warning.
 function(vemkn_header_test name header)

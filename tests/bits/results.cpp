@@ -232,7 +232,7 @@ int compare(const std::string& path)
 {
 #ifdef VEMKN_INSTRUCTION_SET
     if (!VEMKN::processor_has(VEMKN::InstructionSet::VEMKN_INSTRUCTION_SET)) return 77;
-#else
+#elif defined(__x86_64__)
     if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma")) return 77;
 #endif
     if (const char* const preloaded = std::getenv("LD_PRELOAD")) {
