@@ -30,6 +30,8 @@ vemkn_script_test(CHost.CompilesAsC99AndCallsEveryFunction LABELS abi SCRIPT abi
               LIBDIR=$<TARGET_FILE_DIR:vemkn> LIST=${CMAKE_CURRENT_SOURCE_DIR}/abi/exported_symbols.txt
               NM=${CMAKE_NM} WORK=${CMAKE_CURRENT_BINARY_DIR}/abi EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR})
 
+vemkn_test(abi/test_layout LABELS abi)
+
 # vemkn_header_test(name header flags...): the header compiles alone, without a warning.
 function(vemkn_header_test name header)
     add_test(NAME ${name} COMMAND ${ARGN} -fsyntax-only -Wall -Wextra -Wshadow -Wconversion -Werror

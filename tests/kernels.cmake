@@ -30,6 +30,13 @@ if(NOT VEMKN_SANITIZE)
         set_tests_properties(Bits.AreTheStoredOnes/${set} PROPERTIES LABELS "unit" SKIP_RETURN_CODE 77 TIMEOUT 300
             ENVIRONMENT OMP_WAIT_POLICY=passive)
     endforeach()
+    if(CMAKE_CROSSCOMPILING) # an emulator takes minutes for all networks
+        set_tests_properties(Bits.AreTheStoredOnes/neon PROPERTIES TIMEOUT 1500)
+        add_test(NAME Bits.OfSomeNetworksAreTheStoredOnes/neon
+                 COMMAND results_neon ${CMAKE_CURRENT_SOURCE_DIR}/bits/digests.txt --every 9)
+        set_tests_properties(Bits.OfSomeNetworksAreTheStoredOnes/neon PROPERTIES LABELS "unit" TIMEOUT 300
+            ENVIRONMENT OMP_WAIT_POLICY=passive)
+    endif()
 
     # The reference cases with the kernels of each of the lesser instruction sets; those of the best one have them anyway.
     foreach(set IN LISTS lesser_sets)
@@ -71,4 +78,7 @@ if(NOT VEMKN_SANITIZE)
     endif()
     set_tests_properties(Bits.AreTheStoredOnesBesideAnotherBlas PROPERTIES
         LABELS "unit" SKIP_RETURN_CODE 77 TIMEOUT 300)
+    if(CMAKE_CROSSCOMPILING)
+        set_tests_properties(Bits.AreTheStoredOnesBesideAnotherBlas PROPERTIES TIMEOUT 1500)
+    endif()
 endif()

@@ -69,6 +69,16 @@ std::vector<std::string> this_program()
 #endif
 }
 
+// The emulator says on standard error that a signal has ended what it ran.
+std::string without_line_of_emulator(std::string text)
+{
+#ifdef VEMKN_EMULATOR
+    const std::size_t place = text.find("qemu: uncaught target signal");
+    if (place != std::string::npos) text.erase(place, text.find('\n', place) + 1 - place);
+#endif
+    return text;
+}
+
 std::vector<std::string> environment_with(const std::map<std::string, std::string>& changes)
 {
     std::vector<std::string> all;
@@ -133,7 +143,7 @@ Outcome play(const std::string& scene, const Arguments& arguments, const Setting
     Outcome outcome;
     waitpid(pid, &outcome.wait_status, 0);
     outcome.out = out.text();
-    outcome.err = err.text();
+    outcome.err = without_line_of_emulator(err.text());
     return outcome;
 }
 
