@@ -30,6 +30,13 @@ inline int traps_of_a_call()
 #endif
 }
 
+// Arms traps as a host may do, and gives those that are armed then: none where the processor has none.
+inline int armed_by_the_host(int traps)
+{
+    feenableexcept(traps);
+    return fegetexcept();
+}
+
 #ifdef __x86_64__
 // SSE and x87 have one each.
 struct FpState {
