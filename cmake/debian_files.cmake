@@ -5,7 +5,13 @@ function(gzip)
     execute_process(COMMAND gzip -9nf ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+# The packages of several architectures share this file, so it bears the date of the sources, not of the build.
+set(source ${CMAKE_CURRENT_LIST_DIR}/..)
+execute_process(COMMAND git -C ${source} log -1 --format=%cD
+                OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE no_commit)
+if(no_commit)
+    file(TIMESTAMP ${source}/CHANGELOG.md date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+endif()
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     set(staged ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component})
     file(GLOB_RECURSE pages ${staged}/usr/share/man/*)
@@ -21,7 +27,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
 
   * What is new: see CHANGELOG.md of libvemkn-dev.
 
- -- ${CPACK_PACKAGE_CONTACT}  ${now}
+ -- ${CPACK_PACKAGE_CONTACT}  ${date}
 ")
     if(component STREQUAL "development")
         file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/../CHANGELOG.md ${docs}/CHANGELOG.md)

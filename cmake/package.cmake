@@ -22,6 +22,12 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SOURCE vemkn)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# Else that of the machine which makes them.
+if(VEMKN_PROCESSOR STREQUAL "aarch64")
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
+else()
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
+endif()
 
 set(about "libvemkn evaluates a small dense feed-forward network and differentiates it
 exactly: outputs, residuals, a robust objective, its gradient,
@@ -31,7 +37,9 @@ meant for programs that fit the weights with an optimiser of their own.")
 # dpkg-shlibdeps finds the libraries that are needed, and libopenblas0, which the serial OpenBLAS would satisfy: with that
 # one calls run on one thread, whatever the host asks for.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libvemkn1)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+# Packages of several architectures may be installed side by side: their libraries lie in folders of their own, what they share is
+# equal. CPack 3.25 has no variable for the field that says so, which therefore comes with the section.
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION "libs\nMulti-Arch: same")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "libopenblas0-pthread | libopenblas0-openmp")
 # A trigger runs ldconfig. The two names that are not there keep CPack from writing scripts that do it once more.
@@ -50,7 +58,7 @@ ${about}
 This package contains the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvemkn-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel\nMulti-Arch: same")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvemkn1 (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
     "values and exact derivatives of a small network - development
@@ -87,7 +95,7 @@ This package contains the header for C and C++, the manual pages, and what
 CMake and pkg-config look for.")
 
 set(CPACK_DEBIAN_FIT_PACKAGE_NAME vemkn-fit)
-set(CPACK_DEBIAN_FIT_PACKAGE_SECTION math)
+set(CPACK_DEBIAN_FIT_PACKAGE_SECTION "math\nMulti-Arch: foreign")
 set(CPACK_DEBIAN_FIT_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_FIT_PACKAGE_DEPENDS "libvemkn1 (>= ${PROJECT_VERSION}), libvemknfit1 (>= ${PROJECT_VERSION})")
 # Without it everything is written but the picture.

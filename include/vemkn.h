@@ -68,7 +68,11 @@
  *   every thread that works for it. Arithmetic that would make a NaN out of numbers, or an
  *   infinity, ends the process with SIGFPE. On return those three traps are off, whatever they were
  *   before; flags of the three exceptions that were pending are cleared. A quiet NaN in the data
- *   passes through; a signalling NaN traps (R's NA_real_ is one). vemk_quiet does without traps. A
+ *   passes through; a signalling NaN traps (R's NA_real_ is one). vemk_quiet does without traps.
+ *   Where the processor has no traps, as most of aarch64, a call looks at the flags of the three
+ *   exceptions and raises SIGFPE before anything is written: up to the end of a slice later (or of
+ *   the slices that run together), on the thread that finds a flag. The signal's address is then not
+ *   the instruction, and if a handler returns, the process ends by SIGFPE all the same. A
  *   handler for SIGFPE may leave a call of a handle with one thread by siglongjmp: later calls work,
  *   and what this one holds, its memory too, is given back at the thread's next call or its end.
  * - Width: a call with more input columns than the network takes prints "too many predicates: " and
@@ -99,7 +103,7 @@
  * there are slices, or processors (two where there is one), and only the calling one where that is
  * as fast; sums are taken in the order of the slices. The same input with the same batch gives the
  * same bits (of a NaN no more than that it is one), with any number of threads, and on every
- * processor with AVX2 and FMA, unless a layer has more than 384 inputs or outputs: its products are
+ * processor with AVX2 and FMA, and on aarch64, unless a layer has more than 384 inputs or outputs: its products are
  * left to OpenBLAS, whose bits depend on the processor. Calls may overlap in time, on one handle
  * too, as long as no setter runs on it; at most 64 threads form products by OpenBLAS at once,
  * further calls wait. Outputs of a call may overlap its inputs.

@@ -35,13 +35,16 @@ function(vemkn_library_tests suffix target header)
         VARIABLES CC=${CMAKE_C_COMPILER} SANITIZE=${VEMKN_SANITIZE}
                   HOST=${CMAKE_CURRENT_SOURCE_DIR}/abi/${ARG_HOST} INCLUDE=${PROJECT_SOURCE_DIR}/include
                   LIBRARY=$<TARGET_FILE:${target}> LIST=${list}
-                  NM=${CMAKE_NM} WORK=${CMAKE_CURRENT_BINARY_DIR}/abi${suffix})
+                  NM=${CMAKE_NM} WORK=${CMAKE_CURRENT_BINARY_DIR}/abi${suffix}
+                  EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR})
 endfunction()
 
 vemkn_library_tests("" vemkn vemkn.h HOST c_host.c NEEDS libopenblas.so.0 libgomp.so.1)
 if(VEMKN_BUILD_FIT)
     vemkn_library_tests(_fit vemknfit vemkn_fit.h HOST c_host_fit.c NEEDS libvemkn.so.1 libnlopt.so.0)
 endif()
+
+vemkn_test(abi/test_layout LABELS abi)
 
 # vemkn_header_test(name header flags...): the header compiles alone, without a warning.
 function(vemkn_header_test name header)

@@ -4,7 +4,7 @@ find_program(VALGRIND valgrind)
 find_path(VALGRIND_INCLUDE valgrind/callgrind.h)
 if(NOT VALGRIND OR NOT VALGRIND_INCLUDE)
     message(STATUS "No valgrind: instructions are not counted")
-elseif(NOT VEMKN_SANITIZE) # valgrind and a sanitizer exclude each other
+elseif(NOT VEMKN_SANITIZE AND NOT CMAKE_CROSSCOMPILING) # valgrind excludes a sanitizer, and other processors
     add_executable(count_calls count/count_calls.cpp
         ${PROJECT_SOURCE_DIR}/bench/entries.cpp ${PROJECT_SOURCE_DIR}/bench/problem.cpp)
     target_include_directories(count_calls PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench ${VALGRIND_INCLUDE})

@@ -21,7 +21,8 @@ endif()
 
 if(TARGET vemkn-fit)
     vemkn_script_test(ManPages.ExplainTheOptionsOfTheProgram LABELS abi SCRIPT man/options.cmake
-        VARIABLES PROGRAM=$<TARGET_FILE:vemkn-fit> PAGE=${man_build}/vemkn-fit.1)
+        VARIABLES PROGRAM=$<TARGET_FILE:vemkn-fit> PAGE=${man_build}/vemkn-fit.1
+                  EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR})
 endif()
 
 file(GLOB man_pages CONFIGURE_DEPENDS ${man_build}/*.3)

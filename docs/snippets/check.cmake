@@ -76,7 +76,7 @@ foreach(i RANGE 1 ${parts})
     expect_block(${language} "${part_${i}}" "part ${i} of ${SOURCE}")
 endforeach()
 
-execute_process(COMMAND "${PROGRAM}" OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE status)
+execute_process(COMMAND ${EMULATOR} "${PROGRAM}" OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
     message(FATAL_ERROR "${PROGRAM} ended with ${status}:\n${out}${err}")
 endif()

@@ -14,6 +14,6 @@ endfunction()
 file(READ "${SOURCE}" program)
 expect_block(c "${program}" "the text of ${SOURCE}")
 
-execute_process(COMMAND "${PROGRAM}" OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${EMULATOR} "${PROGRAM}" OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX REPLACE "^VEMKN [^\n]*\n" "" output "${output}") # the banner, which names the version
 expect_block(text "${output}" "what ${PROGRAM} prints")

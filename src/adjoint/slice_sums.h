@@ -240,6 +240,7 @@ typename Model::SValue adj_slices(const Model& net,
             const Slices part = slices.part(first, n);
             backward_together(net, transposes, work.cache, work.outAdj, part, work.sweep, grad);
         }
+        look_at_flags();
     }
     return total;
 }

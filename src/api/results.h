@@ -5,6 +5,7 @@
 
 #include "model/block_row.h"
 #include "model/params.h"
+#include "runtime/traps.h"
 
 namespace VEMKN {
 
@@ -24,6 +25,7 @@ public:
 
     void write(double* out, const double* values, std::size_t n)
     {
+        begin();
         if (out != nullptr) std::copy_n(values, n, out);
         if (!watch_) return;
         for (std::size_t i = 0; i < n; ++i) note(values[i]);
@@ -31,6 +33,7 @@ public:
 
     void write(double* out, double value)
     {
+        begin();
         if (out != nullptr) *out = value;
         note(value);
     }
@@ -59,10 +62,20 @@ public:
     bool all_finite() const { return all_finite_; }
 
 private:
+    // All has been computed before the first of them is written.
+    void begin()
+    {
+        if constexpr (TRAPS_MAY_BE_MISSING) {
+            if (!begun_) look_at_flags();
+            begun_ = true;
+        }
+    }
+
     void note(double value) { all_finite_ = all_finite_ && (!watch_ || std::isfinite(value)); }
 
     bool watch_;
     bool all_finite_ = true;
+    [[maybe_unused]] bool begun_ = false;
 };
 
 }  // namespace VEMKN

@@ -6,6 +6,7 @@
 #include "eval/slices.h"
 #include "model/blas.h"
 #include "model/model.h"
+#include "runtime/traps.h"
 
 // The forward pass. With H the input rows, padded with zero columns to the height of the first weight matrix, every layer is
 //
@@ -158,6 +159,7 @@ typename Model::Matrix computev(const Model& net, const RowsView& X)
         forward(net, chunks.cut(X, c), cache);
         if (c == 0) shape_rows(outputs, cache.O, X.rows);
         put_rows(outputs, chunks.first_row(c), cache.O);
+        look_at_flags();
     }
     return outputs;
 }

@@ -29,6 +29,7 @@ public:
         if (failed_) return false;
         try {
             work();
+            look_at_flags();
             return true;
         } catch (...) {
             const std::lock_guard lock(mutex_);
@@ -56,6 +57,8 @@ void in_team([[maybe_unused]] const TeamPermit& team, const Body& body)
 {
     TeamException failure;
     const bool plain = WithoutBlas::here();
+    const bool looks = looks_at_flags;
+    look_at_flags();  // else the others would take over what this thread has found
     const ScopedEnvironment of_caller;
     const Arena arena_of_caller = arena;
     // A thread that the region starts inherits the traps of this one, and would keep them when it leaves the team.
@@ -63,6 +66,7 @@ void in_team([[maybe_unused]] const TeamPermit& team, const Body& body)
 #pragma omp parallel num_threads(team.size())
     {
         const ScopedEnvironment taken_over(of_caller.before());
+        const FlagWatch watch(looks);
         const WithoutBlas products(plain);
         const MemoryOfTeam memory(arena_of_caller);
         body(failure);
@@ -106,7 +110,10 @@ void deal_out(std::size_t items,
 {
     if (team.size() == 1 || items <= 1) {
         Local local;
-        for (std::size_t i = 0; i < items; ++i) work(local, i);
+        for (std::size_t i = 0; i < items; ++i) {
+            work(local, i);
+            look_at_flags();
+        }
         return;
     }
     in_team(team, [&](TeamException& failure) {

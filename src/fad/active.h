@@ -6,6 +6,7 @@
 #include "fad/errors.h"
 #include "fad/tangent_counts.h"
 #include "model/matrix.h"
+#include "runtime/traps.h"
 
 // Scalar carriers and their arithmetic. Active<1> is in vemkn_errors.h, where hosts meet it.
 
@@ -73,9 +74,14 @@ void report_pole_division(const WorkScalar& dividend, double divisor);
 template <ScalarCarrier S>
 S& operator/=(S& a, double divisor)
 {
-    if (divisor == 0.0) report_pole_division(a, divisor);
+    const bool is_pole = divisor == 0.0;
+    if (is_pole) {
+        VEMKN::look_at_flags();  // with traps nobody would come here
+        report_pole_division(a, divisor);
+    }
     a.value /= divisor;
     for (double& derivative : a.derivatives) derivative /= divisor;
+    if (is_pole) VEMKN::look_at_flags();  // before anything is reported again
     return a;
 }
 

@@ -6,9 +6,13 @@
 
 namespace VEMKN {
 
+#ifdef __x86_64__
 extern const Kernels KERNELS_BASELINE;
 extern const Kernels KERNELS_SSE4;
 extern const Kernels KERNELS_AVX2;
 extern const Kernels KERNELS_AVX512;
+#else
+extern const Kernels KERNELS_NEON;
+#endif
 
 }  // namespace VEMKN

@@ -1,27 +1,39 @@
 #include "kernels/kernels.h"
 
-#include "kernels/features.h"
 #include "kernels/instruction_sets.h"
+#ifdef __x86_64__
+#include "kernels/features.h"
+#endif
 
 namespace VEMKN {
 
+#ifdef __x86_64__
 bool processor_has(InstructionSet set)
 {
     return (features_of(set) & ~features_of_processor()) == 0;
 }
+#else
+bool processor_has(InstructionSet)
+{
+    return true;
+}
+#endif
 
 InstructionSet best_instruction_set()
 {
-#ifdef VEMKN_INSTRUCTION_SET
+#if defined(VEMKN_INSTRUCTION_SET)
     return InstructionSet::VEMKN_INSTRUCTION_SET;  // a build for measurements and tests of one
-#else
+#elif defined(__x86_64__)
     return best_instruction_set(features_of_processor());
+#else
+    return InstructionSet::neon;
 #endif
 }
 
 const Kernels& kernels_of(InstructionSet set)
 {
     switch (set) {
+#ifdef __x86_64__
         case InstructionSet::avx512:
             return KERNELS_AVX512;
         case InstructionSet::avx2:
@@ -32,6 +44,12 @@ const Kernels& kernels_of(InstructionSet set)
             break;
     }
     return KERNELS_BASELINE;
+#else
+        case InstructionSet::neon:
+            break;
+    }
+    return KERNELS_NEON;
+#endif
 }
 
 namespace {

@@ -114,8 +114,26 @@ struct Kernels {
     void (*product)(const ProductOf& factors);
 };
 
-// In ascending order. Those from avx2 on have fused multiply-adds and give the same bits; baseline is for any processor.
+// Those that the kernels are compiled for, in ascending order: on x86-64 baseline is for any processor; on aarch64 there is one, which
+// every processor has.
+#ifdef __x86_64__
 enum class InstructionSet { baseline, sse4, avx2, avx512 };
+inline constexpr InstructionSet INSTRUCTION_SETS[] = {
+    InstructionSet::baseline, InstructionSet::sse4, InstructionSet::avx2, InstructionSet::avx512};
+#else
+enum class InstructionSet { neon };
+inline constexpr InstructionSet INSTRUCTION_SETS[] = {InstructionSet::neon};
+#endif
+
+// Whether it has fused multiply-adds. All that do give the same bits.
+constexpr bool is_fused(InstructionSet set)
+{
+#ifdef __x86_64__
+    return set >= InstructionSet::avx2;
+#else
+    return set == InstructionSet::neon;
+#endif
+}
 
 // Whether this processor runs its kernels.
 bool processor_has(InstructionSet set);

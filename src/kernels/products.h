@@ -20,7 +20,7 @@ namespace {
 template <class L>
 constexpr std::size_t width = static_cast<std::size_t>(L::WIDTH);
 
-#if HWY_TARGET <= HWY_AVX3
+#if HWY_TARGET <= HWY_AVX3 || HWY_TARGET == HWY_NEON
 inline constexpr bool HAS_32_REGISTERS = true;
 #else
 inline constexpr bool HAS_32_REGISTERS = false;

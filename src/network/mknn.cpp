@@ -5,7 +5,12 @@ namespace VEMKN {
 void print_build_information()
 {
     if (std::getenv("INFO") == nullptr) return;
-    write_output("VEMKN vemkn.h " __DATE__ " " __TIME__ " x86-64\n");
+#ifdef __x86_64__
+    constexpr const char* PROCESSOR = "x86-64";
+#else
+    constexpr const char* PROCESSOR = "aarch64";
+#endif
+    write_output(message("VEMKN vemkn.h " __DATE__ " " __TIME__ " ", PROCESSOR, "\n"));
 }
 
 }  // namespace VEMKN

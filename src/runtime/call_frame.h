@@ -12,15 +12,18 @@ void print_banner_once();
 void count_banner_as_printed();
 
 // What every computing entry point and the parser run their work in: banner, BLAS to one thread, traps on, the work,
-// traps off, BLAS threads back. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
+// traps off, BLAS threads back. Where there are no traps, flags take their place. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
 // this is no destructor's job.
 template <class Work>
 void call_frame(Enters enters, const Work& work)
 {
     print_banner_once();
     CallInFlight call(enters);
-    arm_traps();
-    work();
+    const bool are_armed = arm_traps();
+    {
+        const FlagWatch watch(!are_armed);
+        work();
+    }
     fedisableexcept(TRAPS);
     call.finish();
 }
@@ -33,6 +36,7 @@ void quiet_frame(Enters enters, const Work& work)
     CallInFlight call(enters);
     const ScopedEnvironment host;
     ScopedEnvironment::mask_all();
+    const FlagWatch nothing(false);
     work();
     call.finish();
 }

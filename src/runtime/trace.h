@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "runtime/messages.h"
+#include "runtime/traps.h"
 
 namespace VEMKN {
 
@@ -18,7 +19,11 @@ public:
 
     static bool wanted() { return std::getenv("NN_TRACE") != nullptr; }
 
-    void print(double value) const { write_output(message("J = ", value, ", ", seconds_, " s\n")); }
+    void print(double value) const
+    {
+        look_at_flags();
+        write_output(message("J = ", value, ", ", seconds_, " s\n"));
+    }
 
 private:
     static double now()

@@ -1,6 +1,6 @@
 # A C99 program that includes nothing but a library's header compiles without a warning, calls every exported function
 # and runs.
-#   CC SANITIZE HOST INCLUDE LIBRARY LIST NM WORK
+#   CC SANITIZE HOST INCLUDE LIBRARY LIST NM WORK EMULATOR (of another processor, or none)
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -24,7 +24,7 @@ foreach(symbol IN LISTS exported)
     endif()
 endforeach()
 
-execute_process(COMMAND ${WORK}/c_host RESULT_VARIABLE status OUTPUT_QUIET)
+execute_process(COMMAND ${EMULATOR} ${WORK}/c_host RESULT_VARIABLE status OUTPUT_QUIET)
 if(NOT status EQUAL 0)
     message(FATAL_ERROR "the check in line ${status} of ${HOST} fails")
 endif()

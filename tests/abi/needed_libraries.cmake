@@ -5,7 +5,7 @@ cmake_minimum_required(VERSION 3.25)
 
 set(allowed
     ${NEEDS} libstdc++.so.6 libgcc_s.so.1 libm.so.6 libc.so.6
-    ld-linux-x86-64.so.2)
+    ld-linux-x86-64.so.2 ld-linux-aarch64.so.1)
 execute_process(COMMAND ${READELF} --dynamic ${LIBRARY}
                 OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*" lines "${output}")

@@ -325,12 +325,12 @@ TEST(Parameters, AreHandledOutsideTheCallFrame)
     // Stale flags would raise at once under armed traps, and the host's traps stay as they are.
     const Network net(TEXT);
     Numbers w = counting(17);
-    feenableexcept(FE_DIVBYZERO);
+    const int armed = armed_by_the_host(FE_DIVBYZERO);
     EXPECT_EQ(0, vemk_setweights(net, w.data(), 17));
     EXPECT_EQ(0, vemk_getweights(net, w.data(), 17));
     const Shape s = shape(net, 0);
     const int traps = fegetexcept();
     fedisableexcept(FE_ALL_EXCEPT);
-    EXPECT_EQ(FE_DIVBYZERO, traps);
+    EXPECT_EQ(armed, traps);
     EXPECT_EQ(2u, s.rows);
 }

@@ -211,11 +211,16 @@ void run(const Case& c, const Visit& visit)
     releaseVEMKNet(net);
 }
 
-// Network and hash, for all networks.
-std::string digests()
+// Network and hash, for one network of `every`, and an empty line for each of the others.
+std::string digests(std::size_t every)
 {
     std::string text;
+    std::size_t i = 0;
     for (const Case& c : cases()) {
+        if (i++ % every != 0) {
+            text += "\n";
+            continue;
+        }
         std::uint64_t h = hash({});
         run(c, [&](const std::string&, int status, const Numbers& results) {
             h = (h ^ hash(results) ^ static_cast<std::uint64_t>(status)) * 0x100000001b3u;
@@ -228,11 +233,11 @@ std::string digests()
     return text;
 }
 
-int compare(const std::string& path)
+int compare(const std::string& path, std::size_t every)
 {
 #ifdef VEMKN_INSTRUCTION_SET
     if (!VEMKN::processor_has(VEMKN::InstructionSet::VEMKN_INSTRUCTION_SET)) return 77;
-#else
+#elif defined(__x86_64__)
     if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma")) return 77;
 #endif
     if (const char* const preloaded = std::getenv("LD_PRELOAD")) {
@@ -248,11 +253,12 @@ int compare(const std::string& path)
         std::printf("%s cannot be read\n", path.c_str());
         return 1;
     }
-    std::istringstream computed(digests());
+    std::istringstream computed(digests(every));
     int differing = 0;
     std::string expected, found;
     while (std::getline(computed, found)) {
-        if (!std::getline(file, expected) || expected != found) {
+        const bool is_there = static_cast<bool>(std::getline(file, expected));
+        if (!is_there || (!found.empty() && expected != found)) {
             std::printf("%s\n", found.c_str());
             ++differing;
         }
@@ -268,10 +274,13 @@ int main(int argc, char** argv)
 {
     if (argc == 3 && std::strcmp(argv[1], "--write") == 0) {
         std::ofstream file(argv[2]);
-        file << digests();
+        file << digests(1);
         return file.flush() ? 0 : 1;
     }
-    if (argc == 2) return compare(argv[1]);
+    if (argc == 2) return compare(argv[1], 1);
+    if (argc == 4 && std::strcmp(argv[2], "--every") == 0) {
+        return compare(argv[1], std::stoul(argv[3]));
+    }
     for (const Case& c : cases()) {
         const std::string text = c.text();
         if (argc == 3 && text != argv[1]) continue;

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <xmmintrin.h>
 
 #include <cfenv>
 #include <iostream>
@@ -13,12 +12,25 @@
 
 namespace {
 
-constexpr unsigned FLUSH_TO_ZERO = 0x8000, SUBNORMALS_ARE_ZERO = 0x0040, ALL_MASKS = 0x1f80;
+#ifdef __x86_64__
+constexpr unsigned ALL_MASKS = 0x1f80;
+#endif
 
+// Traps of subnormal operands too.
 void arm_everything()
 {
     feenableexcept(FE_ALL_EXCEPT);
+#ifdef __x86_64__
     __builtin_ia32_ldmxcsr(__builtin_ia32_stmxcsr() & ~ALL_MASKS);
+#endif
+}
+
+void disarm_everything()
+{
+    fedisableexcept(FE_ALL_EXCEPT);
+#ifdef __x86_64__
+    __builtin_ia32_ldmxcsr(ALL_MASKS);
+#endif
 }
 
 Request with_subnormal_numbers()
@@ -57,8 +69,7 @@ SCENE(calls_quietly_with_every_trap_armed)
         const FpState before = FpState::now();
         run_into(entry, net, c, numbers.data());
         const bool as_before = before == FpState::now();
-        fedisableexcept(FE_ALL_EXCEPT);
-        __builtin_ia32_ldmxcsr(ALL_MASKS);
+        disarm_everything();
         if (!as_before) std::cout << entry.name << " changed the environment\n";
     }
     if (all_bits(net, q) != expected) std::cout << "other bits\n";
@@ -82,15 +93,15 @@ SCENE(rounds_upwards_and_flushes)
     const Request q = with_subnormal_numbers();
     if (pool_first) all_bits(net, q);
     std::fesetround(FE_UPWARD);
-    __builtin_ia32_ldmxcsr(__builtin_ia32_stmxcsr() | FLUSH_TO_ZERO | SUBNORMALS_ARE_ZERO);
+    flush_subnormals(true);
     if (arguments.at(0) == "one thread") omp_set_dynamic(0), omp_set_max_active_levels(0);
     print_bits(net, q);
     std::fesetround(FE_TONEAREST);
-    __builtin_ia32_ldmxcsr(__builtin_ia32_stmxcsr() & ~(FLUSH_TO_ZERO | SUBNORMALS_ARE_ZERO));
+    flush_subnormals(false);
     if (!pool_first) return;
 #pragma omp parallel num_threads(2)
     {
-        if (std::fegetround() != FE_TONEAREST || (__builtin_ia32_stmxcsr() & FLUSH_TO_ZERO) != 0) {
+        if (std::fegetround() != FE_TONEAREST || flushes_subnormals()) {
 #pragma omp critical
             std::cout << "a worker kept what was the caller's\n";
         }

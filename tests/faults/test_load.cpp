@@ -118,7 +118,7 @@ SCENE(looks_at_its_environment_around_a_load)
     if (!(before == FpState::now())) std::cout << "changed by dlclose\n";
     // Other than at the start: round up, flush to zero, precision of double in the x87 unit.
     std::fesetround(FE_UPWARD);
-    __builtin_ia32_ldmxcsr(__builtin_ia32_stmxcsr() | 0x8040);
+    flush_subnormals(true);
     const FpState odd = FpState::now();
     const Library library;
     if (!(odd == FpState::now())) std::cout << "changed by a second dlopen\n";
@@ -128,10 +128,11 @@ SCENE(looks_at_its_environment_around_a_load)
     for (const bool quiet : {false, true}) {
         if (quiet) net.be_quiet();
         feenableexcept(FE_DIVBYZERO | FE_UNDERFLOW);
+        const int armed = fegetexcept();  // none where the processor has none
         if (!net.gives_a_gradient()) std::cout << "no gradient\n";
         const int traps = fegetexcept();
         fedisableexcept(FE_ALL_EXCEPT);
-        const int expected = quiet ? FE_DIVBYZERO | FE_UNDERFLOW : FE_UNDERFLOW;
+        const int expected = quiet ? armed : armed & FE_UNDERFLOW;
         if (traps != expected) std::cout << "traps after a call: " << traps << "\n";
     }
     std::cout << "done" << std::endl;

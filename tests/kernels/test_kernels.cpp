@@ -502,8 +502,8 @@ TEST_P(InstructionSets, GiveAnElementTheSameBitsWhereverItStands)
 // With fused multiply-adds or without.
 TEST_P(InstructionSets, GiveTheBitsOfOneDoubleAtATime)
 {
-    const bool fused = GetParam() >= InstructionSet::avx2;
-    const Kernels& one = fused ? one_lane_kernels() : kernels_of(InstructionSet::baseline);
+    const Kernels& one =
+        is_fused(GetParam()) ? one_lane_kernels() : kernels_of(INSTRUCTION_SETS[0]);
     Numbers x = hard_points();
     std::mt19937_64 engine(11);
     std::uniform_real_distribution<double> near(-5.0, 5.0), far(-760.0, 760.0),

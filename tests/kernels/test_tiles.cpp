@@ -15,12 +15,6 @@ using namespace VEMKN;
 
 namespace {
 
-// Whether an instruction set has fused multiply-adds; others round the product first.
-bool is_fused(InstructionSet set)
-{
-    return set >= InstructionSet::avx2;
-}
-
 // What an element of C has to be: one chain over some of the inner dimension.
 double chain(Guarded& A,
              Guarded& B,

@@ -1,9 +1,9 @@
 # The manual page of vemkn-fit explains the options that the program has and no others.
-#   PROGRAM PAGE
+#   PROGRAM PAGE EMULATOR (of another processor, or none)
 
 cmake_minimum_required(VERSION 3.25)
 
-execute_process(COMMAND ${PROGRAM} --help OUTPUT_VARIABLE help COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${EMULATOR} ${PROGRAM} --help OUTPUT_VARIABLE help COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "\n  (-h,)?--[a-z-]+" offered "${help}")
 list(TRANSFORM offered REPLACE "^\n  (-h,)?" "")
 

@@ -174,11 +174,17 @@ TEST(InvalidNorm, IsNotSaidWhenTheDataAreInvalid)
     EXPECT_EQ(twice(INVALID), outcome.err);
 }
 
+#ifdef __x86_64__
+#define PROCESSOR "x86-64"
+#else
+#define PROCESSOR "aarch64"
+#endif
+
 TEST(InfoLine, FollowsTheBannerForEachOfTheTwoModels)
 {
     const std::string line =
         "VEMKN vemkn\\.h (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) [ 123][0-9] 20[0-9]{2} "
-        "[0-2][0-9]:[0-5][0-9]:[0-5][0-9] x86-64\n";
+        "[0-2][0-9]:[0-5][0-9]:[0-5][0-9] " PROCESSOR "\n";
     for (const char* value : {"1", "0", "", "anything at all"}) {
         const child::Outcome outcome =
             child::play("makes_networks", {GOOD}, {.environment = {{"INFO", value}}});
@@ -194,7 +200,7 @@ TEST(InfoLine, ComesAtEveryParseAndBeforeWhatTheParserSays)
 {
     const child::Outcome outcome = child::play(
         "makes_networks", {GOOD, "3 2 2 1 8 3 4 relu l2"}, {.environment = {{"INFO", "1"}}});
-    const std::string info = "VEMKN vemkn\\.h [^\n]* x86-64\n";
+    const std::string info = "VEMKN vemkn\\.h [^\n]* " PROCESSOR "\n";
     const std::string said = info + "invalid norm function name: l2\n";
     EXPECT_TRUE(fits(outcome.out.substr(BANNER.size()), twice(info) + twice(said))) << outcome.out;
 }

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 namespace child {
@@ -58,6 +59,26 @@ std::vector<char*> pointers(std::vector<std::string>& texts)
     return list;
 }
 
+// What starts this program again: a program for another processor by the emulator that runs it.
+std::vector<std::string> this_program()
+{
+#ifdef VEMKN_EMULATOR
+    return {VEMKN_EMULATOR, std::filesystem::read_symlink("/proc/self/exe")};
+#else
+    return {"/proc/self/exe"};
+#endif
+}
+
+// The emulator says on standard error that a signal has ended what it ran.
+std::string without_line_of_emulator(std::string text)
+{
+#ifdef VEMKN_EMULATOR
+    const std::size_t place = text.find("qemu: uncaught target signal");
+    if (place != std::string::npos) text.erase(place, text.find('\n', place) + 1 - place);
+#endif
+    return text;
+}
+
 std::vector<std::string> environment_with(const std::map<std::string, std::string>& changes)
 {
     std::vector<std::string> all;
@@ -94,7 +115,8 @@ std::string Outcome::description() const
 
 Outcome play(const std::string& scene, const Arguments& arguments, const Setting& setting)
 {
-    std::vector<std::string> command = {"/proc/self/exe", FLAG, scene};
+    std::vector<std::string> command = this_program();
+    command.insert(command.end(), {FLAG, scene});
     command.insert(command.end(), arguments.begin(), arguments.end());
     std::vector<std::string> environment = environment_with(setting.environment);
 
@@ -121,7 +143,7 @@ Outcome play(const std::string& scene, const Arguments& arguments, const Setting
     Outcome outcome;
     waitpid(pid, &outcome.wait_status, 0);
     outcome.out = out.text();
-    outcome.err = err.text();
+    outcome.err = without_line_of_emulator(err.text());
     return outcome;
 }
 
@@ -138,6 +160,14 @@ int main(int argc, char** argv)
         child::scenes().at(argv[2])(child::Arguments(argv + 3, argv + argc));
         return 0;
     }
+#ifdef VEMKN_EMULATOR
+    // Death tests start what stands first.
+    std::vector<std::string> words = child::this_program();
+    words.insert(words.end(), argv + 1, argv + argc);
+    std::vector<char*> with_emulator = child::pointers(words);
+    argv = with_emulator.data();
+    argc = static_cast<int>(words.size());
+#endif
     testing::InitGoogleTest(&argc, argv);
     // The library starts threads, and a plain fork would carry none of them over.
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -9,10 +9,7 @@ inline std::vector<VEMKN::InstructionSet> available_instruction_sets()
 {
     using VEMKN::InstructionSet;
     std::vector<InstructionSet> sets;
-    for (const auto set : {InstructionSet::baseline,
-                           InstructionSet::sse4,
-                           InstructionSet::avx2,
-                           InstructionSet::avx512}) {
+    for (const auto set : VEMKN::INSTRUCTION_SETS) {
         if (VEMKN::processor_has(set)) sets.push_back(set);
     }
     return sets;

@@ -18,7 +18,7 @@ protected:
     /// Runs the program and keeps what it says; [before] goes in front, for the environment.
     int fit(const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + " '" FIT_PROGRAM "' " + arguments + " --out '" + out +
+        const std::string command = before + " " FIT_COMMAND " " + arguments + " --out '" + out +
                                     "' >'" + (folder / "stdout") + "' 2>'" + (folder / "stderr") +
                                     "'";
         const int status = std::system(command.c_str());

@@ -36,7 +36,7 @@ protected:
     /// A run of the verb.
     int predict(const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + " '" FIT_PROGRAM "' predict " + arguments + " >'" +
+        const std::string command = before + " " FIT_COMMAND " predict " + arguments + " >'" +
                                     (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
         const int status = std::system(command.c_str());
         output = read_text(folder / "stdout");
@@ -123,7 +123,7 @@ TEST_F(Predict, WritesAFileWholeOrNotAtAll)
     EXPECT_EQ(0, predict(fitted + "'" + data + "' -o /dev/null"));
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
     EXPECT_EQ(1, predict(fitted + "'" + data + "' -o /dev/full"));
-    const int status = std::system(("'" FIT_PROGRAM "' predict " + fitted + "'" + data +
+    const int status = std::system((FIT_COMMAND " predict " + fitted + "'" + data +
                                     "' >/dev/full 2>'" + (folder / "stderr") + "'")
                                        .c_str());
     EXPECT_EQ(1, WEXITSTATUS(status));
