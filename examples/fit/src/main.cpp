@@ -12,6 +12,7 @@
 #include "predict.h"
 #include "report.h"
 #include "robust.h"
+#include "show.h"
 #include "text.h"
 #include "user_error.h"
 
@@ -212,6 +213,7 @@ int main(int argc, char** argv)
     try {
         if (argc > 1 && std::string(argv[1]) == "predict")
             return fit::run_predict(argc - 1, argv + 1);
+        if (argc > 1 && std::string(argv[1]) == "show") return fit::run_show(argc - 1, argv + 1);
         int status = 0;
         if (const auto options = fit::parse_options(argc, argv, status)) fit::run(*options);
         return status;

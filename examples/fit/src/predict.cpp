@@ -1,11 +1,8 @@
 #include "predict.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 
 #include "columns.h"
@@ -13,6 +10,7 @@
 #include "fit/file.h"
 #include "library.h"
 #include "network.h"
+#include "standard_output.h"
 #include "text.h"
 #include "user_error.h"
 
@@ -24,31 +22,6 @@ struct Request {
     bool drop_missing = false;
     std::string interval;  ///< its kind; empty: none is wanted
     double level = 0.95;
-};
-
-/// What the library prints meanwhile, its banner and what INFO and NN_TRACE ask for, goes to standard error: rows alone are to stand
-/// on standard output.
-class LinesToStandardError {
-public:
-    LinesToStandardError()
-    {
-        std::fflush(stdout);
-        output_ = dup(STDOUT_FILENO);
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-
-    ~LinesToStandardError()
-    {
-        std::fflush(stdout);
-        dup2(output_, STDOUT_FILENO);
-        close(output_);
-    }
-
-    LinesToStandardError(const LinesToStandardError&) = delete;
-    LinesToStandardError& operator=(const LinesToStandardError&) = delete;
-
-private:
-    int output_;
 };
 
 /// A cell as it was: quoted where it has to be, no byte changed.
@@ -165,13 +138,6 @@ std::string rows_with_predictions(const CsvTable& table,
         ++at;
     }
     return text;
-}
-
-void put_on_standard_output(const std::string& text)
-{
-    const bool whole = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    if (!whole || std::fflush(stdout) != 0)
-        throw std::runtime_error("standard output cannot be written in full");
 }
 
 }  // namespace

@@ -36,8 +36,14 @@ protected:
     /// A run of the verb.
     int predict(const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + " '" FIT_PROGRAM "' predict " + arguments + " >'" +
-                                    (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
+        return run("predict", arguments, before);
+    }
+
+    int run(const std::string& verb, const std::string& arguments, const std::string& before = "")
+    {
+        const std::string command = before + " '" FIT_PROGRAM "' " + verb + " " + arguments +
+                                    " >'" + (folder / "stdout") + "' 2>'" + (folder / "stderr") +
+                                    "'";
         const int status = std::system(command.c_str());
         output = read_text(folder / "stdout");
         errors = read_text(folder / "stderr");
@@ -198,4 +204,25 @@ TEST_F(Predict, SaysWhatIsWrongWithAModel)
         EXPECT_TRUE(contains(errors, wrong.why));
         EXPECT_EQ("", output);
     }
+}
+
+TEST_F(Predict, ShowsWhatAModelHolds)
+{
+    ASSERT_EQ(0, run("show", fitted + "--json", "INFO=1 NN_TRACE=1")) << errors;
+    EXPECT_EQ(model, output);
+    ASSERT_EQ(0, run("show", "'" + out + "'")) << errors;
+    for (const char* const part : {"method           lbfgs\n",
+                                   "2 columns, hidden 6, softplus, 31 weights",
+                                   "inputs           a, b\n",
+                                   "target           y: core "})
+        EXPECT_TRUE(contains(output, part));
+    ASSERT_EQ(
+        0, fit("'" + data + "' --target y --inputs a --method robust --decay 3 --no-plot --quiet"))
+        << errors;
+    ASSERT_EQ(0, run("show", "'" + out + "'")) << errors;
+    for (const char* const part :
+         {"method           robust\n", "decay            3\n", "beyond six cores "})
+        EXPECT_TRUE(contains(output, part));
+    EXPECT_EQ(2, run("show", "'" + data + "'"));
+    EXPECT_EQ(2, run("show", ""));
 }
