@@ -70,9 +70,10 @@ Uncertainty uncertainty_of(const CurveFit& fit, const Curve& curve)
             "objective does not curve upwards in every direction; take fewer units or a larger "
             "decay");
     const auto rows = static_cast<double>(batch.targets.size());
-    // tr(A^-1 A) counts the directions that A^-1 is formed over.
+    // tr(A^-1 A) counts the directions that A^-1 is formed over. Below zero where the curve bends so much, under a large penalty,
+    // that A is smaller than L.
     const double parameters =
-        inverse->cwiseProduct(curvature).sum() - inverse->diagonal().dot(penalty);
+        std::max(0.0, inverse->cwiseProduct(curvature).sum() - inverse->diagonal().dot(penalty));
     if (rows - parameters < 1.0)
         return none(
             "there are no standard errors: the curve has as many parameters as there are rows; "
