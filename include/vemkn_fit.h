@@ -68,7 +68,8 @@ enum {
     VEMKN_FIT_FILE = 5,      /**< a file that cannot be read or written */
     VEMKN_FIT_MODEL = 6,     /**< a text that is no model of this version or an earlier one */
     VEMKN_FIT_MEMORY = 7,    /**< not enough memory */
-    VEMKN_FIT_INTERNAL = 8   /**< a mistake of the library */
+    VEMKN_FIT_UNCERTAIN = 8, /**< the model has no standard errors; the message says why */
+    VEMKN_FIT_INTERNAL = 9   /**< a mistake of the library */
 };
 
 /** What a fit is busy with. */
@@ -76,6 +77,12 @@ enum {
     VEMKN_FIT_SEARCH = 0, /**< looks for curves from random starts */
     VEMKN_FIT_DECAY = 1,  /**< chooses the decay by cross-validation */
     VEMKN_FIT_SETTLE = 2  /**< goes to the minimum, over all rows */
+};
+
+/** What an interval is of. */
+enum {
+    VEMKN_FIT_CONFIDENCE = 0, /**< the band of the curve: where it may lie itself */
+    VEMKN_FIT_PREDICTION = 1  /**< a new row that is no outlier */
 };
 
 /** For VEMKNFitOptions.decay: the weights cost nothing. */
@@ -193,6 +200,43 @@ VEMKN_FIT_API void vemkn_fit_free(VEMKNFit* fit);
  * Threads:   may run at any time. */
 VEMKN_FIT_API int vemkn_fit_predict(
     const VEMKNFit* fit, const double* x, size_t rows, size_t columns, double* prediction);
+
+/** What the curve says of rows, and how far it may be off.
+ *
+ * The standard errors of the curve are those of the sandwich covariance (see
+ * vemkn_fit_covariance). With t of Student's distribution with rows - parameters degrees of
+ * freedom, the band of the curve reaches t errors to each side, the interval of a new row t times
+ * the root of error^2 + core^2. The latter holds for a row that is no outlier: vemkn_fit_beyond of
+ * vemkn_fit_rows were.
+ *
+ * @param[in]  fit         not changed
+ * @param[in]  x           array of length [rows*columns], row by row
+ * @param[in]  rows        number of rows; 0 writes nothing
+ * @param[in]  columns     must equal vemkn_fit_columns(fit)
+ * @param[in]  kind        VEMKN_FIT_CONFIDENCE or VEMKN_FIT_PREDICTION
+ * @param[in]  level       of the interval, between 0 and 1, as in 0.95
+ * @param[out] prediction  array of length [rows], or null
+ * @param[out] error       array of length [rows], standard errors of the curve, or null
+ * @param[out] lower       array of length [rows], or null
+ * @param[out] upper       array of length [rows], or null
+ * @return VEMKN_FIT_OK; VEMKN_FIT_ARGUMENT; VEMKN_FIT_DATA, as vemkn_fit_predict;
+ *         VEMKN_FIT_UNCERTAIN where the model has no standard errors: the objective does not curve
+ *         upwards in every direction, there are more than 500 weights, or it is not from a robust
+ *         fit; VEMKN_FIT_MEMORY. Nothing is written where the call fails.
+ *
+ * Ownership: every array stays the caller's.
+ * Threads:   may run at any time; waits while calls of vemk_Hv and vemk_Jv with another number of
+ *            tangents run in other threads. */
+VEMKN_FIT_API int vemkn_fit_interval(const VEMKNFit* fit,
+                                     const double* x,
+                                     size_t rows,
+                                     size_t columns,
+                                     int kind,
+                                     double level,
+                                     double* prediction,
+                                     double* error,
+                                     double* lower,
+                                     double* upper);
 
 /* ------------------------------------------------------------------------------------ model files */
 
@@ -345,6 +389,22 @@ VEMKN_FIT_API const char* vemkn_fit_method(const VEMKNFit* fit);
  * Ownership: the fit's.
  * Threads:   may run at any time. */
 VEMKN_FIT_API const double* vemkn_fit_weights(const VEMKNFit* fit, size_t* count);
+
+/** Covariance of the weights: A^-1 (B + L) A^-1 n / (n - parameters) of n rows, with the Hessian A of
+ * the objective, the sum B over rows of the products of their gradients, and what the weights cost,
+ * L.
+ * @param[in] fit  not changed
+ * @return array of length [nw*nw], row by row, for the nw weights; null where there is none, see
+ *         vemkn_fit_interval
+ * Ownership: the fit's.
+ * Threads:   may run at any time. */
+VEMKN_FIT_API const double* vemkn_fit_covariance(const VEMKNFit* fit);
+
+/** How many parameters the rows determine: the trace of A^-1 (A - L).
+ * @param[in] fit  not changed
+ * @return NaN where there is no covariance
+ * Threads: may run at any time. */
+VEMKN_FIT_API double vemkn_fit_parameters(const VEMKNFit* fit);
 
 /** Number of notes.
  * @param[in] fit  not changed

@@ -64,7 +64,8 @@ LIBRARIES = (
         "pages": {
             "vemknfit_fits": (
                 "robust fits, and predictions of new rows",
-                "vemkn_fit_robust vemkn_fit_free vemkn_fit_predict vemkn_fit_version vemkn_fit_message vemkn_fit_row",
+                "vemkn_fit_robust vemkn_fit_free vemkn_fit_predict vemkn_fit_interval vemkn_fit_version vemkn_fit_message "
+                "vemkn_fit_row",
             ),
             "vemknfit_files": (
                 "model files",
@@ -75,7 +76,7 @@ LIBRARIES = (
                 "vemkn_fit_columns vemkn_fit_column vemkn_fit_targets vemkn_fit_target vemkn_fit_core vemkn_fit_shift "
                 "vemkn_fit_decay vemkn_fit_objective vemkn_fit_gradient vemkn_fit_settled vemkn_fit_rows "
                 "vemkn_fit_beyond vemkn_fit_layers vemkn_fit_width vemkn_fit_activation vemkn_fit_method "
-                "vemkn_fit_weights vemkn_fit_notes vemkn_fit_note",
+                "vemkn_fit_weights vemkn_fit_covariance vemkn_fit_parameters vemkn_fit_notes vemkn_fit_note",
             ),
         },
     },

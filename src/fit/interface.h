@@ -70,6 +70,12 @@ int guarded(const Work& work) noexcept
     }
 }
 
+// Throws a Failure with VEMKN_FIT_ARGUMENT.
+[[noreturn]] void wrong(const std::string& what);
+
+// What a caller hands over, row by row; no more of it than can be taken.
+Matrix matrix_of(const double* numbers, std::size_t rows, std::size_t columns);
+
 // Throws a Failure that names the argument where it is null.
 void check_given(const void* pointer, const char* argument);
 

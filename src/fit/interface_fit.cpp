@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <memory>
 
 #include "fit/interface.h"
@@ -10,11 +9,6 @@
 namespace {
 
 using namespace vemknfit;
-
-[[noreturn]] void wrong(const std::string& what)
-{
-    throw Failure(VEMKN_FIT_ARGUMENT, what);
-}
 
 // What a caller gives that may have been built with an earlier header, or a later one whose additions it leaves at zero.
 VEMKNFitOptions known_options(const VEMKNFitOptions* given)
@@ -133,16 +127,6 @@ RobustOptions settings_of(const VEMKNFitOptions& options)
             .goes_on = watch_of(options)};
 }
 
-Matrix matrix_of(const double* numbers, std::size_t rows, std::size_t columns)
-{
-    constexpr std::size_t MOST_ROWS = std::numeric_limits<int>::max(), MOST_COLUMNS = 100000;
-    if (rows > MOST_ROWS) wrong("rows is above " + std::to_string(MOST_ROWS));
-    if (columns < 1 || columns > MOST_COLUMNS)
-        wrong("columns is not 1 to " + std::to_string(MOST_COLUMNS));
-    return Eigen::Map<const Matrix>(
-        numbers, static_cast<Eigen::Index>(rows), static_cast<Eigen::Index>(columns));
-}
-
 }  // namespace
 
 int vemkn_fit_robust(const double* x,
@@ -166,31 +150,6 @@ int vemkn_fit_robust(const double* x,
         const Vector targets = Eigen::Map<const Vector>(y, data.rows());
         *fit = std::make_unique<VEMKNFit>(robust_model(data, targets, std::move(rules), settings))
                    .release();
-    });
-}
-
-int vemkn_fit_predict(
-    const VEMKNFit* fit, const double* x, size_t rows, size_t columns, double* prediction)
-{
-    return guarded([&] {
-        check_given(fit, "fit");
-        if (columns != fit->model.inputs.size())
-            wrong("columns is " + std::to_string(columns) + ", the model has " +
-                  std::to_string(fit->model.inputs.size()));
-        if (rows == 0) return;
-        check_given(x, "x");
-        check_given(prediction, "prediction");
-        const Matrix data = matrix_of(x, rows, columns);
-        check_numbers(data, "x");
-        const Matrix found = fit->model.predict(fit->network, data);
-        for (Eigen::Index r = 0; r < found.rows(); ++r) {
-            if (!found.row(r).allFinite())
-                throw Failure(
-                    VEMKN_FIT_DATA,
-                    "x: row " + std::to_string(r + 1) + ": the inputs are too large for this model",
-                    r);
-        }
-        std::copy(found.data(), found.data() + found.size(), prediction);
     });
 }
 

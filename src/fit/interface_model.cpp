@@ -34,6 +34,14 @@ const Summary* summary_of(const VEMKNFit* fit)
     return fit == nullptr || !fit->model.summary ? nullptr : &*fit->model.summary;
 }
 
+// Where there is a covariance.
+const Uncertainty* uncertainty_of(const VEMKNFit* fit)
+{
+    if (fit == nullptr || !fit->model.uncertainty) return nullptr;
+    const Uncertainty& uncertainty = *fit->model.uncertainty;
+    return uncertainty.covariance.size() == 0 ? nullptr : &uncertainty;
+}
+
 }  // namespace
 
 int vemkn_fit_save(const VEMKNFit* fit, const char* path)
@@ -171,6 +179,18 @@ const double* vemkn_fit_weights(const VEMKNFit* fit, size_t* count)
     if (count != nullptr)
         *count = fit == nullptr ? 0 : static_cast<size_t>(fit->model.weights.size());
     return fit == nullptr ? nullptr : fit->model.weights.data();
+}
+
+const double* vemkn_fit_covariance(const VEMKNFit* fit)
+{
+    const Uncertainty* const uncertainty = uncertainty_of(fit);
+    return uncertainty == nullptr ? nullptr : uncertainty->covariance.data();
+}
+
+double vemkn_fit_parameters(const VEMKNFit* fit)
+{
+    const Uncertainty* const uncertainty = uncertainty_of(fit);
+    return uncertainty == nullptr ? NONE : uncertainty->parameters;
 }
 
 size_t vemkn_fit_notes(const VEMKNFit* fit)

@@ -1,6 +1,9 @@
 #include "fit/model.h"
 
+#include <algorithm>
+
 #include "fit/failure.h"
+#include "fit/network.h"
 #include "vemkn_fit.h"
 
 namespace vemknfit {
@@ -57,6 +60,29 @@ Matrix Model::predict(const vemkn::Network& network, const Matrix& columns) cons
         column = column * (3.0 * target.core) + target.shift;
     }
     return predictions;
+}
+
+Vector Model::errors(const vemkn::Network& network, const Matrix& columns) const
+{
+    constexpr Eigen::Index AT_A_TIME = 1024;
+    if (!uncertainty)
+        throw Failure(VEMKN_FIT_UNCERTAIN,
+                      "the model has no standard errors: it is not from a robust fit");
+    if (uncertainty->covariance.size() == 0)
+        throw Failure(VEMKN_FIT_UNCERTAIN, uncertainty->why_none);
+    const Matrix x = scaled_inputs(InputMap(inputs), columns);
+    Vector errors(x.rows());
+    for (Eigen::Index from = 0; from < x.rows(); from += AT_A_TIME) {
+        const Eigen::Index some = std::min(AT_A_TIME, x.rows() - from);
+        const Matrix gradients =
+            gradients_of(network, weights, x.middleRows(from, some), Vector::Zero(some));
+        // What rounding may take below zero.
+        const Vector variances =
+            (gradients * uncertainty->covariance).cwiseProduct(gradients).rowwise().sum();
+        errors.segment(from, some) =
+            3.0 * targets.front().core * variances.cwiseMax(0.0).cwiseSqrt();
+    }
+    return errors;
 }
 
 }  // namespace vemknfit

@@ -7,6 +7,7 @@
 #include <vemkn.hpp>
 
 #include "fit/input_map.h"
+#include "fit/uncertainty.h"
 
 namespace vemknfit {
 
@@ -46,6 +47,7 @@ struct Model {
     std::uint64_t seed = 0;
     std::uint64_t rows = 0;  // that it was fitted to
     std::optional<Summary> summary{};
+    std::optional<Uncertainty> uncertainty{};  // of robust fits
 
     // The network that the weights are of.
     vemkn::Network network() const;
@@ -53,6 +55,9 @@ struct Model {
     // columns: rows x inputs in the order of the rules; rows x targets, not finite where a row is too far out for the network.
     // Throws Failure where one overflows before that.
     Matrix predict(const vemkn::Network& network, const Matrix& columns) const;
+
+    // Standard errors of the curve at the same rows. Throws Failure where the model has none.
+    Vector errors(const vemkn::Network& network, const Matrix& columns) const;
 };
 
 }  // namespace vemknfit

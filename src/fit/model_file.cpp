@@ -33,6 +33,23 @@ Json json_of(const Summary& summary)
             {"notes", summary.notes}};
 }
 
+// The triangle of a symmetric matrix, row by row up to the diagonal.
+std::vector<double> packed(const Matrix& matrix)
+{
+    std::vector<double> triangle;
+    for (Eigen::Index r = 0; r < matrix.rows(); ++r)
+        triangle.insert(triangle.end(), matrix.row(r).begin(), matrix.row(r).begin() + r + 1);
+    return triangle;
+}
+
+Json json_of(const Uncertainty& uncertainty)
+{
+    if (uncertainty.covariance.size() == 0) return {{"none", uncertainty.why_none}};
+    return {{"parameters", uncertainty.parameters},
+            {"freedom", uncertainty.freedom},
+            {"covariance", packed(uncertainty.covariance)}};
+}
+
 std::string dumped(const Json& json)
 {
     try {
@@ -62,6 +79,7 @@ std::string model_text(const Model& model)
     json["seed"] = model.seed;
     json["training_rows"] = model.rows;
     if (model.summary) json["summary"] = json_of(*model.summary);
+    if (model.uncertainty) json["uncertainty"] = json_of(*model.uncertainty);
     json["weights"] = std::vector<double>(model.weights.begin(), model.weights.end());
     return dumped(json);
 }

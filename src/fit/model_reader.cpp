@@ -145,6 +145,40 @@ std::optional<Summary> ModelReader::read_summary() const
     return summary;
 }
 
+Matrix ModelReader::read_covariance(const Json& json, Eigen::Index weights) const
+{
+    const auto size = static_cast<std::size_t>(weights * (weights + 1) / 2);
+    const Json& list = list_at(json, "covariance", size, size);
+    Matrix covariance(weights, weights);
+    std::size_t at = 0;
+    for (Eigen::Index r = 0; r < weights; ++r) {
+        for (Eigen::Index c = 0; c <= r; ++c) {
+            const Json& value = list[at++];
+            if (!value.is_number() || !std::isfinite(value.get<double>()))
+                fail("\"covariance\" holds what is not a number");
+            covariance(r, c) = covariance(c, r) = value.get<double>();
+        }
+    }
+    return covariance;
+}
+
+std::optional<Uncertainty> ModelReader::read_uncertainty(const Model& model) const
+{
+    if (!json_.contains("uncertainty")) return {};
+    const Json& json = json_["uncertainty"];
+    if (json.is_object() && json.contains("none"))
+        return Uncertainty{.why_none = text_at(json, "none")};
+    if (model.targets.size() != 1) fail("\"uncertainty\" is of more than one target");
+    if (model.weights.size() > MOST_UNCERTAIN_WEIGHTS)
+        fail("\"uncertainty\" is of more than " + std::to_string(MOST_UNCERTAIN_WEIGHTS) +
+             " weights");
+    Uncertainty uncertainty{.parameters = number_at(json, "parameters"),
+                            .freedom = number_at(json, "freedom")};
+    if (uncertainty.freedom < 1.0) fail("\"freedom\" is less than 1");
+    uncertainty.covariance = read_covariance(json, model.weights.size());
+    return uncertainty;
+}
+
 Vector ModelReader::read_weights(const Model& model) const
 {
     const std::size_t expected =
@@ -179,6 +213,7 @@ Model ModelReader::model() const
     model.seed = count_at(json_, "seed");
     model.rows = count_at(json_, "training_rows");
     model.summary = read_summary();
+    model.uncertainty = read_uncertainty(model);
     return model;
 }
 

@@ -38,6 +38,8 @@ private:
     std::vector<ColumnRule> read_inputs() const;
     std::vector<Target> read_targets() const;
     std::optional<Summary> read_summary() const;
+    std::optional<Uncertainty> read_uncertainty(const Model& model) const;
+    Matrix read_covariance(const Json& json, Eigen::Index weights) const;
     Vector read_weights(const Model& model) const;
 
     const Json& json_;

@@ -50,6 +50,17 @@ Vector vector_of(const std::vector<double>& numbers)
 
 }  // namespace
 
+Matrix gradients_of(const vemkn::Network& network,
+                    const Vector& w,
+                    const Matrix& inputs,
+                    const Vector& targets)
+{
+    const Matrix identity = Matrix::Identity(w.size(), w.size());
+    const auto all =
+        network.jacobian_product(span_of(w), span_of(identity), span_of(inputs), span_of(targets));
+    return Eigen::Map<const Matrix>(all.products.data(), inputs.rows(), w.size());
+}
+
 Network::Network(Eigen::Index inputs,
                  const std::vector<Eigen::Index>& hidden,
                  const std::string& activation,
@@ -102,13 +113,16 @@ Vector Network::gradient(const Vector& w, const Matrix& inputs, const Vector& u)
         sum_.product_jacobian(span_of(w), span_of(u), span_of(inputs), span_of(zeros)).products);
 }
 
+Matrix Network::likelihood_gradients(const Vector& w,
+                                     const Matrix& inputs,
+                                     const Vector& targets) const
+{
+    return gradients_of(likelihood_, w, inputs, targets);
+}
+
 Matrix Network::jacobian(const Vector& w, const Matrix& inputs) const
 {
-    const Matrix identity = Matrix::Identity(size(), size());
-    const Vector zeros = Vector::Zero(inputs.rows());
-    const auto all =
-        sum_.jacobian_product(span_of(w), span_of(identity), span_of(inputs), span_of(zeros));
-    return Eigen::Map<const Matrix>(all.products.data(), inputs.rows(), size());
+    return gradients_of(sum_, w, inputs, Vector::Zero(inputs.rows()));
 }
 
 }  // namespace vemknfit

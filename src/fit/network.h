@@ -8,6 +8,12 @@
 
 namespace vemknfit {
 
+// Gradients of the normed residuals of a network with one output, row by row: rows x weights.
+Matrix gradients_of(const vemkn::Network& network,
+                    const Vector& w,
+                    const Matrix& inputs,
+                    const Vector& targets);
+
 // A network with one output, one activation in every layer, and the losses that its residuals are given. Const functions may run
 // at the same time. Weights are in the library's flat order. Threads share rows out and change no bit.
 class Network {
@@ -37,6 +43,9 @@ public:
                       const Matrix& inputs,
                       const Vector& targets,
                       Vector& gradient) const;
+
+    // Its gradients row by row: rows x size().
+    Matrix likelihood_gradients(const Vector& w, const Matrix& inputs, const Vector& targets) const;
 
     // The Hessian of the same.
     Matrix likelihood_hessian(const Vector& w, const Matrix& inputs, const Vector& targets) const;

@@ -31,7 +31,7 @@ double ObjectiveOfSides::loss_of_rows(const Vector& w, Vector& gradient) const
     return sum;
 }
 
-Matrix ObjectiveOfSides::hessian(const Vector& w) const
+Matrix Objective::hessian(const Vector& w) const
 {
     Matrix all = network_.likelihood_hessian(w, batch_.inputs, batch_.targets);
     all.diagonal() += penalty_;

@@ -31,6 +31,9 @@ public:
     // Infinite where the arithmetic leaves the finite numbers. Throws Cancelled where the watch wants that.
     double value(const Vector& w, Vector& gradient) const;
 
+    // With rows on the sides where they stand.
+    Matrix hessian(const Vector& w) const;
+
 protected:
     virtual double loss_of_rows(const Vector& w, Vector& gradient) const;
 
@@ -43,7 +46,7 @@ private:
 };
 
 // The same with every row on the side where it stood for the weights that this was made with. Smooth: a minimum is a stationary
-// point.
+// point. Its Hessian is exact where every row stands on the side that it is kept on, which near a minimum nearly all do.
 class ObjectiveOfSides : public Objective {
 public:
     ObjectiveOfSides(const Network& network,
@@ -54,9 +57,6 @@ public:
         : Objective(network, batch, penalty, watch), sides_(std::move(sides))
     {
     }
-
-    // Exact where every row stands on the side that it is kept on, which near a minimum nearly all do.
-    Matrix hessian(const Vector& w) const;
 
 protected:
     double loss_of_rows(const Vector& w, Vector& gradient) const override;

@@ -16,11 +16,6 @@ namespace {
 // Of a search that a decay is then chosen for.
 constexpr double FIRST_DECAY = 0.3;
 
-struct Data {
-    Matrix inputs;
-    Vector y;
-};
-
 // Some of the rows by the seed, in their order: the next one if as many are still wanted as a draw among those that are left says.
 Rows drawn(Eigen::Index rows, Eigen::Index wanted, std::uint64_t seed)
 {
@@ -37,7 +32,10 @@ Rows drawn(Eigen::Index rows, Eigen::Index wanted, std::uint64_t seed)
 }
 
 // All, or as many: at least ten for a weight.
-Data sample(const Data& all, Eigen::Index wanted, const Network& network, std::uint64_t seed)
+FittedRows sample(const FittedRows& all,
+                  Eigen::Index wanted,
+                  const Network& network,
+                  std::uint64_t seed)
 {
     constexpr Eigen::Index OF_A_WEIGHT = 10;
     wanted = std::min(all.y.size(), std::max(wanted, OF_A_WEIGHT * network.size()));
@@ -72,7 +70,16 @@ void check(const Matrix& inputs, const Vector& y, const FitSettings& settings)
         throw std::invalid_argument("a core is a number above 0");
 }
 
+// Beyond, a target is an outlier however far out it lies, and its square would cost digits of all others.
+constexpr double FAR_OUT = 1e6;
+
 }  // namespace
+
+FittedRows::FittedRows(const Matrix& all_inputs, const Vector& all_y)
+    : inputs(rounded<Matrix>(all_inputs)),
+      y(rounded<Vector>(all_y.cwiseMax(-FAR_OUT).cwiseMin(FAR_OUT)))
+{
+}
 
 Fit robust_fit(const Network& network,
                const Matrix& inputs,
@@ -82,11 +89,8 @@ Fit robust_fit(const Network& network,
     check(inputs, y, settings);
     // The curve of so many rows is near that of more; of their decay one knows more with more of them.
     constexpr Eigen::Index SEARCHED = 500, CHOSEN_BY = 1500;
-    // Beyond, a target is an outlier however far out it lies, and its square would cost digits of all others.
-    constexpr double FAR_OUT = 1e6;
-    const Data all{rounded<Matrix>(inputs),
-                   rounded<Vector>(y.cwiseMax(-FAR_OUT).cwiseMin(FAR_OUT))};
-    const Data searched = sample(all, SEARCHED, network, settings.seed);
+    const FittedRows all(inputs, y);
+    const FittedRows searched = sample(all, SEARCHED, network, settings.seed);
     const auto terms = [&](double decay) {
         return Terms{.decay = decay, .core = settings.core, .watch = settings.watch};
     };
@@ -100,7 +104,7 @@ Fit robust_fit(const Network& network,
     double decay = settings.decay.value_or(FIRST_DECAY);
     Curve curve = found(decay);
     if (!settings.decay) {
-        const Data some = sample(all, CHOSEN_BY, network, settings.seed);
+        const FittedRows some = sample(all, CHOSEN_BY, network, settings.seed);
         const CurveFit fit(network, some.inputs, some.y, terms(FIRST_DECAY));
         enter(Stage::decay);
         Decay chosen = chosen_decay(fit, curve, FIRST_DECAY, settings.seed);

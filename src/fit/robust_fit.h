@@ -24,6 +24,15 @@ struct Fit {
         is_settled;  // else the best that was found has not its own core, or is not quite at a minimum
 };
 
+// Rows as a fit takes them: multiples of 2^-30, so that data in other units, a + b y or a + b x, whose last bits differ after
+// scaling, go the same way to the same curve; and targets further out than 1e6 spreads as so far out.
+struct FittedRows {
+    Matrix inputs;
+    Vector y;
+
+    FittedRows(const Matrix& all_inputs, const Vector& all_y);
+};
+
 // Robust regression of y, one number for each row of the inputs, in units of its TargetScale: an MM-estimate over a ladder of
 // cores. Of one start:
 //   1. a fit with a core so wide that it is close to least squares;
@@ -34,9 +43,7 @@ struct Fit {
 // likelihood, which prefers a wide core to many outliers. The best few are fitted again with the core that their own residuals give,
 // and the best of them is settled.
 //
-// The search takes, of many rows, some. All of it works on numbers that are rounded to multiples of 2^-30, so that data in other
-// units, a + b y or a + b x, whose last bits differ after scaling, go the same way to the same curve. Targets further out than 1e6
-// spreads are taken as so far out.
+// The search takes, of many rows, some.
 //
 // At least two rows, finite inputs and targets, a start or more, a decay from 0 on, a core above 0: throws std::invalid_argument.
 // Throws Cancelled where the watch wants that.

@@ -97,6 +97,20 @@ void note_fit(const Fit& fit, const RobustOptions& options, Summary& summary, Ei
             "not that of its residuals");
 }
 
+void note_uncertainty(const Uncertainty& uncertainty,
+                      Eigen::Index rows,
+                      std::vector<std::string>& notes)
+{
+    constexpr double MANY = 0.5;
+    if (uncertainty.covariance.size() == 0) {
+        notes.push_back(uncertainty.why_none);
+    } else if (uncertainty.parameters > MANY * static_cast<double>(rows)) {
+        notes.push_back("the curve takes " + std::to_string(std::lround(uncertainty.parameters)) +
+                        " parameters of " + std::to_string(rows) +
+                        " rows, more than half: take fewer units or a larger decay");
+    }
+}
+
 std::vector<ColumnRule> with_data(std::vector<ColumnRule> rules, const Matrix& columns)
 {
     Eigen::Index c = 0;
@@ -110,8 +124,9 @@ std::vector<ColumnRule> with_data(std::vector<ColumnRule> rules, const Matrix& c
     return rules;
 }
 
-Summary summary_of(const Network& network, const CurveFit& rows, const Fit& fit)
+Summary summary_of(const CurveFit& rows, const Fit& fit)
 {
+    const Network& network = rows.network();
     const Batch batch = rows.all_rows(fit.curve);
     const Vector penalty = penalty_of(network, fit.decay, fit.curve.core);
     const auto sides = sides_of(network, batch, fit.curve.w);
@@ -168,19 +183,22 @@ Model robust_model(const Matrix& columns,
             progress.core *= scale.spread();
             return options.goes_on(progress);
         });
-    const Vector scaled = scale.apply(y);
+    const FittedRows rows(inputs, scale.apply(y));
     const Fit fit = robust_fit(network,
-                               inputs,
-                               scaled,
+                               rows.inputs,
+                               rows.y,
                                {.decay = options.decay,
                                 .core = core_in_spreads(options, scale),
                                 .starts = options.starts,
                                 .seed = options.seed,
                                 .watch = watch ? &*watch : nullptr});
 
-    Summary summary = summary_of(network, CurveFit(network, inputs, scaled, {fit.decay}), fit);
+    const CurveFit terms(network, rows.inputs, rows.y, {fit.decay});
+    Summary summary = summary_of(terms, fit);
+    Uncertainty uncertainty = uncertainty_of(terms, fit.curve);
     note_data(map, columns, options, network, summary.notes);
     note_fit(fit, options, summary, y.size());
+    note_uncertainty(uncertainty, y.size(), summary.notes);
     return {.hidden = options.hidden,
             .activation = options.activation,
             .inputs = map.rules(),
@@ -193,7 +211,8 @@ Model robust_model(const Matrix& columns,
             .decay = fit.decay,
             .seed = options.seed,
             .rows = static_cast<std::uint64_t>(y.size()),
-            .summary = std::move(summary)};
+            .summary = std::move(summary),
+            .uncertainty = std::move(uncertainty)};
 }
 
 }  // namespace vemknfit

@@ -19,7 +19,7 @@ int main(void)
 {
     VEMKNFitOptions options = {.size = sizeof options};
     VEMKNFit *fit = 0, *other = 0;
-    double x[ROWS], y[ROWS], found[ROWS];
+    double x[ROWS], y[ROWS], found[ROWS], lower[ROWS], upper[ROWS];
     char text[20000];
     size_t length = 0, weights = 0;
     int i;
@@ -36,6 +36,11 @@ int main(void)
     CHECK(evaluations > 0 && vemkn_fit_message()[0] == 0 && vemkn_fit_row() == -1);
     CHECK(vemkn_fit_predict(fit, x, ROWS, 1, found) == VEMKN_FIT_OK);
     CHECK(found[ROWS - 1] > 100 && found[0] < 20);
+    CHECK(vemkn_fit_interval(fit, x, ROWS, 1, VEMKN_FIT_PREDICTION, 0.95, 0, 0, lower, upper) ==
+              VEMKN_FIT_OK ||
+          vemkn_fit_covariance(fit) == 0);
+    CHECK(vemkn_fit_covariance(fit) == 0 || (lower[0] < found[0] && upper[0] > found[0]));
+    CHECK(vemkn_fit_covariance(fit) == 0 || vemkn_fit_parameters(fit) < ROWS);
     CHECK(vemkn_fit_save(fit, "/dev/null") == VEMKN_FIT_OK);
     CHECK(vemkn_fit_load("/dev/null", &other) == VEMKN_FIT_MODEL && other == 0);
     CHECK(vemkn_fit_write(fit, text, sizeof text, &length) == VEMKN_FIT_OK);

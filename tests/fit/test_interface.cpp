@@ -250,3 +250,53 @@ TEST(Interface, KeepsMessagesOfThreadsApart)
     EXPECT_EQ("fit is a null pointer", theirs);
     EXPECT_EQ(mine, vemkn_fit_message());
 }
+
+TEST(Interval, IsWiderForANewRowThanForTheCurveAndKeepsItsLevel)
+{
+    const Data data(300);
+    const Fit fit = rows::fitted(data, rows::options());
+    std::vector<double> said(data.rows), error(data.rows), lower(data.rows), upper(data.rows),
+        new_lower(data.rows), new_upper(data.rows);
+    const auto interval = [&](int kind, std::vector<double>& low, std::vector<double>& high) {
+        return vemkn_fit_interval(fit.get(),
+                                  data.x.data(),
+                                  data.rows,
+                                  2,
+                                  kind,
+                                  0.95,
+                                  said.data(),
+                                  error.data(),
+                                  low.data(),
+                                  high.data());
+    };
+    ASSERT_EQ(VEMKN_FIT_OK, interval(VEMKN_FIT_CONFIDENCE, lower, upper)) << vemkn_fit_message();
+    ASSERT_EQ(VEMKN_FIT_OK, interval(VEMKN_FIT_PREDICTION, new_lower, new_upper));
+    EXPECT_EQ(rows::predicted(fit.get(), data), said);
+    const double core = vemkn_fit_core(fit.get(), 0);
+    const double t = (upper[0] - said[0]) / error[0];
+    EXPECT_NEAR(1.97, t, 0.02);
+    for (std::size_t r = 0; r < data.rows; ++r) {
+        EXPECT_NEAR(t * error[r], said[r] - lower[r], 1e-9);
+        EXPECT_NEAR(t * std::hypot(error[r], core), new_upper[r] - said[r], 1e-9);
+        EXPECT_NEAR(said[r], 0.5 * (new_lower[r] + new_upper[r]), 1e-12);
+    }
+    EXPECT_GT(vemkn_fit_parameters(fit.get()), 4.0);
+    EXPECT_LT(vemkn_fit_parameters(fit.get()), 25.0);
+    ASSERT_NE(nullptr, vemkn_fit_covariance(fit.get()));
+
+    Fit other;
+    ASSERT_EQ(VEMKN_FIT_OK, rows::read(rows::text_of(fit.get()), other));
+    std::vector<double> again(data.rows);
+    ASSERT_EQ(VEMKN_FIT_OK,
+              vemkn_fit_interval(other.get(),
+                                 data.x.data(),
+                                 data.rows,
+                                 2,
+                                 0,
+                                 0.95,
+                                 nullptr,
+                                 again.data(),
+                                 nullptr,
+                                 nullptr));
+    EXPECT_EQ(error, again);
+}

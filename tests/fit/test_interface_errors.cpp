@@ -195,6 +195,37 @@ TEST(PredictErrors, NameTheRowThatIsTooFarOut)
     expect_message("row 1 overflows when it is scaled", 0);
 }
 
+TEST(IntervalErrors, NameTheArgumentAndWhatIsMissing)
+{
+    const Data data(50);
+    Fit fit = rows::fitted(data, rows::options());
+    const double x[] = {0.0, 0.0};
+    double error = 7.0;
+    const auto call = [&](int kind, double level, std::size_t columns = 2) {
+        return vemkn_fit_interval(
+            fit.get(), x, 1, columns, kind, level, nullptr, &error, nullptr, nullptr);
+    };
+    EXPECT_EQ(VEMKN_FIT_ARGUMENT, call(2, 0.95));
+    expect_message("kind is neither");
+    for (const double level : {0.0, 1.0, -1.0, 95.0, NaN}) {
+        EXPECT_EQ(VEMKN_FIT_ARGUMENT, call(VEMKN_FIT_CONFIDENCE, level));
+        expect_message("level is not between 0 and 1");
+    }
+    EXPECT_EQ(VEMKN_FIT_ARGUMENT, call(VEMKN_FIT_CONFIDENCE, 0.95, 3));
+    expect_message("columns is 3");
+    VEMKNFitOptions options = rows::options();
+    const unsigned hidden[] = {130};
+    options.hidden = hidden;
+    options.starts = 1;
+    options.layers = 1;
+    fit = rows::fitted(data, options);
+    EXPECT_EQ(VEMKN_FIT_UNCERTAIN, call(VEMKN_FIT_CONFIDENCE, 0.95));
+    expect_message("more than 500 weights");
+    EXPECT_EQ(nullptr, vemkn_fit_covariance(fit.get()));
+    EXPECT_TRUE(std::isnan(vemkn_fit_parameters(fit.get())));
+    EXPECT_EQ(7.0, error);
+}
+
 // Less memory than the data take twice.
 TEST(RobustFitErrors, SayThatMemoryIsShort)
 {
@@ -241,6 +272,8 @@ TEST(Accessors, TakeNull)
     std::size_t count = 1;
     EXPECT_EQ(nullptr, vemkn_fit_weights(nullptr, &count));
     EXPECT_EQ(0u, count);
+    EXPECT_EQ(nullptr, vemkn_fit_covariance(nullptr));
+    EXPECT_TRUE(std::isnan(vemkn_fit_parameters(nullptr)));
     EXPECT_EQ(0u, vemkn_fit_notes(nullptr));
     EXPECT_EQ(nullptr, vemkn_fit_note(nullptr, 0));
     vemkn_fit_free(nullptr);

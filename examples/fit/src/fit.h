@@ -41,7 +41,6 @@ struct Fit {
     double validation = 0.0;
     double gradient_norm = 0.0;
     std::optional<double> decay;  ///< of a penalised fit
-    Vector penalty;  ///< then: its 1/2 sum penalty w^2 goes with the sum over all elements
     std::vector<StartResult> starts;
     std::size_t best = 0;  ///< index of the start that the weights come from
     Counts counts;         ///< of all starts

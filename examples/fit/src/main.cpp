@@ -12,6 +12,7 @@
 #include "predict.h"
 #include "report.h"
 #include "robust.h"
+#include "show.h"
 #include "text.h"
 #include "user_error.h"
 
@@ -59,19 +60,33 @@ Judged judge(const Problem& problem, const Network& network, const Options& opti
     return judge(problem, network, run_fit(problem, network, options.fit, progress));
 }
 
+/// Of the fit's own objective; of a robust fit as the library says.
+std::optional<Laplace> laplace_of(const Problem& problem,
+                                  const Networks& networks,
+                                  const Options& options,
+                                  const Fit& fit)
+{
+    if (const VEMKNFit* const model = fit.model.get()) {
+        if (const double* const covariance = vemkn_fit_covariance(model))
+            return Laplace::of_covariance(
+                Eigen::Map<const Matrix>(covariance, fit.weights.size(), fit.weights.size()));
+        return {};  // a note of the library says why
+    }
+    const Guard guard = problem.guard(networks.plain.shape());
+    const auto objective =
+        make_objective(options.fit.method, networks.fitted, problem.train, guard);
+    const bool squares = options.fit.method == Method::gauss_newton;
+    return Laplace(information(*objective, fit.weights, squares));
+}
+
 void add_uncertainty(const Problem& problem,
                      const Networks& networks,
                      const Options& options,
                      Results& results)
 {
-    const Guard guard = problem.guard(networks.plain.shape());
-    const auto objective =
-        make_objective(options.fit.method, networks.fitted, problem.train, guard);
     const Vector& w = results.main.fit.weights;
-    const bool squares = options.fit.method == Method::gauss_newton;
-    Eigen::MatrixXd hessian = information(*objective, w, squares);
-    if (results.main.fit.decay) hessian.diagonal() += results.main.fit.penalty;
-    results.laplace.emplace(hessian);
+    results.laplace = laplace_of(problem, networks, options, results.main.fit);
+    if (!results.laplace) return;
     results.errors = prediction_errors(*results.laplace, networks.plain, w, problem.all.x);
     for (Eigen::Index t = 0; t < results.errors.cols(); ++t)
         results.errors.col(t) *= problem.targets.scales[static_cast<std::size_t>(t)].unit();
@@ -178,18 +193,15 @@ void run(const Options& options)
     const Networks networks{{shape, options.fit.norm, options.fit.threads},
                             {shape, "sum", options.fit.threads}};
     std::optional<Fit> robust;
-    if (options.fit.method == Method::robust) {
-        if (networks.fitted.size() > problem.train.x.rows() && !options.fit.decay)
-            warn("the network has more weights than there are rows, " +
-                 std::to_string(networks.fitted.size()) +
-                 ", so the decay that is chosen may be too small: fewer units, or --decay 3");
+    if (options.fit.method == Method::robust)
         robust = run_robust_fit(problem, networks.fitted, options.fit);
-    }
     say(describe_problem(problem, options, shape));
     for (const std::string& note : notes) warn(note);
     const Results results = compute(problem, networks, options, std::move(robust));
     say(describe_results(problem, options, results));
     warn_of_small_core(problem, results);
+    const VEMKNFit* const model = results.main.fit.model.get();
+    for (std::size_t i = 0; i < vemkn_fit_notes(model); ++i) warn(vemkn_fit_note(model, i));
     write_files(problem, networks, options, results, out);
 }
 
@@ -201,6 +213,7 @@ int main(int argc, char** argv)
     try {
         if (argc > 1 && std::string(argv[1]) == "predict")
             return fit::run_predict(argc - 1, argv + 1);
+        if (argc > 1 && std::string(argv[1]) == "show") return fit::run_show(argc - 1, argv + 1);
         int status = 0;
         if (const auto options = fit::parse_options(argc, argv, status)) fit::run(*options);
         return status;

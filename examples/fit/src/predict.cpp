@@ -1,11 +1,8 @@
 #include "predict.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 
 #include "columns.h"
@@ -13,6 +10,7 @@
 #include "fit/file.h"
 #include "library.h"
 #include "network.h"
+#include "standard_output.h"
 #include "text.h"
 #include "user_error.h"
 
@@ -22,31 +20,8 @@ namespace {
 struct Request {
     std::string model, data, out;
     bool drop_missing = false;
-};
-
-/// What the library prints meanwhile, its banner and what INFO and NN_TRACE ask for, goes to standard error: rows alone are to stand
-/// on standard output.
-class LinesToStandardError {
-public:
-    LinesToStandardError()
-    {
-        std::fflush(stdout);
-        output_ = dup(STDOUT_FILENO);
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-
-    ~LinesToStandardError()
-    {
-        std::fflush(stdout);
-        dup2(output_, STDOUT_FILENO);
-        close(output_);
-    }
-
-    LinesToStandardError(const LinesToStandardError&) = delete;
-    LinesToStandardError& operator=(const LinesToStandardError&) = delete;
-
-private:
-    int output_;
+    std::string interval;  ///< its kind; empty: none is wanted
+    double level = 0.95;
 };
 
 /// A cell as it was: quoted where it has to be, no byte changed.
@@ -72,13 +47,25 @@ std::vector<std::string> names_in(const CsvTable& table, const VEMKNFit* model)
     return names;
 }
 
-std::string heading_of(const CsvTable& table, const VEMKNFit* model)
+/// The columns that are added.
+std::vector<std::string> new_names(const VEMKNFit* model, const Request& request)
+{
+    std::vector<std::string> names;
+    for (const std::string& target : targets_of(model)) {
+        const std::vector<const char*> kinds = request.interval.empty()
+                                                   ? std::vector{"fit"}
+                                                   : std::vector{"fit", "error", "lower", "upper"};
+        for (const std::string kind : kinds) names.push_back(kind + "(" + target + ")");
+    }
+    return names;
+}
+
+std::string heading_of(const CsvTable& table, const std::vector<std::string>& added)
 {
     std::string text;
     for (const std::string& name : table.header)
         text += (text.empty() ? "" : ",") + same_cell(name);
-    for (const std::string& target : targets_of(model)) {
-        const std::string name = "fit(" + target + ")";
+    for (const std::string& name : added) {
         if (std::count(table.header.begin(), table.header.end(), name) > 0)
             throw UserError(table.path + ": has a column '" + name + "' already");
         text += "," + same_cell(name);
@@ -86,29 +73,61 @@ std::string heading_of(const CsvTable& table, const VEMKNFit* model)
     return text + "\n";
 }
 
-/// A column for each target.
-Matrix predictions_of(const VEMKNFit* model, const Columns& columns, const std::string& path)
+/// A column for each that is added.
+Matrix predictions_of(const VEMKNFit* model, const Columns& columns, const Request& request)
 {
-    Matrix predictions(columns.inputs.rows(), static_cast<Eigen::Index>(vemkn_fit_targets(model)));
-    const int code = vemkn_fit_predict(model,
-                                       columns.inputs.data(),
-                                       static_cast<std::size_t>(columns.inputs.rows()),
-                                       static_cast<std::size_t>(columns.inputs.cols()),
-                                       predictions.data());
+    const auto rows = static_cast<std::size_t>(columns.inputs.rows());
+    const auto inputs = static_cast<std::size_t>(columns.inputs.cols());
+    const double* const x = columns.inputs.data();
+    Matrix found(columns.inputs.rows(),
+                 static_cast<Eigen::Index>(new_names(model, request).size()));
+    int code = VEMKN_FIT_OK;
+    if (request.interval.empty()) {
+        code = vemkn_fit_predict(model, x, rows, inputs, found.data());
+    } else {
+        const int kind =
+            request.interval == "confidence" ? VEMKN_FIT_CONFIDENCE : VEMKN_FIT_PREDICTION;
+        Eigen::MatrixXd by_column(found.rows(), 4);
+        code = vemkn_fit_interval(model,
+                                  x,
+                                  rows,
+                                  inputs,
+                                  kind,
+                                  request.level,
+                                  by_column.col(0).data(),
+                                  by_column.col(1).data(),
+                                  by_column.col(2).data(),
+                                  by_column.col(3).data());
+        if (code == VEMKN_FIT_OK) found = by_column;
+    }
     if (code == VEMKN_FIT_DATA)
-        throw UserError(path + ":" +
+        throw UserError(request.data + ":" +
                         std::to_string(columns.lines[static_cast<std::size_t>(vemkn_fit_row())]) +
                         ": the inputs are too large for this model");
     accept(code);
-    return predictions;
+    return found;
 }
 
-std::string rows_with_predictions(const CsvTable& table, const VEMKNFit* model, bool drop_missing)
+/// How many of the fitted rows an interval does not speak of.
+void note_outliers(const VEMKNFit* model)
+{
+    std::fprintf(
+        stderr,
+        "vemkn-fit: note: the intervals are of new rows that are no outliers; %zu of the %zu "
+        "fitted rows lie beyond six cores\n",
+        vemkn_fit_beyond(model),
+        vemkn_fit_rows(model));
+}
+
+std::string rows_with_predictions(const CsvTable& table,
+                                  const VEMKNFit* model,
+                                  const Request& request)
 {
     const Columns columns = choose_columns(
-        table, {.targets = {}, .inputs = names_in(table, model), .drop_missing = drop_missing});
-    const Matrix predictions = predictions_of(model, columns, table.path);
-    std::string text = heading_of(table, model);
+        table,
+        {.targets = {}, .inputs = names_in(table, model), .drop_missing = request.drop_missing});
+    const Matrix predictions = predictions_of(model, columns, request);
+    std::string text = heading_of(table, new_names(model, request));
     Eigen::Index at = 0;
     for (std::size_t row = 0; row < table.rows.size() && at < predictions.rows(); ++row) {
         if (table.lines[row] != columns.lines[static_cast<std::size_t>(at)]) continue;  // dropped
@@ -119,13 +138,6 @@ std::string rows_with_predictions(const CsvTable& table, const VEMKNFit* model, 
         ++at;
     }
     return text;
-}
-
-void put_on_standard_output(const std::string& text)
-{
-    const bool whole = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    if (!whole || std::fflush(stdout) != 0)
-        throw std::runtime_error("standard output cannot be written in full");
 }
 
 }  // namespace
@@ -143,6 +155,15 @@ int run_predict(int argc, char** argv)
     app.add_flag("--drop-missing",
                  request.drop_missing,
                  "Leave out rows with an empty or NA input; otherwise such a cell is an error");
+    app.add_option("--interval",
+                   request.interval,
+                   "Standard errors and an interval: of a new row, prediction, or of the curve, "
+                   "confidence [none]")
+        ->expected(0, 1)
+        ->default_str("prediction")
+        ->check(CLI::IsMember({"prediction", "confidence"}));
+    app.add_option("--level", request.level, "Of the interval [0.95]")
+        ->check(CLI::Range(1e-6, 1.0 - 1e-6));
     app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
         return visible(error.what()) + "\nRun with --help for more information.\n";
     });
@@ -158,7 +179,8 @@ int run_predict(int argc, char** argv)
         const Network banner(
             {.inputs = 1, .outputs = 1, .hidden = {1}, .activation = "id"}, "sum", {});
         const Model model = load_model(request.model);
-        text = rows_with_predictions(read_csv(request.data), model.get(), request.drop_missing);
+        text = rows_with_predictions(read_csv(request.data), model.get(), request);
+        if (request.interval == "prediction") note_outliers(model.get());
     }
     if (request.out.empty()) {
         put_on_standard_output(text);

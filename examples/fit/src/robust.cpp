@@ -3,8 +3,6 @@
 #include <chrono>
 
 #include "escape.h"
-#include "fit/curve_fit.h"
-#include "fit/target_scale.h"
 #include "user_error.h"
 
 namespace fit {
@@ -76,14 +74,6 @@ Model model_of(const Problem& problem,
     return Model(fit);
 }
 
-/// What the weights cost beside the sum over all rows.
-Vector penalty_of(const VEMKNFit* model, const Shape& shape, const Vector& y)
-{
-    const vemknfit::Network network(shape.inputs, {shape.hidden.begin(), shape.hidden.end()});
-    const double spread = vemknfit::TargetScale(y).spread();
-    return vemknfit::penalty_of(network, vemkn_fit_decay(model), vemkn_fit_core(model, 0) / spread);
-}
-
 }  // namespace
 
 Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& options)
@@ -97,7 +87,6 @@ Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& o
     const double* const weights = vemkn_fit_weights(model, &count);
     fit.weights = Eigen::Map<const Vector>(weights, static_cast<Eigen::Index>(count));
     fit.decay = vemkn_fit_decay(model);
-    fit.penalty = penalty_of(model, network.shape(), rows.y);
     set_targets(problem,
                 {{{.core = vemkn_fit_core(model, 0), .shift = vemkn_fit_shift(model, 0)}}});
     fit.objective = network.value(fit.weights, problem.train);

@@ -27,6 +27,17 @@ Laplace::Laplace(const Eigen::MatrixXd& information)
               curvature.cwiseMax(least_curvature).cwiseSqrt().cwiseInverse().asDiagonal();
 }
 
+Laplace Laplace::of_covariance(const Eigen::MatrixXd& covariance)
+{
+    const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(covariance);
+    if (solver.info() != Eigen::Success)
+        throw std::runtime_error("the eigenvalues of the covariance were not found");
+    Laplace laplace;
+    laplace.factor_ =
+        solver.eigenvectors() * solver.eigenvalues().cwiseMax(0.0).cwiseSqrt().asDiagonal();
+    return laplace;
+}
+
 Vector Laplace::standard_errors(const Matrix& gradients) const
 {
     return (gradients * factor_).rowwise().norm();

@@ -21,6 +21,9 @@ public:
      *             them out instead would call the weights certain where nothing is known of them. */
     explicit Laplace(const Eigen::MatrixXd& information);
 
+    /// Of a covariance that is known. None of its directions is raised.
+    static Laplace of_covariance(const Eigen::MatrixXd& covariance);
+
     /// Number of directions whose curvature was raised to 1, and of those that curve downwards.
     Eigen::Index raised() const { return raised_; }
 
@@ -30,6 +33,8 @@ public:
     Vector standard_errors(const Matrix& gradients) const;
 
 private:
+    Laplace() = default;
+
     Eigen::MatrixXd factor_;  ///< factor_ times its transpose is the covariance
     Eigen::Index raised_ = 0;
     Eigen::Index negative_ = 0;

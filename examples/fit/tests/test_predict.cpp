@@ -36,8 +36,14 @@ protected:
     /// A run of the verb.
     int predict(const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + " " FIT_COMMAND " predict " + arguments + " >'" +
-                                    (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
+        return run("predict", arguments, before);
+    }
+
+    int run(const std::string& verb, const std::string& arguments, const std::string& before = "")
+    {
+        const std::string command = before + " " FIT_COMMAND " " + verb + " " + arguments +
+                                    " >'" + (folder / "stdout") + "' 2>'" + (folder / "stderr") +
+                                    "'";
         const int status = std::system(command.c_str());
         output = read_text(folder / "stdout");
         errors = read_text(folder / "stderr");
@@ -87,6 +93,39 @@ TEST_F(Predict, FindsColumnsByNameAndNamesWhatIsMissing)
     EXPECT_TRUE(contains(errors, "no column 'b'; there are a, c"));
     EXPECT_EQ(2, predict(fitted + "'" + folder.write("twice.csv", "a,b,fit(y)\n1,2,3\n") + "'"));
     EXPECT_TRUE(contains(errors, "a column 'fit(y)' already"));
+}
+
+TEST_F(Predict, GivesIntervalsOfRobustFits)
+{
+    EXPECT_EQ(2, predict(fitted + "'" + data + "' --interval"));
+    EXPECT_TRUE(contains(errors, "not from a robust fit"));
+    ASSERT_EQ(
+        0, fit("'" + data + "' --target y --inputs a --method robust --decay 3 --no-plot --quiet"))
+        << errors;
+    const auto numbers = [](const std::string& row) {
+        std::vector<double> cells;
+        std::istringstream stream(row.substr(row.rfind('"')));
+        std::string cell;
+        while (std::getline(stream, cell, ',')) cells.push_back(std::strtod(cell.c_str(), nullptr));
+        return std::vector(cells.end() - 4, cells.end());
+    };
+    ASSERT_EQ(0, predict(fitted + "'" + data + "' --interval")) << errors;
+    EXPECT_TRUE(contains(errors, "of the 48 fitted rows lie beyond six cores"));
+    const auto wide = lines_of(output);
+    ASSERT_EQ(0, predict(fitted + "'" + data + "' --interval confidence --level 0.5")) << errors;
+    const auto narrow = lines_of(output);
+    EXPECT_EQ("a,label,b,y,fit(y),error(y),lower(y),upper(y)", wide[0]);
+    for (std::size_t i = 1; i < wide.size(); ++i) {
+        const auto row = numbers(wide[i]), band = numbers(narrow[i]);
+        EXPECT_EQ(row[0], band[0]);
+        EXPECT_EQ(row[1], band[1]);
+        EXPECT_LT(row[2], band[2]);
+        EXPECT_LT(band[2], band[0]);
+        EXPECT_NEAR(band[3] - band[0], 0.68 * band[1], 0.01 * band[1]);
+        EXPECT_GT(row[3], band[3]);
+    }
+    EXPECT_EQ(2, predict(fitted + "'" + data + "' --interval some"));
+    EXPECT_EQ(2, predict(fitted + "'" + data + "' --level 95 --interval"));
 }
 
 TEST_F(Predict, RefusesOrLeavesOutMissingCells)
@@ -165,4 +204,25 @@ TEST_F(Predict, SaysWhatIsWrongWithAModel)
         EXPECT_TRUE(contains(errors, wrong.why));
         EXPECT_EQ("", output);
     }
+}
+
+TEST_F(Predict, ShowsWhatAModelHolds)
+{
+    ASSERT_EQ(0, run("show", fitted + "--json", "INFO=1 NN_TRACE=1")) << errors;
+    EXPECT_EQ(model, output);
+    ASSERT_EQ(0, run("show", "'" + out + "'")) << errors;
+    for (const char* const part : {"method           lbfgs\n",
+                                   "2 columns, hidden 6, softplus, 31 weights",
+                                   "inputs           a, b\n",
+                                   "target           y: core "})
+        EXPECT_TRUE(contains(output, part));
+    ASSERT_EQ(
+        0, fit("'" + data + "' --target y --inputs a --method robust --decay 3 --no-plot --quiet"))
+        << errors;
+    ASSERT_EQ(0, run("show", "'" + out + "'")) << errors;
+    for (const char* const part :
+         {"method           robust\n", "decay            3\n", "beyond six cores "})
+        EXPECT_TRUE(contains(output, part));
+    EXPECT_EQ(2, run("show", "'" + data + "'"));
+    EXPECT_EQ(2, run("show", ""));
 }

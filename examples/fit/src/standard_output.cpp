@@ -1,0 +1,31 @@
+#include "standard_output.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+namespace fit {
+
+LinesToStandardError::LinesToStandardError()
+{
+    std::fflush(stdout);
+    output_ = dup(STDOUT_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+LinesToStandardError::~LinesToStandardError()
+{
+    std::fflush(stdout);
+    dup2(output_, STDOUT_FILENO);
+    close(output_);
+}
+
+void put_on_standard_output(const std::string& text)
+{
+    const bool whole = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (!whole || std::fflush(stdout) != 0)
+        throw std::runtime_error("standard output cannot be written in full");
+}
+
+}  // namespace fit
