@@ -14,6 +14,7 @@ namespace {
 
 constexpr int EVALUATIONS = 250, OF_THE_LAST = 2000;
 constexpr double TOLERANCE = 1e-8, LAST_TOLERANCE = 1e-13;
+constexpr unsigned ALL_STEPS = 0;
 // A core of targets that a curve goes through: in units of the targets' spread.
 constexpr double LEAST_CORE = 0.002;
 constexpr double OUTLIER = 6.0;  // in cores
@@ -88,8 +89,9 @@ Curve CurveFit::with_sides_kept(Curve curve, int steps) const
     std::vector<Side> sides = sides_of(network_, batch, curve.w);
     for (int round = 0; round < MOST_ROUNDS; ++round) {
         const ObjectiveOfSides objective(network_, batch, d, sides, terms_.watch);
-        curve.w = steps > 0 ? newton(objective, curve.w, steps)
-                            : minimise(objective, curve.w, {OF_THE_LAST, LAST_TOLERANCE});
+        curve.w = steps > 0
+                      ? newton(objective, curve.w, steps)
+                      : minimise(objective, curve.w, {OF_THE_LAST, LAST_TOLERANCE, ALL_STEPS});
         std::vector<Side> now = sides_of(network_, batch, curve.w);
         if (now == sides) break;
         sides = std::move(now);

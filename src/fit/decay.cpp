@@ -65,8 +65,8 @@ double standard_error(const Vector& numbers)
 // chance. [Breiman, Friedman, Olshen & Stone, Classification and Regression Trees (1984), 3.4.3]
 std::size_t within_one_error(const std::vector<Vector>& losses)
 {
-    const auto best = std::min_element(
-        losses.begin(), losses.end(), [](const Vector& a, const Vector& b) {
+    const auto best =
+        std::min_element(losses.begin(), losses.end(), [](const Vector& a, const Vector& b) {
             return a.mean() < b.mean();
         });
     auto last = best;

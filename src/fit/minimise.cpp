@@ -65,14 +65,12 @@ double callback(unsigned n, const double* w, double* gradient, void* data)
 Vector minimise(const Objective& objective, Vector w, const StopRule& stop)
 {
     constexpr double WORTH_A_NEW_SEARCH = 1e-4;
-    // Steps that are remembered. Without a number NLopt keeps all of them, and its work on them is more than that on the rows.
-    constexpr unsigned STEPS = 20;
     const Optimiser optimiser(nlopt_create(NLOPT_LD_LBFGS, static_cast<unsigned>(w.size())));
     if (!optimiser) throw std::bad_alloc();
     Search search{.objective = objective, .optimiser = optimiser.get()};
     nlopt_set_min_objective(optimiser.get(), callback, &search);
     nlopt_set_ftol_rel(optimiser.get(), stop.tolerance);
-    nlopt_set_vector_storage(optimiser.get(), STEPS);
+    nlopt_set_vector_storage(optimiser.get(), stop.memory);
     while (search.evaluations < stop.evaluations) {
         nlopt_set_maxeval(optimiser.get(), stop.evaluations - search.evaluations);
         const double before = search.lowest;

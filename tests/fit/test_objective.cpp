@@ -142,7 +142,7 @@ TEST(Minimise, EndsAtAStationaryPointWhereSidesAreKept)
         p.network, p.batch, p.penalty, sides_of(p.network, p.batch, p.w));
     Vector before, after;
     const double at_start = objective.value(p.w, before);
-    const Vector w = minimise(objective, p.w, {3000, 1e-14});
+    const Vector w = minimise(objective, p.w, {3000, 1e-14, 0});
     EXPECT_LT(objective.value(w, after), at_start);
     EXPECT_LT(after.norm(), 1e-4 * before.norm());
 }

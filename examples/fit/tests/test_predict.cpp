@@ -41,9 +41,8 @@ protected:
 
     int run(const std::string& verb, const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + " " FIT_COMMAND " " + verb + " " + arguments +
-                                    " >'" + (folder / "stdout") + "' 2>'" + (folder / "stderr") +
-                                    "'";
+        const std::string command = before + " " FIT_COMMAND " " + verb + " " + arguments + " >'" +
+                                    (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
         const int status = std::system(command.c_str());
         output = read_text(folder / "stdout");
         errors = read_text(folder / "stderr");
@@ -110,7 +109,7 @@ TEST_F(Predict, GivesIntervalsOfRobustFits)
         return std::vector(cells.end() - 4, cells.end());
     };
     ASSERT_EQ(0, predict(fitted + "'" + data + "' --interval")) << errors;
-    EXPECT_TRUE(contains(errors, "of the 48 fitted rows lie beyond six cores"));
+    EXPECT_TRUE(contains(errors, "of the 60 fitted rows lie beyond six cores"));
     const auto wide = lines_of(output);
     ASSERT_EQ(0, predict(fitted + "'" + data + "' --interval confidence --level 0.5")) << errors;
     const auto narrow = lines_of(output);

@@ -74,14 +74,16 @@ TEST_F(Run, NewtonGetsAsLow)
 
 TEST_F(Run, RobustEstimatesCoreShiftAndDecay)
 {
-    ASSERT_EQ(fit(complete + "--method robust --uncertainty"), 0) << errors;
+    ASSERT_EQ(fit(complete + "--method robust --uncertainty --validation 0.2"), 0) << errors;
     EXPECT_LT(figure("training.median_error.mpg"), 1.5);
     EXPECT_LT(figure("held_out.median_error.mpg"), 1.5);
     EXPECT_LT(figure("gradient_norm"), 1e-5);
     EXPECT_GT(figure("core.mpg"), 1.5);
     EXPECT_LT(figure("core.mpg"), 3.0);
     const double decay = figure("decay");
-    ASSERT_EQ(fit(complete + "--method robust --decay " + std::to_string(decay)), 0) << errors;
+    ASSERT_EQ(fit(complete + "--method robust --validation 0.2 --decay " + std::to_string(decay)),
+              0)
+        << errors;
     EXPECT_EQ(decay, figure("decay"));
 }
 
