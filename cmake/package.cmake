@@ -74,7 +74,7 @@ set(about_fit "libvemknfit fits a small feed-forward network to rows of numbers,
 to 30 % of gross outliers do not pull the curve along, keeps fits in model
 files, and predicts new rows.")
 set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_NAME libvemknfit1)
-set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_SECTION "libs\nMulti-Arch: same")
 set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_FITLIBRARY_PACKAGE_DEPENDS "libvemkn1 (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_FITLIBRARY_DESCRIPTION
@@ -84,7 +84,7 @@ ${about_fit}
 This package contains the shared library.")
 
 set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_NAME libvemknfit-dev)
-set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_SECTION "libdevel\nMulti-Arch: same")
 set(CPACK_DEBIAN_FITDEVELOPMENT_PACKAGE_DEPENDS
     "libvemknfit1 (= ${PROJECT_VERSION}), libvemkn-dev (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_FITDEVELOPMENT_DESCRIPTION
