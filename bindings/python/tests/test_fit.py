@@ -8,6 +8,7 @@ from pathlib import Path
 
 import numpy as np
 import pytest
+import scipy.stats
 from reference import assert_close
 from vemkn import Network
 from vemkn._arrays import Array
@@ -49,6 +50,22 @@ def test_a_prediction_is_that_of_the_network(curve: Curve, data: Data) -> None:
     scaled = (near - scaling["centre"]) / scaling["spread"]
     outputs = network.compute(curve.weights, scaled)[:, 0]
     assert_close(curve.predict(near), curve.shift[0] + 3 * curve.core[0] * outputs, 1e-12)
+
+
+def test_intervals(curve: Curve, data: Data) -> None:
+    """Against Student's t and the core: the band is t errors wide, the interval of a row has the core besides."""
+    x, y = data
+    band, rows = curve.interval(x, 0.9, "confidence"), curve.interval(x, 0.9)
+    assert (band.prediction == curve.predict(x)).all()
+    t = scipy.stats.t.ppf(0.95, curve.rows - curve.parameters)
+    assert_close(band.upper - band.prediction, t * band.error, 1e-9)
+    assert_close(rows.prediction - rows.lower, t * np.hypot(band.error, curve.core[0]), 1e-9)
+    held = np.mean((rows.lower < y) & (y < rows.upper), where=np.arange(150) % 10 != 0)
+    assert 0.83 < held < 0.97
+    with pytest.raises(ValueError, match="none of confidence, prediction"):
+        curve.interval(x, kind="credible")
+    with pytest.raises(FitError, match="level"):
+        curve.interval(x, 1.5)
 
 
 def test_threads_change_no_bit(curve: Curve, data: Data) -> None:

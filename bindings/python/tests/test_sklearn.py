@@ -77,6 +77,17 @@ def test_several_targets_are_fitted_one_by_one(data: Data) -> None:
         cores.save("model.json")
 
 
+def test_standard_errors_and_intervals(model: VemknRegressor, data: Data) -> None:
+    x, _, _ = data
+    curve = model.curves_[0].interval(x, 0.8, "confidence")
+    predictions, errors = model.predict(x, return_std=True)
+    assert (predictions == model.predict(x)).all() and (errors == curve.error).all()
+    _, lower, upper = model.predict(x, interval=0.8)
+    assert (lower == curve.lower).all() and (upper == curve.upper).all()
+    *_, wide = model.predict(x, True, interval=0.8, kind="prediction")
+    assert (wide > upper).all()
+
+
 def test_the_same_state_gives_the_same_bits(data: Data) -> None:
     x, _, y = data
     model = VemknRegressor(random_state=3, decay=0.3, n_starts=1).fit(x, y)

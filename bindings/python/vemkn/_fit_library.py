@@ -18,6 +18,9 @@ OK, ARGUMENT, DATA, SCATTER, CANCELLED, FILE, MODEL, MEMORY = range(8)
 
 NO_DECAY = -1.0
 
+# What an interval is of.
+KINDS = {"confidence": 0, "prediction": 1}
+
 WATCH = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p)
 
 
@@ -60,6 +63,10 @@ _FUNCTIONS: dict[str, tuple[type | None, list[type]]] = {
     ),
     "free": (None, [_FIT]),
     "predict": (ctypes.c_int, [_FIT, _NUMBERS, _SIZE, _SIZE, _NUMBERS]),
+    "interval": (
+        ctypes.c_int,
+        [_FIT, _NUMBERS, _SIZE, _SIZE, ctypes.c_int, ctypes.c_double, *[_NUMBERS] * 4],
+    ),
     "save": (ctypes.c_int, [_FIT, _TEXT]),
     "load": (ctypes.c_int, [_TEXT, _FITS]),
     "write": (ctypes.c_int, [_FIT, _TEXT, _SIZE, _SIZES]),
@@ -78,6 +85,7 @@ _FUNCTIONS: dict[str, tuple[type | None, list[type]]] = {
     "settled": (ctypes.c_int, [_FIT]),
     "rows": (_SIZE, [_FIT]),
     "beyond": (_SIZE, [_FIT]),
+    "parameters": (ctypes.c_double, [_FIT]),
     "layers": (_SIZE, [_FIT]),
     "width": (ctypes.c_uint, [_FIT, _SIZE]),
     "activation": (_TEXT, [_FIT]),

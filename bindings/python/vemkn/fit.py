@@ -19,7 +19,7 @@ from numpy.typing import ArrayLike
 from . import _fit_library as c
 from ._arrays import Array, contiguous, numbers
 
-__all__ = ["Curve", "FitError", "Progress", "robust_fit"]
+__all__ = ["Curve", "FitError", "Interval", "Progress", "robust_fit"]
 
 _STAGES = ("search", "decay", "settle")
 
@@ -30,6 +30,15 @@ class FitError(ValueError):
     def __init__(self, message: str, row: int | None = None) -> None:
         super().__init__(message)
         self.row = row
+
+
+class Interval(NamedTuple):
+    """Predictions, the standard errors of the curve, and the ends of intervals, of shape (rows,)."""
+
+    prediction: Array
+    error: Array
+    lower: Array
+    upper: Array
 
 
 class Progress(NamedTuple):
@@ -126,6 +135,40 @@ class Curve:
         )
         return predictions[:, 0] if targets == 1 else predictions
 
+    def interval(
+        self, x: ArrayLike, level: float = 0.95, kind: str = "prediction"
+    ) -> Interval:
+        """What the curve says of rows, and how far it may be off.
+
+        Parameters
+        ----------
+        x : array_like, shape (rows, columns)
+        level : float
+            Between 0 and 1.
+        kind : {"prediction", "confidence"}
+            Where a new row lies that is no outlier, or where the curve does.
+
+        Raises
+        ------
+        FitError
+            Also where the model has no standard errors: see `vemkn_fit_interval`.
+        """
+        rows = _matrix("x", x)
+        if kind not in c.KINDS:
+            raise ValueError(f"kind: {kind!r} is none of {', '.join(c.KINDS)}")
+        arrays = Interval(*np.empty((4, len(rows))))
+        _check(
+            c.library.vemkn_fit_interval(
+                self._pointer,
+                rows.ctypes.data,
+                *rows.shape,
+                c.KINDS[kind],
+                level,
+                *[array.ctypes.data for array in arrays],
+            )
+        )
+        return arrays
+
     def _texts(self, count: str, each: str) -> tuple[str, ...]:
         number = getattr(c.library, f"vemkn_fit_{count}")(self._pointer)
         get = getattr(c.library, f"vemkn_fit_{each}")
@@ -179,6 +222,11 @@ class Curve:
     def beyond(self) -> int:
         """How many of them lie beyond six cores: outliers."""
         return int(c.library.vemkn_fit_beyond(self._pointer))
+
+    @property
+    def parameters(self) -> float:
+        """How many parameters the rows have determined; NaN for the model of another fit."""
+        return float(c.library.vemkn_fit_parameters(self._pointer))
 
     @property
     def hidden(self) -> tuple[int, ...]:

@@ -142,26 +142,49 @@ class VemknRegressor(RegressorMixin, BaseEstimator):  # type: ignore[misc]
         self.shift_ = np.array([curve.shift[0] for curve in self.curves_])
         self.decay_ = np.array([curve.decay for curve in self.curves_])
         missed = np.abs(columns - self._predicted(inputs)) > 6.0 * self.core_
-        self.outliers_ = missed[:, 0] if self._one_dimensional else missed
+        self.outliers_ = self._as_y(missed)
         return self
 
-    def predict(self, X: ArrayLike) -> Array:
+    def predict(
+        self,
+        X: ArrayLike,
+        return_std: bool = False,
+        *,
+        interval: float | None = None,
+        kind: str = "confidence",
+    ) -> Any:
         """Predictions, in the units of the y that was fitted.
 
         Parameters
         ----------
         X : array_like, shape (n_samples, n_features)
+        return_std : bool
+            Whether standard errors of the curve come along.
+        interval : float, optional
+            Level of the intervals that come along, as in 0.95.
+        kind : {"confidence", "prediction"}
+            Of intervals: where the curve lies, or a new row that is no outlier.
 
         Returns
         -------
         ndarray, shape (n_samples,) or (n_samples, n_targets), as y was
+            With return_std or interval a tuple of as many more: errors, lower and upper ends.
         """
         check_is_fitted(self)
         self._check_feature_names(X, reset=False)
         inputs = check_array(X, dtype=np.float64)
         self._check_n_features(inputs, reset=False)
-        predictions = self._predicted(inputs)
-        return predictions[:, 0] if self._one_dimensional else predictions
+        if not return_std and interval is None:
+            return self._as_y(self._predicted(inputs))
+        level = 0.95 if interval is None else interval
+        found = [curve.interval(inputs, level, kind) for curve in self.curves_]
+        wanted = ["prediction"]
+        wanted += ["error"] if return_std else []
+        wanted += ["lower", "upper"] if interval is not None else []
+        return tuple(
+            self._as_y(np.column_stack([getattr(of_target, name) for of_target in found]))
+            for name in wanted
+        )
 
     def score(self, X: ArrayLike, y: ArrayLike, sample_weight: None = None) -> float:
         """1 - median |residual| / median |y - median y|, at least 0; the mean over several targets.
@@ -182,6 +205,9 @@ class VemknRegressor(RegressorMixin, BaseEstimator):  # type: ignore[misc]
         if len(self.curves_) != 1:
             raise ValueError("a model file has one target: save each of curves_")
         self.curves_[0].save(path)
+
+    def _as_y(self, columns: Array) -> Array:
+        return columns[:, 0] if self._one_dimensional else columns
 
     def _predicted(self, inputs: Array) -> Array:
         return np.column_stack([curve.predict(inputs) for curve in self.curves_])
