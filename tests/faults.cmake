@@ -21,7 +21,9 @@ vemkn_test(faults/test_faults SCENES LABELS faults process SOURCES
     faults/test_scarce_memory.cpp)
 file(GLOB openblas_folders /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/openblas-*)
 list(JOIN openblas_folders ":" openblas_folders)
-target_compile_definitions(test_faults PRIVATE VEMKN_OPENBLAS_FOLDERS="${openblas_folders}")
+if(TARGET test_faults)
+    target_compile_definitions(test_faults PRIVATE VEMKN_OPENBLAS_FOLDERS="${openblas_folders}")
+endif()
 
 vemkn_test(faults/test_fork ALLOCATIONS LABELS faults process)
 vemkn_test(faults/test_load UNLINKED SCENES LABELS faults process)

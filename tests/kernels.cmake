@@ -46,7 +46,7 @@ if(NOT VEMKN_SANITIZE)
             VEMKN_REFERENCE_DIR="${CMAKE_CURRENT_SOURCE_DIR}/reference")
         target_include_directories(reference_${set} PRIVATE
             ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/include)
-        target_link_libraries(reference_${set} PRIVATE vemkn_flags PkgConfig::OPENBLAS OpenMP::OpenMP_CXX
+        target_link_libraries(reference_${set} PRIVATE vemkn_test_flags PkgConfig::OPENBLAS OpenMP::OpenMP_CXX
             GTest::gtest_main nlohmann_json::nlohmann_json)
         set(flags_of_baseline fpu)
         set(flags_of_sse4 sse4_1 sse4_2 popcnt aes pclmulqdq)
