@@ -400,7 +400,9 @@ VEMKN_FIT_API const double* vemkn_fit_weights(const VEMKNFit* fit, size_t* count
  * Threads:   may run at any time. */
 VEMKN_FIT_API const double* vemkn_fit_covariance(const VEMKNFit* fit);
 
-/** How many parameters the rows determine: the trace of A^-1 (A - L).
+/** How many parameters the rows determine: the sum, over the rows within six cores, of the
+ * derivative of the fitted value by its target. Of a linear model without a penalty, that is the
+ * number of its weights.
  * @param[in] fit  not changed
  * @return NaN where there is no covariance
  * Threads: may run at any time. */

@@ -17,7 +17,6 @@ constexpr double TOLERANCE = 1e-8, LAST_TOLERANCE = 1e-13;
 constexpr unsigned ALL_STEPS = 0;
 // A core of targets that a curve goes through: in units of the targets' spread.
 constexpr double LEAST_CORE = 0.002;
-constexpr double OUTLIER = 6.0;  // in cores
 
 }  // namespace
 
@@ -99,14 +98,20 @@ Curve CurveFit::with_sides_kept(Curve curve, int steps) const
     return curve;
 }
 
-// The trace of the hat matrix of the rows in the core, by Gauss and Newton: what they determine of the weights.
-double CurveFit::parameters(const Curve& curve) const
+Matrix CurveFit::core_jacobian(const Curve& curve) const
 {
     const std::vector<Side> sides = sides_of(network_, all_rows(curve), curve.w);
     Matrix jacobian = network_.jacobian(curve.w, inputs_);
     for (Eigen::Index r = 0; r < jacobian.rows(); ++r) {
         if (sides[static_cast<std::size_t>(r)] == Side::tail) jacobian.row(r).setZero();
     }
+    return jacobian;
+}
+
+// The trace of the hat matrix of the rows in the core, by Gauss and Newton: what they determine of the weights.
+double CurveFit::parameters(const Curve& curve) const
+{
+    const Matrix jacobian = core_jacobian(curve);
     const Eigen::Index n = network_.size();
     Eigen::MatrixXd all = Eigen::MatrixXd::Zero(n, n);
     all.selfadjointView<Eigen::Lower>().rankUpdate(jacobian.transpose(), CORE_CURVATURE);

@@ -6,6 +6,9 @@
 
 namespace vemknfit {
 
+// How many cores away a row is no longer one of the core's.
+inline constexpr double OUTLIER = 6.0;
+
 // A fit of one target, in units of its TargetScale: shift + 3 core output.
 struct Curve {
     Vector w;
@@ -57,6 +60,9 @@ public:
     // them is not taken for one that has found less scatter. Infinite where the arithmetic left the finite numbers.
     double fair_scale(const Curve& curve) const;
     Batch all_rows(const Curve& curve) const;
+
+    // rows x weights: derivatives of the outputs, zero in rows of the tail.
+    Matrix core_jacobian(const Curve& curve) const;
 
     // From a curve, at its core, down to where a search finds nothing lower: over all rows, or over some.
     Curve minimised(const Curve& curve, int evaluations) const;

@@ -89,7 +89,6 @@ public:
     //   curve : of all rows at this decay
     Vector residuals(double decay, const Curve& curve) const
     {
-        constexpr double OUTLIER = 6.0;  // in cores
         Vector of_curve = fit_.residuals(curve);
         Vector missed(fit_.y().size());
         for (const Rows& fold : folds_) {

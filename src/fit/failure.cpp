@@ -3,7 +3,6 @@
 #include <algorithm>
 
 namespace vemknfit {
-namespace {
 
 std::string printable(std::string text)
 {
@@ -12,8 +11,6 @@ std::string printable(std::string text)
         text.begin(), text.end(), [](unsigned char c) { return c < FIRST || c == DELETE; }, '?');
     return text;
 }
-
-}  // namespace
 
 Failure::Failure(int code, const std::string& text, std::int64_t row)
     : std::runtime_error(printable(text)), code_(code), row_(row)

@@ -6,7 +6,10 @@
 
 namespace vemknfit {
 
-// What a caller of the library is told. The text may quote what it was given: control characters in it are shown as '?'.
+// With '?' in place of control characters, on which a terminal would act.
+std::string printable(std::string text);
+
+// What the library says of an error. The text may quote what it was given: control characters in it are shown as '?'.
 class Failure : public std::runtime_error {
 public:
     static constexpr std::int64_t NO_ROW = -1;

@@ -42,6 +42,15 @@ std::optional<Eigen::MatrixXd> inverse_of(const Matrix& curvature, const Eigen::
     return directions * factor.solve(directions.transpose());
 }
 
+// The sum over rows of what a fitted value moves by when its target moves, outliers aside: the parameters of a linear model. The
+// trace of A^-1 (A - L) would count second derivatives of the curve with them, and come out below zero for a line under a
+// large penalty.
+double parameters_of(const Matrix& core_jacobian, const Eigen::MatrixXd& inverse)
+{
+    const double moves = (core_jacobian * inverse).cwiseProduct(core_jacobian).sum();
+    return std::min(CORE_CURVATURE * moves, static_cast<double>(inverse.rows()));
+}
+
 Uncertainty none(const std::string& why)
 {
     return {.why_none = why};
@@ -70,10 +79,7 @@ Uncertainty uncertainty_of(const CurveFit& fit, const Curve& curve)
             "objective does not curve upwards in every direction; take fewer units or a larger "
             "decay");
     const auto rows = static_cast<double>(batch.targets.size());
-    // tr(A^-1 A) counts the directions that A^-1 is formed over. Below zero where the curve bends so much, under a large penalty,
-    // that A is smaller than L.
-    const double parameters =
-        std::max(0.0, inverse->cwiseProduct(curvature).sum() - inverse->diagonal().dot(penalty));
+    const double parameters = parameters_of(fit.core_jacobian(curve), *inverse);
     if (rows - parameters < 1.0)
         return none(
             "there are no standard errors: the curve has as many parameters as there are rows; "

@@ -8,9 +8,10 @@ namespace vemknfit {
 
 // How far the weights of a fit may lie from where they are.
 struct Uncertainty {
-    Matrix covariance{};    // weights x weights; empty where there is none
-    double parameters = 0;  // that the rows determine: the trace of A^-1 (A - L), at least 0
-    double freedom = 0;     // rows less parameters
+    Matrix covariance{};  // weights x weights; empty where there is none
+    double parameters =
+        0;  // that the rows determine: by how much all fitted values move with their targets
+    double freedom = 0;  // rows less parameters
     std::string why_none{};
 };
 
