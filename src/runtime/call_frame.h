@@ -12,8 +12,8 @@ void print_banner_once();
 void count_banner_as_printed();
 
 // What every computing entry point and the parser run their work in: banner, BLAS to one thread, traps on, the work,
-// traps off, BLAS threads back. Where there are no traps, flags take their place. Deliberate: an exception out of the work leaves traps armed and BLAS at one thread, so
-// this is no destructor's job.
+// traps off, BLAS threads back. Where there are no traps, flags take their place. Deliberate: an exception out of the work
+// leaves traps armed and BLAS at one thread, so this is no destructor's job.
 template <class Work>
 void call_frame(Enters enters, const Work& work)
 {

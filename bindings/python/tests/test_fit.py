@@ -4,6 +4,8 @@ from __future__ import annotations
 
 import copy
 import json
+import os
+import subprocess
 from pathlib import Path
 
 import numpy as np
@@ -39,6 +41,19 @@ def test_the_curve_under_outliers(curve: Curve, data: Data) -> None:
     assert (curve.columns, curve.targets, curve.decay) == (("time",), ("height",), 0.1)
     assert (curve.activation, curve.method) == ("softplus", "robust")
     assert all(isinstance(note, str) for note in curve.notes)
+
+
+@pytest.mark.skipif("VEMKN_FIT_PROGRAM" not in os.environ, reason="VEMKN_FIT_PROGRAM names no vemkn-fit")
+def test_the_program_writes_the_same_model(tmp_path: Path, data: Data) -> None:
+    x, y = data
+    x = x.copy()
+    x[3] = 1e6
+    rows = "".join(f"{a!r},{b!r}\n" for a, b in zip(x.tolist(), y.tolist()))
+    (tmp_path / "rows.csv").write_text("time,height\n" + rows)
+    options = "rows.csv --target height --method robust --no-plot --quiet --out fit"
+    subprocess.run([os.environ["VEMKN_FIT_PROGRAM"], *options.split()], cwd=tmp_path, check=True)
+    robust_fit(x, y, columns=["time"], target="height").save(tmp_path / "python.json")
+    assert (tmp_path / "python.json").read_bytes() == (tmp_path / "fit" / "model.json").read_bytes()
 
 
 def test_a_prediction_is_that_of_the_network(curve: Curve, data: Data) -> None:

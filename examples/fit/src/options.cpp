@@ -9,13 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "command_line.h"
 #include "escape.h"
 #include "user_error.h"
 
 namespace fit {
 namespace {
-
-constexpr int bad_usage = 2;
 
 const char* const purpose =
     "Fits a small feed-forward network to columns of a CSV file so that gross outliers do not "
@@ -264,13 +263,8 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
     add_network_options(app, options, raw);
     add_method_options(app, options, raw);
     add_output_options(app, options, raw);
-    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
-        return visible(error.what()) + "\nRun with --help for more information.\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        status = app.exit(error) == 0 ? 0 : bad_usage;
+    if (const auto ended = parse(app, argc, argv)) {
+        status = *ended;
         return std::nullopt;
     }
     for (const std::string& text : raw.periodic)
@@ -279,9 +273,9 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
     if (app.count("--decay") > 0) options.fit.decay = raw.decay;
     settle_norm(options, raw);
     check_robust(options);
-    options.problem.any_reach = options.fit.method == Method::robust;
+    options.problem.robust = options.fit.method == Method::robust;
     // Nothing is stopped early that needs them.
-    if (options.fit.method == Method::robust && app.count("--validation") == 0)
+    if (options.problem.robust && app.count("--validation") == 0)
         options.problem.held_out_share = 0.0;
     options.plot = !raw.no_plot;
     options.problem.seed = options.fit.seed;

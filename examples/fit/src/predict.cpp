@@ -1,11 +1,11 @@
 #include "predict.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <string>
 
 #include "columns.h"
+#include "command_line.h"
 #include "escape.h"
 #include "fit/file.h"
 #include "library.h"
@@ -164,14 +164,7 @@ int run_predict(int argc, char** argv)
         ->check(CLI::IsMember({"prediction", "confidence"}));
     app.add_option("--level", request.level, "Of the interval [0.95]")
         ->check(CLI::Range(1e-6, 1.0 - 1e-6));
-    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
-        return visible(error.what()) + "\nRun with --help for more information.\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    if (const auto status = parse(app, argc, argv)) return *status;
     std::string text;
     {
         const LinesToStandardError quiet;

@@ -62,7 +62,8 @@ Problem make_problem(Columns columns,
     std::sort(training.begin(), training.end());
 
     const Matrix raw = rows_of(columns.inputs, training);
-    InputMap inputs(raw, columns.input_names, options.periodic);
+    const Scaling scaling = options.robust ? Scaling::bounded : Scaling::standard;
+    InputMap inputs(raw, columns.input_names, options.periodic, scaling);
     for (const std::string& name : inputs.constant())
         notes.push_back("column '" + name + "' holds one value only");
     shape.inputs = static_cast<unsigned>(inputs.width());
@@ -84,7 +85,7 @@ Problem make_problem(Columns columns,
                     std::move(train),
                     std::move(validation),
                     std::move(all)};
-    if (!options.any_reach) check_reach(problem);
+    if (!options.robust) check_reach(problem);
     return problem;
 }
 

@@ -14,7 +14,7 @@ namespace fit {
 struct ProblemOptions {
     std::vector<Periodic> periodic;
     TargetOptions targets;
-    bool any_reach = false;  ///< targets may lie as far out as they like
+    bool robust = false;  ///< inputs are bounded, targets may lie as far out as they like
     double held_out_share = 0.2;
     std::uint64_t seed = 1;
 };

@@ -49,8 +49,8 @@ Model model_of(const Problem& problem,
     for (const InputRule& rule : problem.inputs.rules())
         columns.push_back({.name = names[columns.size()].c_str(),
                            .period = rule.period,
-                           .centre = rule.centre,
-                           .spread = rule.spread});
+                           .centre = 0.0,
+                           .spread = 0.0});
     const std::string target = visible(problem.columns.target_names.front());
     VEMKNFitOptions wanted{};
     wanted.size = sizeof wanted;

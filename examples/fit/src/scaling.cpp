@@ -76,17 +76,20 @@ void check_range(const Vector& y,
 
 InputMap::InputMap(const Matrix& inputs,
                    const std::vector<std::string>& names,
-                   const std::vector<Periodic>& periodic)
+                   const std::vector<Periodic>& periodic,
+                   Scaling scaling)
 {
     for (const Periodic& wanted : periodic)
         if (std::count(names.begin(), names.end(), wanted.name) == 0)
             throw UserError("--periodic: '" + wanted.name + "' is not an input column");
     for (std::size_t i = 0; i < names.size(); ++i) {
-        InputRule rule{.name = names[i]};
+        const Vector column = inputs.col(static_cast<Eigen::Index>(i));
+        InputRule rule;
         for (const Periodic& wanted : periodic)
             if (wanted.name == names[i]) rule.period = wanted.period;
-        if (rule.period == 0.0) {
-            const Vector column = inputs.col(static_cast<Eigen::Index>(i));
+        if (rule.period == 0.0 && scaling == Scaling::bounded) {
+            rule = vemknfit::bounded_rule(column);
+        } else if (rule.period == 0.0) {
             rule.centre = column.mean();
             rule.spread = standard_deviation(column);
             if (rule.spread <= 1e-12 * std::abs(rule.centre)) {
@@ -94,6 +97,7 @@ InputMap::InputMap(const Matrix& inputs,
                 rule.spread = std::max(1.0, std::abs(rule.centre));
             }
         }
+        rule.name = names[i];
         add(std::move(rule));
     }
 }
@@ -118,10 +122,12 @@ std::vector<std::string> InputMap::describe() const
 {
     std::vector<std::string> lines;
     for (const InputRule& rule : rules_)
-        lines.push_back(rule.name + ": " +
-                        (rule.period > 0.0 ? "sin and cos of 2 pi x / " + exact_number(rule.period)
-                                           : "(x - " + exact_number(rule.centre) + ") / " +
-                                                 exact_number(rule.spread)));
+        lines.push_back(
+            rule.name + ": " +
+            (rule.period > 0.0
+                 ? "sin and cos of 2 pi x / " + exact_number(rule.period)
+                 : "(x - " + exact_number(rule.centre) + ") / " + exact_number(rule.spread) +
+                       (rule.bounded ? ", bent beyond " + number(vemknfit::InputMap::BEND) : "")));
     return lines;
 }
 

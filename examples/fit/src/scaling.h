@@ -18,14 +18,18 @@ struct Periodic {
 /// What one input column of the file is mapped by.
 using InputRule = vemknfit::ColumnRule;
 
+/// How a column that is not periodic is scaled: to mean 0 and standard deviation 1, or as robust fits do (fit/input_map.h).
+enum class Scaling { standard, bounded };
+
 /** From the input columns of the file to the network's inputs: a periodic column becomes its sine
- * and cosine, every other one is brought to mean 0 and standard deviation 1. */
+ * and cosine, every other one is scaled. */
 class InputMap {
 public:
     /// @throw UserError if a periodic column is not among the names
     InputMap(const Matrix& inputs,
              const std::vector<std::string>& names,
-             const std::vector<Periodic>& periodic);
+             const std::vector<Periodic>& periodic,
+             Scaling scaling = Scaling::standard);
 
     Matrix apply(const Matrix& inputs) const;
 
@@ -36,10 +40,10 @@ public:
 
     const std::vector<InputRule>& rules() const { return rules_; }
 
-    /// One line for each column of the file, as in "distance: (x - 731.2) / 573.9".
+    /// One line for each column of the file, as in "distance: (x - 731.2) / 573.9, bent beyond 3".
     std::vector<std::string> describe() const;
 
-    /// Columns that hold one value only; they map to 0.
+    /// Columns that hold one value only and are scaled to the standard; they map to 0. Of others a robust fit speaks itself.
     const std::vector<std::string>& constant() const { return constant_; }
 
 private:

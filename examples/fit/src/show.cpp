@@ -1,11 +1,10 @@
 #include "show.h"
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cmath>
 #include <string>
 
-#include "escape.h"
+#include "command_line.h"
+#include "fit/failure.h"
 #include "library.h"
 #include "standard_output.h"
 #include "text.h"
@@ -14,13 +13,10 @@ namespace fit {
 namespace {
 
 /// A model may come from anywhere: no control character of it reaches a terminal.
-std::string line(const std::string& label, std::string value)
+std::string line(const std::string& label, const std::string& value)
 {
     constexpr std::size_t WIDTH = 17;
-    constexpr unsigned char FIRST = 0x20, DELETE = 0x7f;
-    std::replace_if(
-        value.begin(), value.end(), [](unsigned char c) { return c < FIRST || c == DELETE; }, '?');
-    return label + std::string(WIDTH - label.size(), ' ') + value + "\n";
+    return label + std::string(WIDTH - label.size(), ' ') + vemknfit::printable(value) + "\n";
 }
 
 std::string line(const std::string& label, double value)
@@ -70,14 +66,7 @@ int run_show(int argc, char** argv)
     CLI::App app("Shows what a model of vemkn-fit holds.\n", "vemkn-fit show");
     app.add_option("model", path, "model.json of a fit, or the folder that it is in")->required();
     app.add_flag("--json", json, "The text of the file, as this release writes it");
-    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
-        return visible(error.what()) + "\nRun with --help for more information.\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
+    if (const auto status = parse(app, argc, argv)) return *status;
     std::string text;
     {
         const LinesToStandardError quiet;

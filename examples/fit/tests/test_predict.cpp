@@ -1,6 +1,7 @@
 // Model files, and predictions of new rows by them.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <vemkn_fit.h>
 
 #include <string>
 #include <vector>
@@ -203,6 +204,35 @@ TEST_F(Predict, SaysWhatIsWrongWithAModel)
         EXPECT_TRUE(contains(errors, wrong.why));
         EXPECT_EQ("", output);
     }
+}
+
+// Inputs far out, which the program's other methods scale otherwise than the library does.
+TEST_F(Predict, RobustModelsAreThoseThatTheLibraryWrites)
+{
+    std::string text = "a,hour,y\n";
+    std::vector<double> x, y;
+    for (int i = 0; i < 80; ++i) {
+        const int a = (i * 37) % 80, hour = (i * 11) % 24, target = (i * i) % 17 + 2 * a;
+        x.insert(x.end(), {i == 7 ? 4000.0 : a, static_cast<double>(hour)});
+        y.push_back(target);
+        text += std::to_string(i == 7 ? 4000 : a) + "," + std::to_string(hour) + "," +
+                std::to_string(target) + "\n";
+    }
+    ASSERT_EQ(0,
+              fit("'" + folder.write("far.csv", text) +
+                  "' --target y --periodic hour=24 --method robust --no-plot --quiet"))
+        << errors;
+    const VEMKNFitColumn columns[] = {{"a", 0.0, 0.0, 0.0}, {"hour", 24.0, 0.0, 0.0}};
+    VEMKNFitOptions options{};
+    options.size = sizeof options;
+    options.columns = columns;
+    VEMKNFit* made = nullptr;
+    ASSERT_EQ(VEMKN_FIT_OK, vemkn_fit_robust(x.data(), 80, 2, y.data(), &options, &made))
+        << vemkn_fit_message();
+    const std::string path = folder / "library.json";
+    EXPECT_EQ(VEMKN_FIT_OK, vemkn_fit_save(made, path.c_str()));
+    vemkn_fit_free(made);
+    EXPECT_EQ(read_text(path), read_text(out + "/model.json"));
 }
 
 TEST_F(Predict, ShowsWhatAModelHolds)

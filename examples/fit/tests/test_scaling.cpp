@@ -60,6 +60,19 @@ TEST(InputMap, StandardisesAndTurns)
     EXPECT_NEAR(mapped(1, 2), 0.0, 1e-15);
 }
 
+TEST(InputMap, BoundsWhatARobustFitIsGiven)
+{
+    Matrix raw(9, 1);
+    raw << 1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0, 8.0, 9e9;
+    const InputMap map(raw, {"a"}, {}, fit::Scaling::bounded);
+    const Matrix mapped = map.apply(raw);
+    EXPECT_NEAR(mapped(4, 0), 0.0, 1e-15);
+    EXPECT_GT(mapped(7, 0), 0.5);
+    EXPECT_LT(mapped(8, 0), 10.0);
+    EXPECT_EQ(map.rules()[0].name, "a");
+    EXPECT_NE(map.describe()[0].find(", bent beyond 3"), std::string::npos);
+}
+
 TEST(InputMap, ConstantColumnsMapToZero)
 {
     const Matrix raw{{0.1, 0.0}, {0.1, 1.0}, {0.1, 2.0}};
