@@ -2,7 +2,8 @@
 
 # A whole number from 1 on, or several of them.
 counts <- function(value, name, length = NULL) {
-    if (!is.numeric(value) || anyNA(value) || any(value < 1 | value != floor(value) | value > .Machine$integer.max)) {
+    if (!is.numeric(value) || length(value) == 0 || anyNA(value) ||
+        any(value < 1 | value != floor(value) | value > .Machine$integer.max)) {
         stop("'", name, "' has to be whole numbers from 1 on", call. = FALSE)
     }
     if (!is.null(length) && length(value) != length) stop("'", name, "' has to be one number", call. = FALSE)
@@ -30,6 +31,14 @@ flat_weights <- function(net, weights) {
     as.double(weights)
 }
 
+# One number from the least value on, or above it.
+number_from <- function(value, name, least, above = FALSE) {
+    if (!is.numeric(value) || length(value) != 1 || !is.finite(value) || value < least || above && value == least) {
+        stop("'", name, "' has to be one number ", if (above) "above " else "from ", least, if (!above) " on", call. = FALSE)
+    }
+    as.double(value)
+}
+
 # A matrix of doubles with that many columns, and rows if it matters. A plain vector is one column.
 numeric_matrix <- function(value, name, columns = NULL, rows = NULL) {
     refuse_long(value, name)
@@ -37,7 +46,8 @@ numeric_matrix <- function(value, name, columns = NULL, rows = NULL) {
         hint <- if (is.data.frame(value)) ": take as.matrix() or model.matrix()" else ""
         stop("'", name, "' has to be a numeric vector or matrix", hint, call. = FALSE)
     }
-    if (!is.matrix(value)) value <- matrix(value, ncol = 1)
+    if (length(dim(value)) > 2) stop("'", name, "' has ", length(dim(value)), " dimensions, not two", call. = FALSE)
+    if (!is.matrix(value)) value <- matrix(value, ncol = 1, dimnames = if (!is.null(names(value))) list(names(value), NULL))
     if (!is.null(columns) && ncol(value) != columns) {
         stop("'", name, "' has ", ncol(value), " columns, but the network has ", columns, call. = FALSE)
     }

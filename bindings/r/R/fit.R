@@ -1,123 +1,193 @@
-#' A robust fit of a network
+#' Robust regression by a small network
 #'
-#' Fits a network to data so that gross outliers do not pull the fit along: residuals within six core scales count as
-#' Gaussian, those beyond as the tail of a Cauchy density, where one outlier costs little more than another.
+#' Fits a curve to data so that up to 30 % of gross outliers leave it where it was. Residuals within six standard
+#' deviations of normal scatter, the *core*, count as Gaussian, those beyond as the tail of a Cauchy density. Core and
+#' decay are estimated with the weights. The library libvemknfit does it all: the same doubles, options and version give
+#' the same digits in R, in Python and in C.
 #'
-#' @param x numeric matrix of inputs with a row for each case, or a vector for one input. No missing values.
-#' @param y numeric matrix of targets, or a vector for one target. No missing values.
+#' @param x a formula; or a numeric matrix or data frame of inputs with a row for each case, or a vector for one input.
+#' @param formula `target ~ inputs`. Factors and interactions become columns as in [lm()], but for the intercept, which
+#'   the network has anyway. An offset is refused.
+#' @param data,subset,na.action,contrasts as in [lm()].
+#' @param y numeric vector of targets.
 #' @param hidden widths of the hidden layers.
-#' @param activation of every layer, see [vemkn()].
-#' @param core standard deviation of normal scatter, in units of `y`; one number, or one for each target. By default the
-#'   scaled median absolute deviation from a least-absolute-deviations line, which is rather too large than too small.
-#' @param shift value of `y` that maps to 0. The default suits the range of the activation.
-#' @param decay precision of a Gaussian prior on every weight and bias: `decay/2` times the sum of their squares is added
-#'   to the negative log-likelihood. 0 for none.
-#' @param starts number of random starts; the best is kept. They follow R's random numbers, see [set.seed()].
-#' @param method of minimisation: `"BFGS"` or `"CG"` of `optim`, or `nlminb` with the exact Hessian.
-#' @param maxit iterations of a start at most.
-#' @param threads,batch see [vemkn()].
-#' @return An object of class `"vemkn_fit"`: a list of the fitted network `net`, the maps of inputs and targets, the
-#'   objective `value`, the `convergence` code and `message` of the optimiser, the objectives `starts`, `counts` of
-#'   calls, `decay`, and the mapped data.
+#' @param activation of every layer: `"softplus"`, or `"id"`, a linear model.
+#' @param core standard deviation of normal scatter, in units of `y`; estimated if it is `NULL`.
+#' @param decay penalty `decay/2` times the squared weights, of scaled inputs and targets, beside the summed negative
+#'   log-likelihood; 0 for none. Chosen by cross-validation if it is `NULL`.
+#' @param starts number of random starts.
+#' @param seed whole number that starts, folds and the rows that are searched follow. R's random numbers and
+#'   [set.seed()] have no effect.
+#' @param threads number of threads at most; no bit depends on it.
+#' @param period named numbers: `c(hour = 24)` takes the sine and cosine of `2 pi hour / 24` as inputs, so that midnight
+#'   is one time of day.
+#' @param ... options as for the matrix form; there, nothing. `weights` and `offset` are refused: the library does not
+#'   take them.
+#' @return An object of class `"vemkn_fit"`, see [vemkn_fit_methods]. Its members, besides those that an `lm` has, are
+#'   `columns`, `targets`, `core`, `shift`, `hidden`, `activation`, `method`, `decay`, `objective`, `gradient` (its norm),
+#'   `settled`, `rows`, `beyond` (rows beyond six cores), `parameters` (that the rows determine) and `notes`, sentences
+#'   to read before one trusts the fit.
 #'
-#' @section Scaling:
-#' Inputs are brought to mean 0 and standard deviation 1. Targets are mapped by `(y - shift) / (3 core)`, as the
-#' likelihood's core has standard deviation 1/3. Starting weights are Gaussian, with standard deviation 1 for biases and
-#' 1 over the root of the number of inputs of the layer for the others. The biases of the output layer are moved until
-#' the median output is the median target; otherwise all rows might start in the flat tail, where nothing pulls.
+#' @section Columns:
+#' Columns are found by name, in new data, too, in any order. Those without a name are called `x1`, `x2`, and so on.
+#' Inputs are scaled by their median and quantiles, and bounded.
 #'
-#' @seealso [vemkn_fit_methods] for predictions, standard errors and the summary.
+#' @section Errors:
+#' What the library refuses is an error of class `"vemkn_error"` with its sentence; `row` is the number of the row at
+#' fault among those fitted, or `NULL`. An interrupt ends a fit within about a twentieth of a second, or one evaluation.
+#'
+#' @seealso [vemkn_fit_methods] for predictions and standard errors, [vemkn_save()] for model files.
 #' @examples
 #' set.seed(1)
-#' x <- runif(200, -2, 2)
-#' y <- 3 + sin(2 * x) + rnorm(200, sd = 0.1)
-#' y[1:10] <- y[1:10] + 50
-#' fit <- vemkn_fit(x, y, hidden = 4, core = 0.1, decay = 0.1)
+#' d <- data.frame(t = runif(200, -2, 2))
+#' d$height <- 3 + sin(2 * d$t) + rnorm(200, sd = 0.1)
+#' d$height[1:10] <- d$height[1:10] + 50
+#' fit <- vemkn_fit(height ~ t, d, decay = 0.1)
 #' fit
-#' p <- predict(fit, c(-1, 0, 1), se.fit = TRUE)
-#' cbind(truth = 3 + sin(2 * c(-1, 0, 1)), fit = p$fit[, 1], se = p$se.fit[, 1])
+#' predict(fit, data.frame(t = c(-1, 0, 1)), interval = "confidence")
+#' 3 + sin(2 * c(-1, 0, 1))
 #' @export
-vemkn_fit <- function(x, y, hidden = 6, activation = "softplus", core = NULL, shift = NULL,
-                      decay = 0, starts = 3, method = c("BFGS", "CG", "nlminb"), maxit = 1000, threads = 1,
-                      batch = 64) {
-    activation <- match.arg(activation, .Call(C_words, FALSE))
-    method <- match.arg(method)
-    starts <- counts(starts, "starts", 1)
-    maxit <- counts(maxit, "maxit", 1)
-    if (!is.numeric(decay) || length(decay) != 1 || !is.finite(decay) || decay < 0) {
-        stop("'decay' has to be one number from 0 on")
-    }
-    x <- finite_matrix(x, "x")
-    y <- finite_matrix(y, "y", rows = nrow(x))
-    if (nrow(x) < 2) stop("'x' needs at least two rows")
+vemkn_fit <- function(x, ...) UseMethod("vemkn_fit")
 
-    input_map <- make_input_map(x)
-    mapped_x <- apply_input_map(input_map, x)
-    target_map <- make_target_map(mapped_x, y, core, shift, activation)
-    mapped_y <- apply_target_map(target_map, y)
-    net <- vemkn(hidden, numin = ncol(x), numout = ncol(y), activation = activation, threads = threads, batch = batch)
+#' @rdname vemkn_fit
+#' @export
+vemkn_fit.formula <- function(formula, data = NULL, subset, na.action, contrasts = NULL, ...) {
+    call <- match.call()
+    call[[1]] <- quote(vemkn_fit)
+    frame_call <- call[c(1, match(c("formula", "data", "subset", "na.action"), names(call), 0))]
+    frame_call[[1]] <- quote(stats::model.frame)
+    frame_call$drop.unused.levels <- TRUE
+    frame <- eval(frame_call, parent.frame())
+    terms <- attr(frame, "terms")
+    if (!is.null(attr(terms, "offset"))) stop("an offset is not taken: subtract it from the target", call. = FALSE)
+    y <- model.response(frame)
+    if (is.null(y)) stop("the formula has no target", call. = FALSE)
+    if (!is.matrix(y)) y <- target_column(y, deparse1(formula(terms)[[2]]))
+    made <- design(terms, frame, contrasts)
+    if (ncol(made$x) == 0) stop("the formula has no inputs", call. = FALSE)
 
-    f <- penalised(vemkn_functions(net, mapped_x, mapped_y), decay / length(mapped_y))
-    tries <- lapply(seq_len(starts), function(start) {
-        minimise(f, starting_weights(net, mapped_x, mapped_y), method, maxit)
-    })
-    values <- vapply(tries, function(try) try$value, 0)
-    if (!any(is.finite(values))) stop("no start came to a finite objective")
-    best <- tries[[which.min(values)]]
-    net$weights <- best$weights
-    structure(list(net = net, input_map = input_map, target_map = target_map, value = best$value,
-                   convergence = best$convergence, message = best$message, starts = values,
-                   counts = Reduce(`+`, lapply(tries, function(try) try$counts)), decay = decay, method = method,
-                   x = mapped_x, y = mapped_y, call = match.call()),
-              class = "vemkn_fit")
+    fit <- naming_rows(rownames(frame), vemkn_fit.default(made$x, y, ...))
+    fit$notes <- name_rows(fit$notes, rownames(frame))
+    fit$call <- call
+    fit$terms <- terms
+    fit$variables <- variables_of(terms, data)
+    fit$xlevels <- .getXlevels(terms, frame)
+    fit$contrasts <- made$contrasts
+    fit$na.action <- attr(frame, "na.action")
+    fit
 }
 
-finite_matrix <- function(value, name, ...) {
-    value <- numeric_matrix(value, name, ...)
-    if (!all(is.finite(value))) {
-        stop("'", name, "' has missing or infinite values: leave such rows out, see complete.cases()", call. = FALSE)
-    }
+target_column <- function(y, name) {
+    if (!is.numeric(y)) stop("the target ", quoted(name), " is not numeric", call. = FALSE)
+    matrix(y, ncol = 1, dimnames = list(names(y), name))
+}
+
+#' @rdname vemkn_fit
+#' @export
+vemkn_fit.default <- function(x, y, hidden = 6, activation = c("softplus", "id"), core = NULL, decay = NULL,
+                              starts = 3, seed = 1, threads = 1, period = NULL, ...) {
+    call <- match.call(expand.dots = FALSE)
+    refuse_arguments(call$...)
+    call[[1]] <- quote(vemkn_fit)
+    x <- named_matrix(x, "x")
+    y <- numeric_matrix(y, "y", rows = nrow(x))
+    if (ncol(y) != 1) stop("'y' has ", ncol(y), " columns: a robust fit has one target", call. = FALSE)
+    if (is.null(colnames(y))) colnames(y) <- "y"
+    numbers <- c(if (is.null(core)) 0 else number_from(core, "core", 0, above = TRUE),
+                 decay_number(decay),
+                 whole_number(seed, "seed"),
+                 counts(starts, "starts", 1),
+                 counts(threads, "threads", 1))
+    handle <- called(.Call(C_fit, x, y, counts(hidden, "hidden"), match.arg(activation), numbers, colnames(x),
+                           periods(period, colnames(x)), enc2utf8(colnames(y))))
+    fit <- model_of(handle)
+    fit$call <- call
+    fit$x <- x
+    fit$y <- y[, 1]
+    fit$fitted.values <- predictions(fit, x)
+    fit
+}
+
+# Names alone: the values may be names of columns that nobody could evaluate.
+refuse_arguments <- function(dots) {
+    if (length(dots) == 0) return()
+    given <- if (is.null(names(dots))) "" else names(dots)
+    if ("weights" %in% given) stop("'weights' are not taken: every row counts alike", call. = FALSE)
+    if ("offset" %in% given) stop("an offset is not taken: subtract it from the target", call. = FALSE)
+    stop(if (given[1] == "") "an argument too many" else paste("there is no argument", quoted(given[1])), call. = FALSE)
+}
+
+# As the library takes it: 0 stands for the choice by cross-validation, -1 for none.
+decay_number <- function(decay) {
+    if (is.null(decay)) return(0)
+    decay <- number_from(decay, "decay", 0)
+    if (decay == 0) -1 else decay
+}
+
+# Doubles hold every whole number up to 2^53.
+whole_number <- function(value, name) {
+    value <- number_from(value, name, 0)
+    if (value != floor(value) || value > 2^53) stop("'", name, "' has to be a whole number up to 2^53", call. = FALSE)
     value
 }
 
-# The functions of vemkn_functions() with decay/2 times the squared length of the weights added.
-penalised <- function(f, decay) {
-    list(fn = function(w) f$fn(w) + decay / 2 * sum(w^2),
-         gr = function(w) f$gr(w) + decay * w,
-         he = function(w) f$he(w) + diag(decay, length(w)))
+# A number for each column, 0 where it has no period.
+periods <- function(period, columns) {
+    all <- stats::setNames(numeric(length(columns)), columns)
+    if (is.null(period)) return(all)
+    if (!is.numeric(period) || is.null(names(period)) || !all(is.finite(period) & period > 0)) {
+        stop("'period' has to be named numbers above 0, as in c(hour = 24)", call. = FALSE)
+    }
+    unknown <- setdiff(names(period), columns)
+    if (length(unknown) > 0) {
+        stop("'period' names ", quoted(unknown[1]), ", which is no column; there are ", quoted(columns), call. = FALSE)
+    }
+    all[names(period)] <- period
+    all
 }
 
-# Random weights of the size that suits each layer, output biases found by bisection through the network.
-starting_weights <- function(net, x, y) {
-    shapes <- layer_shapes(net$sizes, net$numout, net$nmult)
-    weights <- unlist(lapply(seq_len(nrow(shapes)), function(layer) {
-        rows <- shapes[layer, "rows"]
-        columns <- shapes[layer, "columns"]
-        c(rnorm(columns), rnorm(rows * columns) / sqrt(rows))
-    }))
-    last <- nrow(shapes)
-    biases <- net$numel - shapes[last, "rows"] * shapes[last, "columns"] - net$numout + seq_len(net$numout)
-    wanted <- apply(y, 2, median)
-    low <- rep(-max(abs(wanted)) - 20, net$numout)
-    high <- -low
-    for (halving in 1:40) {
-        weights[biases] <- (low + high) / 2
-        below <- apply(vemkn_compute(net, weights, x), 2, median) < wanted
-        low[below] <- weights[biases][below]
-        high[!below] <- weights[biases][!below]
-    }
-    weights
+# The R object of a handle, without rows.
+model_of <- function(handle) structure(c(list(curve = handle), called(.Call(C_fit_summary, handle))), class = "vemkn_fit")
+
+check_fit <- function(fit) {
+    if (!inherits(fit, "vemkn_fit")) stop("'fit' has to be a fit made by vemkn_fit() or vemkn_load()", call. = FALSE)
 }
 
-minimise <- function(f, weights, method, maxit) {
-    if (method == "nlminb") {
-        found <- nlminb(weights, f$fn, f$gr, f$he, control = list(iter.max = maxit, eval.max = 2 * maxit))
-        found$value <- found$objective
-        counts <- found$evaluations
-    } else {
-        found <- optim(weights, f$fn, f$gr, method = method, control = list(maxit = maxit, reltol = 1e-10))
-        counts <- found$counts
-    }
-    list(weights = found$par, value = found$value, convergence = found$convergence,
-         message = found$message, counts = counts)
+one_path <- function(path) {
+    if (!is.character(path) || length(path) != 1 || is.na(path)) stop("'path' has to be one string", call. = FALSE)
+    path.expand(path)
+}
+
+#' Model files
+#'
+#' A model file, JSON, holds all that predictions take. The library writes and reads it, so every front end reads what
+#' another wrote: this package, Python, C and the program `vemkn-fit`.
+#'
+#' @param fit a fit made by [vemkn_fit()].
+#' @param path of the file. An older one survives what goes wrong.
+#' @return `vemkn_save()`: `path`, invisibly. `vemkn_load()`: an object of class `"vemkn_fit"` whose predictions are those
+#'   of the fit that was saved, to the bit.
+#' @details A file holds columns, not the formula that made them, and no rows: a loaded model predicts from a matrix or
+#'   data frame that has the columns, and has no residuals. `saveRDS()` keeps everything.
+#' @examples
+#' x <- cbind(speed = cars$speed)
+#' fit <- vemkn_fit(x, cars$dist, hidden = 2, decay = 1)
+#' path <- tempfile(fileext = ".json")
+#' vemkn_save(fit, path)
+#' model <- vemkn_load(path)
+#' predict(model, data.frame(speed = c(10, 20)))
+#' unlink(path)
+#' @export
+vemkn_save <- function(fit, path) {
+    check_fit(fit)
+    called(.Call(C_fit_save, fit$curve, one_path(path)))
+    invisible(path)
+}
+
+#' @rdname vemkn_save
+#' @export
+vemkn_load <- function(path) {
+    fit <- model_of(called(.Call(C_fit_load, one_path(path))))
+    fit$call <- match.call()
+    fit
 }

@@ -1,135 +1,230 @@
 #' What a fit knows
 #'
-#' @param object,x a fit made by [vemkn_fit()], or its summary.
-#' @param newdata inputs as `x` of the fit; by default those of the fit.
-#' @param se.fit whether to give standard errors, too.
-#' @param least_curvature what directions in weight space are taken to curve by that curve by less. By default the
-#'   `decay` of the fit, if it has one, else 1.
+#' @param object,x,formula a fit made by [vemkn_fit()], or its summary.
+#' @param newdata a data frame, or a matrix for a fit of a matrix, with the columns of the fit by name, in any order;
+#'   others are ignored. By default the rows of the fit.
+#' @param interval `"confidence"` for the band of the curve, `"prediction"` for where a new row lies that is no outlier.
+#' @param level of the interval.
+#' @param se.fit whether to give standard errors of the curve.
+#' @param na.action what to do with rows of `newdata` that have missing values; by default they are predicted as `NA`.
+#' @param nsim number of columns to draw.
+#' @param seed as in [simulate()].
+#' @param outliers whether rows are also drawn from the residuals beyond six cores, as often as there are such rows.
+#' @param which 1 for residuals over fitted values, 2 for a normal QQ plot of residuals in cores.
 #' @param digits number of significant digits.
-#' @param ... not used.
-#' @return `predict()` and `fitted()`: outputs in the units of the targets, a matrix with a row for each case; with
-#'   `se.fit` a list of `fit` and `se.fit`, matrices of the same shape. `residuals()`: targets minus outputs, such a
-#'   matrix. `coef()`: the weights in the flat order, with names: `"b1[2]"` is the bias of the second unit of the first
-#'   layer, `"W1[3,2]"` the weight from the third input to it. `vcov()`: their covariance. `summary()`: a list of `fit`,
-#'   `errors`, a row of figures for each target, and `coefficients`, the weights with their standard errors.
+#' @param parm not used.
+#' @param ... further arguments of [plot()]; else not used.
+#' @return `predict()`: as that of an `lm`: a vector, with an interval a matrix with the columns `fit`, `lwr` and `upr`,
+#'   with `se.fit` a list of `fit`, `se.fit`, `df` and `residual.scale`, which is the core. The model of another fit than
+#'   a robust one may have several targets, and gives a matrix with a column for each. `residuals()`: targets minus
+#'   fitted values. `coef()`: the weights, of scaled inputs and outputs, in the flat order: `"b1[2]"` is the bias of the
+#'   second unit of the first layer, `"W1[3,2]"` the weight from the third input to it. `vcov()`: their covariance.
+#'   `nobs()`: the number of rows that were fitted. `simulate()`: a data frame of new targets.
 #'
 #' @section Standard errors:
-#' `vcov()` is Laplace's approximation: the inverse Hessian of the whole negative log-likelihood at the optimum, for the
-#' weights in the network's units. The likelihood's scale is fixed by `core`, so nothing is estimated from the
-#' residuals. Data often leave directions in weight space undetermined, and an optimum may lie at a jump of the
-#' likelihood, where the Hessian is not positive. Directions that curve by less than `least_curvature` are therefore
-#' taken to curve by that much, and a warning gives their number. Without `decay` they so become uncertain by 1, the
-#' spread of the starting weights; with it, as uncertain as the prior says. Standard errors of predictions follow from
-#' `vcov()` by the exact Jacobian of the outputs.
+#' They follow from the sandwich covariance of the weights, which `vcov()` gives; intervals take quantiles of Student's
+#' distribution with `rows - parameters` degrees of freedom. Where the objective does not curve upwards, and above 500
+#' weights, there are none, which is an error that says why. Prediction intervals hold for a row that is no outlier.
+#' `confint()` is an error: weights mean nothing one by one.
+#'
+#' @section Log-likelihood:
+#' `logLik()` is in units of the targets, without the penalty, with `parameters + 1` degrees of freedom, one for the
+#' core. So `AIC()` can compare fits of the same rows with one core, given to all of them: at a wider core an outlier
+#' costs less, and the fit with the wider core would win.
 #' @examples
-#' set.seed(1)
-#' x <- runif(100, -2, 2)
-#' fit <- vemkn_fit(x, 2 + x + rnorm(100, sd = 0.2), hidden = 2, decay = 1)
+#' fit <- vemkn_fit(dist ~ speed, cars, hidden = 2, decay = 1)
 #' summary(fit)
-#' predict(fit, c(-1, 1), se.fit = TRUE)
+#' predict(fit, data.frame(speed = c(10, 20)), interval = "prediction")
+#' update(fit, core = fit$core, decay = 10)
+#' plot(fit, which = 1)
 #' @name vemkn_fit_methods
 NULL
 
+predictions <- function(object, x) {
+    found <- called(.Call(C_fit_predict, object$curve, x))
+    if (ncol(found) > 1) return(structure(found, dimnames = list(rownames(x), object$targets)))
+    structure(found[, 1], names = rownames(x))
+}
+
+# A matrix with the columns fit, se, lwr and upr.
+intervals <- function(object, x, is_prediction, level) {
+    found <- called(.Call(C_fit_interval, object$curve, x, is_prediction, level))
+    structure(found, dimnames = list(rownames(x), c("fit", "se", "lwr", "upr")))
+}
+
+# find(x) of the rows without missing values; NA for the others.
+rows_present <- function(x, find) {
+    present <- rowSums(is.na(x)) == 0
+    found <- naming_rows(which(present), find(x[present, , drop = FALSE]))
+    if (all(present)) return(found)
+    at <- match(seq_along(present), which(present))
+    if (is.matrix(found)) found <- found[at, , drop = FALSE] else found <- found[at]
+    if (is.matrix(found)) rownames(found) <- rownames(x) else names(found) <- rownames(x)
+    found
+}
+
 #' @rdname vemkn_fit_methods
 #' @export
-print.vemkn_fit <- function(x, digits = 5, ...) {
-    cat("network   ", widths_text(x$net), x$net$activation, "\n")
-    cat("rows      ", nrow(x$y), "\n")
-    cat("core      ", format(x$target_map$core, digits = digits), "\n")
-    cat("shift     ", format(x$target_map$shift, digits = digits), "\n")
-    cat("objective ", format(x$value, digits = digits), "of starts", format(sort(x$starts), digits = digits), "\n")
-    if (x$convergence != 0) cat("the optimiser stopped before it converged, code", x$convergence, x$message, "\n")
-    invisible(x)
+predict.vemkn_fit <- function(object, newdata, interval = c("none", "confidence", "prediction"), level = 0.95,
+                              se.fit = FALSE, na.action = na.pass, ...) {
+    interval <- match.arg(interval)
+    level <- number_from(level, "level", 0)
+    is_new <- !missing(newdata) && !is.null(newdata)
+    x <- if (is_new) new_rows(object, newdata, na.action) else training_rows(object)
+    pad <- function(found) napredict(if (is_new) attr(x, "na.action") else object$na.action, found)
+    if (interval == "none" && !se.fit) return(pad(rows_present(x, function(x) predictions(object, x))))
+    found <- rows_present(x, function(x) intervals(object, x, interval == "prediction", level))
+    fit <- pad(if (interval == "none") found[, "fit"] else found[, c("fit", "lwr", "upr"), drop = FALSE])
+    if (!se.fit) return(fit)
+    list(fit = fit, se.fit = pad(found[, "se"]), df = object$rows - object$parameters, residual.scale = object$core)
+}
+
+#' @rdname vemkn_fit_methods
+#' @export
+fitted.vemkn_fit <- function(object, ...) {
+    training_rows(object)
+    napredict(object$na.action, object$fitted.values)
+}
+
+#' @rdname vemkn_fit_methods
+#' @export
+residuals.vemkn_fit <- function(object, ...) naresid(object$na.action, plain_residuals(object))
+
+plain_residuals <- function(object) {
+    training_rows(object)
+    object$y - object$fitted.values
 }
 
 #' @rdname vemkn_fit_methods
 #' @export
 coef.vemkn_fit <- function(object, ...) {
-    structure(object$net$weights, names = weight_names(object$net))
+    weights <- called(.Call(C_fit_weights, object$curve))
+    structure(weights, names = weight_names(fitted_network(object, length(weights))))
+}
+
+# What weight_names() asks of a network. Periodic columns are two inputs, so their number is that of the weights.
+fitted_network <- function(object, numel) {
+    numout <- length(object$targets)
+    later <- number_of_weights(object$hidden, numout, 1)
+    list(sizes = c((numel - later) / object$hidden[1] - 1, object$hidden), numout = numout, nmult = 1)
 }
 
 #' @rdname vemkn_fit_methods
 #' @export
-vcov.vemkn_fit <- function(object, least_curvature = NULL, ...) {
-    tcrossprod(covariance_root(object, least_curvature))
+vcov.vemkn_fit <- function(object, ...) {
+    names <- names(coef(object))
+    structure(called(.Call(C_fit_covariance, object$curve)), dimnames = list(names, names))
 }
 
-# The negative log-likelihood's Hessian: the objective is a mean.
-information <- function(object) {
-    hessian <- vemkn_hessian(object$net, NULL, object$x, object$y)
-    length(object$y) * hessian + diag(object$decay, nrow(hessian))
+#' @rdname vemkn_fit_methods
+#' @export
+nobs.vemkn_fit <- function(object, ...) object$rows
+
+#' @rdname vemkn_fit_methods
+#' @export
+formula.vemkn_fit <- function(x, ...) {
+    if (is.null(x$terms)) stop("the fit is of a matrix, so it has no formula", call. = FALSE)
+    formula(x$terms)
 }
 
-# A matrix whose product with its own transpose is the covariance. Sums of squares of it stay positive.
-covariance_root <- function(object, least_curvature) {
-    if (is.null(least_curvature)) least_curvature <- if (object$decay > 0) object$decay else 1
-    parts <- eigen(information(object), symmetric = TRUE)
-    # Directions of which the data say nothing at all curve by the decay, but for rounding.
-    low <- sum(parts$values < least_curvature - 1e-10 * max(abs(parts$values)))
-    if (low > 0) {
-        warning(low, " of ", length(parts$values), " directions in weight space are not determined by the data: ",
-                "they are taken to curve by ", least_curvature, call. = FALSE)
+#' @rdname vemkn_fit_methods
+#' @export
+confint.vemkn_fit <- function(object, parm, level = 0.95, ...) {
+    stop("weights have no meaning one by one; predict(fit, newdata, interval = \"confidence\") is the band of the curve",
+         call. = FALSE)
+}
+
+#' @rdname vemkn_fit_methods
+#' @export
+logLik.vemkn_fit <- function(object, ...) {
+    residual <- plain_residuals(object)
+    n <- length(residual)
+    scale <- object$core / core_deviation
+    # The outputs of a network without weights are 0: its objective is the library's loss of the residuals.
+    loss <- vemkn_objective(vemkn(1, numin = 1, activation = "id"), NULL, numeric(n), residual / scale)
+    structure(n * (dnorm(0, sd = core_deviation, log = TRUE) - loss - log(scale)),
+              df = object$parameters + 1, nobs = n, class = "logLik")
+}
+
+core_deviation <- 1 / 3 # of the library's likelihood
+tail_from <- 6          # cores
+
+#' @rdname vemkn_fit_methods
+#' @export
+simulate.vemkn_fit <- function(object, nsim = 1, seed = NULL, outliers = FALSE, ...) {
+    nsim <- counts(nsim, "nsim", 1)
+    if (!exists(".Random.seed", envir = globalenv(), inherits = FALSE)) runif(1)
+    before <- get(".Random.seed", envir = globalenv())
+    if (!is.null(seed)) {
+        on.exit(assign(".Random.seed", before, envir = globalenv()))
+        set.seed(seed)
     }
-    root <- sweep(parts$vectors, 2, sqrt(pmax(parts$values, least_curvature)), "/")
-    rownames(root) <- weight_names(object$net)
-    root
-}
-
-#' @rdname vemkn_fit_methods
-#' @export
-predict.vemkn_fit <- function(object, newdata, se.fit = FALSE, least_curvature = NULL, ...) {
-    x <- if (missing(newdata)) object$x else apply_input_map(object$input_map, inputs(object$net, newdata))
-    fit <- undo_target_map(object$target_map, vemkn_compute(object$net, NULL, x))
-    if (!se.fit) return(fit)
-    list(fit = fit, se.fit = standard_errors(object, x, covariance_root(object, least_curvature)))
-}
-
-rows_at_a_time <- 1024
-
-# In units of y. The Jacobian of the outputs is that of the residuals themselves, under the norm "sum".
-standard_errors <- function(object, x, root) {
-    net <- object$net
-    plain <- vemkn(net$sizes[-1], numin = net$sizes[1], numout = net$numout, activation = net$activation, norm = "sum")
-    errors <- matrix(0, nrow(x), net$numout)
-    for (first in seq(1, by = rows_at_a_time, length.out = ceiling(nrow(x) / rows_at_a_time))) {
-        rows <- first:min(first + rows_at_a_time - 1, nrow(x))
-        zeros <- matrix(0, length(rows), net$numout)
-        along_root <- vemkn_jacobian_product(plain, net$weights, x[rows, , drop = FALSE], zeros, root)$product
-        errors[rows, ] <- sqrt(rowSums(along_root^2))
+    residual <- plain_residuals(object)
+    n <- length(residual)
+    drawn <- matrix(rnorm(n * nsim, sd = object$core), n)
+    far <- residual[abs(residual) >= tail_from * object$core]
+    if (outliers && length(far) > 0) {
+        hit <- runif(n * nsim) < length(far) / n
+        drawn[hit] <- far[sample.int(length(far), sum(hit), replace = TRUE)]
     }
-    sweep(errors, 2, object$target_map$core / core_deviation, "*")
+    drawn <- as.data.frame(object$fitted.values + drawn)
+    names(drawn) <- paste0("sim_", seq_len(nsim))
+    structure(drawn, seed = if (is.null(seed)) before else structure(seed, kind = as.list(RNGkind())))
 }
 
 #' @rdname vemkn_fit_methods
 #' @export
-fitted.vemkn_fit <- function(object, ...) predict(object)
-
-#' @rdname vemkn_fit_methods
-#' @export
-residuals.vemkn_fit <- function(object, ...) undo_target_map(object$target_map, object$y) - fitted(object)
-
-#' @rdname vemkn_fit_methods
-#' @export
-summary.vemkn_fit <- function(object, least_curvature = NULL, ...) {
-    residual <- residuals(object)
-    limit <- tail_from / core_deviation * object$target_map$core
-    errors <- cbind("median |error|" = apply(abs(residual), 2, median),
-                    "median error" = apply(residual, 2, median),
-                    "root mean square" = sqrt(colMeans(residual^2)),
-                    "beyond six cores" = colMeans(sweep(abs(residual), 2, limit, ">=")))
-    rownames(errors) <- paste("target", seq_len(ncol(residual)))
-    coefficients <- cbind(Estimate = coef(object), "Std. Error" = sqrt(diag(vcov(object, least_curvature))))
-    structure(list(fit = object, errors = errors, coefficients = coefficients), class = "summary.vemkn_fit")
+print.vemkn_fit <- function(x, digits = 4, ...) {
+    line <- function(...) cat(paste(...), "\n", sep = "")
+    number <- function(value) format(value, digits = digits)
+    cat("\nCall:\n", paste(deparse(x$call), collapse = "\n"), "\n\n", sep = "")
+    line("curve      of", quoted(x$targets), "over", quoted(x$columns))
+    line("network   ", widths_text(fitted_network(x, length(coef(x)))), x$activation)
+    line("rows      ", x$rows, "of which", x$beyond, "lie beyond six cores")
+    line("core      ", paste(number(x$core), collapse = " "))
+    if (!is.na(x$decay)) line("decay     ", number(x$decay))
+    if (!is.na(x$parameters)) line("parameters", number(x$parameters))
+    for (note in x$notes) cat(strwrap(note, initial = "note: ", exdent = 6), sep = "\n")
+    invisible(x)
 }
 
 #' @rdname vemkn_fit_methods
 #' @export
-print.summary.vemkn_fit <- function(x, digits = 5, ...) {
+summary.vemkn_fit <- function(object, ...) {
+    residual <- plain_residuals(object)
+    structure(list(fit = object,
+                   residuals = structure(quantile(residual), names = c("Min", "1Q", "Median", "3Q", "Max")),
+                   logLik = logLik(object)),
+              class = "summary.vemkn_fit")
+}
+
+#' @rdname vemkn_fit_methods
+#' @export
+print.summary.vemkn_fit <- function(x, digits = 4, ...) {
     print(x$fit, digits = digits)
-    cat("calls     ", sum(x$fit$counts, na.rm = TRUE), "of objective and gradient\n")
-    cat("\nResiduals in the units of the targets:\n")
-    print(x$errors, digits = digits)
-    cat("\nWeights in the units of the network:\n")
-    print(x$coefficients, digits = digits)
+    cat("\nResiduals:\n")
+    print(x$residuals, digits = digits)
+    cat("\nlog-likelihood ", format(c(x$logLik), digits = digits), "\nobjective      ",
+        format(x$fit$objective, digits = digits), " with a gradient of ", format(x$fit$gradient, digits = 2),
+        if (!x$fit$settled) " (not settled)", "\n", sep = "")
+    invisible(x)
+}
+
+#' @rdname vemkn_fit_methods
+#' @export
+plot.vemkn_fit <- function(x, which = 1:2, ...) {
+    residual <- plain_residuals(x)
+    if (length(which) > 1 && grDevices::dev.interactive()) {
+        before <- grDevices::devAskNewPage(TRUE)
+        on.exit(grDevices::devAskNewPage(before))
+    }
+    if (1 %in% which) {
+        plot(x$fitted.values, residual, xlab = "fitted values", ylab = "residuals", ...)
+        abline(h = c(-tail_from, 0, tail_from) * x$core, lty = c(3, 1, 3))
+    }
+    if (2 %in% which) {
+        qqnorm(residual / x$core, ylab = "residuals / core", ...)
+        abline(0, 1, lty = 3)
+    }
     invisible(x)
 }

@@ -2,7 +2,7 @@
 #'
 #' The package gives R the library libvemkn: a small dense feed-forward network, its residuals, a robust objective, and
 #' exact derivatives of it, for optimisers of the caller's own. [vemkn()] makes a network, [vemkn_functions()] what
-#' `optim` and `nlminb` want of it, [vemkn_fit()] is a complete robust fit.
+#' `optim` and `nlminb` want of it. [vemkn_fit()] is robust regression by the library libvemknfit.
 #'
 #' @section Matrices:
 #' R keeps a matrix column by column, the library row by row. The package transposes inputs, targets, tangents and
@@ -16,12 +16,12 @@
 #' to the results. All shapes are checked before a call, so that nothing reaches the library that it would answer by
 #' ending the process. Lack of memory in the library is an error, after which R goes on. While a call runs, OpenBLAS is
 #' set to one thread, and back afterwards. A call cannot be interrupted; [vemkn_hessian()] can between its blocks of
-#' tangents. The library's first call prints one line with its version on standard output.
+#' tangents, and [vemkn_fit()] can. The library's first call prints one line with its version on standard output.
 #'
 #' @section Missing values:
 #' `NA` in inputs, targets or weights is a NaN to the library, and flows through as such: what it enters is `NA` or
 #' `NaN`, so ask with `is.na()`, which is true of both. One in a row of the data is enough for the objective and its
-#' derivatives. [vemkn_fit()] refuses missing values; before other calls leave such rows out, see [complete.cases()].
+#' derivatives, so leave such rows out, see [complete.cases()]. [vemkn_fit()] does so by `na.action`, given a formula.
 #'
 #' @section Forks:
 #' After a fork (`parallel::mclapply`) networks go on working in the child, on one thread and with the same results.
@@ -29,5 +29,7 @@
 #' @name vemkn-package
 #' @docType package
 #' @useDynLib vemkn, .registration = TRUE, .fixes = "C_"
-#' @importFrom stats coef fitted lm.wfit mad median nlminb optim predict residuals rnorm sd vcov weights
+#' @importFrom graphics abline
+#' @importFrom stats .getXlevels coef confint dnorm fitted formula logLik model.response na.pass napredict naresid nobs predict
+#' @importFrom stats qqnorm quantile residuals rnorm runif simulate vcov weights
 NULL

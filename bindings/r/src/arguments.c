@@ -58,6 +58,19 @@ SEXP new_matrix(double rows, double columns)
     return Rf_allocMatrix(REALSXP, (int)rows, (int)columns);
 }
 
+SEXP named_list(int n, const char* const* names, const SEXP* values)
+{
+    SEXP list = PROTECT(Rf_allocVector(VECSXP, n));
+    SEXP list_names = PROTECT(Rf_allocVector(STRSXP, n));
+    for (int i = 0; i < n; ++i) {
+        SET_VECTOR_ELT(list, i, values[i]);
+        SET_STRING_ELT(list_names, i, Rf_mkChar(names[i]));
+    }
+    Rf_setAttrib(list, R_NamesSymbol, list_names);
+    UNPROTECT(2);
+    return list;
+}
+
 static int is_both_orders(SEXP matrix)
 {
     return Rf_nrows(matrix) == 1 || Rf_ncols(matrix) == 1;

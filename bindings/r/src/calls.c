@@ -1,20 +1,6 @@
 /* One function for each computing call: check, bring into rows, call, bring into columns. */
 #include "glue.h"
 
-/* A list with those names, of values that are protected by the caller. */
-static SEXP named_list(int n, const char* const* names, const SEXP* values)
-{
-    SEXP list = PROTECT(Rf_allocVector(VECSXP, n));
-    SEXP list_names = PROTECT(Rf_allocVector(STRSXP, n));
-    for (int i = 0; i < n; ++i) {
-        SET_VECTOR_ELT(list, i, values[i]);
-        SET_STRING_ELT(list_names, i, Rf_mkChar(names[i]));
-    }
-    Rf_setAttrib(list, R_NamesSymbol, list_names);
-    UNPROTECT(2);
-    return list;
-}
-
 SEXP vemknr_compute(SEXP handle, SEXP w, SEXP x)
 {
     const struct batch b = read_batch(handle, w, x, NULL);

@@ -4,6 +4,7 @@
  * arguments.c  checks, and the way from R's columns to the library's rows
  * calls.c      one function for each computing call
  * library.cpp  the calls themselves, with C++ exceptions turned into a status
+ * fit.c        fits of libvemknfit, whose calls let no exception out
  * init.c       registration
  *
  * Every R error is raised while no C++ frame is on the stack, and every buffer belongs to R. */
@@ -79,6 +80,9 @@ void check_matrix(SEXP matrix, int rows, const char* name);
 /* A new matrix for results. R error for long vectors; to be protected by the caller. */
 SEXP new_matrix(double rows, double columns);
 
+/* A list with those names, of values that are protected by the caller. */
+SEXP named_list(int n, const char* const* names, const SEXP* values);
+
 /* The elements of a matrix of R row by row, in memory that R frees after the call. */
 const double* by_rows(SEXP matrix);
 
@@ -92,7 +96,7 @@ void settle_rows(SEXP matrix, const double* rows);
 /* R error for a negative status. */
 void check_status(int status, const char* call);
 
-/* ---------------------------------------------------------------- entries: handle.c, calls.c */
+/* --------------------------------------------------------- entries: handle.c, calls.c, fit.c */
 
 SEXP vemknr_create(SEXP text, SEXP threads, SEXP batch);
 SEXP vemknr_release(SEXP handle);
@@ -107,6 +111,22 @@ SEXP vemknr_gradient(SEXP handle, SEXP w, SEXP x, SEXP y);
 SEXP vemknr_hessian_product(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP v);
 SEXP vemknr_jacobian_product(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP v);
 SEXP vemknr_product_jacobian(SEXP handle, SEXP w, SEXP x, SEXP y, SEXP u);
+
+SEXP vemknr_fit(SEXP x,
+                SEXP y,
+                SEXP hidden,
+                SEXP activation,
+                SEXP numbers,
+                SEXP names,
+                SEXP period,
+                SEXP target);
+SEXP vemknr_fit_load(SEXP path);
+SEXP vemknr_fit_save(SEXP handle, SEXP path);
+SEXP vemknr_fit_predict(SEXP handle, SEXP x);
+SEXP vemknr_fit_interval(SEXP handle, SEXP x, SEXP is_prediction, SEXP level);
+SEXP vemknr_fit_summary(SEXP handle);
+SEXP vemknr_fit_weights(SEXP handle);
+SEXP vemknr_fit_covariance(SEXP handle);
 
 #endif
 #endif

@@ -17,6 +17,14 @@ static const R_CallMethodDef entries[] = {
     {"hessian_product",  (DL_FUNC)&vemknr_hessian_product,  5},
     {"jacobian_product", (DL_FUNC)&vemknr_jacobian_product, 5},
     {"product_jacobian", (DL_FUNC)&vemknr_product_jacobian, 5},
+    {"fit",              (DL_FUNC)&vemknr_fit,              8},
+    {"fit_load",         (DL_FUNC)&vemknr_fit_load,         1},
+    {"fit_save",         (DL_FUNC)&vemknr_fit_save,         2},
+    {"fit_predict",      (DL_FUNC)&vemknr_fit_predict,      2},
+    {"fit_interval",     (DL_FUNC)&vemknr_fit_interval,     4},
+    {"fit_summary",      (DL_FUNC)&vemknr_fit_summary,      1},
+    {"fit_weights",      (DL_FUNC)&vemknr_fit_weights,      1},
+    {"fit_covariance",   (DL_FUNC)&vemknr_fit_covariance,   1},
     {NULL, NULL, 0},
 };
 

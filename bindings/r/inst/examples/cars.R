@@ -6,19 +6,16 @@ library(vemkn)
 path <- commandArgs(trailingOnly = TRUE)
 if (length(path) != 1) stop("usage: Rscript cars.R auto_mpg.csv")
 cars <- read.csv(path)
-cars <- cars[complete.cases(cars), ]
-x <- as.matrix(cars[c("horsepower", "weight_lb", "year")])
 
-set.seed(1)
-fit <- vemkn_fit(x, cars$mpg, hidden = 4, decay = 1)
+fit <- vemkn_fit(mpg ~ horsepower + weight_lb + year, cars, hidden = 4) # rows with missing values are left out
 print(fit)
-print(summary(fit)$errors, digits = 3)
-light_and_heavy <- rbind(c(70, 2000, 1980), c(150, 4000, 1972))
-p <- predict(fit, light_and_heavy, se.fit = TRUE)
-print(cbind(light_and_heavy, mpg = p$fit[, 1], se = p$se.fit[, 1]), digits = 4)
+light_and_heavy <- data.frame(weight_lb = c(2000, 4000), horsepower = c(70, 150), year = c(1980, 1972))
+print(cbind(light_and_heavy, predict(fit, light_and_heavy, interval = "prediction")), digits = 4)
+print(residuals(fit)[abs(residuals(fit)) > 4 * fit$core], digits = 3) # cars that are unlike the others
 
 # An optimiser of one's own: scaled data, a network, and its functions of the weights.
 net <- vemkn(1, numin = 1)
+cars <- na.omit(cars)
 weight <- as.vector(scale(cars$weight_lb))
 mpg <- (cars$mpg - min(cars$mpg)) / (3 * 3.5) + 1 # a core of 3.5 mpg, and positive as softplus is
 f <- vemkn_functions(net, weight, mpg)

@@ -1,128 +1,206 @@
-# A network of activation "id" with one hidden unit is b2 + W2 (b1 + W1 x): linear regression, written with two
-# parameters more than it has. All residuals lie in the Gaussian core, so least squares is the likelihood's optimum.
-linear_data <- function() {
-    set.seed(11)
-    x <- cbind(runif(60, -1, 1), rnorm(60))
-    list(x = x, y = 5 + 2 * x[, 1] - x[, 2] + rnorm(60, sd = 0.2))
+# The library promises equal bits on x86-64 only; there covariances agree to 1e-8.
+same_digits <- function(found, expected) {
+    if (R.version$arch == "x86_64") expect_identical(found, expected) else expect_equal(found, expected, tolerance = 1e-6)
 }
 
-test_that("standard errors of linear regression are those of theory for a known scatter", {
-    d <- linear_data()
-    line <- lm(y ~ x, d)
-    # With shift 0 and core 1/3 the network's targets are the caller's.
-    fit <- vemkn_fit(d$x, d$y, hidden = 1, activation = "id", core = 1 / 3, shift = 0, method = "nlminb")
-    expect_lt(max(abs(residuals(fit))), 2)
-    expect_equal(as.vector(fitted(fit)), unname(fitted(line)), tolerance = 1e-6)
-    expect_warning(p <- predict(fit, d$x, se.fit = TRUE), "2 of 5 directions")
-    theory <- sqrt(hatvalues(line)) / 3
-    # nlminb stops within about 1e-8 of the optimum, where residuals and inputs are not quite orthogonal.
-    expect_equal(as.vector(p$se.fit), unname(theory), tolerance = 1e-5)
+test_that("weights and predictions are those that Python has", {
+    fit <- vemkn_fit(cbind(exact_rows()$a, exact_rows()$b), exact_rows()$y, hidden = 4, starts = 2, seed = 5)
+    same_digits(unname(coef(fit)), fixture$weights)
+    same_digits(fit[c("core", "shift", "decay")], fixture[c("core", "shift", "decay")])
+    p <- predict(fit, unname(as.matrix(new_data)), interval = "prediction", level = 0.9, se.fit = TRUE)
+    same_digits(p$fit[, "fit"], fixture$prediction)
+    expect_equal(p$se.fit, fixture$error, tolerance = 1e-8)
+    expect_equal(p$fit[, "lwr"], fixture$lower, tolerance = 1e-8)
+    expect_equal(p$fit[, "upr"], fixture$upper, tolerance = 1e-8)
 })
 
-test_that("the Hessian holds lm's covariance where the weights are those of a line", {
-    d <- linear_data()
-    line <- lm(y ~ x, d)
-    net <- vemkn(1, numin = 2, activation = "id")
-    # b1 = 0 and W2 = 1 leave W1 and b2 as slopes and intercept.
-    w <- c(0, coef(line)[2:3], coef(line)[1], 1)
-    hessian <- length(d$y) * vemkn_hessian(net, w, d$x, d$y)
-    covariance <- solve(hessian[c(4, 2, 3), c(4, 2, 3)])
-    expect_equal(covariance, unname(vcov(line)) / summary(line)$sigma^2 / 9, tolerance = 1e-10)
+test_that("outliers are counted and do not move the curve", {
+    fit <- exact_fit()
+    expect_identical(c(fit$rows, fit$beyond), c(120, 12))
+    d <- exact_rows()
+    truth <- 3 + d$a - d$a^3 / 4 + d$b / 2
+    # Three standard deviations of the scatter of a single row, 0.052.
+    expect_lt(max(abs(fitted(fit) - truth)), 0.15)
+    # That of the 23 equidistant values.
+    expect_equal(fit$core, sd(-11:11 / 128), tolerance = 0.2)
 })
 
-test_that("outliers do not move the fit", {
-    set.seed(2)
-    x <- runif(150, -2, 2)
-    truth <- function(x) 3 + sin(2 * x)
-    y <- truth(x) + rnorm(150, sd = 0.1)
-    y[1:15] <- y[1:15] + 40
-    fit <- vemkn_fit(x, y, hidden = 5, core = 0.1, decay = 0.1)
-    at <- seq(-1.8, 1.8, by = 0.1)
-    expect_warning(p <- predict(fit, at, se.fit = TRUE), "directions in weight space")
-    # Three standard deviations of a single row; the mean is known better than that.
-    expect_lt(max(abs(p$fit - truth(at))), 0.3)
-    # Laplace's errors have the right size: nearly all errors within four of them.
-    expect_gt(mean(abs(p$fit - truth(at)) < 4 * p$se.fit), 0.9)
-    expect_equal(unname(suppressWarnings(summary(fit))$errors[, "beyond six cores"]), 0.1)
+test_that("formula, matrix and data frame are one fit", {
+    d <- exact_rows()
+    by_formula <- exact_fit()
+    by_matrix <- vemkn_fit(as.matrix(d[c("a", "b")]), d$y, hidden = 3, decay = 0.1, starts = 1)
+    by_frame <- vemkn_fit(d[c("a", "b")], d$y, hidden = 3, decay = 0.1, starts = 1, threads = 2)
+    expect_identical(coef(by_matrix), coef(by_formula))
+    expect_identical(coef(by_frame), coef(by_formula))
+    expect_identical(vcov(by_frame), vcov(by_formula))
+    expect_false(identical(coef(exact_fit(seed = 2)), coef(by_formula)))
 })
 
-test_that("vcov, coef and standard errors of predictions agree", {
-    set.seed(5)
-    x <- matrix(runif(160, -1, 1), 80)
-    y <- cbind(exp(x[, 1]), 2 + x[, 2]) + rnorm(160, sd = 0.05)
-    fit <- vemkn_fit(x, y, hidden = 3, core = c(0.05, 0.1), decay = 1, starts = 2, method = "nlminb", threads = 2)
-    # The posterior once more in plain R: its gradient vanishes at the fit, its curvature is the inverse of vcov.
-    posterior <- function(w) {
-        sum(plain_norm(plain_outputs(c(2, 3, 2), "softplus", w, fit$x) - fit$y)) + sum(w^2) / 2
+test_that("columns of new data are found by name", {
+    by_matrix <- vemkn_fit(exact_rows()[c("a", "b")], exact_rows()$y, hidden = 3, decay = 0.1, starts = 1)
+    for (fit in list(exact_fit(), by_matrix)) {
+        expected <- predict(fit, new_data)
+        expect_identical(predict(fit, cbind(z = 7, new_data[c("b", "a")])), expected)
+        expect_identical(unname(predict(fit, as.matrix(new_data[c("b", "a")]))), unname(expected))
+        expect_error(predict(fit, new_data["a"]), "no column 'b'; there is 'a'")
+        expect_error(predict(fit, data.frame(a = 1, B = 1)), "no column 'b'; there are 'a', 'B'")
+        expect_error(predict(fit, unname(as.matrix(new_data))), "no columns 'a', 'b'; there are 'x1', 'x2'")
+        # A variable of that name elsewhere is not the data's.
+        b <- 1:3
+        expect_error(predict(fit, new_data["a"]), "no column 'b'")
     }
-    slope <- function(w) differences(posterior, w, diag(17), step = 1e-4)
+    bare <- vemkn_fit(exact_rows()$a, exact_rows()$y, hidden = 3, decay = 0.1, starts = 1)
+    expect_identical(predict(bare, 0.5), unname(predict(bare, data.frame(x1 = 0.5))))
+    expect_error(predict(bare, data.frame(a = 0.5)), "no column 'x1'")
+    expect_error(vemkn_fit(cbind(a = 1:9, a = 9:1), 1:9), "two columns of 'x' are called 'a'")
+})
+
+test_that("factors, transformations and variables outside the data come back in predictions", {
+    d <- exact_rows()
+    d$g <- rep(c("u", "v", "w"), 40)
+    degree <- 2
+    fit <- vemkn_fit(y ~ poly(a, degree) + g, d, hidden = 2, decay = 1, starts = 1, contrasts = list(g = "contr.sum"))
+    expect_identical(fit$columns, c("poly(a, degree)1", "poly(a, degree)2", "g1", "g2"))
+    expect_identical(predict(fit, d[7:5, ]), fitted(fit)[7:5])
+    expect_error(predict(fit, data.frame(a = 1, g = "x")), "new level")
+    a <- d$a
+    y <- d$y
+    without_data <- vemkn_fit(y ~ poly(a, degree), hidden = 2, decay = 1, starts = 1)
+    expect_identical(predict(without_data, d[3:4, ]), fitted(without_data)[3:4])
+    expect_error(predict(without_data, d["b"]), "no column 'a'")
+})
+
+test_that("a period makes the ends of a day one time", {
+    hour <- (0:95 * 7) %% 96 / 4
+    fit <- vemkn_fit(load ~ hour, data.frame(hour = hour, load = (hour - 12)^2), period = c(hour = 24), hidden = 3,
+                     decay = 0.1, starts = 1)
+    expect_length(coef(fit), 3 * 3 + 4)
+    ends <- predict(fit, data.frame(hour = c(0.5, 24.5)))
+    expect_equal(ends[[1]], ends[[2]], tolerance = 1e-9)
+    expect_error(vemkn_fit(hour, hour, period = c(hour = 24)), "'period' names 'hour', which is no column")
+    expect_error(vemkn_fit(hour, hour, period = 24), "named numbers")
+})
+
+test_that("missing values follow na.action", {
+    d <- exact_rows()
+    d$a[3] <- NA
+    d$y[5] <- NaN
+    left_out <- exact_fit_of(d)
+    padded <- exact_fit_of(d, na.action = na.exclude)
+    expect_identical(nobs(left_out), 118)
+    expect_identical(names(residuals(left_out)), rownames(d)[-c(3, 5)])
+    expect_identical(which(is.na(residuals(padded))), c("3" = 3L, "5" = 5L))
+    expect_identical(residuals(padded)[-c(3, 5)], residuals(left_out))
+    expect_identical(predict(padded), fitted(padded))
+    expect_identical(dim(predict(padded, interval = "confidence")), c(120L, 3L))
+    expect_error(exact_fit_of(d, na.action = na.pass), "x: row 3.* not a finite number", class = "vemkn_error")
+
+    new <- replace(new_data, "b", c(0.25, NA, 1))
+    p <- predict(padded, new, interval = "confidence", se.fit = TRUE)
+    expect_identical(is.na(p$se.fit), c("1" = FALSE, "2" = TRUE, "3" = FALSE))
+    expect_identical(unname(p$fit[c(1, 3), "fit"]), unname(predict(padded, new_data)[c(1, 3)]))
+    expect_length(predict(padded, new, na.action = na.omit), 2)
+    expect_length(predict(padded, new[0, ]), 0)
+    expect_identical(unname(predict(padded, new[2, ])), NA_real_)
+})
+
+test_that("the row at fault is that of the data", {
+    d <- exact_rows()
+    d$a[3] <- NA
+    d$b[8] <- Inf
+    e <- tryCatch(exact_fit_of(d), vemkn_error = identity)
+    expect_match(conditionMessage(e), "x: row 8, column 2 is not a finite number")
+    e <- tryCatch(vemkn_fit(d[-3, "b"], d[-3, "y"]), vemkn_error = identity)
+    expect_identical(e$row, 7)
+    expect_error(predict(exact_fit(), d[2:9, ]), "row 7", class = "vemkn_error")
+    d$b[8] <- 1e6
+    expect_match(exact_fit_of(d)$notes, "1 rows have an input far from the others, .* the first is row 8$", all = FALSE)
+})
+
+test_that("intervals are those of Student's distribution", {
+    fit <- exact_fit()
+    band <- predict(fit, new_data, interval = "confidence", level = 0.9, se.fit = TRUE)
+    rows <- predict(fit, new_data, interval = "prediction", level = 0.9)
+    expect_identical(colnames(rows), c("fit", "lwr", "upr"))
+    expect_identical(band$fit[, "fit"], predict(fit, new_data))
+    expect_identical(band$residual.scale, fit$core)
+    expect_identical(band$df, nobs(fit) - fit$parameters)
+    t <- qt(0.95, band$df)
+    expect_equal(band$fit[, "upr"] - band$fit[, "fit"], t * band$se.fit, tolerance = 1e-9)
+    expect_equal(rows[, "fit"] - rows[, "lwr"], t * sqrt(band$se.fit^2 + fit$core^2), tolerance = 1e-9)
+    inside <- predict(fit, interval = "prediction", level = 0.9)
+    held <- mean((inside[, "lwr"] < exact_rows()$y & exact_rows()$y < inside[, "upr"])[1:120 %% 10 != 0])
+    # The scatter is uniform: 0.95 cores of either side hold all but those beyond 1.65 of its 1.73 deviations.
+    expect_gt(held, 0.85)
+    expect_error(predict(fit, new_data, interval = "confidence", level = 2), "level", class = "vemkn_error")
+    expect_error(predict(fit, new_data, interval = "credible"), "should be one of")
+})
+
+test_that("the standard errors follow from vcov and the network", {
+    fit <- exact_fit()
+    # Near the median nothing is bounded, so that inputs are straight functions of the columns.
+    path <- tempfile(fileext = ".json")
+    on.exit(unlink(path))
+    vemkn_save(fit, path)
+    rule <- function(name) as.numeric(regmatches(readLines(path), regexpr(sprintf('(?<="%s": )[-0-9.e]+', name),
+                                                                          readLines(path), perl = TRUE)))
+    scaled <- sweep(sweep(as.matrix(new_data), 2, rule("centre")), 2, rule("spread"), "/")
+    net <- vemkn(3, numin = 2, norm = "sum")
     w <- unname(coef(fit))
-    # Beside a curvature of at least 1, so the weights are within 1e-3 of the optimum.
-    expect_lt(max(abs(slope(w))), 1e-3)
-    # Differences of differences: rounding leaves eps * 500 / 1e-4^2 = 1e-5 beside a least curvature of about 1.
-    curvature <- differences(slope, w, diag(17), step = 1e-4)
-    expect_equal(unname(vcov(fit, least_curvature = 0.01)), solve((curvature + t(curvature)) / 2), tolerance = 1e-4)
-    expect_named(coef(fit), rownames(vcov(fit, least_curvature = 0.01)))
-    expect_identical(names(coef(fit))[c(1, 4, 5, 17)], c("b1[1]", "W1[1,1]", "W1[1,2]", "W2[3,2]"))
-
-    p <- predict(fit, x[1:3, ], se.fit = TRUE, least_curvature = 0.01)
-    output <- function(w) {
-        net <- fit$net
-        weights(net) <- w
-        as.vector(predict(replace(fit, "net", list(net)), x[1:3, ]))
-    }
-    jacobian <- differences(output, unname(coef(fit)), diag(17))
-    expected <- sqrt(diag(jacobian %*% vcov(fit, least_curvature = 0.01) %*% t(jacobian)))
-    expect_equal(as.vector(p$se.fit), unname(expected), tolerance = 1e-6)
-    # In the units of y: the two targets have cores of their own.
-    expect_equal(fitted(fit) + residuals(fit), y, tolerance = rounding)
+    expect_equal(predict(fit, new_data), fit$shift + 3 * fit$core * vemkn_compute(net, w, unname(scaled))[, 1],
+                 tolerance = rounding, ignore_attr = TRUE)
+    jacobian <- vemkn_jacobian_product(net, w, unname(scaled), numeric(3), diag(length(w)))$product
+    errors <- 3 * fit$core * sqrt(diag(jacobian %*% vcov(fit) %*% t(jacobian)))
+    expect_equal(predict(fit, new_data, se.fit = TRUE)$se.fit, errors, tolerance = 1e-6, ignore_attr = TRUE)
+    expect_identical(dimnames(vcov(fit)), list(names(coef(fit)), names(coef(fit))))
+    expect_identical(names(coef(fit))[c(1, 4, 5, 13)], c("b1[1]", "W1[1,1]", "W1[1,2]", "W2[3,1]"))
 })
 
-test_that("targets are scaled as the activation needs", {
-    d <- linear_data()
-    lowest <- function(activation) min(vemkn_fit(d$x, d$y, 2, activation, starts = 1, maxit = 1)$y)
-    expect_equal(lowest("softplus"), 1)
-    expect_equal(lowest("relu"), 1)
-    expect_equal(median(vemkn_fit(d$x, d$y, 2, "id", starts = 1, maxit = 1)$y), 0)
-    atan_y <- vemkn_fit(d$x, d$y, 2, "atan", starts = 1, maxit = 1)$y
-    expect_lte(max(abs(atan_y)), 1.4 + rounding)
-    expect_error(vemkn_fit(d$x, d$y, 2, "atan", core = 0.001), "range of atan")
-    # A line explains these data, so the core is its scatter.
-    expect_equal(vemkn_fit(d$x, d$y, 2, starts = 1, maxit = 1)$target_map$core, 0.2, tolerance = 0.3)
+test_that("a fit without standard errors says why", {
+    fit <- vemkn_fit(y ~ a, exact_rows(), hidden = 167, decay = 10, core = 0.05, starts = 1)
+    expect_error(vcov(fit), "more than 500 weights", class = "vemkn_error")
+    expect_error(predict(fit, new_data, interval = "confidence"), "more than 500 weights", class = "vemkn_error")
+    expect_length(predict(fit, new_data), 3)
 })
 
-test_that("inputs come to mean 0 and deviation 1, and constant ones to 0", {
-    x <- cbind(c(3, 5, 7), 0, 5)
-    expect_equal(vemkn:::apply_input_map(vemkn:::make_input_map(x), x), cbind(c(-1, 0, 1), 0, 0))
+test_that("the log-likelihood is that of the targets", {
+    fit <- exact_fit()
+    # plain_norm() is 0 at 0, the density of a Gaussian core there.
+    expected <- sum(dnorm(0, sd = fit$core, log = TRUE) - plain_norm(residuals(fit) / (3 * fit$core)))
+    expect_equal(c(logLik(fit)), expected, tolerance = rounding)
+    expect_identical(attr(logLik(fit), "df"), fit$parameters + 1)
+    expect_equal(AIC(fit), 2 * (fit$parameters + 1) - 2 * expected, tolerance = rounding)
 })
 
-test_that("starts have the median output at the median target", {
-    set.seed(1)
-    x <- matrix(rnorm(202), 101)
-    y <- matrix(40 + rnorm(202), 101)
-    net <- vemkn(3, numin = 2, numout = 2)
-    w <- vemkn:::starting_weights(net, x, y)
-    expect_equal(apply(vemkn_compute(net, w, x), 2, median), apply(y, 2, median), tolerance = 1e-6)
+test_that("targets of any size are fitted", {
+    large <- vemkn_fit(y ~ a + b, transform(exact_rows(), y = y * 2^600), hidden = 3, decay = 0.1, starts = 1)
+    expect_identical(predict(large, new_data), predict(exact_fit(), new_data) * 2^600)
+    expect_error(vemkn_fit(1:9, c(1:8, 1e308)), "row 9", class = "vemkn_error")
 })
 
-test_that("data that cannot be fitted are errors", {
-    d <- linear_data()
-    expect_error(vemkn_fit(d$x, replace(d$y, 3, NA)), "complete.cases")
-    expect_error(vemkn_fit(replace(d$x, 3, Inf), d$y), "missing or infinite")
-    expect_error(vemkn_fit(d$x, d$y[-1]), "'y' has 59 rows, but needs 60")
-    expect_error(vemkn_fit(d$x, rep(1, 60)), "in every row")
-    expect_error(vemkn_fit(d$x, d$y, core = -1), "positive")
-    expect_error(vemkn_fit(d$x, d$y, core = 1:2), "one for each target")
-    expect_error(vemkn_fit(d$x, d$y, core = Inf), "'core' has to be one number")
-    expect_error(vemkn_fit(d$x, d$y, shift = -Inf), "'shift' has to be one number")
-    expect_error(vemkn_fit(d$x, d$y, decay = -1), "decay")
-    fit <- vemkn_fit(d$x, d$y, 2, starts = 1, maxit = 1)
-    expect_error(predict(fit, d$x[, 1]), "'x' has 1 columns")
-})
-
-test_that("a fit prints and sums up", {
-    d <- linear_data()
-    fit <- vemkn_fit(d$x, d$y, 2, decay = 1, starts = 1)
-    expect_output(print(fit), "network    2-2-1 softplus")
-    expect_output(print(suppressWarnings(summary(fit))), "Std. Error")
+test_that("what cannot be fitted is an error", {
+    d <- exact_rows()
+    expect_error(vemkn_fit(d$a, d$y[-1]), "'y' has 119 rows, but needs 120")
+    expect_error(vemkn_fit(array(1, c(2, 3, 4)), 1:2), "'x' has 3 dimensions")
+    expect_error(vemkn_fit(d$a, array(1, c(120, 1, 1))), "'y' has 3 dimensions")
+    expect_error(vemkn_fit(d$a, cbind(d$y, d$y)), "one target")
+    expect_error(vemkn_fit(letters, 1:26), "'x' has to be a numeric")
+    expect_error(vemkn_fit(d$a, as.character(d$y)), "'y' has to be a numeric")
+    expect_error(vemkn_fit(iris, 1:150), "column 'Species' of 'x' is not numeric")
+    expect_error(vemkn_fit(Species ~ Sepal.Width, iris), "the target 'Species' is not numeric")
+    expect_error(vemkn_fit(cbind(a, b) ~ y, d), "one target")
+    expect_error(vemkn_fit(~ a, d), "no target")
+    expect_error(vemkn_fit(y ~ 1, d), "no inputs")
+    for (hidden in list(integer(0), NULL, 0, 2.5, "3", NA)) expect_error(exact_fit_of(d, hidden = hidden), "whole numbers")
+    expect_error(exact_fit_of(d, hidden = c(100, 100)), "take fewer", class = "vemkn_error")
+    for (core in list(0, -1, Inf, NA, 1:2, "1")) expect_error(exact_fit(core = core), "'core' has to be one number above 0")
+    for (decay in list(-1, NaN, 1:2)) expect_error(vemkn_fit(d$a, d$y, decay = decay), "'decay' has to be one number")
+    for (seed in list(-1, 0.5, 2^54, NA)) expect_error(exact_fit(seed = seed), "'seed' has to be")
+    expect_error(exact_fit(threads = 0), "'threads' has to be")
+    expect_error(exact_fit(activation = "relu"), "should be one of")
+    expect_error(vemkn_fit(d$a, rep(1, 120)), "give the core", class = "vemkn_error")
+    expect_error(exact_fit(weights = nowhere), "'weights' are not taken")
+    expect_error(exact_fit(offset = a), "offset is not taken")
+    expect_error(vemkn_fit(y ~ a + offset(b), d), "offset is not taken")
+    expect_error(exact_fit(maxit = 3), "no argument 'maxit'")
 })
