@@ -90,6 +90,7 @@ vemkn_fit.default <- function(x, y, hidden = 6, activation = c("softplus", "id")
     refuse_arguments(call$...)
     call[[1]] <- quote(vemkn_fit)
     x <- named_matrix(x, "x")
+    if (ncol(x) == 0) stop("'x' has no columns", call. = FALSE)
     y <- numeric_matrix(y, "y", rows = nrow(x))
     if (ncol(y) != 1) stop("'y' has ", ncol(y), " columns: a robust fit has one target", call. = FALSE)
     if (is.null(colnames(y))) colnames(y) <- "y"

@@ -1,19 +1,13 @@
-/* Robust fits: external pointers that own a fit of libvemknfit, and its calls.
+/* External pointers that own a fit of libvemknfit, their making and their files.
  *
  * The pointer's protected value is the text of the model. R saves it with a workspace, but not the
  * address; so a nil pointer is read from the text when it is used. A call that fails gives R a
  * condition, which R code raises. */
-#include <R_ext/Utils.h>
-#include <signal.h>
-#include <time.h>
-#include <vemkn_fit.h>
-
 #include "glue.h"
 
 /* -------------------------------------------------------------------------------- conditions */
 
-/* What the library's last call on this thread says of its error. */
-static SEXP failure(void)
+SEXP failure(void)
 {
     const int64_t row = vemkn_fit_row();
     SEXP message = PROTECT(Rf_allocVector(STRSXP, 1));
@@ -66,8 +60,7 @@ static SEXP owned(SEXP handle, VEMKNFit* fit, int code)
     return code == VEMKN_FIT_OK ? handle : failure();
 }
 
-/* The fit of a handle; null where the library cannot read its text. R error for anything else. */
-static VEMKNFit* fit_of(SEXP handle)
+const VEMKNFit* fit_of(SEXP handle)
 {
     if (TYPEOF(handle) != EXTPTRSXP || R_ExternalPtrTag(handle) != fit_tag() ||
         TYPEOF(R_ExternalPtrProtected(handle)) != RAWSXP)
@@ -79,52 +72,6 @@ static VEMKNFit* fit_of(SEXP handle)
     if (vemkn_fit_read((const char*)RAW(text), (size_t)XLENGTH(text) - 1, &fit) == VEMKN_FIT_OK)
         R_SetExternalPtrAddr(handle, fit);
     return fit;
-}
-
-/* --------------------------------------------------------------------------------- interrupts */
-
-/* What a look at R's events came to: a list of one, the condition or NULL. */
-struct watch {
-    SEXP seen;
-    struct timespec last;
-};
-
-static SEXP check_events(void* nothing)
-{
-    (void)nothing;
-    R_CheckUserInterrupt();
-    return R_NilValue;
-}
-
-static SEXP keep_condition(SEXP condition, void* seen)
-{
-    SET_VECTOR_ELT((SEXP)seen, 0, condition);
-    return R_NilValue;
-}
-
-static void look_at_events(void* seen)
-{
-    SEXP classes = PROTECT(Rf_allocVector(STRSXP, 2));
-    SET_STRING_ELT(classes, 0, Rf_mkChar("interrupt"));
-    SET_STRING_ELT(classes, 1, Rf_mkChar("error")); /* a time limit */
-    R_tryCatch(check_events, NULL, classes, keep_condition, seen, NULL, NULL);
-    UNPROTECT(1);
-}
-
-/* No jump may pass the library: handlers outside are unknown to R_ToplevelExec, and what they would
- * have seen is raised when the fit has ended. */
-static int watch_events(const VEMKNFitProgress* progress, void* host)
-{
-    (void)progress;
-    const double interval = 0.05; /* seconds; a look takes some microseconds */
-    struct watch* watch = host;
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    const double passed = (double)(now.tv_sec - watch->last.tv_sec) +
-                          1e-9 * (double)(now.tv_nsec - watch->last.tv_nsec);
-    if (passed < interval) return 0;
-    watch->last = now;
-    return !R_ToplevelExec(look_at_events, watch->seen) || VECTOR_ELT(watch->seen, 0) != R_NilValue;
 }
 
 /* ---------------------------------------------------------------------------------------- fit */
@@ -162,8 +109,7 @@ SEXP vemknr_fit(SEXP x,
     if (Rf_ncols(y) != 1) Rf_error("'y' has %d columns, but needs 1", Rf_ncols(y));
     if (TYPEOF(hidden) != INTSXP || TYPEOF(numbers) != REALSXP || LENGTH(numbers) != 5)
         Rf_error("these are not the options of a fit");
-    SEXP seen = PROTECT(Rf_allocVector(VECSXP, 1));
-    struct watch watch = {.seen = seen};
+    struct watch watch = {.seen = PROTECT(Rf_allocVector(VECSXP, 1))};
     const double* number = REAL(numbers);
     const VEMKNFitOptions options = {.size = sizeof options,
                                      .hidden = (const unsigned*)INTEGER(hidden),
@@ -183,14 +129,8 @@ SEXP vemknr_fit(SEXP x,
     VEMKNFit* fit = NULL;
     const int code =
         vemkn_fit_robust(rows, (size_t)Rf_nrows(x), (size_t)Rf_ncols(x), REAL(y), &options, &fit);
-    SEXP condition = VECTOR_ELT(seen, 0);
-    if (code == VEMKN_FIT_CANCELLED && Rf_inherits(condition, "interrupt")) {
-        /* R deals with it as it would have: the library's frames have gone. */
-        raise(SIGINT);
-        R_CheckUserInterrupt();
-    }
-    const int is_error = code == VEMKN_FIT_CANCELLED && Rf_inherits(condition, "error");
-    SEXP answer = is_error ? condition : owned(handle, fit, code);
+    SEXP event = code == VEMKN_FIT_CANCELLED ? raised_again(&watch) : R_NilValue;
+    SEXP answer = event != R_NilValue ? event : owned(handle, fit, code);
     UNPROTECT(2);
     return answer;
 }
@@ -213,152 +153,4 @@ SEXP vemknr_fit_save(SEXP handle, SEXP path)
     if (TYPEOF(path) != STRSXP || LENGTH(path) != 1) Rf_error("'path' has to be one string");
     const int code = vemkn_fit_save(fit, Rf_translateChar(STRING_ELT(path, 0)));
     return code == VEMKN_FIT_OK ? R_NilValue : failure();
-}
-
-/* --------------------------------------------------------------------------------- predictions */
-
-SEXP vemknr_fit_predict(SEXP handle, SEXP x)
-{
-    const VEMKNFit* fit = fit_of(handle);
-    if (fit == NULL) return failure();
-    check_matrix(x, any_rows, "x");
-    SEXP out = PROTECT(new_matrix(Rf_nrows(x), (double)vemkn_fit_targets(fit)));
-    double* rows = row_buffer(out);
-    const int code =
-        vemkn_fit_predict(fit, by_rows(x), (size_t)Rf_nrows(x), (size_t)Rf_ncols(x), rows);
-    if (code == VEMKN_FIT_OK) settle_rows(out, rows);
-    SEXP answer = code == VEMKN_FIT_OK ? out : failure();
-    UNPROTECT(1);
-    return answer;
-}
-
-/* A matrix of predictions, standard errors, lower and upper ends. */
-SEXP vemknr_fit_interval(SEXP handle, SEXP x, SEXP is_prediction, SEXP level)
-{
-    const VEMKNFit* fit = fit_of(handle);
-    if (fit == NULL) return failure();
-    check_matrix(x, any_rows, "x");
-    const size_t n = (size_t)Rf_nrows(x);
-    SEXP out = PROTECT(new_matrix((double)n, 4));
-    double* found = REAL(out);
-    const int code = vemkn_fit_interval(
-        fit,
-        by_rows(x),
-        n,
-        (size_t)Rf_ncols(x),
-        Rf_asLogical(is_prediction) ? VEMKN_FIT_PREDICTION : VEMKN_FIT_CONFIDENCE,
-        Rf_asReal(level),
-        found,
-        found + n,
-        found + 2 * n,
-        found + 3 * n);
-    SEXP answer = code == VEMKN_FIT_OK ? out : failure();
-    UNPROTECT(1);
-    return answer;
-}
-
-/* ---------------------------------------------------------------------------- what a fit holds */
-
-static SEXP texts(const VEMKNFit* fit, size_t n, const char* (*each)(const VEMKNFit*, size_t))
-{
-    SEXP all = PROTECT(Rf_allocVector(STRSXP, (R_xlen_t)n));
-    for (size_t i = 0; i < n; ++i)
-        SET_STRING_ELT(all, (R_xlen_t)i, Rf_mkCharCE(each(fit, i), CE_UTF8));
-    UNPROTECT(1);
-    return all;
-}
-
-static SEXP of_targets(const VEMKNFit* fit, double (*each)(const VEMKNFit*, size_t))
-{
-    const R_xlen_t n = (R_xlen_t)vemkn_fit_targets(fit);
-    SEXP all = PROTECT(Rf_allocVector(REALSXP, n));
-    for (R_xlen_t i = 0; i < n; ++i) REAL(all)[i] = each(fit, (size_t)i);
-    UNPROTECT(1);
-    return all;
-}
-
-static SEXP widths(const VEMKNFit* fit)
-{
-    const R_xlen_t n = (R_xlen_t)vemkn_fit_layers(fit);
-    SEXP all = PROTECT(Rf_allocVector(INTSXP, n));
-    for (R_xlen_t i = 0; i < n; ++i) INTEGER(all)[i] = (int)vemkn_fit_width(fit, (size_t)i);
-    UNPROTECT(1);
-    return all;
-}
-
-SEXP vemknr_fit_summary(SEXP handle)
-{
-    const VEMKNFit* fit = fit_of(handle);
-    if (fit == NULL) return failure();
-
-    enum { MEMBERS = 15 };
-
-    const char* const names[MEMBERS] = {"columns",
-                                        "targets",
-                                        "core",
-                                        "shift",
-                                        "hidden",
-                                        "activation",
-                                        "method",
-                                        "decay",
-                                        "objective",
-                                        "gradient",
-                                        "settled",
-                                        "rows",
-                                        "beyond",
-                                        "parameters",
-                                        "notes"};
-    SEXP values[MEMBERS];
-    int n = 0;
-    values[n++] = PROTECT(texts(fit, vemkn_fit_columns(fit), vemkn_fit_column));
-    values[n++] = PROTECT(texts(fit, vemkn_fit_targets(fit), vemkn_fit_target));
-    values[n++] = PROTECT(of_targets(fit, vemkn_fit_core));
-    values[n++] = PROTECT(of_targets(fit, vemkn_fit_shift));
-    values[n++] = PROTECT(widths(fit));
-    values[n++] = PROTECT(Rf_mkString(vemkn_fit_activation(fit)));
-    values[n++] = PROTECT(Rf_mkString(vemkn_fit_method(fit)));
-    values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_decay(fit)));
-    values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_objective(fit)));
-    values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_gradient(fit)));
-    values[n++] = PROTECT(Rf_ScalarLogical(vemkn_fit_settled(fit)));
-    values[n++] = PROTECT(Rf_ScalarReal((double)vemkn_fit_rows(fit)));
-    values[n++] = PROTECT(Rf_ScalarReal((double)vemkn_fit_beyond(fit)));
-    values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_parameters(fit)));
-    values[n++] = PROTECT(texts(fit, vemkn_fit_notes(fit), vemkn_fit_note));
-    SEXP list = named_list(n, names, values);
-    UNPROTECT(n);
-    return list;
-}
-
-SEXP vemknr_fit_weights(SEXP handle)
-{
-    const VEMKNFit* fit = fit_of(handle);
-    if (fit == NULL) return failure();
-    size_t n = 0;
-    const double* from = vemkn_fit_weights(fit, &n);
-    SEXP weights = PROTECT(Rf_allocVector(REALSXP, (R_xlen_t)n));
-    for (size_t i = 0; i < n; ++i) REAL(weights)[i] = from[i];
-    UNPROTECT(1);
-    return weights;
-}
-
-SEXP vemknr_fit_covariance(SEXP handle)
-{
-    const VEMKNFit* fit = fit_of(handle);
-    if (fit == NULL) return failure();
-    const double* from = vemkn_fit_covariance(fit);
-    if (from == NULL) { /* an interval is refused with the reason */
-        const size_t columns = vemkn_fit_columns(fit);
-        double* row = (double*)R_alloc(columns, sizeof(double));
-        for (size_t i = 0; i < columns; ++i) row[i] = 0.0;
-        const int kind = VEMKN_FIT_CONFIDENCE;
-        vemkn_fit_interval(fit, row, 1, columns, kind, 0.5, NULL, NULL, NULL, NULL);
-        return failure();
-    }
-    size_t n = 0;
-    vemkn_fit_weights(fit, &n);
-    SEXP covariance = PROTECT(new_matrix((double)n, (double)n));
-    for (size_t i = 0; i < n * n; ++i) REAL(covariance)[i] = from[i]; /* symmetric */
-    UNPROTECT(1);
-    return covariance;
 }

@@ -4,7 +4,9 @@
  * arguments.c  checks, and the way from R's columns to the library's rows
  * calls.c      one function for each computing call
  * library.cpp  the calls themselves, with C++ exceptions turned into a status
- * fit.c        fits of libvemknfit, whose calls let no exception out
+ * fit.c        external pointers that own a fit of libvemknfit, whose calls let no exception out
+ * fit_model.c  predictions of a fit, and what it holds
+ * fit_watch.c  interrupts while a fit runs
  * init.c       registration
  *
  * Every R error is raised while no C++ frame is on the stack, and every buffer belongs to R. */
@@ -59,6 +61,8 @@ int library_weighted(
 #else
 
 #include <Rinternals.h>
+#include <time.h>
+#include <vemkn_fit.h>
 
 /* ---------------------------------------------------------------------------------- handle.c */
 
@@ -96,7 +100,27 @@ void settle_rows(SEXP matrix, const double* rows);
 /* R error for a negative status. */
 void check_status(int status, const char* call);
 
-/* --------------------------------------------------------- entries: handle.c, calls.c, fit.c */
+/* ------------------------------------------------------------------------- fit.c, fit_watch.c */
+
+/* The fit of a handle; null where the library cannot read its text. R error for anything else. */
+const VEMKNFit* fit_of(SEXP handle);
+
+/* A condition for R: what the library's last call on this thread says of its error. */
+SEXP failure(void);
+
+/* What the looks at R's events came to: a list of one, the condition or NULL. */
+struct watch {
+    SEXP seen;
+    struct timespec last;
+};
+
+/* A VEMKNFitWatch whose host is a struct watch. */
+int watch_events(const VEMKNFitProgress* progress, void* host);
+
+/* Does not return after an interrupt. Otherwise the error that came up, or NULL. */
+SEXP raised_again(const struct watch* watch);
+
+/* --------------------------------------------------------- entries: handle.c, calls.c, fit*.c */
 
 SEXP vemknr_create(SEXP text, SEXP threads, SEXP batch);
 SEXP vemknr_release(SEXP handle);

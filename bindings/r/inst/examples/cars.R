@@ -14,8 +14,8 @@ print(cbind(light_and_heavy, predict(fit, light_and_heavy, interval = "predictio
 print(residuals(fit)[abs(residuals(fit)) > 4 * fit$core], digits = 3) # cars that are unlike the others
 
 # An optimiser of one's own: scaled data, a network, and its functions of the weights.
-net <- vemkn(1, numin = 1)
 cars <- na.omit(cars)
+net <- vemkn(1, numin = 1)
 weight <- as.vector(scale(cars$weight_lb))
 mpg <- (cars$mpg - min(cars$mpg)) / (3 * 3.5) + 1 # a core of 3.5 mpg, and positive as softplus is
 f <- vemkn_functions(net, weight, mpg)

@@ -184,6 +184,8 @@ test_that("what cannot be fitted is an error", {
     expect_error(vemkn_fit(array(1, c(2, 3, 4)), 1:2), "'x' has 3 dimensions")
     expect_error(vemkn_fit(d$a, array(1, c(120, 1, 1))), "'y' has 3 dimensions")
     expect_error(vemkn_fit(d$a, cbind(d$y, d$y)), "one target")
+    expect_error(vemkn_fit(matrix(0, 5, 0), 1:5), "'x' has no columns")
+    expect_error(vemkn_fit(1, 1), "2 or more", class = "vemkn_error")
     expect_error(vemkn_fit(letters, 1:26), "'x' has to be a numeric")
     expect_error(vemkn_fit(d$a, as.character(d$y)), "'y' has to be a numeric")
     expect_error(vemkn_fit(iris, 1:150), "column 'Species' of 'x' is not numeric")
