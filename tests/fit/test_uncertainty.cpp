@@ -101,8 +101,9 @@ TEST(Uncertainty, IsTheSandwichOfALinearModel)
             const double error = expected.error(data.x(r, 0), data.x(r, 1));
             EXPECT_NEAR(error, errors[r], 1e-5 * error) << r;
         }
-        EXPECT_NEAR(3.0, model.uncertainty->parameters, 1e-6);
-        EXPECT_NEAR(static_cast<double>(rows) - 3.0, model.uncertainty->freedom, 1e-6);
+        // Outliers curve A downwards a little.
+        EXPECT_NEAR(3.0, model.uncertainty->parameters, 1e-3);
+        EXPECT_NEAR(static_cast<double>(rows) - 3.0, model.uncertainty->freedom, 1e-3);
     }
 }
 

@@ -226,6 +226,7 @@ TEST_F(Predict, RobustModelsAreThoseThatTheLibraryWrites)
     VEMKNFitOptions options{};
     options.size = sizeof options;
     options.columns = columns;
+    options.seed = 1;
     VEMKNFit* made = nullptr;
     ASSERT_EQ(VEMKN_FIT_OK, vemkn_fit_robust(x.data(), 80, 2, y.data(), &options, &made))
         << vemkn_fit_message();
