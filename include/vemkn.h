@@ -34,6 +34,9 @@
  *   side by side, to the last layer. The last size must then equal the first.
  * - batch must not be 0 and is otherwise ignored: a new handle works in slices of 32 rows.
  *
+ * A size too few or too many shifts the meaning of every later word; vemk_check says what is wrong
+ * with a text.
+ *
  * ## The flat order of weights, gradients and products
  *
  *     layer 0          layer 1          layer 2
@@ -75,9 +78,8 @@
  *   the instruction, and if a handler returns, the process ends by SIGFPE all the same. A
  *   handler for SIGFPE may leave a call of a handle with one thread by siglongjmp: later calls work,
  *   and what this one holds, its memory too, is given back at the thread's next call or its end.
- * - Width: a call with more input columns than the network takes prints "too many predicates: " and
- *   ends the process with exit status 3. The network takes the smaller of vemk_numin and the first
- *   of the sizes. Exit handlers may make handles and call.
+ * - Width: a call with more than vemk_maxcols input columns prints "too many predicates: " and ends
+ *   the process with exit status 3. Exit handlers may make handles and call.
  * - End of the process: by exit, new calls of other threads are held back for up to a second, and
  *   those in flight waited for as long.
  * - Refusals: a refused call prints one line on standard error, writes nothing and returns -1.
@@ -193,6 +195,29 @@ extern VEMKN_API uint64_t g_ndd;
  * Threads:   may run at any time; waits while vemk_Hv or vemk_Jv runs in another thread. */
 VEMKN_API VEMKNInfo* initVEMKNet(const char* text, int length);
 
+/** Says in a sentence for people what is wrong with a description, without making a network.
+ *
+ * @param[in]  text    array of length [length], the description; may hold any bytes
+ * @param[in]  length  number of bytes
+ * @param[out] buffer  array of length [size]: the sentence, or as much of it as there is room for,
+ *                     and a zero byte; an empty text when nothing is wrong. Null: not written
+ * @param[in]  size    room in the buffer in bytes; 0: nothing is written
+ * @return 0 when nothing is wrong. 1 when initVEMKNet makes a network that can be used, but a word
+ *         does not do what it seems to: an unknown activation, a negative number, a size of 0, words
+ *         that run into each other or follow the norm, or a first size other than numin. -1 when
+ *         computing calls, or those of them that use the norm, refuse what initVEMKNet makes of the
+ *         text.
+ *
+ * The judgement is that of initVEMKNet, with the memory that the machine and the process have at the
+ * moment. The first thing that is wrong is named; a word of the text appears in quotation marks, its
+ * control characters as question marks, at most 40 bytes of it.
+ * Ownership: text is copied; the buffer stays the caller's.
+ * Messages:  none, not even the banner.
+ * Failure:   none: a null text with a length, a negative length and lack of memory give -1 and a
+ *            sentence. The floating-point environment is left alone.
+ * Threads:   may run at any time. */
+VEMKN_API int vemk_check(const char* text, int length, char* buffer, unsigned size);
+
 /** Releases a handle; null is ignored.
  * @param[in] net  handle from initVEMKNet; invalid afterwards
  * Ownership: frees everything that the handle holds.
@@ -268,12 +293,19 @@ VEMKN_API const char* vemk_norms(unsigned i);
 
 /* ----------------------------------------------------------------------- shapes and parameters */
 
-/** The first number of the description: input columns that the network takes, unless the first of
- * the sizes is smaller.
+/** The first number of the description. How many input columns a call takes: see vemk_maxcols.
  * @param[in] net  handle
  * @return the number; 0 for a null handle
  * Threads: reads the handle only. */
 VEMKN_API unsigned vemk_numin(VEMKNInfo* net);
+
+/** The most input columns that a call takes: the smaller of vemk_numin and the first of the sizes. A
+ * call with fewer counts the missing ones as zeros; a call with more ends the process with exit
+ * status 3, in quiet mode too.
+ * @param[in] net  handle
+ * @return the number; 0 for a network without layers and for a null handle
+ * Threads: reads the handle only. */
+VEMKN_API unsigned vemk_maxcols(VEMKNInfo* net);
 
 /** Number of output columns.
  * @param[in] net  handle

@@ -244,11 +244,13 @@ class Network {
 public:
     /** @param text  a description as in vemkn.h
      * @throws std::invalid_argument for a text that describes no network that can be evaluated: too few words or layers,
-     *         a width of 0, an unknown norm, more than the machine's memory. An unknown activation is softplus, as ever.
+     *         a width of 0, an unknown norm, more than the machine's memory; what() says which. An unknown activation is softplus, as ever.
      *         The library may say more on standard error or output. */
     explicit Network(std::string_view text) : handle_(create(text))
     {
-        if (!usable()) detail::wrong("\"" + std::string(text) + "\" describes no network");
+        if (!usable()) {
+            detail::wrong("\"" + std::string(text) + "\" describes no network: " + fault(text));
+        }
     }
 
     /** As Network(description.text()).
@@ -257,7 +259,7 @@ public:
 
     /** Input columns that x has: the first word of the text, or the first of the sizes where that is smaller.
      * @return their number */
-    unsigned numin() const { return std::min(vemk_numin(handle()), layer_rows(handle(), 0)); }
+    unsigned numin() const { return vemk_maxcols(handle()); }
 
     /** Output columns, and columns of y.
      * @return their number */
@@ -591,11 +593,12 @@ private:
             initVEMKNet, text.empty() ? "" : text.data(), static_cast<int>(text.size()));
     }
 
-    // Rows of a layer's weights, 0 if there is no such layer.
-    static unsigned layer_rows(VEMKNInfo* net, unsigned layer)
+    // What is wrong with a text, in words.
+    static std::string fault(std::string_view text)
     {
-        unsigned rows = 0, cols = 0;
-        return vemk_weights(net, layer, nullptr, &rows, &cols) == 0 ? rows : 0;
+        char sentence[400];
+        vemk_check(text.data(), static_cast<int>(text.size()), sentence, sizeof sentence);
+        return sentence;
     }
 
     // Whether the library would run the network and use its norm: it is asked to, for no rows. A text that breaks off

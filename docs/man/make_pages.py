@@ -31,8 +31,8 @@ LIBRARIES = (
         "pages": {
             "vemkn_network": (
                 "life cycle, settings, shapes and weights of a network",
-                "initVEMKNet releaseVEMKNet vemk_setpar vemk_setbatch vemk_quiet vemk_major vemk_nobanner vemk_numin vemk_numout "
-                "vemk_numel vemk_weights vemk_bias vemk_setweights vemk_getweights vemkn_rowmajor g_ndd",
+                "initVEMKNet vemk_check releaseVEMKNet vemk_setpar vemk_setbatch vemk_quiet vemk_major vemk_nobanner vemk_numin "
+                "vemk_maxcols vemk_numout vemk_numel vemk_weights vemk_bias vemk_setweights vemk_getweights vemkn_rowmajor g_ndd",
             ),
             "vemkn_values": (
                 "outputs, residuals and objective of a network",

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "api/handle.h"
 #include "api/refusals.h"
 #include "model/params.h"
@@ -26,6 +28,12 @@ int copy_stored(const char* entry,
 unsigned vemk_numin(::VEMKNInfo* net)
 {
     return net == nullptr ? 0 : net->model.numin;
+}
+
+unsigned vemk_maxcols(::VEMKNInfo* net)
+{
+    if (net == nullptr || net->model.weights.empty()) return 0;
+    return std::min(net->model.numin, net->model.sizes[0]);
 }
 
 unsigned vemk_numout(::VEMKNInfo* net)

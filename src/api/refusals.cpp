@@ -1,5 +1,6 @@
 #include "api/refusals.h"
 
+#include "network/description.h"
 #include "runtime/messages.h"
 
 namespace VEMKN {
@@ -32,18 +33,11 @@ Reason unusable_network(const VEMKNInfo* net)
 {
     if (Reason why = no_handle(net)) return why;
     const DoubleModel& m = net->model;
-    if (m.weights.size() < 2) {
-        return message("the network has ", m.weights.size(), " layers, needs at least 2");
-    }
-    const std::size_t first = m.weights.front().rows();
-    const std::size_t last_hidden = m.biases[m.biases.size() - 2].size();
-    if (m.nmult == 1 || last_hidden == first) return {};
-    return message("nmult is ",
-                   m.nmult,
-                   " and the last hidden width ",
-                   last_hidden,
-                   " differs from the first size ",
-                   first);
+    const std::size_t layers = m.weights.size();
+    return unfit_layers(layers,
+                        m.nmult,
+                        layers < 2 ? 0 : m.weights.front().rows(),
+                        layers < 2 ? 0 : m.biases[layers - 2].size());
 }
 
 Reason no_norm(const VEMKNInfo* net)

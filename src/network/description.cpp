@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "model/matrix.h"
+#include "runtime/messages.h"
 
 namespace VEMKN {
 
@@ -77,19 +78,37 @@ Description parse_description(const std::string& text)
     in.exceptions(std::ios_base::badbit);
 
     Description d;
-    in >> d.numin >> d.numout >> d.nlayers >> d.nmult >> d.batch;
+    const auto read = [&](std::uint32_t& number) {
+        if (in >> number) ++d.numbers;
+    };
+    for (auto* const number : {&d.numin, &d.numout, &d.nlayers, &d.nmult, &d.batch}) read(*number);
     if (d.numin == 0 || d.numout == 0 || d.nlayers == 0 || d.nmult == 0 || d.batch == 0) return d;
 
     const std::uint64_t limit = memory_limit();
     const std::uint64_t layers_only = d.nlayers * BYTES_PER_LAYER;
     if (layers_only > limit || !can_reserve(layers_only)) return d;
     set_size(d.sizes, d.nlayers);
-    for (std::size_t i = 0; i < d.nlayers && in; ++i) in >> d.sizes[i];
+    for (std::size_t i = 0; i < d.nlayers && in; ++i) read(d.sizes[i]);
     in >> d.activation_name >> d.norm_name;
 
     const std::uint64_t bytes = bytes_needed(d, limit);
     d.valid = bytes <= limit && can_reserve(bytes);
     return d;
+}
+
+std::optional<std::string> unfit_layers(std::size_t layers,
+                                        std::uint32_t nmult,
+                                        std::size_t first_size,
+                                        std::size_t last_size)
+{
+    if (layers < 2) return message("the network has ", layers, " layers, needs at least 2");
+    if (nmult == 1 || last_size == first_size) return {};
+    return message("nmult is ",
+                   nmult,
+                   " and the last hidden width ",
+                   last_size,
+                   " differs from the first size ",
+                   first_size);
 }
 
 }  // namespace VEMKN

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <valarray>
 
@@ -16,6 +17,8 @@ struct Description {
     std::valarray<unsigned int> sizes;
     std::string activation_name;
     std::string norm_name;
+    // How many of the numbers the text has: of the five and of the sizes that it announces.
+    std::size_t numbers = 0;
     // None of the five numbers is 0, and both models of a handle fit half of the machine's memory.
     bool valid = false;
 
@@ -26,5 +29,11 @@ struct Description {
 
 // Throws nothing on bad content. Where the announced shapes are too large, nothing of their size is allocated.
 Description parse_description(const std::string& text);
+
+// Why layers like these cannot be evaluated, if so: too few, or a chain whose ends do not fit.
+std::optional<std::string> unfit_layers(std::size_t layers,
+                                        std::uint32_t nmult,
+                                        std::size_t first_size,
+                                        std::size_t last_size);
 
 }  // namespace VEMKN

@@ -18,6 +18,7 @@ int main(void)
     VEMKNInfo* net;
     unsigned i, rows = 0, cols = 0, length = 0;
     double value = -1;
+    char said[80];
 
     for (i = 0; i < NW; ++i) w[i] = v[i] = 1;
     for (i = 0; i < 2 * ROWS; ++i) x[i] = 1;
@@ -32,6 +33,8 @@ int main(void)
     CHECK(vemk_version()[0] == VEMKN_VERSION[0]);
     CHECK(VEMKN_VERSION_MAJOR >= 2026 && VEMKN_VERSION_MINOR <= 12 && VEMKN_VERSION_PATCH > 0);
 
+    CHECK(vemk_check(TEXT, (int)sizeof TEXT - 1, said, sizeof said) == 0 && said[0] == 0);
+    CHECK(vemk_check(TEXT, 3, said, sizeof said) == -1 && said[0] != 0);
     CHECK(vemk_activations(0) != 0 && vemk_activations(0)[0] == 's' && vemk_activations(1000) == 0);
     CHECK(vemk_norms(0) != 0 && vemk_norms(0)[0] == 's' && vemk_norms(1000) == 0);
 
@@ -42,6 +45,7 @@ int main(void)
     CHECK(vemk_major(net, 0) == 0 && vemkn_rowmajor == 0);
 
     CHECK(vemk_numin(net) == 2);
+    CHECK(vemk_maxcols(net) == 2);
     CHECK(vemk_numout(net) == 1);
     CHECK(vemk_numel(net) == NW);
     CHECK(vemk_weights(net, 0, 0, &rows, &cols) == 0 && rows == 2 && cols == 2);

@@ -67,6 +67,21 @@ TEST(NuminAndNumout, AreTheFirstTwoNumbersOfTheText)
     EXPECT_EQ(0u, vemk_numout(nullptr));
 }
 
+TEST(Maxcols, IsTheSmallerOfNuminAndTheFirstSize)
+{
+    EXPECT_EQ(3u, vemk_maxcols(Network("7 2 2 1 8 3 4 relu sum")));
+    EXPECT_EQ(2u, vemk_maxcols(Network("2 2 2 1 8 3 4 relu sum")));
+    EXPECT_EQ(4u, vemk_maxcols(Network("4 1 2 2 8 4 4 relu sum")));
+    EXPECT_EQ(2u, vemk_maxcols(Network("2 1 1 1 8 2 relu sum")));
+    EXPECT_EQ(0u, vemk_maxcols(Network("2 1 2 1 8 0 4 relu sum")));
+}
+
+TEST(Maxcols, IsZeroWithoutLayers)
+{
+    EXPECT_EQ(0u, vemk_maxcols(Network("7 2 2 0 8 3 4 relu sum")));
+    EXPECT_EQ(0u, vemk_maxcols(nullptr));
+}
+
 TEST(LogpConstants, AreThoseOfTheLikelihoodToTheBit)
 {
     const Network net(TEXT);

@@ -59,6 +59,19 @@ TEST(HppNetwork, ThrowsForATextThatDescribesNone)
     EXPECT_NO_THROW(vemkn::Network("1 1 2 1 32 1 4 softplus sum"));
 }
 
+TEST(HppNetwork, SaysWhatIsWrongWithAText)
+{
+    try {
+        const vemkn::Network net("2 1 3 1 32 2 5 relu sum");
+        FAIL() << "no exception";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(
+            "vemkn: \"2 1 3 1 32 2 5 relu sum\" describes no network: "
+            "nlayers announces 3 sizes, but \"relu\" stands in the place of size 3",
+            error.what());
+    }
+}
+
 TEST(HppNetwork, ReadsNoMoreThanTheViewHolds)
 {
     const std::string_view text = "1 1 2 1 32 1 2 id sum_log_dnorm_fat";

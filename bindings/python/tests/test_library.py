@@ -75,7 +75,7 @@ def test_another_library() -> None:
 
 def test_an_older_library() -> None:
     older = SimpleNamespace(_name="libvemkn.so.1", vemk_version=lambda: b"2026.9.1")
-    with pytest.raises(ImportError, match="or an older one: it has no vemk_activations"):
+    with pytest.raises(ImportError, match="or an older one: it has no vemk_check"):
         _library._version_of(older)  # type: ignore[arg-type]
 
 

@@ -73,20 +73,32 @@ def test_what_makes_no_network(changed: dict[str, Any], message: str) -> None:
 
 
 @pytest.mark.parametrize(
-    "text",
+    ("text", "message"),
     [
-        "",
-        "2 1",
-        "2 1 2 1 32 2 5 softplus",
-        "2 1 2 1 32 2 5 softplus sum sum",
-        "2 1 -1 1 32 softplus sum",
-        "two 1 2 1 32 2 5 softplus sum",
-        "2 1 2 1 32 2 5.0 softplus sum",
+        ("", "numin is missing"),
+        ("2 1", "nlayers is missing"),
+        ("2 1 2 1 32 2 5 softplus", "the norm is missing"),
+        ("2 1 2 1 32 2 5 softplus sum sum", "the text goes on after the norm"),
+        ("2 1 2 1 32 2 5softplus sum", "a blank is missing after size 2"),
+        ("2 1 -1 1 32 softplus sum", "nlayers has a minus sign"),
+        ("two 1 2 1 32 2 5 softplus sum", 'numin is "two", not a whole number'),
+        ("2 1 2 1 32 2 5.0 softplus sum", "the norm"),
+        ("2 1 2 1 32 2 5 softplus s\xfcm", 'the norm "s\xfcm" is none of'),
+        ("2 1 2 1 32 2 5 tanh sum", "activation: 'tanh' is none of"),
+        ("2 1 3 1 32 2 0 5 id sum", "sizes: 0"),
     ],
 )
-def test_what_is_no_description(text: str) -> None:
-    with pytest.raises(ValueError, match="is not of the form"):
+def test_what_is_no_description(text: str, message: str) -> None:
+    with pytest.raises(ValueError, match=re.escape(message)):
         Network.from_description(text)
+
+
+def test_the_most_columns_of_a_call() -> None:
+    network = Network.from_description("3 1 2 1 32 2 5 id sum")
+    assert (network.numin, network.maxcols) == (3, 2)
+    assert network.compute(np.zeros(network.numel), np.ones((4, 2))).shape == (4, 1)
+    with pytest.raises(ValueError, match="x has the shape"):
+        network.compute(np.zeros(network.numel), np.ones((4, 3)))
 
 
 def test_a_network_that_the_library_does_not_make(monkeypatch: pytest.MonkeyPatch) -> None:

@@ -102,6 +102,11 @@ class NetworkBase:
         return self._shape.numin
 
     @property
+    def maxcols(self) -> int:
+        """The most input columns that a call takes: the smaller of `numin` and the first of the `sizes`."""
+        return int(library.vemk_maxcols(self._live().pointer))
+
+    @property
     def numout(self) -> int:
         """Number of output columns."""
         return self._shape.numout

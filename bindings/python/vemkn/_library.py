@@ -13,7 +13,7 @@ from contextlib import contextmanager
 from pathlib import Path
 
 # The youngest of the functions that the package calls: a library that lacks it is too old.
-YOUNGEST = "vemk_activations"
+YOUNGEST = "vemk_check"
 
 _POINTER = ctypes.c_void_p
 _COUNT = ctypes.c_uint
@@ -28,6 +28,7 @@ _FUNCTIONS: dict[str, tuple[type, Sequence[type]]] = {
     "vemk_quiet": (ctypes.c_int, [ctypes.c_int]),
     "vemk_major": (ctypes.c_int, [ctypes.c_int]),
     "vemk_numel": (ctypes.c_uint64, []),
+    "vemk_maxcols": (_COUNT, []),
     "vemk_logp_bias": (ctypes.c_double, []),
     "vemk_logp_sigma": (ctypes.c_double, []),
     "vemk_setweights": (ctypes.c_int, [_POINTER, _COUNT]),
@@ -102,9 +103,19 @@ def words(name: str) -> tuple[str, ...]:
     return tuple(word.decode() for word in listed)
 
 
+def check_description(text: str) -> tuple[int, str]:
+    """What vemk_check says of a description: 0, 1 or -1, and its sentence."""
+    encoded = text.encode("utf-8", "surrogatepass")
+    sentence = ctypes.create_string_buffer(500)
+    status: int = library.vemk_check(encoded, len(encoded), sentence, len(sentence))
+    return status, sentence.value.decode(errors="replace")
+
+
 def _declare(loaded: ctypes.CDLL) -> None:
     loaded.initVEMKNet.restype = _POINTER
     loaded.initVEMKNet.argtypes = [ctypes.c_char_p, ctypes.c_int]
+    loaded.vemk_check.restype = ctypes.c_int
+    loaded.vemk_check.argtypes = [ctypes.c_char_p, ctypes.c_int, ctypes.c_char_p, _COUNT]
     loaded.releaseVEMKNet.restype = None
     loaded.releaseVEMKNet.argtypes = [_POINTER]
     for name, (result, arguments) in _FUNCTIONS.items():

@@ -7,7 +7,7 @@ from dataclasses import dataclass
 from functools import cached_property
 
 from ._arrays import LIMIT
-from ._library import words
+from ._library import check_description, words
 
 
 @dataclass(frozen=True)
@@ -39,18 +39,17 @@ class Shape:
     @staticmethod
     def parse(text: str) -> Shape:
         """From a description text; its fifth word, the batch, is not used."""
+        status, sentence = check_description(text)
         words = text.split()
         try:
-            numin, numout, nlayers, nmult, _ = (int(word) for word in words[:5])
-            if nlayers < 0 or len(words) != 7 + nlayers:
+            if status < 0:
                 raise ValueError
-            sizes = tuple(int(word) for word in words[5:-2])
+            numin, numout, nlayers, nmult, _, *sizes = map(int, words[:-2])
+            if len(sizes) != nlayers:  # words that run into each other, or after the norm
+                raise ValueError
         except ValueError:
-            raise ValueError(
-                f"{text!r} is not of the form 'numin numout nlayers nmult batch', nlayers sizes, "
-                "activation, norm"
-            ) from None
-        return Shape(numin, numout, sizes, nmult, words[-2], words[-1])
+            raise ValueError(f"{text!r} describes no network: {sentence}") from None
+        return Shape(numin, numout, tuple(sizes), nmult, words[-2], words[-1])
 
     @property
     def text(self) -> str:
@@ -66,11 +65,6 @@ class Shape:
     @cached_property
     def numel(self) -> int:
         return sum((rows + 1) * columns for rows, columns in self.layers())
-
-    @property
-    def widest_input(self) -> int:
-        """Input columns that a call may hand in; one more would end the process."""
-        return min(self.numin, self.sizes[0])
 
 
 def _check_positive(name: str, value: int) -> None:

@@ -383,7 +383,7 @@ class Network(NetworkBase):
 
     def _inputs(self, x: ArrayLike) -> Array:
         # Deliberate: one column too many would end the process.
-        return matrix("x", x, self._shape.widest_input, fewer=True)
+        return matrix("x", x, self.maxcols, fewer=True)
 
     def _data(self, x: ArrayLike, y: ArrayLike, *, empty: bool = True) -> tuple[Array, Array]:
         inputs = self._inputs(x)

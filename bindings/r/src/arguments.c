@@ -31,7 +31,7 @@ struct batch read_batch(SEXP handle, SEXP w, SEXP x, SEXP y)
 {
     struct batch b = {.net = network_of(handle)};
     b.nw = (unsigned)vemk_numel(b.net);
-    b.xcols = vemk_numin(b.net);
+    b.xcols = vemk_maxcols(b.net);
     b.ycols = vemk_numout(b.net);
 
     check_doubles(w, "weights");

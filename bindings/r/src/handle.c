@@ -23,14 +23,11 @@ static void finalise(SEXP handle)
     R_ClearExternalPtr(handle);
 }
 
-/* Whether the network can be called: the width that ends the process is the smaller of numin and
- * the first layer's rows, so the two have to be the same. */
+/* Whether the network can be called, with as many columns as numin says. */
 static int is_sound(VEMKNInfo* net)
 {
-    unsigned rows = 0, columns = 0;
     const uint64_t size = vemk_numel(net);
-    return size > 0 && size <= INT_MAX && vemk_weights(net, 0, NULL, &rows, &columns) == 0 &&
-           rows == vemk_numin(net);
+    return size > 0 && size <= INT_MAX && vemk_maxcols(net) == vemk_numin(net);
 }
 
 static void build(SEXP handle)

@@ -39,13 +39,9 @@ Network::Network(const std::string& description, int threads, int batch)
 
 void Network::check_width(std::uint64_t data_inputs, std::uint64_t data_outputs) const
 {
-    unsigned first_layer = 0;
-    unsigned columns = 0;
-    vemk_weights(handle(), 0, nullptr, &first_layer, &columns);
-    if (inputs() != data_inputs || first_layer != data_inputs || outputs() != data_outputs)
-        throw std::runtime_error("the network takes " + std::to_string(inputs()) +
-                                 " inputs (its first layer " + std::to_string(first_layer) +
-                                 ") to " + std::to_string(outputs()) + " outputs, the data have " +
+    if (inputs() != data_inputs || outputs() != data_outputs)
+        throw std::runtime_error("the network takes " + std::to_string(inputs()) + " inputs to " +
+                                 std::to_string(outputs()) + " outputs, the data have " +
                                  std::to_string(data_inputs) + " and " +
                                  std::to_string(data_outputs));
 }

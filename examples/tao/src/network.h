@@ -26,7 +26,7 @@ public:
 
     unsigned numel() const { return static_cast<unsigned>(vemk_numel(handle())); }
 
-    unsigned inputs() const { return vemk_numin(handle()); }
+    unsigned inputs() const { return vemk_maxcols(handle()); }
 
     unsigned outputs() const { return vemk_numout(handle()); }
 
