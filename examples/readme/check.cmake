@@ -1,13 +1,13 @@
-# README.md shows the example as it stands, and what it prints:
-#     cmake -DREADME=... -DSOURCE=... -DPROGRAM=... -P check.cmake
+# A page shows the example as it stands, and what it prints:
+#     cmake -DPAGE=... -DSOURCE=... -DPROGRAM=... -P check.cmake
 cmake_minimum_required(VERSION 3.25)
 
-# Fails unless README.md holds text as a whole block of code in that language.
+# Fails unless the page holds text as a whole block of code in that language.
 function(expect_block language text what)
-    file(READ "${README}" readme)
-    string(FIND "${readme}" "\n```${language}\n${text}```\n" place)
+    file(READ "${PAGE}" page)
+    string(FIND "${page}" "\n```${language}\n${text}```\n" place)
     if(place EQUAL -1)
-        message(FATAL_ERROR "${README} does not show ${what}, which is:\n${text}")
+        message(FATAL_ERROR "${PAGE} does not show ${what}, which is:\n${text}")
     endif()
 endfunction()
 
