@@ -3,7 +3,12 @@
 # The preset installs to /usr, where GNUInstallDirs takes the library folder of the architecture.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vemkn)
-set(CPACK_PACKAGE_CONTACT "The VEMKN developers <developers@vemkn.invalid>")
+# The one place where the address stands.
+file(STRINGS ${PROJECT_SOURCE_DIR}/SUPPORT.md CPACK_PACKAGE_CONTACT REGEX "^    .*<.*@.*>$" LIMIT_COUNT 1)
+string(STRIP "${CPACK_PACKAGE_CONTACT}" CPACK_PACKAGE_CONTACT)
+if(NOT CPACK_PACKAGE_CONTACT)
+    message(FATAL_ERROR "SUPPORT.md has no address for packages")
+endif()
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 # Each package has a summary of its own, the first line of its description; this would stand in front of them.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
