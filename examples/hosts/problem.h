@@ -4,7 +4,8 @@
  * Targets are miles per gallon, less 25 and divided by 21: three times the 7 miles per gallon that the likelihood's
  * core is to take for normal scatter. They lie between -0.8 and 1.1. Outputs lie within pi/2 of zero, since the
  * activation, atan, acts on the output too. Wherever these hosts evaluate the fit, all residuals are in the Gaussian
- * core. */
+ * core, so that the fit is one of least squares: nothing here handles the jump at its edge. Data with outliers want a
+ * core as wide as their scatter, and more than these programs do: see docs/hosts.md. */
 #ifndef HOSTS_PROBLEM_H
 #define HOSTS_PROBLEM_H
 
