@@ -248,9 +248,7 @@ public:
      *         The library may say more on standard error or output. */
     explicit Network(std::string_view text) : handle_(create(text))
     {
-        if (!usable()) {
-            detail::wrong("\"" + std::string(text) + "\" describes no network: " + fault(text));
-        }
+        if (!usable()) detail::wrong(fault(text));
     }
 
     /** As Network(description.text()).
@@ -598,7 +596,8 @@ private:
     {
         char sentence[400];
         vemk_check(text.data(), static_cast<int>(text.size()), sentence, sizeof sentence);
-        return sentence;
+        std::string said = "\"";
+        return said.append(text).append("\" describes no network: ").append(sentence);
     }
 
     // Whether the library would run the network and use its norm: it is asked to, for no rows. A text that breaks off

@@ -126,8 +126,8 @@ Fault fault_of(const Description& d, const Spelling& spelling)
         return sentence;
     }
     if (d.numbers < LEADING.size() + d.nlayers) return missing_number(d, spelling);
-    const Fault layers = unfit_layers(d.nlayers, d.nmult, d.sizes[0], d.sizes[d.nlayers - 1]);
-    if (layers) return layers;
+    if (Fault why = unfit_layers(d.nlayers, d.nmult, d.sizes[0], d.sizes[d.nlayers - 1]))
+        return why;
     if (d.activation_name.empty()) return "the activation is missing: the text ends before it";
     if (lists(vemk_norms, d.norm_name)) return {};
     if (is_one_of("-0123456789", d.activation_name[0])) {
