@@ -47,7 +47,9 @@ static void build(SEXP handle)
     if (status != 0 || !is_sound(net)) {
         releaseVEMKNet(net);
         check_status(status, "vemkn");
-        Rf_error("the library makes no network of \"%s\"", words);
+        char why[200];
+        vemk_check(words, (int)strlen(words), why, sizeof why);
+        Rf_error("the library makes no network of \"%s\": %s", words, why);
     }
     R_SetExternalPtrAddr(handle, net);
     R_RegisterCFinalizerEx(handle, finalise, TRUE);

@@ -87,7 +87,7 @@ test_that("the compiled code checks for itself", {
         expect_error(call(matrix(1L, n, 1)), "type double")
     }
     create <- function(text, threads = 1L, batch = 32L) .Call(vemkn:::C_create, text, threads, batch)
-    expect_error(create("nonsense"), "makes no network")
+    expect_error(create("nonsense"), "makes no network of \"nonsense\": numin is \"nonsense\", not a whole number")
     expect_error(create("3 1 2 1 32 2 4 id sum"), "makes no network") # first layer narrower than numin
     expect_error(create(1), "not the description")
     expect_error(create("1 1 2 1 32 1 1 id sum", threads = NA_integer_), "not the description")
