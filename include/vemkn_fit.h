@@ -128,10 +128,10 @@ typedef struct VEMKNFitOptions {
     double decay;           /**< penalty 1/2 decay w^2 beside the summed negative log-likelihood, of
                                  weights of scaled inputs and targets; 0: chosen by
                                  cross-validation; VEMKN_FIT_NO_DECAY: none */
-    uint64_t seed;          /**< of starts, folds and rows that are searched; vemkn-fit, Python and R
+    uint64_t seed;    /**< of starts, folds and rows that are searched; vemkn-fit, Python and R
                                  take 1 where none is given */
-    unsigned starts;        /**< random starts; 0: three */
-    unsigned threads;       /**< at most, for rows; 0: one */
+    unsigned starts;  /**< random starts; 0: three */
+    unsigned threads; /**< at most, for rows; 0: one */
     const VEMKNFitColumn* columns; /**< array of length [columns], or null */
     const char* target;            /**< name of the target, UTF-8; null: "y" */
     VEMKNFitWatch progress;        /**< or null */
