@@ -9,7 +9,7 @@ fixture <- list(
     shift = c(-0x1.0d04fdc4c0a1dp+2),
     decay = c(0x1.0000000000000p+0),
     prediction = c(0x1.3eaf63b339734p+1, 0x1.a1139b2cebe54p+1, 0x1.1035b907cfbfdp+2),
-    error = c(0x1.2111dd56825cbp-6, 0x1.5fa8cb0197c73p-7, 0x1.ab8c5c4ec23dfp-7),
-    lower = c(0x1.32a80e6117cd8p+1, 0x1.956bd64a3af66p+1, 0x1.0a54447462eb2p+2),
-    upper = c(0x1.4ab6b9055b190p+1, 0x1.acbb600f9cd42p+1, 0x1.16172d9b3c948p+2)
+    error = c(0x1.20538793c126cp-6, 0x1.5ec13f1d56d71p-7, 0x1.aa72d8892c5f3p-7),
+    lower = c(0x1.32a8f50c97511p+1, 0x1.956c42795e6b6p+1, 0x1.0a548c20f2fcep+2),
+    upper = c(0x1.4ab5d259db957p+1, 0x1.acbaf3e0795f2p+1, 0x1.1616e5eeac82cp+2)
 )
