@@ -21,7 +21,8 @@ struct FitOptions {
     Threads threads;
     std::uint64_t seed = 1;
     int starts = 3;
-    std::optional<double> decay;  ///< for Method::robust; chosen by cross-validation without one
+    std::optional<double> core;   ///< for Method::robust; estimated without one
+    std::optional<double> decay;  ///< likewise; chosen by cross-validation without one
     int patience = 50;
     StopRule stop;
 };

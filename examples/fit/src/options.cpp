@@ -70,7 +70,8 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
     app.add_option("--core",
                    options.problem.targets.cores,
                    "Standard deviation of the normal scatter, in units of the target; one for all "
-                   "targets or one for each [from the spread around a robust straight line]")
+                   "targets or one for each [from the spread around a robust straight line; by "
+                   "--method robust with the weights]")
         ->delimiter(',')
         ->check(CLI::PositiveNumber)
         ->group(group);
@@ -127,7 +128,7 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
                    "lbfgs; newton, with exact Hessians in a trust region; gauss-newton, least "
                    "squares instead of the robust likelihood; or robust, which estimates core and "
                    "shift with the weights and withstands up to 30 % of outliers: one target, "
-                   "softplus")
+                   "softplus or id")
         ->check(CLI::IsMember({"lbfgs", "newton", "gauss-newton", "robust"}))
         ->capture_default_str()
         ->group(group);
@@ -225,8 +226,8 @@ void settle_norm(Options& options, const Raw& raw)
             "sum_log_dnorm_fat, or --method gauss-newton for least squares");
 }
 
-/// What the robust method does not take.
-void check_robust(const Options& options)
+/// What the robust method takes, and that the rest is left to it.
+void settle_robust(Options& options)
 {
     if (options.fit.method != Method::robust) {
         if (options.fit.decay) throw UserError("--decay is for --method robust");
@@ -236,10 +237,12 @@ void check_robust(const Options& options)
         throw UserError("--decay is not a number");
     if (options.columns.targets.size() != 1)
         throw UserError("--method robust fits one target; fit each by a run of its own");
-    if (options.shape.activation != "softplus")
-        throw UserError("--method robust takes --activation softplus only");
-    if (!options.problem.targets.cores.empty() || options.problem.targets.shift)
-        throw UserError("--method robust estimates core and shift: leave out --core and --shift");
+    if (options.shape.activation != "softplus" && options.shape.activation != "id")
+        throw UserError("--method robust takes --activation softplus or id");
+    if (options.problem.targets.shift)
+        throw UserError("--method robust finds the shift with the weights: leave out --shift");
+    if (!options.problem.targets.cores.empty())
+        options.fit.core = options.problem.targets.cores.front();
 }
 
 }  // namespace
@@ -272,7 +275,7 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
     if (app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
     if (app.count("--decay") > 0) options.fit.decay = raw.decay;
     settle_norm(options, raw);
-    check_robust(options);
+    settle_robust(options);
     options.problem.robust = options.fit.method == Method::robust;
     // Nothing is stopped early that needs them.
     if (options.problem.robust && app.count("--validation") == 0)

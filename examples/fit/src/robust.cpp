@@ -34,7 +34,7 @@ struct Rows {
             "line " +
             std::to_string(problem.columns.lines[problem.training[static_cast<std::size_t>(row)]]) +
             " of the data: " + message;
-    if (code == VEMKN_FIT_SCATTER) message += " by --core, with --method lbfgs";
+    if (code == VEMKN_FIT_SCATTER) message += " by --core";
     throw UserError(message);
 }
 
@@ -56,6 +56,8 @@ Model model_of(const Problem& problem,
     wanted.size = sizeof wanted;
     wanted.hidden = shape.hidden.data();
     wanted.layers = shape.hidden.size();
+    wanted.activation = shape.activation.c_str();
+    wanted.core = options.core.value_or(0.0);
     if (options.decay) wanted.decay = *options.decay > 0.0 ? *options.decay : VEMKN_FIT_NO_DECAY;
     wanted.seed = options.seed;
     wanted.starts = static_cast<unsigned>(options.starts);

@@ -5,10 +5,10 @@
 
 namespace fit {
 
-/** Robust regression (src/fit/robust_fit.h) of the one target on the training rows: core, shift and decay are estimated with the
- * weights. The problem gets the scale of the target that goes with them.
- * @param[in] network  softplus, one output
- * @throw UserError if no scatter can be had of the targets */
+/** Robust regression (src/fit/robust_fit.h) of the one target on the training rows: core, shift and decay are found with the
+ * weights, but for what the options give. The problem gets the scale of the target that goes with them.
+ * @param[in] network  softplus or id, one output
+ * @throw UserError if no core is given and no scatter can be had of the targets */
 Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& options);
 
 }  // namespace fit

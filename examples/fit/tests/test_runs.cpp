@@ -106,15 +106,31 @@ TEST_F(Run, RobustPassesOverGrossOutliers)
 
 TEST_F(Run, RobustRefusesWhatItCannotEstimate)
 {
-    EXPECT_TRUE(contains(refused(complete + "--method robust --core 2"), "leave out --core"));
-    EXPECT_TRUE(contains(refused(complete + "--method robust --activation atan"), "softplus only"));
+    EXPECT_TRUE(contains(refused(complete + "--method robust --shift 2"), "leave out --shift"));
+    EXPECT_TRUE(
+        contains(refused(complete + "--method robust --activation atan"), "softplus or id"));
     EXPECT_TRUE(contains(refused(complete + "--decay 1"), "for --method robust"));
     EXPECT_TRUE(contains(refused(complete + "--method robust --decay nan"), "not a number"));
     EXPECT_TRUE(contains(
         refused("'" FIT_DATA "/auto_mpg.csv' --target mpg,year --drop-missing --method robust"),
         "one target"));
     const std::string data = folder.write("equal.csv", "x,y\n1,2\n2,2\n3,2\n4,2\n5,2\n6,7\n");
-    EXPECT_TRUE(contains(refused("'" + data + "' --target y --method robust"), "one value"));
+    EXPECT_TRUE(contains(refused("'" + data + "' --target y --method robust"), "by --core"));
+}
+
+// Of id, which is a line: y = 1 + 2x, every tenth 50 higher.
+TEST_F(Run, RobustTakesACoreAndALine)
+{
+    std::string rows = "x,y\n";
+    for (int i = 0; i < 60; ++i)
+        rows += std::to_string(i) + "," +
+                std::to_string(1 + 2 * i + (i * 7) % 3 - 1 + (i % 10 == 3 ? 50 : 0)) + "\n";
+    const std::string data =
+        "'" + folder.write("line.csv", rows) + "' --target y --no-plot --quiet ";
+    ASSERT_EQ(fit(data + "--method robust --activation id --hidden 1 --core 1.5"), 0) << errors;
+    EXPECT_EQ(1.5, figure("core.y"));
+    EXPECT_NEAR(0.1, figure("training.outliers.y"), 1e-9);
+    EXPECT_LT(figure("training.median_error.y"), 1.1);
 }
 
 TEST_F(Run, GaussNewtonGetsAsLow)

@@ -62,11 +62,11 @@ TEST_F(Script, StartsFromAnywhere)
 TEST_F(Script, LetsOptionsReplaceItsOwn)
 {
     const std::string arguments =
-        started("--hidden 8 --core 20 --activation=atan --out /elsewhere");
+        started("--hidden 8 --method newton --activation=atan --out /elsewhere");
     for (const char* given :
-         {"--hidden\n8\n", "--core\n20\n", "--activation=atan\n", "--out\n/elsewhere\n"})
+         {"--hidden\n8\n", "--method\nnewton\n", "--activation=atan\n", "--out\n/elsewhere\n"})
         EXPECT_TRUE(has(arguments, given)) << arguments;
-    for (const char* own : {"--hidden\n6\n", "--core\n15\n", "--activation\n", "out/fit"})
+    for (const char* own : {"--hidden\n6\n", "--method\nrobust\n", "out/fit"})
         EXPECT_FALSE(has(arguments, own)) << arguments;
 }
 
