@@ -31,7 +31,8 @@ std::vector<std::string> names_of_inputs(const CsvTable& table, const ColumnChoi
     std::vector<std::string> names = choice.inputs;
     if (names.empty())
         for (const std::string& name : table.header)
-            if (std::count(choice.targets.begin(), choice.targets.end(), name) == 0)
+            if (!name.empty() &&
+                std::count(choice.targets.begin(), choice.targets.end(), name) == 0)
                 names.push_back(name);
     if (names.empty()) throw UserError(table.path + ": no column is left as an input");
     std::set<std::string> seen;
@@ -43,30 +44,50 @@ std::vector<std::string> names_of_inputs(const CsvTable& table, const ColumnChoi
     return names;
 }
 
+bool is_missing(std::string cell)
+{
+    static const std::set<std::string> words{
+        "", "na", "nan", "n/a", "#n/a", "null", "none", ".", "-", "?"};
+    std::transform(cell.begin(), cell.end(), cell.begin(), [](unsigned char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : static_cast<char>(c);
+    });
+    return words.count(cell) > 0;
+}
+
+bool has_decimal_comma(const std::string& cell)
+{
+    return std::count(cell.begin(), cell.end(), ',') == 1 && cell.find('.') == std::string::npos;
+}
+
 /// Turns cells of one table into numbers and knows where it stands, for messages.
 class CellReader {
 public:
-    CellReader(const CsvTable& table, bool drop_missing)
-        : table_(table), drop_missing_(drop_missing)
+    CellReader(const CsvTable& table, const ColumnChoice& choice) : table_(table), choice_(choice)
     {
     }
 
     /// @return nothing for a missing cell
     std::optional<double> operator()(std::size_t row, std::size_t column) const
     {
-        const std::string& cell = table_.rows[row][column];
-        if (cell.empty() || cell == "NA") {
-            if (!drop_missing_)
+        std::string cell = table_.rows[row][column];
+        if (is_missing(cell)) {
+            if (!choice_.drop_missing)
                 fail(row, column, "is missing; --drop-missing leaves such rows out");
             return std::nullopt;
         }
+        const bool comma = has_decimal_comma(cell);
+        if (comma && choice_.decimal_comma) std::replace(cell.begin(), cell.end(), ',', '.');
         double value = 0.0;
         const char* begin = cell.data() + (cell.front() == '+' && !cell.starts_with("+-") ? 1 : 0);
         const char* end = cell.data() + cell.size();
         const auto [stop, error] = std::from_chars(begin, end, value);
         if (error == std::errc::result_out_of_range) fail(row, column, "is out of range");
         if (error != std::errc() || stop != end || !std::isfinite(value))
-            fail(row, column, "is not a number");
+            fail(row,
+                 column,
+                 comma && !choice_.decimal_comma
+                     ? "is not a number; --decimal-comma reads a comma as a point"
+                     : "is not a number");
         return value;
     }
 
@@ -79,7 +100,7 @@ private:
     }
 
     const CsvTable& table_;
-    bool drop_missing_;
+    const ColumnChoice& choice_;
 };
 
 }  // namespace
@@ -89,11 +110,15 @@ Columns choose_columns(const CsvTable& table, const ColumnChoice& choice)
     Columns columns;
     columns.target_names = choice.targets;
     columns.input_names = names_of_inputs(table, choice);
+    if (!table.note.empty()) columns.notes.push_back(table.note);
+    if (choice.inputs.empty() &&
+        std::count(table.header.begin(), table.header.end(), std::string()) > 0)
+        columns.notes.push_back("the column without a name is no input");
     std::vector<std::size_t> places;
     for (const std::string& name : columns.input_names) places.push_back(find_column(table, name));
     for (const std::string& name : columns.target_names) places.push_back(find_column(table, name));
 
-    const CellReader number(table, choice.drop_missing);
+    const CellReader number(table, choice);
     std::vector<double> kept;
     for (std::size_t row = 0; row < table.rows.size(); ++row) {
         std::vector<double> values;

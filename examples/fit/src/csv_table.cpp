@@ -9,6 +9,7 @@
 #include <fstream>
 #include <set>
 #include <system_error>
+#include <utility>
 
 #include "user_error.h"
 
@@ -32,6 +33,7 @@ public:
     void line(const std::string& text)
     {
         ++line_;
+        if (table_.header.empty() && !inside_row_) choose_separator(text);
         // A row goes on over a line's end inside quotes; only then are cells or a quote pending.
         if (!inside_row_) row_line_ = line_;
         inside_row_ = text.find_first_not_of(" \t\r\n") != std::string::npos || inside_row_;
@@ -51,6 +53,24 @@ public:
     }
 
 private:
+    void choose_separator(const std::string& header)
+    {
+        std::string bare;  // what lies in quotes separates nothing
+        bool quoted = false;
+        for (const char c : header) {
+            if (c == '"') quoted = !quoted;
+            if (!quoted) bare += c;
+        }
+        if (bare.find(',') != std::string::npos) return;
+        for (const auto& [separator, name] :
+             {std::pair(';', "semicolons"), std::pair('\t', "tabs")}) {
+            if (bare.find(separator) == std::string::npos) continue;
+            csv_set_delim(&parser_, static_cast<unsigned char>(separator));
+            table_.note = std::string("the header has no comma: ") + name + " separate cells";
+            return;
+        }
+    }
+
     static void on_cell(void* text, std::size_t length, void* self)
     {
         static_cast<Reader*>(self)->row_.emplace_back(static_cast<const char*>(text), length);

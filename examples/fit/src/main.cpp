@@ -186,7 +186,7 @@ void run(const Options& options)
 {
     Columns columns = choose_columns(read_csv(options.data), options.columns);
     Shape shape = options.shape;
-    std::vector<std::string> notes;
+    std::vector<std::string> notes = columns.notes;
     Problem problem = make_problem(std::move(columns), options.problem, shape, notes);
     column_to_plot(problem, options);  // a wrong name should not wait for the end of the fit
     OutputDirectory out(options.out, options.data, options.plot);
@@ -211,9 +211,10 @@ void run(const Options& options)
 int main(int argc, char** argv)
 {
     try {
-        if (argc > 1 && std::string(argv[1]) == "predict")
-            return fit::run_predict(argc - 1, argv + 1);
-        if (argc > 1 && std::string(argv[1]) == "show") return fit::run_show(argc - 1, argv + 1);
+        const std::string verb = argc > 1 ? argv[1] : "";
+        if (verb == "predict") return fit::run_predict(argc - 1, argv + 1);
+        if (verb == "show") return fit::run_show(argc - 1, argv + 1);
+        if (verb == "fit") --argc, ++argv;  // which may be left out
         int status = 0;
         if (const auto options = fit::parse_options(argc, argv, status)) fit::run(*options);
         return status;

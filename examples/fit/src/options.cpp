@@ -24,8 +24,9 @@ const char* const purpose =
     "a Cauchy density. Writes weights, predictions and a plot.\n";
 
 const char* const afterword =
-    "Example: vemkn-fit data/flight_delays.csv --target delay_min --core 15 \\\n"
+    "Example: vemkn-fit data/flight_delays.csv --target delay_min --method robust \\\n"
     "    --inputs hour,day_of_year,distance_miles --periodic hour=24,day_of_year=365 --compare\n"
+    "Other verbs: vemkn-fit predict MODEL DATA, vemkn-fit show MODEL; each has its --help.\n"
     "Files written: model.json, weights.txt, predictions.csv, summary.txt (key=value), curve.csv, "
     "medians.csv,\n"
     "plot.gp, plot.png. Exit status: 0 done, 2 wrong command line or data, 1 anything else.";
@@ -65,7 +66,12 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
         ->group(group);
     app.add_flag("--drop-missing",
                  options.columns.drop_missing,
-                 "Leave out rows with an empty or NA cell; otherwise such a cell is an error")
+                 "Leave out rows with a missing cell (empty, NA, NaN, NULL, ., -, ? and the like); "
+                 "otherwise it is an error")
+        ->group(group);
+    app.add_flag("--decimal-comma",
+                 options.columns.decimal_comma,
+                 "Read 1,5 as one and a half; semicolons or tabs then separate cells")
         ->group(group);
     app.add_option("--core",
                    options.problem.targets.cores,
@@ -188,7 +194,7 @@ void add_output_options(CLI::App& app, Options& options, Raw& raw)
                    "Input along the x axis of the plot [the first periodic one, else the first]")
         ->group(group);
     app.add_flag("--no-plot", raw.no_plot, "Draw nothing")->group(group);
-    app.add_option("--out", options.out, "Folder for the files")
+    app.add_option("-o,--out", options.out, "Folder for the files")
         ->capture_default_str()
         ->group(group);
     app.add_flag("--quiet", options.quiet, "Show no progress")->group(group);

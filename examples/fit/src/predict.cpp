@@ -20,6 +20,7 @@ namespace {
 struct Request {
     std::string model, data, out;
     bool drop_missing = false;
+    bool decimal_comma = false;
     std::string interval;  ///< its kind; empty: none is wanted
     double level = 0.95;
 };
@@ -123,9 +124,11 @@ std::string rows_with_predictions(const CsvTable& table,
                                   const VEMKNFit* model,
                                   const Request& request)
 {
-    const Columns columns = choose_columns(
-        table,
-        {.targets = {}, .inputs = names_in(table, model), .drop_missing = request.drop_missing});
+    const Columns columns = choose_columns(table,
+                                           {.targets = {},
+                                            .inputs = names_in(table, model),
+                                            .drop_missing = request.drop_missing,
+                                            .decimal_comma = request.decimal_comma});
     const Matrix predictions = predictions_of(model, columns, request);
     std::string text = heading_of(table, new_names(model, request));
     Eigen::Index at = 0;
@@ -152,9 +155,12 @@ int run_predict(int argc, char** argv)
     app.add_option("data", request.data, "CSV file with the input columns, in any order")
         ->required();
     app.add_option("-o,--out", request.out, "File for the rows [standard output]");
-    app.add_flag("--drop-missing",
-                 request.drop_missing,
-                 "Leave out rows with an empty or NA input; otherwise such a cell is an error");
+    app.add_flag(
+        "--drop-missing",
+        request.drop_missing,
+        "Leave out rows with a missing input (empty, NA, NaN, NULL, ., -, ? and the like); "
+        "otherwise it is an error");
+    app.add_flag("--decimal-comma", request.decimal_comma, "Read 1,5 as one and a half");
     app.add_option("--interval",
                    request.interval,
                    "Standard errors and an interval: of a new row, prediction, or of the curve, "

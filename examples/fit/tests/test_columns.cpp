@@ -65,6 +65,22 @@ TEST_F(Csv, TakesMarkCarriageReturnsQuotesAndNoLastNewline)
     EXPECT_EQ(table.rows[1][1], "4");
 }
 
+TEST_F(Csv, TakesSemicolonsAndTabsWhereTheHeaderHasNoComma)
+{
+    for (const std::string separator : {";", "\t"}) {
+        const CsvTable table =
+            read("\n\"a,1\"" + separator + "b\n1,5" + separator + "2\n" + separator + "\n");
+        EXPECT_EQ(table.header, (std::vector<std::string>{"a,1", "b"}));
+        ASSERT_EQ(table.rows.size(), 2U);
+        EXPECT_EQ(table.rows[0], (std::vector<std::string>{"1,5", "2"}));
+        EXPECT_EQ(table.rows[1], (std::vector<std::string>{"", ""}));
+        EXPECT_NE(table.note.find("separate cells"), std::string::npos);
+    }
+    EXPECT_EQ(read("\"a;b\"\n1\n").header, std::vector<std::string>{"a;b"});
+    EXPECT_EQ(read("a;b,c\n1,2\n").header, (std::vector<std::string>{"a;b", "c"}));
+    EXPECT_TRUE(read("a;b,c\n1,2\n").note.empty());
+}
+
 TEST_F(Csv, CountsLinesOverQuotedNewlines)
 {
     const CsvTable table = read("a,b\n\"one\n\ntwo\",2\n3,4\n");
@@ -87,6 +103,45 @@ TEST_F(Csv, RefusesWhatIsNoFile)
 {
     EXPECT_THROW(fit::read_csv(folder / "missing.csv"), UserError);
     EXPECT_THROW(fit::read_csv(folder / "."), UserError);
+}
+
+TEST_F(Csv, KnowsHowOthersWriteAMissingCell)
+{
+    for (const std::string cell :
+         {"", "NA", "NaN", "nan", "n/a", "#N/A", "NULL", "None", ".", "-", "?"}) {
+        const std::string text = "a,y\n1,2\n" + cell + ",3\n";
+        const Columns columns = fit::choose_columns(read(text), {{"y"}, {}, true});
+        EXPECT_EQ(columns.dropped, 1U) << cell;
+        EXPECT_NE(choice_error(text, {{"y"}, {}, false}).find(":3:1: \"" + cell),
+                  std::string::npos);
+    }
+    EXPECT_NE(choice_error("a,y\nnone of it,2\n", {{"y"}, {}, true}).find("is not a number"),
+              std::string::npos);
+}
+
+TEST_F(Csv, ReadsDecimalCommasWhereAskedTo)
+{
+    const std::string text = "a;y\n1,5;-2,25e1\n";
+    EXPECT_EQ(
+        choice_error(text, {{"y"}, {}, false}),
+        ":2:1: \"1,5\" in column 'a' is not a number; --decimal-comma reads a comma as a point");
+    const Columns columns = fit::choose_columns(read(text), {{"y"}, {}, false, true});
+    EXPECT_EQ(columns.inputs(0, 0), 1.5);
+    EXPECT_EQ(columns.targets(0, 0), -22.5);
+    for (const char* cell : {"1,500.5", "1,500,000"})
+        EXPECT_NE(choice_error("a;y\n" + std::string(cell) + ";1\n", {{"y"}, {}, false, true})
+                      .find("is not a number"),
+                  std::string::npos);
+}
+
+// As R and pandas number rows.
+TEST_F(Csv, LeavesAColumnWithoutANameOut)
+{
+    const std::string text = "\"\",a,y\n1,5,6\n2,7,9\n";
+    const Columns columns = fit::choose_columns(read(text), {{"y"}, {}, false});
+    EXPECT_EQ(columns.input_names, std::vector<std::string>{"a"});
+    EXPECT_EQ(columns.notes, std::vector<std::string>{"the column without a name is no input"});
+    EXPECT_TRUE(fit::choose_columns(read(text), {{"y"}, {"a"}, false}).notes.empty());
 }
 
 TEST_F(Csv, ChoosesAllOtherColumnsAsInputs)

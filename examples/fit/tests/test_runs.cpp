@@ -154,6 +154,25 @@ TEST_F(Run, RepeatsToTheBit)
     }
 }
 
+// In files as German and French spreadsheets write them, with the verb and without.
+TEST_F(Run, TakesTheVerbSemicolonsAndDecimalCommas)
+{
+    std::string points = "a,y\n", commas = "a;y\n";
+    for (int i = 0; i < 30; ++i) {
+        const std::string a = std::to_string(i), y = std::to_string((i * i) % 7);
+        points += a + ".25," + y + ".5\n";
+        commas += a + ",25;" + y + ",5\n";
+    }
+    const std::string end = " --target y --starts 1 --no-plot --quiet";
+    ASSERT_EQ(fit("'" + folder.write("points.csv", points) + "'" + end), 0) << errors;
+    const std::string weights = read_text(out + "/model.json");
+    out = folder / "other";
+    ASSERT_EQ(fit("fit '" + folder.write("commas.csv", commas) + "' --decimal-comma" + end), 0)
+        << errors;
+    EXPECT_EQ(read_text(out + "/model.json"), weights);
+    EXPECT_TRUE(contains(errors, "semicolons separate cells"));
+}
+
 TEST_F(Run, RobustFitLeavesLateFlightsAside)
 {
     ASSERT_EQ(fit(flights + "--compare --no-plot --starts 2"), 0) << errors;
