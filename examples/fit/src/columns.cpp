@@ -1,28 +1,24 @@
 #include "columns.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <optional>
 #include <set>
 
+#include "text.h"
 #include "user_error.h"
 
 namespace fit {
 namespace {
 
-std::string list(const std::vector<std::string>& names)
-{
-    std::string text;
-    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
-
 std::size_t find_column(const CsvTable& table, const std::string& name)
 {
     const auto found = std::find(table.header.begin(), table.header.end(), name);
-    if (found == table.header.end())
-        throw UserError(table.path + ": no column '" + name + "'; there are " + list(table.header));
+    if (found == table.header.end()) {
+        const std::string meant = nearest(name, table.header);
+        throw UserError(table.path + ": no column '" + name + "'" +
+                        (meant.empty() ? "" : ", perhaps '" + meant + "'") + "; there are " +
+                        join(table.header, ", "));
+    }
     return static_cast<std::size_t>(found - table.header.begin());
 }
 
@@ -78,11 +74,9 @@ public:
         const bool comma = has_decimal_comma(cell);
         if (comma && choice_.decimal_comma) std::replace(cell.begin(), cell.end(), ',', '.');
         double value = 0.0;
-        const char* begin = cell.data() + (cell.front() == '+' && !cell.starts_with("+-") ? 1 : 0);
-        const char* end = cell.data() + cell.size();
-        const auto [stop, error] = std::from_chars(begin, end, value);
+        const std::errc error = read_number(cell, value);
         if (error == std::errc::result_out_of_range) fail(row, column, "is out of range");
-        if (error != std::errc() || stop != end || !std::isfinite(value))
+        if (error != std::errc())
             fail(row,
                  column,
                  comma && !choice_.decimal_comma

@@ -3,14 +3,13 @@
 #include <vemkn.h>
 
 #include <CLI/CLI.hpp>
-#include <charconv>
-#include <cmath>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "command_line.h"
 #include "escape.h"
+#include "text.h"
 #include "user_error.h"
 
 namespace fit {
@@ -79,14 +78,17 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
                    "targets or one for each [from the spread around a robust straight line; by "
                    "--method robust with the weights]")
         ->delimiter(',')
+        ->check(finite_number())
         ->check(CLI::PositiveNumber)
         ->group(group);
     app.add_option("--shift", raw.shift, "Target value that maps to 0 [depends on --activation]")
+        ->check(finite_number())
         ->group(group);
     app.add_option("--validation",
                    options.problem.held_out_share,
                    "Share of the rows that are held out; 0 turns early stopping off. Not held out "
                    "by --method robust unless given")
+        ->check(finite_number())
         ->check(CLI::Range(0.0, 0.9))
         ->capture_default_str()
         ->group(group);
@@ -142,9 +144,11 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
                    raw.decay,
                    "Penalty of the weights, robust only, in units of the summed negative "
                    "log-likelihood [by cross-validation]")
+        ->check(finite_number())
         ->check(CLI::Range(0.0, 1e6))
         ->group(group);
     app.add_option("--seed", fit.seed, "Of the starting weights and of the held-out rows")
+        ->check(whole_number())
         ->capture_default_str()
         ->group(group);
     app.add_option("--starts", fit.starts, "Number of starting points; the best end is kept")
@@ -165,6 +169,7 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
     app.add_option("--tolerance",
                    fit.stop.tolerance,
                    "Smallest relative change of the objective that is worth going on for")
+        ->check(finite_number())
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str()
         ->group(group);
@@ -203,14 +208,10 @@ void add_output_options(CLI::App& app, Options& options, Raw& raw)
 Periodic periodic_from(const std::string& text)
 {
     const auto sign = text.rfind('=');
-    const char* end = text.data() + text.size();
     Periodic periodic{.name = text.substr(0, sign)};
-    if (sign != std::string::npos) {
-        const auto [stop, error] = std::from_chars(text.data() + sign + 1, end, periodic.period);
-        if (error == std::errc() && stop == end && std::isfinite(periodic.period) &&
-            periodic.period > 0.0)
-            return periodic;
-    }
+    if (sign != std::string::npos &&
+        read_number(text.substr(sign + 1), periodic.period) == std::errc() && periodic.period > 0.0)
+        return periodic;
     throw UserError("--periodic: \"" + text + "\" is not of the form name=period");
 }
 
@@ -239,8 +240,6 @@ void settle_robust(Options& options)
         if (options.fit.decay) throw UserError("--decay is for --method robust");
         return;
     }
-    if (options.fit.decay && !std::isfinite(*options.fit.decay))
-        throw UserError("--decay is not a number");
     if (options.columns.targets.size() != 1)
         throw UserError("--method robust fits one target; fit each by a run of its own");
     if (options.shape.activation != "softplus" && options.shape.activation != "id")
@@ -276,8 +275,13 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
         status = *ended;
         return std::nullopt;
     }
-    for (const std::string& text : raw.periodic)
-        options.problem.periodic.push_back(periodic_from(text));
+    for (const std::string& text : raw.periodic) {
+        const Periodic periodic = periodic_from(text);
+        for (const Periodic& before : options.problem.periodic)
+            if (before.name == periodic.name)
+                throw UserError("--periodic: '" + periodic.name + "' has two periods");
+        options.problem.periodic.push_back(periodic);
+    }
     if (app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
     if (app.count("--decay") > 0) options.fit.decay = raw.decay;
     settle_norm(options, raw);

@@ -169,6 +169,7 @@ int run_predict(int argc, char** argv)
         ->default_str("prediction")
         ->check(CLI::IsMember({"prediction", "confidence"}));
     app.add_option("--level", request.level, "Of the interval [0.95]")
+        ->check(finite_number())
         ->check(CLI::Range(1e-6, 1.0 - 1e-6));
     if (const auto status = parse(app, argc, argv)) return *status;
     std::string text;

@@ -44,6 +44,36 @@ TEST_F(Run, RefusesAWrongCommandLine)
     EXPECT_TRUE(contains(refused(complete + "--core 1e-9"), "larger --core"));
 }
 
+TEST_F(Run, RefusesOptionsThatAreNoNumbers)
+{
+    for (const char* given : {"--validation nan",
+                              "--core nan",
+                              "--core 0x5",
+                              "--shift ''",
+                              "--shift inf",
+                              "--tolerance nan",
+                              "--tolerance 1e-400",
+                              "--decay nan --method robust"})
+        EXPECT_TRUE(contains(refused(complete + given), "is not a number")) << given;
+    for (const char* seed : {"18446744073709551616", "-1", "1.5", "''"})
+        EXPECT_TRUE(contains(refused(complete + "--seed " + seed), "not a whole number")) << seed;
+    EXPECT_TRUE(contains(refused(complete + "--periodic year=24,year=12"), "has two periods"));
+}
+
+TEST_F(Run, NamesWhatAMisspeltWordMayHaveMeant)
+{
+    EXPECT_TRUE(contains(refused(complete + "--validaton=0.1"),
+                         "no option --validaton; perhaps --validation"));
+    EXPECT_TRUE(contains(refused(complete + "--frobnicate"), "no option --frobnicate\n"));
+    EXPECT_TRUE(contains(refused(complete + "--inputs wieght_lb"), "perhaps 'weight_lb'"));
+}
+
+TEST_F(Run, TakesTheLastOfAnOptionGivenTwice)
+{
+    ASSERT_EQ(fit(complete + "--starts 2 --seed 3 --starts 1 --max-evaluations 5"), 0) << errors;
+    EXPECT_EQ(figure("starts"), 1);
+}
+
 TEST_F(Run, ExplainsItself)
 {
     EXPECT_EQ(fit("--help"), 0);
@@ -110,7 +140,6 @@ TEST_F(Run, RobustRefusesWhatItCannotEstimate)
     EXPECT_TRUE(
         contains(refused(complete + "--method robust --activation atan"), "softplus or id"));
     EXPECT_TRUE(contains(refused(complete + "--decay 1"), "for --method robust"));
-    EXPECT_TRUE(contains(refused(complete + "--method robust --decay nan"), "not a number"));
     EXPECT_TRUE(contains(
         refused("'" FIT_DATA "/auto_mpg.csv' --target mpg,year --drop-missing --method robust"),
         "one target"));
