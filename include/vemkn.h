@@ -209,8 +209,8 @@ VEMKN_API VEMKNInfo* initVEMKNet(const char* text, int length);
  *         text.
  *
  * The judgement is that of initVEMKNet, with the memory that the machine and the process have at the
- * moment. The first thing that is wrong is named; a word of the text appears in quotation marks, its
- * control characters as question marks, at most 40 bytes of it.
+ * moment. One thing that is wrong is named; a word of the text appears in quotation marks, ASCII's
+ * control characters as question marks, at most 40 bytes of it, no character of UTF-8 cut through.
  * Ownership: text is copied; the buffer stays the caller's.
  * Messages:  none, not even the banner.
  * Failure:   none: a null text with a length, a negative length and lack of memory give -1 and a

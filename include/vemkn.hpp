@@ -244,8 +244,8 @@ class Network {
 public:
     /** @param text  a description as in vemkn.h
      * @throws std::invalid_argument for a text that describes no network that can be evaluated: too few words or layers,
-     *         a width of 0, an unknown norm, more than the machine's memory; what() says which. An unknown activation is softplus, as ever.
-     *         The library may say more on standard error or output. */
+     *         a width of 0, an unknown norm, more than the machine's memory; what() says which. An unknown activation is
+     *         softplus, as ever. The library may say more on standard error or output. */
     explicit Network(std::string_view text) : handle_(create(text))
     {
         if (!usable()) detail::wrong(fault(text));

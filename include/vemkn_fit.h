@@ -4,7 +4,7 @@
  * SPDX-License-Identifier: BSD-3-Clause
  *
  * A fit takes rows of numbers and one target, and estimates with the weights how widely good rows
- * scatter (the core), so that up to 30 % of gross outliers leave the curve where it was. For C99
+ * scatter (the core), so that up to 30 % of gross outliers leave the curve nearly where it was. For C99
  * and C++.
  *
  * ## A call sequence
@@ -402,8 +402,8 @@ VEMKN_FIT_API const double* vemkn_fit_weights(const VEMKNFit* fit, size_t* count
 VEMKN_FIT_API const double* vemkn_fit_covariance(const VEMKNFit* fit);
 
 /** How many parameters the rows determine: the sum, over the rows within six cores, of the
- * derivative of the fitted value by its target. Of a linear model without a penalty, that is the
- * number of its weights.
+ * derivative of the fitted value by its target. Of a straight line or plane without a penalty, that is
+ * the number of inputs and one; it is at most the number of weights.
  * @param[in] fit  not changed
  * @return NaN where there is no covariance
  * Threads: may run at any time. */

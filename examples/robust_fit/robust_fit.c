@@ -17,6 +17,10 @@ int main(int argc, char** argv)
     size_t rows = 0, i;
 
     while (rows < MOST_ROWS && scanf("%lf %lf", &x[rows], &y[rows]) == 2) ++rows;
+    if (scanf(" %*c") != EOF) {
+        fprintf(stderr, "row %lu is not two numbers, or one too many\n", (unsigned long)rows + 1);
+        return 1;
+    }
     options.seed = 1;
     if (argc != 2 || vemkn_fit_robust(x, rows, 1, y, &options, &fit) != VEMKN_FIT_OK ||
         vemkn_fit_save(fit, argv[1]) != VEMKN_FIT_OK ||

@@ -10,7 +10,7 @@ namespace vemknfit {
 struct Uncertainty {
     Matrix covariance{};  // weights x weights; empty where there is none
     double parameters =
-        0;  // that the rows determine: by how much all fitted values move with their targets
+        0;  // that the rows determine: by how much all fitted values move with their targets, at most the weights
     double freedom = 0;  // rows less parameters
     std::string why_none{};
 };

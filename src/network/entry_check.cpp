@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "network/description.h"
-#include "network/function_tables.h"
 #include "runtime/messages.h"
 #include "vemkn.h"
 
@@ -43,9 +42,21 @@ bool is_one_of(std::string_view characters, int c)
     return c > 0 && characters.find(static_cast<char>(c)) != std::string_view::npos;
 }
 
+// As much as there is room for, with no character of UTF-8 cut through.
+std::string_view cut(std::string_view text, std::size_t room)
+{
+    if (text.size() <= room) return text;
+    constexpr int MOST_CONTINUATIONS = 3;
+    for (int i = 0; i < MOST_CONTINUATIONS && room > 0; ++i) {
+        if ((static_cast<unsigned char>(text[room]) & 0xc0u) != 0x80u) break;
+        --room;
+    }
+    return text.substr(0, room);
+}
+
 std::string quoted(const std::string& word)
 {
-    std::string shown = word.substr(0, 40);
+    std::string shown(cut(word, 40));
     std::replace_if(
         shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
     return "\"" + shown + "\"";
@@ -111,10 +122,10 @@ std::string missing_number(const Description& d, const Spelling& spelling)
 // the text is named.
 Fault fault_of(const Description& d, const Spelling& spelling)
 {
-    if (d.numbers < LEADING.size()) return missing_number(d, spelling);
-    for (std::size_t i = 0; i < LEADING.size(); ++i) {
+    for (std::size_t i = 0; i < std::min(d.numbers, LEADING.size()); ++i) {
         if (value_of(d, i) == 0) return message(name_of(i), " is 0, needs to be at least 1");
     }
+    if (d.numbers < LEADING.size()) return missing_number(d, spelling);
     if (!d.valid) {
         std::string sentence =
             "the network takes more than half of the machine's memory, or more than the process "
@@ -130,6 +141,10 @@ Fault fault_of(const Description& d, const Spelling& spelling)
         return why;
     if (d.activation_name.empty()) return "the activation is missing: the text ends before it";
     if (lists(vemk_norms, d.norm_name)) return {};
+    if (const auto i = spelling.glued) {
+        return message(
+            "a blank is missing after ", name_of(*i), ", which counts as ", value_of(d, *i));
+    }
     if (is_one_of("-0123456789", d.activation_name[0])) {
         return message("nlayers announces ",
                        d.nlayers,
@@ -188,7 +203,7 @@ Finding finding(const char* text, int length)
 void put(std::string_view sentence, char* buffer, unsigned size)
 {
     if (buffer == nullptr || size == 0) return;
-    buffer[sentence.copy(buffer, size - 1)] = '\0';
+    buffer[cut(sentence, size - 1).copy(buffer, size - 1)] = '\0';
 }
 
 }  // namespace

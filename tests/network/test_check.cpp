@@ -137,6 +137,8 @@ TEST(Check, SaysWhatIsWrong)
         {"2 4294967296 2 1 32 2 5 relu sum",
          "numout is \"4294967296\", not a whole number below 2^32"},
         {"2 1 2 0 32 2 5 relu sum", "nmult is 0, needs to be at least 1"},
+        {"0 1 two 1 32 2 5 relu sum", "numin is 0, needs to be at least 1"},
+        {"2 1 2 1 32 2 5.5 relu sum", "a blank is missing after size 2, which counts as 5"},
         {"2 1 3 1 32 2 5 relu sum",
          "nlayers announces 3 sizes, but \"relu\" stands in the place of size 3"},
         {"2 1 3 1 32 2 5", "nlayers announces 3 sizes, but the text ends before size 3"},
@@ -196,6 +198,19 @@ TEST(Check, QuotesNoMoreThanTheBeginningOfAWord)
     const Said said = check("2 1 2 1 32 2 5 relu " + std::string(5000, 'x'));
     EXPECT_EQ("the norm \"" + std::string(40, 'x') + "\" is none of sum_log_dnorm_fat, sum",
               said.sentence);
+}
+
+TEST(Check, CutsNoCharacterThrough)
+{
+    const std::string start = "2 1 2 1 32 2 5 relu ", umlaut = "\xc3\xa4";
+    std::string word = "x";
+    for (int i = 0; i < 30; ++i) word += umlaut;
+    EXPECT_EQ("the norm \"" + word.substr(0, 39) + "\" is none of sum_log_dnorm_fat, sum",
+              check(start + word).sentence);
+    const std::string text = start + umlaut;
+    char buffer[12];
+    vemk_check(text.data(), static_cast<int>(text.size()), buffer, sizeof buffer);
+    EXPECT_STREQ("the norm \"", buffer);
 }
 
 TEST(Check, WritesWhatThereIsRoomFor)

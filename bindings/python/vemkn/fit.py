@@ -297,7 +297,7 @@ def robust_fit(
 
     Residuals within six standard deviations of normal scatter, the *core*, count as Gaussian; those
     beyond as the tail of a Cauchy density. Core, shift and decay are estimated with the weights, so
-    that up to 30 % of gross outliers leave the curve where it was.
+    that up to 30 % of gross outliers leave the curve nearly where it was.
 
     Parameters
     ----------

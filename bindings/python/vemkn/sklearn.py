@@ -25,7 +25,7 @@ class VemknRegressor(RegressorMixin, BaseEstimator):  # type: ignore[misc]
     Residuals within six standard deviations of normal scatter, the *core*, count as Gaussian; those
     beyond as the tail of a Cauchy density, where one outlier costs little more than another. Inputs
     and targets are scaled inside, so data can be handed in as they are. Core, shift and decay are
-    estimated with the weights: up to 30 % of gross outliers leave the curve where it was. Several
+    estimated with the weights: up to 30 % of gross outliers leave the curve nearly where it was. Several
     targets are fitted one by one.
 
     Parameters
