@@ -70,8 +70,20 @@ training_rows <- function(object) {
     object$x
 }
 
-# What a call of the library gave, or its error.
-called <- function(answer) if (inherits(answer, "condition")) stop(answer) else answer
+# What a call of the library gave, or its error, or the interrupt that ended it.
+called <- function(answer) {
+    if (inherits(answer, "interrupt")) interrupt(answer)
+    if (inherits(answer, "condition")) stop(answer)
+    answer
+}
+
+# As R does: first the handlers; then the prompt of a browser or a caller's restart, if there is one, or top level.
+interrupt <- function(condition) {
+    signalCondition(condition)
+    cat("\n", file = stderr())
+    ends <- Filter(function(restart) restart$name %in% c("browser", "tryRestart", "abort"), computeRestarts())
+    invokeRestart(c(ends, "abort")[[1]])
+}
 
 # The library counts the rows that it is given, the caller those of the data.
 name_rows <- function(texts, names) {

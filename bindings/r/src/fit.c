@@ -129,7 +129,7 @@ SEXP vemknr_fit(SEXP x,
     VEMKNFit* fit = NULL;
     const int code =
         vemkn_fit_robust(rows, (size_t)Rf_nrows(x), (size_t)Rf_ncols(x), REAL(y), &options, &fit);
-    SEXP event = code == VEMKN_FIT_CANCELLED ? raised_again(&watch) : R_NilValue;
+    SEXP event = code == VEMKN_FIT_CANCELLED ? VECTOR_ELT(watch.seen, 0) : R_NilValue;
     SEXP answer = event != R_NilValue ? event : owned(handle, fit, code);
     UNPROTECT(2);
     return answer;

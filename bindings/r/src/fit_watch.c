@@ -1,9 +1,9 @@
 /* Interrupts and time limits, which R raises by a jump, while a fit runs.
  *
  * No jump may pass the library. Handlers outside are unknown to R_ToplevelExec; what they would have
- * seen is raised when the fit has ended. */
+ * seen is given to R code when the fit has ended, which raises it. No signal is raised again: where a
+ * host embeds R, it may end the process. */
 #include <R_ext/Utils.h>
-#include <signal.h>
 
 #include "glue.h"
 
@@ -41,14 +41,4 @@ int watch_events(const VEMKNFitProgress* progress, void* host)
     if (passed < interval) return 0;
     watch->last = now;
     return !R_ToplevelExec(look_at_events, watch->seen) || VECTOR_ELT(watch->seen, 0) != R_NilValue;
-}
-
-SEXP raised_again(const struct watch* watch)
-{
-    SEXP condition = VECTOR_ELT(watch->seen, 0);
-    if (Rf_inherits(condition, "interrupt")) {
-        raise(SIGINT);
-        R_CheckUserInterrupt();
-    }
-    return Rf_inherits(condition, "error") ? condition : R_NilValue;
 }

@@ -117,9 +117,6 @@ struct watch {
 /* A VEMKNFitWatch whose host is a struct watch. */
 int watch_events(const VEMKNFitProgress* progress, void* host);
 
-/* Does not return after an interrupt. Otherwise the error that came up, or NULL. */
-SEXP raised_again(const struct watch* watch);
-
 /* --------------------------------------------------------- entries: handle.c, calls.c, fit*.c */
 
 SEXP vemknr_create(SEXP text, SEXP threads, SEXP batch);

@@ -113,6 +113,24 @@ test_that("an interrupt ends a fit", {
     expect_identical(exact_fit()$beyond, 12)
 })
 
+test_that("an interrupt of a fit passes calling handlers and restarts", {
+    interrupted <- function(code) {
+        signal <- sprintf("(sleep 0.5; kill -INT %d) &", Sys.getpid())
+        system(signal)
+        code
+    }
+    for (name in c("browser", "tryRestart", "abort")) {
+        outer <- stats::setNames(list(function() name), name)
+        expect_identical(do.call(withRestarts, c(quote(interrupted(long_fit())), outer)), name)
+    }
+    seen <- 0
+    jumped <- withRestarts(withCallingHandlers(interrupted(long_fit()), interrupt = function(condition) {
+        seen <<- seen + 1
+        invokeRestart("elsewhere")
+    }), elsewhere = function() "there")
+    expect_identical(list(jumped, seen), list("there", 1))
+})
+
 test_that("the compiled code checks fits for itself", {
     fit <- exact_fit()
     expect_error(.Call(vemkn:::C_fit_predict, NULL, matrix(1)), "not a fit")
