@@ -2,8 +2,8 @@
 #'
 #' Fits a curve to data so that up to 30 % of gross outliers leave it where it was. Residuals within six standard
 #' deviations of normal scatter, the *core*, count as Gaussian, those beyond as the tail of a Cauchy density. Core and
-#' decay are estimated with the weights. The library libvemknfit does it all: the same doubles, options and version give
-#' the same digits in R, in Python and in C.
+#' decay are estimated with the weights. The library libvemknfit computes the fit: on one machine the same
+#' doubles, options and version give the same digits in R, in Python and in C.
 #'
 #' @param x a formula; or a numeric matrix or data frame of inputs with a row for each case, or a vector for one input.
 #' @param formula `target ~ inputs`. Factors and interactions become columns as in [lm()], but for the intercept, which
@@ -23,10 +23,15 @@
 #'   is one time of day.
 #' @param ... options as for the matrix form; there, nothing. `weights` and `offset` are refused: the library does not
 #'   take them.
-#' @return An object of class `"vemkn_fit"`, see [vemkn_fit_methods]. Its members, besides those that an `lm` has, are
-#'   `columns`, `targets`, `core`, `shift`, `hidden`, `activation`, `method`, `decay`, `objective`, `gradient` (its norm),
-#'   `settled`, `rows`, `beyond` (rows beyond six cores), `parameters` (that the rows determine) and `notes`, sentences
-#'   to read before one trusts the fit.
+#' @return An object of class `"vemkn_fit"`, see [vemkn_fit_methods]. Its members are
+#'   - from the library `columns`, `targets`, `core`, `shift`, `hidden`, `activation`, `method`, `decay`, `objective`,
+#'     `gradient` (its norm), `settled`, `rows`, `beyond` (rows beyond six cores; 0 if `method` is not `"robust"`),
+#'     `parameters` (that the rows determine) and `notes`, sentences to read before one trusts the fit;
+#'   - `curve`, the library's model, and `call`;
+#'   - but for a loaded model: `x`, `y` and `fitted.values` of the rows that were fitted;
+#'   - of a formula: `terms`, `variables` (that new data have to have), `xlevels`, `contrasts` and `na.action`.
+#'
+#'   Weights and residuals are no members: ask `coef()` and `residuals()`.
 #'
 #' @section Columns:
 #' Columns are found by name, in new data, too, in any order. Those without a name are called `x1`, `x2`, and so on.
@@ -88,6 +93,7 @@ vemkn_fit.default <- function(x, y, hidden = 6, activation = c("softplus", "id")
                               starts = 3, seed = 1, threads = 1, period = NULL, ...) {
     call <- match.call(expand.dots = FALSE)
     refuse_arguments(call$...)
+    if (!missing(y) && inherits(y, "formula")) stop(formula_first, call. = FALSE)
     call[[1]] <- quote(vemkn_fit)
     x <- named_matrix(x, "x")
     if (ncol(x) == 0) stop("'x' has no columns", call. = FALSE)
@@ -109,13 +115,16 @@ vemkn_fit.default <- function(x, y, hidden = 6, activation = c("softplus", "id")
     fit
 }
 
+formula_first <- "put the formula first, as in vemkn_fit(y ~ a + b, data)"
+
 # Names alone: the values may be names of columns that nobody could evaluate.
 refuse_arguments <- function(dots) {
     if (length(dots) == 0) return()
     given <- if (is.null(names(dots))) "" else names(dots)
     if ("weights" %in% given) stop("'weights' are not taken: every row counts alike", call. = FALSE)
     if ("offset" %in% given) stop("an offset is not taken: subtract it from the target", call. = FALSE)
-    stop(if (given[1] == "") "an argument too many" else paste("there is no argument", quoted(given[1])), call. = FALSE)
+    stop(if (given[1] == "") "an argument too many" else paste("there is no argument", quoted(given[1])),
+         if (any(c("data", "formula") %in% given)) paste0(": ", formula_first), call. = FALSE)
 }
 
 # As the library takes it: 0 stands for the choice by cross-validation, -1 for none.

@@ -1,25 +1,42 @@
 # Rows for the library. Columns are found by name; those without one are called x1, x2, ..., as in model files.
 
-# A matrix of doubles whose columns all have names.
-named_matrix <- function(value, name) {
+# A matrix of doubles whose columns all have names; only those wanted, if there are such.
+named_matrix <- function(value, name, wanted = NULL) {
     if (is.data.frame(value)) {
-        words <- !vapply(value, is.numeric, NA)
-        if (any(words)) {
-            stop("column ", quoted(names(value)[words][1]), " of '", name, "' is not numeric: leave it out, or take ",
-                 "vemkn_fit(formula, data)", call. = FALSE)
+        words <- !vapply(value, function(column) is.numeric(column) || is_missing(column), NA)
+        columns <- column_names(names(value), length(value), name)
+        extra <- words & !is.null(wanted) & !columns %in% wanted
+        if (any(words & !extra)) {
+            stop("column ", quoted(columns[words & !extra][1]), " of '", name, "' is not numeric",
+                 if (is.null(wanted)) ": leave it out, or take vemkn_fit(formula, data)", call. = FALSE)
         }
+        value[extra] <- list(rep(NA, nrow(value)))
         value <- as.matrix(value)
     }
+    if (is_missing(value)) storage.mode(value) <- "double"
     value <- numeric_matrix(value, name)
-    columns <- enc2utf8(if (is.null(colnames(value))) character(ncol(value)) else colnames(value))
-    if (!all(validUTF8(columns))) stop("a column of '", name, "' has a name that is not UTF-8", call. = FALSE)
-    bare <- is.na(columns) | columns == ""
-    columns[bare] <- paste0("x", seq_along(columns))[bare]
+    columns <- column_names(colnames(value), ncol(value), name)
+    if (!is.null(wanted)) {
+        refuse_missing(wanted, columns)
+        value <- value[, columns %in% wanted, drop = FALSE]
+        columns <- columns[columns %in% wanted]
+    }
     if (anyDuplicated(columns)) {
         stop("two columns of '", name, "' are called ", quoted(columns[duplicated(columns)][1]), call. = FALSE)
     }
     colnames(value) <- columns
-    value
+    if (is.null(wanted)) value else value[, wanted, drop = FALSE]
+}
+
+# NA is logical in R, and a column of nothing else is numbers that are missing.
+is_missing <- function(values) is.logical(values) && all(is.na(values))
+
+column_names <- function(given, n, name) {
+    columns <- enc2utf8(if (is.null(given)) character(n) else given)
+    if (!all(validUTF8(columns))) stop("a column of '", name, "' has a name that is not UTF-8", call. = FALSE)
+    bare <- is.na(columns) | columns == ""
+    columns[bare] <- paste0("x", seq_along(columns))[bare]
+    columns
 }
 
 # The first names only: there may be thousands.
@@ -51,11 +68,7 @@ variables_of <- function(terms, data) {
 
 # newdata as rows of the fit's columns.
 new_rows <- function(object, newdata, na.action) {
-    if (is.null(object$terms)) {
-        x <- named_matrix(newdata, "newdata")
-        refuse_missing(object$columns, colnames(x))
-        return(na.action(x[, object$columns, drop = FALSE]))
-    }
+    if (is.null(object$terms)) return(na.action(named_matrix(newdata, "newdata", object$columns)))
     newdata <- as.data.frame(if (is.list(newdata)) newdata else named_matrix(newdata, "newdata"))
     refuse_missing(object$variables, names(newdata))
     terms <- stats::delete.response(object$terms)
@@ -85,17 +98,17 @@ interrupt <- function(condition) {
     invokeRestart(c(ends, "abort")[[1]])
 }
 
-# The library counts the rows that it is given, the caller those of the data.
-name_rows <- function(texts, names) {
-    at <- regexpr("\\brow [0-9]+", texts)
-    rows <- as.integer(sub("row ", "", regmatches(texts, at)))
-    regmatches(texts, at) <- paste("row", names[rows])
+# The library counts the rows that it is given, the caller those of the data. Columns may be called "row 2", too, so a
+# number is replaced only where the library's sentences have one: at the end of a note, at the start of an error.
+name_rows <- function(texts, names, form = "(?<=the first is row )[0-9]+$") {
+    at <- regexpr(form, texts, perl = TRUE)
+    regmatches(texts, at) <- as.character(names[as.integer(regmatches(texts, at))])
     texts
 }
 
 naming_rows <- function(names, value) {
     tryCatch(value, vemkn_error = function(e) {
-        e$message <- name_rows(e$message, names)
+        if (!is.null(e$row)) e$message <- name_rows(e$message, names, "(?<=^[xy]: row )[0-9]+")
         stop(e)
     })
 }

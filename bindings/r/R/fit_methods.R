@@ -1,4 +1,6 @@
-#' What a fit knows
+#' Methods for fits
+#'
+#' Predictions, residuals, standard errors and the other usual functions of a fitted model, for fits by [vemkn_fit()].
 #'
 #' @param object,x,formula a fit made by [vemkn_fit()], or its summary.
 #' @param newdata a data frame, or a matrix for a fit of a matrix, with the columns of the fit by name, in any order;
@@ -14,12 +16,13 @@
 #' @param digits number of significant digits.
 #' @param parm not used.
 #' @param ... further arguments of [plot()]; else not used.
-#' @return `predict()`: as that of an `lm`: a vector, with an interval a matrix with the columns `fit`, `lwr` and `upr`,
-#'   with `se.fit` a list of `fit`, `se.fit`, `df` and `residual.scale`, which is the core. The model of another fit than
+#' @return `predict()`, in the form of [predict.lm()]: a vector, with an interval a matrix with the columns `fit`, `lwr`
+#'   and `upr`, with `se.fit` a list of `fit`, `se.fit`, `df` and `residual.scale`, which is the core. The model of another fit than
 #'   a robust one may have several targets, and gives a matrix with a column for each. `residuals()`: targets minus
 #'   fitted values. `coef()`: the weights, of scaled inputs and outputs, in the flat order: `"b1[2]"` is the bias of the
 #'   second unit of the first layer, `"W1[3,2]"` the weight from the third input to it. `vcov()`: their covariance.
-#'   `nobs()`: the number of rows that were fitted. `simulate()`: a data frame of new targets.
+#'   `nobs()`: the number of rows that were fitted. `df.residual()`: `rows - parameters`. `sigma()`: the core.
+#'   `simulate()`: a data frame of new targets, a row for each fitted value.
 #'
 #' @section Standard errors:
 #' They follow from the sandwich covariance of the weights, which `vcov()` gives; intervals take quantiles of Student's
@@ -74,9 +77,11 @@ predict.vemkn_fit <- function(object, newdata, interval = c("none", "confidence"
     pad <- function(found) napredict(if (is_new) attr(x, "na.action") else object$na.action, found)
     if (interval == "none" && !se.fit) return(pad(rows_present(x, function(x) predictions(object, x))))
     found <- rows_present(x, function(x) intervals(object, x, interval == "prediction", level))
-    fit <- pad(if (interval == "none") found[, "fit"] else found[, c("fit", "lwr", "upr"), drop = FALSE])
+    # A matrix of one row would lose its name.
+    column <- function(name) structure(found[, name], names = rownames(x))
+    fit <- pad(if (interval == "none") column("fit") else found[, c("fit", "lwr", "upr"), drop = FALSE])
     if (!se.fit) return(fit)
-    list(fit = fit, se.fit = pad(found[, "se"]), df = object$rows - object$parameters, residual.scale = object$core)
+    list(fit = fit, se.fit = pad(column("se")), df = df.residual(object), residual.scale = sigma(object))
 }
 
 #' @rdname vemkn_fit_methods
@@ -119,6 +124,14 @@ vcov.vemkn_fit <- function(object, ...) {
 #' @rdname vemkn_fit_methods
 #' @export
 nobs.vemkn_fit <- function(object, ...) object$rows
+
+#' @rdname vemkn_fit_methods
+#' @export
+df.residual.vemkn_fit <- function(object, ...) object$rows - object$parameters
+
+#' @rdname vemkn_fit_methods
+#' @export
+sigma.vemkn_fit <- function(object, ...) object$core
 
 #' @rdname vemkn_fit_methods
 #' @export
@@ -167,7 +180,9 @@ simulate.vemkn_fit <- function(object, nsim = 1, seed = NULL, outliers = FALSE, 
         hit <- runif(n * nsim) < length(far) / n
         drawn[hit] <- far[sample.int(length(far), sum(hit), replace = TRUE)]
     }
-    drawn <- as.data.frame(object$fitted.values + drawn)
+    drawn <- object$fitted.values + drawn
+    rownames(drawn) <- names(object$fitted.values)
+    drawn <- as.data.frame(napredict(object$na.action, drawn))
     names(drawn) <- paste0("sim_", seq_len(nsim))
     structure(drawn, seed = if (is.null(seed)) before else structure(seed, kind = as.list(RNGkind())))
 }
@@ -180,7 +195,8 @@ print.vemkn_fit <- function(x, digits = 4, ...) {
     cat("\nCall:\n", paste(deparse(x$call), collapse = "\n"), "\n\n", sep = "")
     line("curve      of", quoted(x$targets), "over", quoted(x$columns))
     line("network   ", widths_text(fitted_network(x, length(coef(x)))), x$activation)
-    line("rows      ", x$rows, "of which", x$beyond, "lie beyond six cores")
+    line("rows      ", paste(c(x$rows, if (x$method == "robust") c("of which", x$beyond, "lie beyond six cores")),
+                             collapse = " "))
     line("core      ", paste(number(x$core), collapse = " "))
     if (!is.na(x$decay)) line("decay     ", number(x$decay))
     if (!is.na(x$parameters)) line("parameters", number(x$parameters))

@@ -30,6 +30,6 @@
 #' @docType package
 #' @useDynLib vemkn, .registration = TRUE, .fixes = "C_"
 #' @importFrom graphics abline
-#' @importFrom stats .getXlevels coef confint dnorm fitted formula logLik model.response na.pass napredict naresid nobs predict
-#' @importFrom stats qqnorm quantile residuals rnorm runif simulate vcov weights
+#' @importFrom stats .getXlevels coef confint df.residual dnorm fitted formula logLik model.response na.pass napredict naresid
+#' @importFrom stats nobs predict qqnorm quantile residuals rnorm runif sigma simulate vcov weights
 NULL

@@ -63,7 +63,8 @@ static SEXP owned(SEXP handle, VEMKNFit* fit, int code)
 const VEMKNFit* fit_of(SEXP handle)
 {
     if (TYPEOF(handle) != EXTPTRSXP || R_ExternalPtrTag(handle) != fit_tag() ||
-        TYPEOF(R_ExternalPtrProtected(handle)) != RAWSXP)
+        TYPEOF(R_ExternalPtrProtected(handle)) != RAWSXP ||
+        XLENGTH(R_ExternalPtrProtected(handle)) < 1)
         Rf_error("this is not a fit");
     VEMKNFit* fit = R_ExternalPtrAddr(handle);
     if (fit != NULL) return fit;

@@ -54,6 +54,11 @@ static SEXP texts(const VEMKNFit* fit, size_t n, const char* (*each)(const VEMKN
     return all;
 }
 
+static SEXP one_text(const char* text)
+{
+    return Rf_ScalarString(Rf_mkCharCE(text, CE_UTF8));
+}
+
 static SEXP of_targets(const VEMKNFit* fit, double (*each)(const VEMKNFit*, size_t))
 {
     const R_xlen_t n = (R_xlen_t)vemkn_fit_targets(fit);
@@ -101,8 +106,8 @@ SEXP vemknr_fit_summary(SEXP handle)
     values[n++] = PROTECT(of_targets(fit, vemkn_fit_core));
     values[n++] = PROTECT(of_targets(fit, vemkn_fit_shift));
     values[n++] = PROTECT(widths(fit));
-    values[n++] = PROTECT(Rf_mkString(vemkn_fit_activation(fit)));
-    values[n++] = PROTECT(Rf_mkString(vemkn_fit_method(fit)));
+    values[n++] = PROTECT(one_text(vemkn_fit_activation(fit)));
+    values[n++] = PROTECT(one_text(vemkn_fit_method(fit)));
     values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_decay(fit)));
     values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_objective(fit)));
     values[n++] = PROTECT(Rf_ScalarReal(vemkn_fit_gradient(fit)));

@@ -49,7 +49,8 @@ static void build(SEXP handle)
         check_status(status, "vemkn");
         char why[200];
         vemk_check(words, (int)strlen(words), why, sizeof why);
-        Rf_error("the library makes no network of \"%s\": %s", words, why);
+        /* The reason first: R cuts a message at 8 kB. */
+        Rf_error("the library makes no network: %s (description \"%s\")", why, words);
     }
     R_SetExternalPtrAddr(handle, net);
     R_RegisterCFinalizerEx(handle, finalise, TRUE);

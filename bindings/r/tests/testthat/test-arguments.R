@@ -87,7 +87,9 @@ test_that("the compiled code checks for itself", {
         expect_error(call(matrix(1L, n, 1)), "type double")
     }
     create <- function(text, threads = 1L, batch = 32L) .Call(vemkn:::C_create, text, threads, batch)
-    expect_error(create("nonsense"), "makes no network of \"nonsense\": numin is \"nonsense\", not a whole number")
+    why <- "no network: numin is \"nonsense\", not a whole number below 2^32 (description \"nonsense"
+    expect_error(create("nonsense"), why, fixed = TRUE)
+    expect_error(create(paste("nonsense", strrep("1 ", 8000))), why, fixed = TRUE) # of which R shows 8 kB
     expect_error(create("3 1 2 1 32 2 4 id sum"), "makes no network") # first layer narrower than numin
     expect_error(create(1), "not the description")
     expect_error(create("1 1 2 1 32 1 1 id sum", threads = NA_integer_), "not the description")

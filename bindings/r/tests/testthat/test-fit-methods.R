@@ -42,6 +42,9 @@ test_that("model files keep every bit", {
     expect_identical(model$targets, "y")
     for (call in list(residuals, fitted, predict, logLik, summary)) expect_error(call(model), "holds no rows")
     expect_output(print(model), "120 of which 12 lie beyond")
+    # Of another method the library knows no number of rows beyond six cores.
+    writeLines(sub('"robust"', '"squares"', readLines(path), fixed = TRUE), path)
+    expect_output(print(vemkn_load(path)), "rows       120\n")
 })
 
 test_that("files that cannot be used are errors", {
@@ -66,6 +69,12 @@ test_that("simulated targets scatter by the core", {
     with_outliers <- unlist(simulate(fit, 50, seed = 1, outliers = TRUE) - fitted(fit))
     # A tenth of 6,000, give or take four deviations.
     expect_lt(abs(mean(abs(with_outliers) > 6 * fit$core) - 0.1), 4 * sqrt(0.1 * 0.9 / 6000))
+    d <- exact_rows()
+    d$a[3] <- NA
+    padded <- exact_fit_of(d, na.action = na.exclude)
+    expect_identical(rownames(simulate(padded, seed = 1)), names(fitted(padded)))
+    expect_identical(which(is.na(simulate(padded, 2, seed = 1)$sim_2)), 3L)
+    expect_identical(rownames(simulate(exact_fit_of(d), seed = 1)), rownames(d)[-3])
     set.seed(3)
     state <- .Random.seed
     simulate(fit, seed = 1)
@@ -89,6 +98,14 @@ test_that("a fit prints, sums up and plots", {
     })
     expect_identical(plot(fit), fit)
 })
+
+# A saved fit whose text of a model is empty, as no call makes one. The text stands after its length, four bytes.
+forged_fit <- function(fit) {
+    bytes <- serialize(fit, NULL, xdr = TRUE)
+    start <- grepRaw("{\n \"vemkn_model\"", bytes, fixed = TRUE)
+    end <- grepRaw(as.raw(0), bytes, offset = start, fixed = TRUE)
+    unserialize(c(bytes[seq_len(start - 5)], raw(4), bytes[-seq_len(end)]))
+}
 
 # Fits that would take minutes. The limit's error and the interrupt come up inside the library's call.
 long_fit <- function() exact_fit_of(exact_rows(), hidden = 10, starts = 1e5)
@@ -138,6 +155,7 @@ test_that("the compiled code checks fits for itself", {
     expect_error(.Call(vemkn:::C_fit_predict, fit$curve, 1), "matrix")
     expect_s3_class(.Call(vemkn:::C_fit_predict, fit$curve, matrix(1)), "vemkn_error")
     expect_error(.Call(vemkn:::C_fit_save, fit$curve, 1), "one string")
+    expect_error(predict(forged_fit(fit), new_data), "not a fit")
     call <- function(y = matrix(1, 2, 1), hidden = 2L, names = "a") {
         .Call(vemkn:::C_fit, matrix(1, 2, 1), y, hidden, "softplus", c(1, 1, 1, 1, 1), names, 0, "y")
     }

@@ -55,6 +55,35 @@ test_that("columns of new data are found by name", {
     expect_error(vemkn_fit(cbind(a = 1:9, a = 9:1), 1:9), "two columns of 'x' are called 'a'")
 })
 
+test_that("other columns of new data are ignored", {
+    fit <- vemkn_fit(exact_rows()[c("a", "b")], exact_rows()$y, hidden = 3, decay = 0.1, starts = 1)
+    path <- tempfile(fileext = ".json")
+    on.exit(unlink(path))
+    vemkn_save(fit, path)
+    expected <- predict(fit, new_data)
+    words <- cbind(who = letters[1:3], when = Sys.Date(), new_data, z = 1, z = 2)
+    for (model in list(fit, vemkn_load(path))) {
+        expect_identical(predict(model, words), expected)
+        expect_identical(predict(model, cbind(as.matrix(new_data), z = 1, z = 2)), expected)
+        expect_length(predict(model, words[0, ]), 0)
+        expect_error(predict(model, words[c("who", "b")]), "no column 'a'; there are 'who', 'b'")
+        expect_error(predict(model, data.frame()), "no columns 'a', 'b'; there are none")
+        expect_error(predict(model, replace(new_data, "a", "1")), "column 'a' of 'newdata' is not numeric$")
+        expect_error(predict(model, cbind(new_data, a = 1)), "two columns of 'newdata' are called 'a'")
+    }
+    several <- vemkn_fit(data.frame(a = I(cbind(u = 1:20, v = (1:20)^2))), sin(1:20), hidden = 2, decay = 1, starts = 1)
+    expect_identical(several$columns, c("a.u", "a.v"))
+    rows <- data.frame(who = "x", a = I(cbind(v = 4, u = 2)))
+    expect_identical(predict(several, rows)[[1]], several$fitted.values[[2]])
+})
+
+test_that("a column of missing values gives NA", {
+    fit <- vemkn_fit(exact_rows()[c("a", "b")], exact_rows()$y, hidden = 3, decay = 0.1, starts = 1)
+    expect_identical(predict(fit, replace(new_data, "a", NA)), rep(NA_real_, 3))
+    expect_identical(predict(fit, cbind(a = NA, b = NA)), NA_real_)
+    expect_length(predict(fit, replace(new_data, "a", NA), na.action = na.omit), 0)
+})
+
 test_that("factors, transformations and variables outside the data come back in predictions", {
     d <- exact_rows()
     d$g <- rep(c("u", "v", "w"), 40)
@@ -115,6 +144,26 @@ test_that("the row at fault is that of the data", {
     expect_error(predict(exact_fit(), d[2:9, ]), "row 7", class = "vemkn_error")
     d$b[8] <- 1e6
     expect_match(exact_fit_of(d)$notes, "1 rows have an input far from the others, .* the first is row 8$", all = FALSE)
+    rownames(d)[8] <- "a\\1"
+    expect_match(exact_fit_of(d)$notes, "the first is row a\\1", all = FALSE, fixed = TRUE)
+})
+
+test_that("columns that are called as rows keep their names", {
+    d <- data.frame(exact_rows(), 1, check.names = FALSE)[2:120, ]
+    names(d)[4] <- "row 99"
+    fit <- vemkn_fit(y ~ ., d, hidden = 2, decay = 1, starts = 1)
+    expect_true("column '`row 99`' holds one value only" %in% fit$notes)
+    d[["row 99"]][7] <- Inf
+    expect_error(vemkn_fit(y ~ ., d), "^x: row 8, column 3 is not a finite number", class = "vemkn_error")
+})
+
+test_that("a single row keeps its name", {
+    fit <- exact_fit()
+    row <- exact_rows()[7, ]
+    p <- predict(fit, row, interval = "confidence", se.fit = TRUE)
+    expect_identical(c(names(p$se.fit), rownames(p$fit)), c("7", "7"))
+    expect_identical(predict(fit, row, se.fit = TRUE)$fit, predict(fit, row))
+    expect_null(names(predict(vemkn_fit(exact_rows()$a, exact_rows()$y, decay = 1, starts = 1), 1, se.fit = TRUE)$se.fit))
 })
 
 test_that("intervals are those of Student's distribution", {
@@ -125,6 +174,7 @@ test_that("intervals are those of Student's distribution", {
     expect_identical(band$fit[, "fit"], predict(fit, new_data))
     expect_identical(band$residual.scale, fit$core)
     expect_identical(band$df, nobs(fit) - fit$parameters)
+    expect_identical(c(df.residual(fit), sigma(fit)), c(band$df, fit$core))
     t <- qt(0.95, band$df)
     expect_equal(band$fit[, "upr"] - band$fit[, "fit"], t * band$se.fit, tolerance = 1e-9)
     expect_equal(rows[, "fit"] - rows[, "lwr"], t * sqrt(band$se.fit^2 + fit$core^2), tolerance = 1e-9)
@@ -204,5 +254,7 @@ test_that("what cannot be fitted is an error", {
     expect_error(exact_fit(weights = nowhere), "'weights' are not taken")
     expect_error(exact_fit(offset = a), "offset is not taken")
     expect_error(vemkn_fit(y ~ a + offset(b), d), "offset is not taken")
-    expect_error(exact_fit(maxit = 3), "no argument 'maxit'")
+    expect_error(exact_fit(maxit = 3), "no argument 'maxit'$")
+    expect_error(vemkn_fit(data = d, formula = y ~ a), "no argument 'data': put the formula first")
+    expect_error(vemkn_fit(d, y ~ a), "put the formula first")
 })
