@@ -1,6 +1,6 @@
 #' Robust regression by a small network
 #'
-#' Fits a curve to data so that up to 30 % of gross outliers leave it where it was. Residuals within six standard
+#' Fits a curve to data so that up to 30 % of gross outliers leave it nearly where it was. Residuals within six standard
 #' deviations of normal scatter, the *core*, count as Gaussian, those beyond as the tail of a Cauchy density. Core and
 #' decay are estimated with the weights. The library libvemknfit computes the fit: on one machine the same
 #' doubles, options and version give the same digits in R, in Python and in C.
