@@ -4,12 +4,12 @@
 cmake_minimum_required(VERSION 3.25)
 
 execute_process(COMMAND ${EMULATOR} ${PROGRAM} --help OUTPUT_VARIABLE help COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX MATCHALL "\n  (-h,)?--[a-z-]+" offered "${help}")
-list(TRANSFORM offered REPLACE "^\n  (-h,)?" "")
+string(REGEX MATCHALL "\n  (-[a-z],)?--[a-z-]+" offered "${help}")
+list(TRANSFORM offered REPLACE "^\n  (-[a-z],)?" "")
 
 file(READ ${PAGE} page)
 string(REPLACE "\\-" "-" page "${page}")
-string(REGEX MATCHALL "\n\\.TP\n(\\\\fB-h\\\\fP, )?\\\\fB--[a-z-]+" explained "${page}")
+string(REGEX MATCHALL "\n\\.TP\n(\\\\fB-[a-z]\\\\fP, )?\\\\fB--[a-z-]+" explained "${page}")
 list(TRANSFORM explained REPLACE "^.*\\\\fB--" "--")
 
 list(SORT offered)
