@@ -82,7 +82,7 @@ def test_what_makes_no_network(changed: dict[str, Any], message: str) -> None:
         ("2 1 2 1 32 2 5softplus sum", "a blank is missing after size 2"),
         ("2 1 -1 1 32 softplus sum", "nlayers has a minus sign"),
         ("two 1 2 1 32 2 5 softplus sum", 'numin is "two", not a whole number'),
-        ("2 1 2 1 32 2 5.0 softplus sum", "the norm"),
+        ("2 1 2 1 32 2 5.0 softplus sum", "a blank is missing after size 2"),
         ("2 1 2 1 32 2 5 softplus s\xfcm", 'the norm "s\xfcm" is none of'),
         ("2 1 2 1 32 2 5 tanh sum", "activation: 'tanh' is none of"),
         ("2 1 3 1 32 2 0 5 id sum", "sizes: 0"),
