@@ -2,7 +2,8 @@
 
     python3 fit_csv.py rows.csv y [model.json]
 
-The model takes the place of a file of its name. `vemkn-fit predict model.json new.csv` and `vemkn.fit.Curve.load("model.json").predict(x)` predict new rows.
+The model takes the place of a file of its name. `vemkn-fit predict model.json new.csv` and
+`vemkn.fit.Curve.load("model.json").predict(x)` predict new rows.
 """
 
 from __future__ import annotations

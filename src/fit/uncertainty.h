@@ -9,8 +9,8 @@ namespace vemknfit {
 // How far the weights of a fit may lie from where they are.
 struct Uncertainty {
     Matrix covariance{};  // weights x weights; empty where there is none
-    double parameters =
-        0;  // that the rows determine: by how much all fitted values move with their targets, at most the weights
+    // That the rows determine: by how much all fitted values move with their targets, at most the weights.
+    double parameters = 0;
     double freedom = 0;  // rows less parameters
     std::string why_none{};
 };

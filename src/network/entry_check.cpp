@@ -118,8 +118,8 @@ std::string missing_number(const Description& d, const Spelling& spelling)
     return message(announced, quoted(spelling.next), " stands in the place of ", name);
 }
 
-// Why computing calls refuse what the parser makes of the text. One fault brings others along: the one that stands first in
-// the text is named.
+// Why computing calls refuse what the parser makes of the text. One fault brings others along: as a rule the first one
+// in the text is named.
 Fault fault_of(const Description& d, const Spelling& spelling)
 {
     for (std::size_t i = 0; i < std::min(d.numbers, LEADING.size()); ++i) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <regex>
 #include <set>
 #include <string>
@@ -89,6 +90,20 @@ std::set<std::string> all_descriptions()
     return found;
 }
 
+struct Row {
+    const char* text;
+    const char* sentence;
+};
+
+void expect_all(int status, std::initializer_list<Row> rows)
+{
+    for (const Row& row : rows) {
+        const Said said = check(row.text);
+        EXPECT_EQ(status, said.status) << row.text;
+        EXPECT_EQ(row.sentence, said.sentence) << row.text;
+    }
+}
+
 constexpr const char* GOOD = "2 1 2 1 32 2 5 softplus sum_log_dnorm_fat";
 
 }  // namespace
@@ -127,70 +142,54 @@ TEST(Check, FindsNothingWrongWithAGoodDescription)
 
 TEST(Check, SaysWhatIsWrong)
 {
-    struct {
-        const char* text;
-        const char* sentence;
-    } const rows[] = {
-        {"", "numin is missing: the text ends before it"},
-        {"2 1 2", "nmult is missing: the text ends before it"},
-        {"2 one 2 1 32 2 5 relu sum", "numout is \"one\", not a whole number below 2^32"},
-        {"2 4294967296 2 1 32 2 5 relu sum",
-         "numout is \"4294967296\", not a whole number below 2^32"},
-        {"2 1 2 0 32 2 5 relu sum", "nmult is 0, needs to be at least 1"},
-        {"0 1 two 1 32 2 5 relu sum", "numin is 0, needs to be at least 1"},
-        {"2 1 2 1 32 2 5.5 relu sum", "a blank is missing after size 2, which counts as 5"},
-        {"2 1 3 1 32 2 5 relu sum",
-         "nlayers announces 3 sizes, but \"relu\" stands in the place of size 3"},
-        {"2 1 3 1 32 2 5", "nlayers announces 3 sizes, but the text ends before size 3"},
-        {"2 1 2 1 32 2 5 7 relu sum",
-         "nlayers announces 2 sizes, but another number, \"7\", stands in the place of the "
-         "activation"},
-        {"2 1 1 1 32 2 relu sum", "the network has 1 layers, needs at least 2"},
-        {"2 1 2 2 32 2 5 relu sum",
-         "nmult is 2 and the last hidden width 5 differs from the first size 2"},
-        {"2 1 2 1 32 2 5", "the activation is missing: the text ends before it"},
-        {"2 1 2 1 32 2 5 relu", "the norm is missing: the text ends before it"},
-        {"2 1 2 1 32 2 5 relu l2", "the norm \"l2\" is none of sum_log_dnorm_fat, sum"},
-        {"2 1 2 1 32 2 5 relu \x1b[2J", "the norm \"?[2J\" is none of sum_log_dnorm_fat, sum"},
-        {"2 1 2 1 32 2 400000000 relu sum",
-         "the network takes more than half of the machine's memory, or more than the process may "
-         "have"},
-        {"2 1 -1 1 32 2 5 relu sum",
-         "the network takes more than half of the machine's memory, or more than the process may "
-         "have: nlayers has a "
-         "minus sign and counts as 4294967295"},
-    };
-
-    for (const auto& row : rows) {
-        const Said said = check(row.text);
-        EXPECT_EQ(-1, said.status) << row.text;
-        EXPECT_EQ(row.sentence, said.sentence) << row.text;
-    }
+    expect_all(
+        -1,
+        {
+            {"", "numin is missing: the text ends before it"},
+            {"2 1 2", "nmult is missing: the text ends before it"},
+            {"2 one 2 1 32 2 5 relu sum", "numout is \"one\", not a whole number below 2^32"},
+            {"2 4294967296 2 1 32 2 5 relu sum",
+             "numout is \"4294967296\", not a whole number below 2^32"},
+            {"2 1 2 0 32 2 5 relu sum", "nmult is 0, needs to be at least 1"},
+            {"0 1 two 1 32 2 5 relu sum", "numin is 0, needs to be at least 1"},
+            {"2 1 2 1 32 2 5.5 relu sum", "a blank is missing after size 2, which counts as 5"},
+            {"2 1 3 1 32 2 5 relu sum",
+             "nlayers announces 3 sizes, but \"relu\" stands in the place of size 3"},
+            {"2 1 3 1 32 2 5", "nlayers announces 3 sizes, but the text ends before size 3"},
+            {"2 1 2 1 32 2 5 7 relu sum",
+             "nlayers announces 2 sizes, but another number, \"7\", stands in the place of the "
+             "activation"},
+            {"2 1 1 1 32 2 relu sum", "the network has 1 layers, needs at least 2"},
+            {"2 1 2 2 32 2 5 relu sum",
+             "nmult is 2 and the last hidden width 5 differs from the first size 2"},
+            {"2 1 2 1 32 2 5", "the activation is missing: the text ends before it"},
+            {"2 1 2 1 32 2 5 relu", "the norm is missing: the text ends before it"},
+            {"2 1 2 1 32 2 5 relu l2", "the norm \"l2\" is none of sum_log_dnorm_fat, sum"},
+            {"2 1 2 1 32 2 5 relu \x1b[2J", "the norm \"?[2J\" is none of sum_log_dnorm_fat, sum"},
+            {"2 1 2 1 32 2 400000000 relu sum",
+             "the network takes more than half of the machine's memory, or more than the "
+             "process may have"},
+            {"2 1 -1 1 32 2 5 relu sum",
+             "the network takes more than half of the machine's memory, or more than the "
+             "process may have: nlayers has a minus sign and counts as 4294967295"},
+        });
 }
 
 TEST(Check, SaysWhatDoesNotDoWhatItSeemsTo)
 {
-    struct {
-        const char* text;
-        const char* sentence;
-    } const rows[] = {
-        {"-1 1 2 1 32 2 5 relu sum", "numin has a minus sign and counts as 4294967295"},
-        {"2 1 2 1 32 2 5relu sum", "a blank is missing after size 2, which counts as 5"},
-        {"2 1 3 1 32 2 0 5 relu sum", "size 2 is 0: the layer has no units"},
-        {"3 1 2 1 32 2 5 relu sum",
-         "numin is 3, the first size 2: a call takes the smaller number of columns"},
-        {"2 1 2 1 32 2 5 tanh sum",
-         "the activation \"tanh\" is none of softplus, softmax, softplus_shifted, atan, relu, id: "
-         "it counts as softplus"},
-        {"2 1 2 1 32 2 5 relu sum sum",
-         "the text goes on after the norm, with \"sum\": that is not read"},
-    };
-
-    for (const auto& row : rows) {
-        const Said said = check(row.text);
-        EXPECT_EQ(1, said.status) << row.text;
-        EXPECT_EQ(row.sentence, said.sentence) << row.text;
-    }
+    expect_all(1,
+               {
+                   {"-1 1 2 1 32 2 5 relu sum", "numin has a minus sign and counts as 4294967295"},
+                   {"2 1 2 1 32 2 5relu sum", "a blank is missing after size 2, which counts as 5"},
+                   {"2 1 3 1 32 2 0 5 relu sum", "size 2 is 0: the layer has no units"},
+                   {"3 1 2 1 32 2 5 relu sum",
+                    "numin is 3, the first size 2: a call takes the smaller number of columns"},
+                   {"2 1 2 1 32 2 5 tanh sum",
+                    "the activation \"tanh\" is none of softplus, softmax, softplus_shifted, atan, "
+                    "relu, id: it counts as softplus"},
+                   {"2 1 2 1 32 2 5 relu sum sum",
+                    "the text goes on after the norm, with \"sum\": that is not read"},
+               });
 }
 
 TEST(Check, QuotesNoMoreThanTheBeginningOfAWord)

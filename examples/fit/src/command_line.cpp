@@ -34,7 +34,7 @@ CLI::Validator finite_number()
         double value = 0.0;
         return read_number(text, value) == std::errc() ? "" : "\"" + text + "\" is not a number";
     };
-    return {check, "NUMBER"};
+    return {check, ""};
 }
 
 CLI::Validator whole_number()
@@ -47,7 +47,7 @@ CLI::Validator whole_number()
                    ? ""
                    : "\"" + text + "\" is not a whole number from 0 to 2^64 - 1";
     };
-    return {check, "WHOLE"};
+    return {check, ""};
 }
 
 std::optional<int> parse(CLI::App& app, int argc, char** argv)
