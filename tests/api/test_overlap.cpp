@@ -58,7 +58,7 @@ thread_local bool lacks_memory = false;
 
 void direct()
 {
-    if (fegetexcept() != LIBRARY_TRAPS) return;  // not in the middle yet
+    if (!(stops_in_the_middle || lacks_memory) || !in_the_middle_of_a_call()) return;
     if (stops_in_the_middle && stage->waits.exchange(false)) {
         stage->entered.open();
         stage->may_leave.wait();
@@ -92,6 +92,7 @@ protected:
     std::thread slow_call()
     {
         std::thread thread([this] {
+            leave_stale_flags();
             stops_in_the_middle = true;
             call();
         });
@@ -103,6 +104,7 @@ protected:
     std::thread slow_failing_call()
     {
         std::thread thread([this] {
+            leave_stale_flags();
             stops_in_the_middle = lacks_memory = true;
             EXPECT_THROW(call(), std::bad_alloc);
         });
@@ -113,6 +115,7 @@ protected:
     void failing_call() const
     {
         std::thread([this] {
+            leave_stale_flags();
             lacks_memory = true;
             EXPECT_THROW(call(), std::bad_alloc);
         }).join();

@@ -110,6 +110,13 @@ inline void leave_stale_flags()
     static_cast<void>(result);
 }
 
+// Whether this thread, which has left such flags, is in the middle of a call: it clears them at its start and gives them back in the
+// end, with traps and without.
+inline bool in_the_middle_of_a_call()
+{
+    return std::fetestexcept(LIBRARY_TRAPS) == 0;
+}
+
 // Traps on for a scope, as they are inside a call of the library. Where the processor has none, no flag may be there in the end.
 class TrapsArmed {
 public:
