@@ -39,7 +39,7 @@ def robust_fit(x: Array, y: Array) -> VemknRegressor:
 
 def least_squares_fit(x: Array, y: Array, core: float) -> Predictor:
     """The same kind of network, with targets scaled alike, by SciPy's trust region."""
-    network = Network(x.shape[1], 1, [x.shape[1], 6])
+    network = Network(x.shape[1], 1, hidden=[6])
     unit, shift = 3 * core, y.min() - 3 * core
     problem = Problem(network, x, (y - shift) / unit)
     start = 0.5 * np.random.default_rng(1).standard_normal(network.numel)

@@ -48,7 +48,7 @@ def test_other_array_likes_give_the_same_numbers(other: Callable[[Any], Any]) ->
 
 
 def test_a_vector_counts_as_one_column() -> None:
-    one_input = Network(1, 1, [1, 3])
+    one_input = Network(1, 1, hidden=[3])
     w = np.linspace(-1, 1, one_input.numel)
     x, y = np.linspace(-2, 2, 5), np.linspace(1, 3, 5)
     flat = one_input.value_and_grad(w, x, y)

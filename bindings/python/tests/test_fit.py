@@ -61,7 +61,7 @@ def test_a_prediction_is_that_of_the_network(curve: Curve, data: Data) -> None:
     x, _ = data
     scaling = json.loads(curve.__getstate__())["inputs"][0]
     near = np.linspace(-1, 1, 9)
-    network = Network(1, 1, [1, 6])
+    network = Network(1, 1, hidden=[6])
     scaled = (near - scaling["centre"]) / scaling["spread"]
     outputs = network.compute(curve.weights, scaled)[:, 0]
     assert_close(curve.predict(near), curve.shift[0] + 3 * curve.core[0] * outputs, 1e-12)

@@ -24,7 +24,7 @@ from vemkn._library import library
 
 def test_properties() -> None:
     network = Network(
-        3, 2, [3, 4, 3], nmult=2, activation="atan", norm="sum", threads=2, batch=8, quiet=True
+        3, 2, hidden=[4, 3], nmult=2, activation="atan", norm="sum", threads=2, batch=8, quiet=True
     )
     assert network.description == "3 2 3 2 32 3 4 3 atan sum"
     assert (network.numin, network.numout, network.sizes) == (3, 2, (3, 4, 3))
@@ -40,9 +40,17 @@ def test_properties() -> None:
 
 def test_counts_may_be_numpys() -> None:
     two: Any = np.int64(2)
-    sizes: Any = np.array([2, 3])
-    network = Network(two, 1, sizes, threads=two, batch=two)
+    hidden: Any = np.array([3])
+    network = Network(two, 1, hidden=hidden, threads=two, batch=two)
     assert network.description == "2 1 2 1 32 2 3 softplus sum_log_dnorm_fat"
+    assert Network(two, 1, hidden=two).sizes == Network(2, 1, hidden=2).sizes == (2, 2)
+
+
+def test_hidden_layers_are_given_by_name() -> None:
+    with pytest.raises(TypeError, match=re.escape("hidden=[5] in place of sizes as [2, 5]")):
+        Network(2, 1, [2, 5])
+    with pytest.raises(TypeError, match="sizes"):
+        Network(2, 1, sizes=[2, 5])  # type: ignore[call-arg]
 
 
 @pytest.mark.parametrize(
@@ -52,24 +60,24 @@ def test_counts_may_be_numpys() -> None:
         ({"numout": -1}, "numout: -1"),
         ({"numout": 2**32}, "numout: 4294967296"),
         ({"nmult": 0}, "nmult: 0"),
-        ({"nmult": 2}, "the last size, 5, must equal the first, 2"),
-        ({"sizes": [2]}, "at least 2 layers"),
-        ({"sizes": [2, 0]}, "sizes: 0"),
+        ({"nmult": 2}, "of 5 units, must be as wide as the first size, 2"),
+        ({"hidden": []}, "at least one hidden layer"),
+        ({"hidden": [0]}, "hidden: 0"),
         ({"activation": "tanh"}, "activation: 'tanh' is none of softplus"),
         ({"norm": "squares"}, "norm: 'squares' is none of"),
         ({"threads": 0}, "threads: 0"),
         ({"threads": 100000}, "threads: 100000"),
         ({"batch": 0}, "batch: 0"),
         ({"batch": 2**31}, "batch: 2147483648"),
-        ({"sizes": [70000, 70000]}, "weights: "),
+        ({"numin": 70000, "hidden": [70000]}, "weights: "),
     ],
 )
 def test_what_makes_no_network(changed: dict[str, Any], message: str) -> None:
-    arguments: dict[str, Any] = {"numin": 2, "numout": 1, "sizes": [2, 5], **changed}
+    arguments: dict[str, Any] = {"numin": 2, "numout": 1, "hidden": [5], **changed}
     with pytest.raises(ValueError, match=re.escape(message)):
         Network(**arguments)
     with pytest.raises(TypeError):
-        Network(2, 1, [2, 5], nmult=1.5)  # type: ignore[arg-type]
+        Network(2, 1, hidden=[5], nmult=1.5)  # type: ignore[arg-type]
 
 
 @pytest.mark.parametrize(
@@ -105,11 +113,11 @@ def test_a_network_that_the_library_does_not_make(monkeypatch: pytest.MonkeyPatc
     """It gives a handle without layers if the network takes more than half of the memory."""
     monkeypatch.setattr(library, "vemk_numel", lambda _: 0)
     with pytest.raises(ValueError, match="the library makes no network of '2 1 2 1 32 2 5"):
-        Network(2, 1, [2, 5])
+        Network(2, 1, hidden=[5])
 
 
 def test_a_closed_network() -> None:
-    with Network(1, 1, [1, 1]) as network:
+    with Network(1, 1, hidden=[1]) as network:
         assert not network.closed
     assert network.closed
     network.close()
@@ -120,7 +128,7 @@ def test_a_closed_network() -> None:
 
 
 def test_the_handle_is_released_with_its_last_user() -> None:
-    network = Network(1, 1, [1, 1])
+    network = Network(1, 1, hidden=[1])
     handle = weakref.ref(network._handle)
     held_by_a_call = network._live()
     network.close()
@@ -137,7 +145,7 @@ def test_ten_thousand_networks_leave_no_memory_behind() -> None:
 
     def make(count: int) -> None:
         for k in range(count):
-            network = Network(16, 1, [16, 64])
+            network = Network(16, 1, hidden=[64])
             if k % 2:
                 network.close()
 
@@ -194,7 +202,7 @@ def test_quiet_is_any_truth(one: Case) -> None:
 def test_without_quiet_mode_an_overflow_ends_the_process() -> None:
     program = (
         "import numpy as np, vemkn\n"
-        "network = vemkn.Network(1, 1, [1, 2], activation='id', quiet=False)\n"
+        "network = vemkn.Network(1, 1, hidden=[2], activation='id', quiet=False)\n"
         "assert not network.quiet\n"
         "network.objective(np.full(7, 1e200), [1.0], [0.0])\n"
     )

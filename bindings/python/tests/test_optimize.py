@@ -32,7 +32,7 @@ def bump() -> tuple[Problem, Array]:
     of least squares too.
     """
     random = np.random.default_rng(3)
-    network = Network(1, 1, [1, 2], activation="atan")
+    network = Network(1, 1, hidden=[2], activation="atan")
     truth = np.array([1.0, -1.0, 2.0, 2.0, 0.1, 0.7, -0.6])
     x = np.linspace(-2, 2, 80)[:, np.newaxis]
     y = network.compute(truth, x) + 0.05 * random.standard_normal((80, 1))

@@ -32,7 +32,7 @@ def test_the_norm_of_every_residual_and_their_mean(case: Case) -> None:
 
 @pytest.mark.parametrize("norm", ["sum", "sum_log_dnorm_fat"])
 def test_the_norm_without_a_network_keeps_the_shape(norm: str) -> None:
-    network = Network(1, 1, [1, 1], norm=norm)
+    network = Network(1, 1, hidden=[1], norm=norm)
     below = np.nextafter(2.0, 0.0)
     r = np.array([[0.0, 0.3, -1.9], [below, 2.0, -500.0]])
     assert_close(network.element_norm(r), reference.element_norm(network, r), ROUNDING)
@@ -47,7 +47,7 @@ def test_missing_input_columns_count_as_zeros(one: Case) -> None:
 
 
 def test_inputs_are_limited_by_the_first_size_too() -> None:
-    network = Network(3, 1, [2, 2])
+    network = Network.from_description("3 1 2 1 32 2 2 softplus sum")
     assert network.compute(None, np.zeros((4, 2))).shape == (4, 1)
     with pytest.raises(ValueError, match="at most 2"):
         network.compute(None, np.zeros((4, 3)))
@@ -77,10 +77,10 @@ def test_split_gives_views_that_make_up_a_layer(one: Case) -> None:
 
 
 def test_split_knows_of_repeated_layers() -> None:
-    network = Network(2, 3, [2, 4, 2], nmult=5)
+    network = Network(2, 3, hidden=[4, 2], nmult=5)
     shapes = [(b.shape, matrix.shape) for b, matrix in network.split(np.zeros(network.numel))]
     assert shapes == [((4,), (2, 4)), ((2,), (4, 2)), ((3,), (10, 3))]
 
 
 def test_the_cores_deviation() -> None:
-    assert Network(1, 1, [1, 1]).sigma == pytest.approx(1 / 3)
+    assert Network(1, 1, hidden=[1]).sigma == pytest.approx(1 / 3)

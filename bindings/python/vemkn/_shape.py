@@ -2,12 +2,25 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from dataclasses import dataclass
 from functools import cached_property
+from operator import index
+
+import numpy as np
 
 from ._arrays import LIMIT
 from ._library import check_description, words
+
+
+def layer_widths(hidden: Sequence[int] | int) -> tuple[int, ...]:
+    """Units of the hidden layers, one number standing for one layer."""
+    widths = tuple(map(index, np.atleast_1d(hidden)))
+    if not widths:
+        raise ValueError("hidden: a network has at least one hidden layer")
+    for width in widths:
+        _check_positive("hidden", width)
+    return widths
 
 
 @dataclass(frozen=True)
@@ -30,8 +43,8 @@ class Shape:
             raise ValueError(f"sizes: {len(self.sizes)} given, a network has at least 2 layers")
         if self.nmult > 1 and self.sizes[-1] != self.sizes[0]:
             raise ValueError(
-                f"nmult is {self.nmult}, so the last size, {self.sizes[-1]}, must equal the first, "
-                f"{self.sizes[0]}"
+                f"nmult is {self.nmult}, so the last hidden layer, of {self.sizes[-1]} units, must be as wide "
+                f"as the first size, {self.sizes[0]}"
             )
         _check_word("activation", self.activation, words("vemk_activations"))
         _check_word("norm", self.norm, words("vemk_norms"))

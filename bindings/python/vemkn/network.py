@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
+from dataclasses import replace
 from operator import index
 
 import numpy as np
@@ -20,7 +21,7 @@ from ._arrays import (
 )
 from ._base import NetworkBase
 from ._library import tangent_order
-from ._shape import Shape
+from ._shape import Shape, layer_widths
 
 
 class Network(NetworkBase):
@@ -30,12 +31,12 @@ class Network(NetworkBase):
     ----------
     numin, numout : int
         Number of input and output columns.
-    sizes : sequence of int
-        Sizes of the layers' *inputs*, at least two: ``[2, 5]`` takes 2 inputs through 5 hidden
-        units to the outputs.
+    hidden : sequence of int, or int
+        Units of each hidden layer, at least one layer; by name only. `sizes` of the network, in the
+        words of the library, are `numin` and these.
     nmult : int
         Above 1, the hidden layers are applied that often in a chain, and the last layer gets the
-        outputs of all passes side by side. The last size must then equal the first.
+        outputs of all passes side by side. The last hidden layer must then be as wide as the input.
     activation : {"softplus", "atan", "relu", "id"}
         Acts on every layer, the last one included. Other names are refused.
     norm : {"sum_log_dnorm_fat", "sum"}
@@ -51,6 +52,8 @@ class Network(NetworkBase):
     ------
     ValueError
         For counts and names that describe no network.
+    TypeError
+        For counts that are not whole numbers, and layers that are not given by name.
 
     Notes
     -----
@@ -72,7 +75,7 @@ class Network(NetworkBase):
 
     Examples
     --------
-    >>> network = Network(2, 1, [2, 3], activation="atan")
+    >>> network = Network(2, 1, hidden=[3], activation="atan")
     >>> network.numel
     13
     >>> network.compute(np.zeros(13), [[1.0, 2.0], [3.0, 4.0]])
@@ -84,8 +87,8 @@ class Network(NetworkBase):
         self,
         numin: int,
         numout: int,
-        sizes: Sequence[int],
-        *,
+        *unnamed: object,
+        hidden: Sequence[int] | int = (),
         nmult: int = 1,
         activation: str = "softplus",
         norm: str = "sum_log_dnorm_fat",
@@ -93,7 +96,12 @@ class Network(NetworkBase):
         batch: int = 32,
         quiet: bool = True,
     ) -> None:
-        sizes = tuple(index(size) for size in sizes)
+        if unnamed:
+            raise TypeError(
+                f"Network takes numin and numout, and all else by name: hidden=[5] in place of "
+                f"sizes as {unnamed[0]!r}"
+            )
+        sizes = index(numin), *layer_widths(hidden)
         shape = Shape(index(numin), index(numout), sizes, index(nmult), activation, norm)
         self._open(shape, threads, batch, quiet)
 
@@ -117,18 +125,8 @@ class Network(NetworkBase):
 
     def with_norm(self, norm: str) -> Network:
         """A new network like this one, own weights included, with another norm."""
-        shape = self._shape
-        other = Network(
-            shape.numin,
-            shape.numout,
-            shape.sizes,
-            nmult=shape.nmult,
-            activation=shape.activation,
-            norm=norm,
-            threads=self._threads,
-            batch=self._batch,
-            quiet=self._quiet,
-        )
+        other = Network.__new__(Network)
+        other._open(replace(self._shape, norm=norm), self._threads, self._batch, self._quiet)
         other.weights = self.weights
         return other
 

@@ -17,7 +17,7 @@ y[::10] += 5
 curve = robust_fit(x[:, None], y, decay=0.1)
 assert np.median(np.abs(curve.predict(x[:, None]) - x**2)) < 0.02
 
-network = vemkn.Network(1, 1, [1, 3])
+network = vemkn.Network(1, 1, hidden=[3])
 value, gradient = network.value_and_grad(np.full(network.numel, 0.1), x[:, None], y[:, None])
 assert np.isfinite(value) and np.isfinite(gradient).all()
 
