@@ -1,7 +1,7 @@
 """Values and exact derivatives of a small dense feed-forward network, for optimisers and fits.
 
 `Network` is the network; `vemkn.optimize` hands it to SciPy's optimisers; `vemkn.fit` fits robustly, and `vemkn.sklearn` is an
-estimator for scikit-learn. Both are imported by their names, as each needs its own packages.
+estimator for scikit-learn; `vemkn.torch` makes the objective a term of a loss for PyTorch. They are imported by their names, as each needs its own packages.
 """
 
 import importlib.metadata
