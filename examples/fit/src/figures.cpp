@@ -9,17 +9,6 @@ namespace {
 
 constexpr double core_scales_of_outlier = 6.0;
 
-Figures figures_of(const Vector& residuals, double core)
-{
-    Figures figures;
-    figures.median_error = median(residuals.cwiseAbs());
-    figures.rms_error = std::sqrt(residuals.squaredNorm() / static_cast<double>(residuals.size()));
-    figures.bias = median(residuals);
-    const auto beyond = (residuals.array().abs() >= core_scales_of_outlier * core).count();
-    figures.outliers = static_cast<double>(beyond) / static_cast<double>(residuals.size());
-    return figures;
-}
-
 Vector part_of(const Matrix& m, const std::vector<std::size_t>& rows, Eigen::Index column)
 {
     Vector part(static_cast<Eigen::Index>(rows.size()));
@@ -29,6 +18,17 @@ Vector part_of(const Matrix& m, const std::vector<std::size_t>& rows, Eigen::Ind
 }
 
 }  // namespace
+
+Figures figures_of(const Vector& residuals, const Vector& cores)
+{
+    Figures figures;
+    figures.median_error = median(residuals.cwiseAbs());
+    figures.rms_error = std::sqrt(residuals.squaredNorm() / static_cast<double>(residuals.size()));
+    figures.bias = median(residuals);
+    const auto beyond = (residuals.array().abs() >= core_scales_of_outlier * cores.array()).count();
+    figures.outliers = static_cast<double>(beyond) / static_cast<double>(residuals.size());
+    return figures;
+}
 
 Predictions predict(const Problem& problem, const Network& network, const Vector& w)
 {
@@ -40,10 +40,12 @@ Predictions predict(const Problem& problem, const Network& network, const Vector
         const double core = problem.targets.scales[static_cast<std::size_t>(t)].core;
         result.outliers.col(t) =
             result.residuals.col(t).array().abs() >= core_scales_of_outlier * core;
-        result.training.push_back(figures_of(part_of(result.residuals, problem.training, t), core));
-        if (!problem.held_out.empty())
-            result.held_out.push_back(
-                figures_of(part_of(result.residuals, problem.held_out, t), core));
+        const auto figures_of_rows = [&](const std::vector<std::size_t>& rows) {
+            const Vector residuals = part_of(result.residuals, rows, t);
+            return figures_of(residuals, Vector::Constant(residuals.size(), core));
+        };
+        result.training.push_back(figures_of_rows(problem.training));
+        if (!problem.held_out.empty()) result.held_out.push_back(figures_of_rows(problem.held_out));
     }
     return result;
 }

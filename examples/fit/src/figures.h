@@ -15,6 +15,9 @@ struct Figures {
     double outliers = 0.0;  ///< share of the rows with |residual| of six core scales and more
 };
 
+/// @param[in] cores  the core scale of each row's fit
+Figures figures_of(const Vector& residuals, const Vector& cores);
+
 /// Everything that one fit predicts, in the units of the targets; rows as in the file.
 struct Predictions {
     Matrix values;

@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "cross_validation.h"
 #include "escape.h"
 #include "model.h"
 #include "options.h"
@@ -214,9 +215,12 @@ int main(int argc, char** argv)
         const std::string verb = argc > 1 ? argv[1] : "";
         if (verb == "predict") return fit::run_predict(argc - 1, argv + 1);
         if (verb == "show") return fit::run_show(argc - 1, argv + 1);
-        if (verb == "fit") --argc, ++argv;  // which may be left out
+        const bool validates = verb == "cv";
+        if (validates || verb == "fit") --argc, ++argv;  // fit may be left out
         int status = 0;
-        if (const auto options = fit::parse_options(argc, argv, status)) fit::run(*options);
+        const auto options =
+            fit::parse_options(validates ? fit::Verb::cv : fit::Verb::fit, argc, argv, status);
+        if (options) validates ? fit::cross_validate(*options) : fit::run(*options);
         return status;
     } catch (const fit::UserError& error) {
         std::fprintf(stderr, "vemkn-fit: %s\n", error.what());

@@ -25,10 +25,22 @@ const char* const purpose =
 const char* const afterword =
     "Example: vemkn-fit data/flight_delays.csv --target delay_min --method robust \\\n"
     "    --inputs hour,day_of_year,distance_miles --periodic hour=24,day_of_year=365 --compare\n"
-    "Other verbs: vemkn-fit predict MODEL DATA, vemkn-fit show MODEL; each has its --help.\n"
+    "Other verbs: vemkn-fit cv DATA --target COLUMN, vemkn-fit predict MODEL DATA, vemkn-fit show "
+    "MODEL;\n"
+    "each has its --help.\n"
     "Files written: model.json, weights.txt, predictions.csv, summary.txt (key=value), curve.csv, "
     "medians.csv,\n"
     "plot.gp, plot.png. Exit status: 0 done, 2 wrong command line or data, 1 anything else.";
+
+const char* const purpose_of_cv =
+    "Cross-validates the robust fit: fits it as often as there are folds, each time to the rows of "
+    "all\n"
+    "others, and says how far the predictions of the rows left out are off. What is not given is\n"
+    "estimated anew each time, the decay too.\n";
+
+const char* const afterword_of_cv =
+    "Example: vemkn-fit cv data/auto_mpg.csv --target mpg --drop-missing --hidden 4\n"
+    "Exit status: 0 done, 2 wrong command line or data, 1 anything else.";
 
 const std::map<std::string, Method> methods{{"lbfgs", Method::lbfgs},
                                             {"newton", Method::newton},
@@ -46,7 +58,7 @@ struct Raw {
     bool no_plot = false;
 };
 
-void add_data_options(CLI::App& app, Options& options, Raw& raw)
+void add_data_options(CLI::App& app, Verb verb, Options& options, Raw& raw)
 {
     const char* group = "Data";
     app.add_option("data", options.data, "CSV file with a header row")->required();
@@ -81,6 +93,14 @@ void add_data_options(CLI::App& app, Options& options, Raw& raw)
         ->check(finite_number())
         ->check(CLI::PositiveNumber)
         ->group(group);
+    if (verb == Verb::cv) {
+        app.add_option(
+               "--folds", options.folds, "Parts of the rows, each of which is left out once")
+            ->check(CLI::Range(2, 1000))
+            ->capture_default_str()
+            ->group(group);
+        return;
+    }
     app.add_option("--shift", raw.shift, "Target value that maps to 0 [depends on --activation]")
         ->check(finite_number())
         ->group(group);
@@ -103,7 +123,7 @@ std::vector<std::string> known_activations()
     return words;
 }
 
-void add_network_options(CLI::App& app, Options& options, Raw& raw)
+void add_network_options(CLI::App& app, Verb verb, Options& options, Raw& raw)
 {
     const char* group = "Network";
     options.shape.hidden = {6};
@@ -120,6 +140,7 @@ void add_network_options(CLI::App& app, Options& options, Raw& raw)
         ->check(CLI::IsMember(known_activations()))
         ->capture_default_str()
         ->group(group);
+    if (verb == Verb::cv) return;
     app.add_option("--norm",
                    raw.norm,
                    "What is minimised: sum_log_dnorm_fat, the robust likelihood; or sum, with "
@@ -127,10 +148,10 @@ void add_network_options(CLI::App& app, Options& options, Raw& raw)
         ->group(group);
 }
 
-void add_method_options(CLI::App& app, Options& options, Raw& raw)
+/// What other methods than the robust one take.
+void add_other_method_options(CLI::App& app, FitOptions& fit, Raw& raw)
 {
     const char* group = "Minimisation";
-    FitOptions& fit = options.fit;
     app.add_option("--method",
                    raw.method,
                    "lbfgs; newton, with exact Hessians in a trust region; gauss-newton, least "
@@ -138,21 +159,6 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
                    "shift with the weights and withstands up to 30 % of outliers: one target, "
                    "softplus or id")
         ->check(CLI::IsMember({"lbfgs", "newton", "gauss-newton", "robust"}))
-        ->capture_default_str()
-        ->group(group);
-    app.add_option("--decay",
-                   raw.decay,
-                   "Penalty of the weights, robust only, in units of the summed negative "
-                   "log-likelihood [by cross-validation]")
-        ->check(finite_number())
-        ->check(CLI::Range(0.0, 1e6))
-        ->group(group);
-    app.add_option("--seed", fit.seed, "Of the starting weights and of the held-out rows")
-        ->check(whole_number())
-        ->capture_default_str()
-        ->group(group);
-    app.add_option("--starts", fit.starts, "Number of starting points; the best end is kept")
-        ->check(CLI::Range(1, 10000))
         ->capture_default_str()
         ->group(group);
     app.add_option("--patience",
@@ -173,13 +179,33 @@ void add_method_options(CLI::App& app, Options& options, Raw& raw)
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str()
         ->group(group);
+    app.add_option("--batch", fit.threads.batch, "Rows that a thread works on at a time")
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str()
+        ->group(group);
+}
+
+void add_method_options(CLI::App& app, FitOptions& fit, Raw& raw)
+{
+    const char* group = "Minimisation";
+    app.add_option("--decay",
+                   raw.decay,
+                   "Penalty of the weights, robust only, in units of the summed negative "
+                   "log-likelihood [by cross-validation]")
+        ->check(finite_number())
+        ->check(CLI::Range(0.0, 1e6))
+        ->group(group);
+    app.add_option("--seed", fit.seed, "Of the starting weights and of the held-out rows")
+        ->check(whole_number())
+        ->capture_default_str()
+        ->group(group);
+    app.add_option("--starts", fit.starts, "Number of starting points; the best end is kept")
+        ->check(CLI::Range(1, 10000))
+        ->capture_default_str()
+        ->group(group);
     app.add_option(
            "--threads", fit.threads.count, "Threads; no bit of the results depends on their number")
         ->check(CLI::Range(1, 1024))
-        ->capture_default_str()
-        ->group(group);
-    app.add_option("--batch", fit.threads.batch, "Rows that a thread works on at a time")
-        ->check(CLI::Range(1, 1 << 20))
         ->capture_default_str()
         ->group(group);
 }
@@ -259,18 +285,31 @@ const char* method_name(Method method)
     return "";
 }
 
-std::optional<Options> parse_options(int argc, char** argv, int& status)
+std::optional<Options> parse_options(Verb verb, int argc, char** argv, int& status)
 {
     Options options;
     Raw raw;
-    CLI::App app(purpose);
-    app.footer(afterword);
+    const bool fits = verb == Verb::fit;
+    CLI::App app(fits ? purpose : purpose_of_cv, fits ? "" : "vemkn-fit cv");
+    app.footer(fits ? afterword : afterword_of_cv);
     app.get_formatter()->column_width(26);
-    app.set_version_flag("--version", "vemkn-fit " VEMKN_VERSION);
-    add_data_options(app, options, raw);
-    add_network_options(app, options, raw);
-    add_method_options(app, options, raw);
-    add_output_options(app, options, raw);
+    add_data_options(app, verb, options, raw);
+    add_network_options(app, verb, options, raw);
+    add_method_options(app, options.fit, raw);
+    if (fits) {
+        app.set_version_flag("--version", "vemkn-fit " VEMKN_VERSION);
+        add_other_method_options(app, options.fit, raw);
+        add_output_options(app, options, raw);
+    } else {
+        raw.method = "robust";
+        options.out.clear();
+        app.add_option(
+               "-o,--out",
+               options.out,
+               "File for the rows, each with its fold and the prediction of the fit that it "
+               "was left out of [none]")
+            ->group("Output");
+    }
     if (const auto ended = parse(app, argc, argv)) {
         status = *ended;
         return std::nullopt;
@@ -282,13 +321,13 @@ std::optional<Options> parse_options(int argc, char** argv, int& status)
                 throw UserError("--periodic: '" + periodic.name + "' has two periods");
         options.problem.periodic.push_back(periodic);
     }
-    if (app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
+    if (fits && app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
     if (app.count("--decay") > 0) options.fit.decay = raw.decay;
     settle_norm(options, raw);
     settle_robust(options);
     options.problem.robust = options.fit.method == Method::robust;
     // Nothing is stopped early that needs them.
-    if (options.problem.robust && app.count("--validation") == 0)
+    if (options.problem.robust && (!fits || app.count("--validation") == 0))
         options.problem.held_out_share = 0.0;
     options.plot = !raw.no_plot;
     options.problem.seed = options.fit.seed;

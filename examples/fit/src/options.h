@@ -9,6 +9,9 @@
 
 namespace fit {
 
+/// What the program is to do with the rows: fit them, or cross-validate the robust fit.
+enum class Verb { fit, cv };
+
 struct Options {
     std::string data;
     ColumnChoice columns;
@@ -19,15 +22,16 @@ struct Options {
     bool uncertainty = false;
     bool plot = true;
     bool quiet = false;
-    std::string plot_over;  ///< empty: the first periodic column, else the first input
-    std::string out = "fit-out";
+    std::string plot_over;        ///< empty: the first periodic column, else the first input
+    std::string out = "fit-out";  ///< of Verb::cv a file; empty: none
+    std::size_t folds = 10;       ///< of Verb::cv
 };
 
 /** Reads the command line.
  * @param[out] status  the exit status if there is nothing to run
  * @return nothing if help was asked for or the command line is wrong, which has then been reported
  * @throw UserError for what can only be found once all options are known */
-std::optional<Options> parse_options(int argc, char** argv, int& status);
+std::optional<Options> parse_options(Verb verb, int argc, char** argv, int& status);
 
 const char* method_name(Method method);
 

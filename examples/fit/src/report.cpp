@@ -1,42 +1,13 @@
 #include "report.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
 #include "escape.h"
+#include "report_lines.h"
 #include "text.h"
 
 namespace fit {
 namespace {
-
-/// A longer one stays whole.
-std::string padded(const std::string& label, std::size_t width)
-{
-    return label + std::string(label.size() < width ? width - label.size() : 1, ' ');
-}
-
-std::string line(const std::string& label, const std::string& text)
-{
-    return padded(label, 17) + text + "\n";
-}
-
-std::string percent(double share)
-{
-    return number(100.0 * share, 3) + " %";
-}
-
-/// Columns of a small table, the first one flush left.
-std::string row(const std::string& label, const std::vector<std::string>& cells)
-{
-    std::string result = padded("  " + label, 30);
-    std::array<char, 64> text{};
-    for (const std::string& cell : cells) {
-        std::snprintf(text.data(), text.size(), " %12s", cell.c_str());
-        result += text.data();
-    }
-    return result + "\n";
-}
 
 /// One figure of each judged fit, in training and on the held-out rows.
 template <class Get>

@@ -38,11 +38,11 @@ struct Rows {
     throw UserError(message);
 }
 
-Model model_of(const Problem& problem,
-               const Rows& rows,
-               const Shape& shape,
-               const FitOptions& options)
+}  // namespace
+
+Model robust_model(const Problem& problem, const Shape& shape, const FitOptions& options)
 {
+    const Rows rows(problem);
     std::vector<std::string> names;
     for (const InputRule& rule : problem.inputs.rules()) names.push_back(visible(rule.name));
     std::vector<VEMKNFitColumn> columns;
@@ -76,14 +76,11 @@ Model model_of(const Problem& problem,
     return Model(fit);
 }
 
-}  // namespace
-
 Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& options)
 {
     const auto begin = std::chrono::steady_clock::now();
-    const Rows rows(problem);
     Fit fit;
-    fit.model = model_of(problem, rows, network.shape(), options);
+    fit.model = robust_model(problem, network.shape(), options);
     const VEMKNFit* const model = fit.model.get();
     std::size_t count = 0;
     const double* const weights = vemkn_fit_weights(model, &count);
@@ -94,7 +91,7 @@ Fit run_robust_fit(Problem& problem, const Network& network, const FitOptions& o
     fit.objective = network.value(fit.weights, problem.train);
     fit.validation =
         problem.held_out.empty() ? fit.objective : network.value(fit.weights, problem.validation);
-    fit.gradient_norm = vemkn_fit_gradient(model) / static_cast<double>(rows.y.size());
+    fit.gradient_norm = vemkn_fit_gradient(model) / static_cast<double>(problem.training.size());
     fit.starts = {{.objective = fit.objective,
                    .validation = fit.validation,
                    .ending = "best of " + std::to_string(options.starts) + " starts, " +

@@ -18,9 +18,14 @@ protected:
     /// Runs the program and keeps what it says; [before] goes in front, for the environment.
     int fit(const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + " " FIT_COMMAND " " + arguments + " --out '" + out +
-                                    "' >'" + (folder / "stdout") + "' 2>'" + (folder / "stderr") +
-                                    "'";
+        return run("", arguments + " --out '" + out + "'", before);
+    }
+
+    /// A run of a verb that has no such folder.
+    int run(const std::string& verb, const std::string& arguments, const std::string& before = "")
+    {
+        const std::string command = before + " " FIT_COMMAND " " + verb + " " + arguments + " >'" +
+                                    (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
         const int status = std::system(command.c_str());
         output = read_text(folder / "stdout");
         errors = read_text(folder / "stderr");

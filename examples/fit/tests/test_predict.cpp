@@ -40,16 +40,6 @@ protected:
         return run("predict", arguments, before);
     }
 
-    int run(const std::string& verb, const std::string& arguments, const std::string& before = "")
-    {
-        const std::string command = before + " " FIT_COMMAND " " + verb + " " + arguments + " >'" +
-                                    (folder / "stdout") + "' 2>'" + (folder / "stderr") + "'";
-        const int status = std::system(command.c_str());
-        output = read_text(folder / "stdout");
-        errors = read_text(folder / "stderr");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
     std::string with_model(const std::string& text) const
     {
         return "'" + folder.write("changed.json", text) + "' '" + data + "'";
