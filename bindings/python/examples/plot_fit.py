@@ -43,7 +43,7 @@ def least_squares_fit(x: Array, y: Array, core: float) -> Predictor:
     unit, shift = 3 * core, y.min() - 3 * core
     problem = Problem(network, x, (y - shift) / unit)
     start = 0.5 * np.random.default_rng(1).standard_normal(network.numel)
-    found = least_squares(problem, start, dense=True)
+    found = least_squares(problem, start, dense=True, ftol=1e-6)
     print(f"least squares: {found.message} {found.nfev} evaluations")
     return lambda at: np.asarray(network.compute(found.x, at)[:, 0] * unit + shift)
 
