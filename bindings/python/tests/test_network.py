@@ -48,7 +48,9 @@ def test_counts_may_be_numpys() -> None:
 
 def test_hidden_layers_are_given_by_name() -> None:
     with pytest.raises(TypeError, match=re.escape("hidden=[5] in place of sizes as [2, 5]")):
-        Network(2, 1, [2, 5])
+        Network(2, 1, [2, 5])  # type: ignore[misc]
+    with pytest.raises(TypeError, match="hidden"):
+        Network(2, 1)  # type: ignore[call-arg]
     with pytest.raises(TypeError, match="sizes"):
         Network(2, 1, sizes=[2, 5])  # type: ignore[call-arg]
 
@@ -63,6 +65,7 @@ def test_hidden_layers_are_given_by_name() -> None:
         ({"nmult": 2}, "of 5 units, must be as wide as the first size, 2"),
         ({"hidden": []}, "at least one hidden layer"),
         ({"hidden": [0]}, "hidden: 0"),
+        ({"hidden": [2**63, 5]}, "hidden: 9223372036854775808"),
         ({"activation": "tanh"}, "activation: 'tanh' is none of softplus"),
         ({"norm": "squares"}, "norm: 'squares' is none of"),
         ({"threads": 0}, "threads: 0"),

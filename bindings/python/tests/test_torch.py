@@ -76,9 +76,40 @@ def test_an_optimiser_gets_down() -> None:
     assert float(closure()) < 0.1 * first
 
 
+def test_the_gradient_is_formed_where_it_is_wanted(monkeypatch: pytest.MonkeyPatch) -> None:
+    network = Network(2, 2, hidden=[3])
+    w = weights(network)
+    expected = network.objective(w.detach().numpy(), X, Y)
+    monkeypatch.setattr(Network, "value_and_grad", None)
+    with torch.no_grad():
+        assert objective(network, w, X, Y).item() == expected
+
+
+def test_rows_that_change_before_a_derivative_is_taken_raise() -> None:
+    network = Network(2, 2, hidden=[3])
+    w, x = weights(network), torch.tensor(X)
+    (first,) = torch.autograd.grad(objective(network, w, x, Y), w, create_graph=True)
+    x.add_(5)
+    with pytest.raises(RuntimeError, match="x has been changed"):
+        first.sum().backward()
+
+
+def test_gradients_are_nobody_elses_memory() -> None:
+    network = Network(2, 2, hidden=[3])
+    w = weights(network)
+    value = objective(network, w, X, Y)
+    value.backward(retain_graph=True)
+    once = w.grad.clone()
+    w.grad.mul_(7)
+    value.backward(retain_graph=True)
+    np.testing.assert_allclose(w.grad, 8 * once, rtol=1e-14)
+
+
 def test_anything_else_raises() -> None:
     network = Network(2, 2, hidden=[3])
     w = weights(network)
+    with pytest.raises(TypeError, match="w is a ndarray"):
+        objective(network, w.detach().numpy(), X, Y)
     with pytest.raises(TypeError, match="float32"):
         objective(network, w.float(), X, Y)
     with pytest.raises(TypeError, match="meta"):

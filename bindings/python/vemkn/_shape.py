@@ -2,12 +2,10 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator, Sequence
+from collections.abc import Iterable, Iterator, Sequence
 from dataclasses import dataclass
 from functools import cached_property
 from operator import index
-
-import numpy as np
 
 from ._arrays import LIMIT
 from ._library import check_description, words
@@ -15,7 +13,7 @@ from ._library import check_description, words
 
 def layer_widths(hidden: Sequence[int] | int) -> tuple[int, ...]:
     """Units of the hidden layers, one number standing for one layer."""
-    widths = tuple(map(index, np.atleast_1d(hidden)))
+    widths = tuple(map(index, hidden)) if isinstance(hidden, Iterable) else (index(hidden),)
     if not widths:
         raise ValueError("hidden: a network has at least one hidden layer")
     for width in widths:

@@ -2,9 +2,11 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+import functools
+from collections.abc import Callable, Sequence
 from dataclasses import replace
 from operator import index
+from typing import Any, TypeVar, cast
 
 import numpy as np
 from numpy.typing import ArrayLike
@@ -22,6 +24,26 @@ from ._arrays import (
 from ._base import NetworkBase
 from ._library import tangent_order
 from ._shape import Shape, layer_widths
+
+
+_Initialiser = TypeVar("_Initialiser", bound=Callable[..., None])
+
+
+def _layers_by_name(initialise: _Initialiser) -> _Initialiser:
+    """What becomes of the sizes that stood in the third place once."""
+
+    @functools.wraps(initialise)
+    def checked(self: object, *positional: Any, **named: Any) -> None:
+        if len(positional) > 2:
+            _, _, sizes, *_ = positional
+            layers = f"hidden={list(sizes[1:])}" if isinstance(sizes, (list, tuple)) else "hidden"
+            raise TypeError(
+                f"Network takes numin and numout, and all else by name: {layers} in place of "
+                f"sizes as {sizes!r}"
+            )
+        initialise(self, *positional, **named)
+
+    return cast(_Initialiser, checked)
 
 
 class Network(NetworkBase):
@@ -83,12 +105,13 @@ class Network(NetworkBase):
            [0.]])
     """
 
+    @_layers_by_name
     def __init__(
         self,
         numin: int,
         numout: int,
-        *unnamed: object,
-        hidden: Sequence[int] | int = (),
+        *,
+        hidden: Sequence[int] | int,
         nmult: int = 1,
         activation: str = "softplus",
         norm: str = "sum_log_dnorm_fat",
@@ -96,11 +119,6 @@ class Network(NetworkBase):
         batch: int = 32,
         quiet: bool = True,
     ) -> None:
-        if unnamed:
-            raise TypeError(
-                f"Network takes numin and numout, and all else by name: hidden=[5] in place of "
-                f"sizes as {unnamed[0]!r}"
-            )
         sizes = index(numin), *layer_widths(hidden)
         shape = Shape(index(numin), index(numout), sizes, index(nmult), activation, norm)
         self._open(shape, threads, batch, quiet)

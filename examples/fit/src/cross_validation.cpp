@@ -1,7 +1,7 @@
 #include "cross_validation.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <utility>
 
 #include "../../common/random.h"
@@ -34,22 +34,38 @@ std::vector<std::size_t> deal_out(std::size_t rows, std::size_t folds, std::uint
     return fold;
 }
 
-std::string row_of(const std::string& label, const Figures& figures, const std::string& decay)
+std::string row_of(const std::string& label,
+                   const Figures& figures,
+                   const std::vector<std::string>& more = {})
 {
-    return row(label,
-               {number(figures.median_error, 4),
-                number(figures.bias, 4),
-                number(figures.rms_error, 4),
-                percent(figures.outliers),
-                decay});
+    std::vector<std::string> cells{number(figures.median_error, 4),
+                                   number(figures.bias, 4),
+                                   number(figures.rms_error, 4),
+                                   percent(figures.outliers)};
+    cells.insert(cells.end(), more.begin(), more.end());
+    return row(label, cells);
 }
 
-Vector part_of(const Vector& v, const std::vector<std::size_t>& rows)
+/// What a fit without the rows of one fold has to say, with the number of the fold in front.
+void note(std::size_t fold, const std::string& text)
 {
-    Vector part(static_cast<Eigen::Index>(rows.size()));
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        part[static_cast<Eigen::Index>(i)] = v[static_cast<Eigen::Index>(rows[i])];
-    return part;
+    std::fprintf(
+        stderr, "vemkn-fit: note: without fold %zu: %s\n", fold + 1, visible(text).c_str());
+}
+
+Model fit_without(const Problem& problem,
+                  const Shape& shape,
+                  const FitOptions& options,
+                  std::size_t fold)
+{
+    try {
+        Model model = robust_model(problem, shape, options);
+        for (std::size_t i = 0; i < vemkn_fit_notes(model.get()); ++i)
+            note(fold, vemkn_fit_note(model.get(), i));
+        return model;
+    } catch (const UserError& error) {
+        throw UserError("without fold " + std::to_string(fold + 1) + ": " + error.what());
+    }
 }
 
 /// Predicts the rows of one fold from all others, and gives their line of the table.
@@ -63,26 +79,41 @@ std::string run_fold(Problem& problem,
     problem.training.clear();
     for (std::size_t i = 0; i < left_out.fold.size(); ++i)
         (left_out.fold[i] == fold ? rows : problem.training).push_back(i);
-    const Model model = robust_model(problem, shape, options);
-    Matrix x(static_cast<Eigen::Index>(rows.size()), problem.columns.inputs.cols());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        x.row(static_cast<Eigen::Index>(i)) =
-            problem.columns.inputs.row(static_cast<Eigen::Index>(rows[i]));
+    const Model model = fit_without(problem, shape, options, fold);
+    const Matrix x = rows_of(problem.columns.inputs, rows);
     Vector predictions(x.rows());
     accept(vemkn_fit_predict(model.get(),
                              x.data(),
                              rows.size(),
                              static_cast<std::size_t>(x.cols()),
                              predictions.data()));
+    const Vector cores = Vector::Constant(x.rows(), vemkn_fit_core(model.get(), 0));
     for (std::size_t i = 0; i < rows.size(); ++i) {
-        const auto at = static_cast<Eigen::Index>(rows[i]);
-        left_out.predictions[at] = predictions[static_cast<Eigen::Index>(i)];
-        left_out.cores[at] = vemkn_fit_core(model.get(), 0);
+        const auto from = static_cast<Eigen::Index>(i), to = static_cast<Eigen::Index>(rows[i]);
+        left_out.predictions[to] = predictions[from];
+        left_out.cores[to] = cores[from];
     }
-    const Vector residuals = left_out.predictions - problem.columns.targets.col(0);
     return row_of("fold " + std::to_string(fold + 1) + ", " + std::to_string(rows.size()) + " rows",
-                  figures_of(part_of(residuals, rows), part_of(left_out.cores, rows)),
-                  number(vemkn_fit_decay(model.get())));
+                  figures_of(predictions - rows_of(problem.columns.targets, rows).col(0), cores),
+                  {number(vemkn_fit_decay(model.get()))});
+}
+
+/// A name for the rows that cannot be written should not wait for the end of the fits.
+void check_out(const Options& options)
+{
+    namespace fs = std::filesystem;
+    if (options.out.empty()) return;
+    const std::string option = "--out " + options.out + ": ";
+    const fs::path path = options.out;
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored)) throw UserError(option + "is a folder");
+    if (fs::equivalent(path, options.data, ignored))
+        throw UserError(option + "is the data file; choose another name");
+    if (path.has_parent_path() && !fs::is_directory(path.parent_path(), ignored))
+        throw UserError(option + "there is no such folder");
+    const std::string& target = options.columns.targets.front();
+    if (target == "line" || target == "fold")
+        throw UserError(option + "has a column '" + target + "' of its own");
 }
 
 std::string rows_text(const Columns& columns, const LeftOut& left_out)
@@ -118,7 +149,8 @@ std::string heading(const Problem& problem, const Options& options, const Shape&
 
 void cross_validate(const Options& options)
 {
-    std::string text;
+    check_out(options);
+    std::string text, rows_of_file;
     {
         // The banner comes with a network of ours; the library keeps it away.
         const LinesToStandardError quiet;
@@ -133,18 +165,18 @@ void cross_validate(const Options& options)
         const Network banner(shape, options.fit.norm, options.fit.threads);
         text = heading(problem, options, shape);
         LeftOut left_out{.fold = deal_out(rows, options.folds, options.fit.seed),
-                         .predictions = Vector(static_cast<Eigen::Index>(rows)),
-                         .cores = Vector(static_cast<Eigen::Index>(rows))};
+                         .predictions = Vector::Zero(static_cast<Eigen::Index>(rows)),
+                         .cores = Vector::Zero(static_cast<Eigen::Index>(rows))};
         for (const std::string& note : notes)
             std::fprintf(stderr, "vemkn-fit: note: %s\n", visible(note).c_str());
         for (std::size_t fold = 0; fold < options.folds; ++fold)
             text += run_fold(problem, shape, options.fit, fold, left_out);
         const Vector residuals = left_out.predictions - problem.columns.targets.col(0);
-        text += row_of("all", figures_of(residuals, left_out.cores), "");
-        if (!options.out.empty())
-            vemknfit::write_file(options.out, rows_text(problem.columns, left_out));
+        text += row_of("all", figures_of(residuals, left_out.cores));
+        rows_of_file = rows_text(problem.columns, left_out);
     }
     put_on_standard_output(text);
+    if (!options.out.empty()) vemknfit::write_file(options.out, rows_of_file);
 }
 
 }  // namespace fit

@@ -9,14 +9,6 @@ namespace {
 
 constexpr double core_scales_of_outlier = 6.0;
 
-Vector part_of(const Matrix& m, const std::vector<std::size_t>& rows, Eigen::Index column)
-{
-    Vector part(static_cast<Eigen::Index>(rows.size()));
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        part[static_cast<Eigen::Index>(i)] = m(static_cast<Eigen::Index>(rows[i]), column);
-    return part;
-}
-
 }  // namespace
 
 Figures figures_of(const Vector& residuals, const Vector& cores)
@@ -41,7 +33,7 @@ Predictions predict(const Problem& problem, const Network& network, const Vector
         result.outliers.col(t) =
             result.residuals.col(t).array().abs() >= core_scales_of_outlier * core;
         const auto figures_of_rows = [&](const std::vector<std::size_t>& rows) {
-            const Vector residuals = part_of(result.residuals, rows, t);
+            const Vector residuals = rows_of(result.residuals, rows).col(t);
             return figures_of(residuals, Vector::Constant(residuals.size(), core));
         };
         result.training.push_back(figures_of_rows(problem.training));

@@ -61,8 +61,11 @@ struct Raw {
 void add_data_options(CLI::App& app, Verb verb, Options& options, Raw& raw)
 {
     const char* group = "Data";
+    const bool fits = verb == Verb::fit;
     app.add_option("data", options.data, "CSV file with a header row")->required();
-    app.add_option("--target", options.columns.targets, "Column to predict, or several: a,b")
+    app.add_option("--target",
+                   options.columns.targets,
+                   fits ? "Column to predict, or several: a,b" : "Column to predict")
         ->delimiter(',')
         ->required()
         ->group(group);
@@ -84,16 +87,19 @@ void add_data_options(CLI::App& app, Verb verb, Options& options, Raw& raw)
                  options.columns.decimal_comma,
                  "Read 1,5 as one and a half; semicolons or tabs then separate cells")
         ->group(group);
-    app.add_option("--core",
-                   options.problem.targets.cores,
-                   "Standard deviation of the normal scatter, in units of the target; one for all "
-                   "targets or one for each [from the spread around a robust straight line; by "
-                   "--method robust with the weights]")
+    app.add_option(
+           "--core",
+           options.problem.targets.cores,
+           fits ? "Standard deviation of the normal scatter, in units of the target; one for "
+                  "all targets or one for each [from the spread around a robust straight "
+                  "line; by --method robust with the weights]"
+                : "Standard deviation of the normal scatter, in units of the target "
+                  "[estimated with the weights]")
         ->delimiter(',')
         ->check(finite_number())
         ->check(CLI::PositiveNumber)
         ->group(group);
-    if (verb == Verb::cv) {
+    if (!fits) {
         app.add_option(
                "--folds", options.folds, "Parts of the rows, each of which is left out once")
             ->check(CLI::Range(2, 1000))
@@ -135,9 +141,12 @@ void add_network_options(CLI::App& app, Verb verb, Options& options, Raw& raw)
         ->group(group);
     app.add_option("--activation",
                    options.shape.activation,
-                   "softplus, atan, relu or id. It acts on the outputs, too: those of softplus and "
-                   "relu are positive, those of atan lie within pi/2 of 0")
-        ->check(CLI::IsMember(known_activations()))
+                   verb == Verb::fit
+                       ? "softplus, atan, relu or id. It acts on the outputs, too: those of "
+                         "softplus and relu are positive, those of atan lie within pi/2 of 0"
+                       : "softplus, or id, a linear model")
+        ->check(CLI::IsMember(verb == Verb::fit ? known_activations()
+                                                : std::vector<std::string>{"softplus", "id"}))
         ->capture_default_str()
         ->group(group);
     if (verb == Verb::cv) return;
@@ -185,17 +194,23 @@ void add_other_method_options(CLI::App& app, FitOptions& fit, Raw& raw)
         ->group(group);
 }
 
-void add_method_options(CLI::App& app, FitOptions& fit, Raw& raw)
+void add_method_options(CLI::App& app, Verb verb, FitOptions& fit, Raw& raw)
 {
     const char* group = "Minimisation";
     app.add_option("--decay",
                    raw.decay,
-                   "Penalty of the weights, robust only, in units of the summed negative "
-                   "log-likelihood [by cross-validation]")
+                   verb == Verb::fit
+                       ? "Penalty of the weights, robust only, in units of the summed negative "
+                         "log-likelihood [by cross-validation]"
+                       : "Penalty of the weights, in units of the summed negative log-likelihood "
+                         "[chosen anew by every fit]")
         ->check(finite_number())
         ->check(CLI::Range(0.0, 1e6))
         ->group(group);
-    app.add_option("--seed", fit.seed, "Of the starting weights and of the held-out rows")
+    app.add_option("--seed",
+                   fit.seed,
+                   verb == Verb::fit ? "Of the starting weights and of the held-out rows"
+                                     : "Of the starting weights and of the folds")
         ->check(whole_number())
         ->capture_default_str()
         ->group(group);
@@ -260,16 +275,17 @@ void settle_norm(Options& options, const Raw& raw)
 }
 
 /// What the robust method takes, and that the rest is left to it.
-void settle_robust(Options& options)
+void settle_robust(Verb verb, Options& options)
 {
+    const std::string who = verb == Verb::fit ? "--method robust" : "vemkn-fit cv";
     if (options.fit.method != Method::robust) {
         if (options.fit.decay) throw UserError("--decay is for --method robust");
         return;
     }
     if (options.columns.targets.size() != 1)
-        throw UserError("--method robust fits one target; fit each by a run of its own");
+        throw UserError(who + " takes one target; each has to have a run of its own");
     if (options.shape.activation != "softplus" && options.shape.activation != "id")
-        throw UserError("--method robust takes --activation softplus or id");
+        throw UserError(who + " takes --activation softplus or id");
     if (options.problem.targets.shift)
         throw UserError("--method robust finds the shift with the weights: leave out --shift");
     if (!options.problem.targets.cores.empty())
@@ -295,7 +311,7 @@ std::optional<Options> parse_options(Verb verb, int argc, char** argv, int& stat
     app.get_formatter()->column_width(26);
     add_data_options(app, verb, options, raw);
     add_network_options(app, verb, options, raw);
-    add_method_options(app, options.fit, raw);
+    add_method_options(app, verb, options.fit, raw);
     if (fits) {
         app.set_version_flag("--version", "vemkn-fit " VEMKN_VERSION);
         add_other_method_options(app, options.fit, raw);
@@ -324,7 +340,7 @@ std::optional<Options> parse_options(Verb verb, int argc, char** argv, int& stat
     if (fits && app.count("--shift") > 0) options.problem.targets.shift = raw.shift;
     if (app.count("--decay") > 0) options.fit.decay = raw.decay;
     settle_norm(options, raw);
-    settle_robust(options);
+    settle_robust(verb, options);
     options.problem.robust = options.fit.method == Method::robust;
     // Nothing is stopped early that needs them.
     if (options.problem.robust && (!fits || app.count("--validation") == 0))

@@ -11,14 +11,6 @@
 namespace fit {
 namespace {
 
-Matrix rows_of(const Matrix& m, const std::vector<std::size_t>& rows)
-{
-    Matrix chosen(static_cast<Eigen::Index>(rows.size()), m.cols());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        chosen.row(static_cast<Eigen::Index>(i)) = m.row(static_cast<Eigen::Index>(rows[i]));
-    return chosen;
-}
-
 void check_reach(const Problem& problem)
 {
     const double reach = problem.all.y.cwiseAbs().maxCoeff();
@@ -29,6 +21,14 @@ void check_reach(const Problem& problem)
 }
 
 }  // namespace
+
+Matrix rows_of(const Matrix& m, const std::vector<std::size_t>& rows)
+{
+    Matrix chosen(static_cast<Eigen::Index>(rows.size()), m.cols());
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        chosen.row(static_cast<Eigen::Index>(i)) = m.row(static_cast<Eigen::Index>(rows[i]));
+    return chosen;
+}
 
 Guard Problem::guard(const Shape& shape) const
 {

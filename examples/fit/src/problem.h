@@ -19,6 +19,9 @@ struct ProblemOptions {
     std::uint64_t seed = 1;
 };
 
+/// Some rows of a matrix, in that order.
+Matrix rows_of(const Matrix& m, const std::vector<std::size_t>& rows);
+
 /// The data as the network sees them, and the way back.
 struct Problem {
     Columns columns;

@@ -8,23 +8,6 @@
 namespace fit {
 namespace {
 
-/// The training rows as the file has them.
-struct Rows {
-    explicit Rows(const Problem& problem)
-        : x(static_cast<Eigen::Index>(problem.training.size()), problem.columns.inputs.cols()),
-          y(x.rows())
-    {
-        Eigen::Index to = 0;
-        for (const std::size_t row : problem.training) {
-            x.row(to) = problem.columns.inputs.row(static_cast<Eigen::Index>(row));
-            y[to++] = problem.columns.targets(static_cast<Eigen::Index>(row), 0);
-        }
-    }
-
-    Matrix x;
-    Vector y;
-};
-
 [[noreturn]] void refuse(const Problem& problem, int code)
 {
     const std::int64_t row = vemkn_fit_row();
@@ -42,7 +25,8 @@ struct Rows {
 
 Model robust_model(const Problem& problem, const Shape& shape, const FitOptions& options)
 {
-    const Rows rows(problem);
+    const Matrix x = rows_of(problem.columns.inputs, problem.training);
+    const Matrix y = rows_of(problem.columns.targets, problem.training);
     std::vector<std::string> names;
     for (const InputRule& rule : problem.inputs.rules()) names.push_back(visible(rule.name));
     std::vector<VEMKNFitColumn> columns;
@@ -65,10 +49,10 @@ Model robust_model(const Problem& problem, const Shape& shape, const FitOptions&
     wanted.columns = columns.data();
     wanted.target = target.c_str();
     VEMKNFit* fit = nullptr;
-    const int code = vemkn_fit_robust(rows.x.data(),
-                                      static_cast<std::size_t>(rows.x.rows()),
-                                      static_cast<std::size_t>(rows.x.cols()),
-                                      rows.y.data(),
+    const int code = vemkn_fit_robust(x.data(),
+                                      static_cast<std::size_t>(x.rows()),
+                                      static_cast<std::size_t>(x.cols()),
+                                      y.data(),
                                       &wanted,
                                       &fit);
     if (code == VEMKN_FIT_DATA || code == VEMKN_FIT_SCATTER) refuse(problem, code);

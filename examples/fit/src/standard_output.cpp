@@ -17,6 +17,10 @@ LinesToStandardError::LinesToStandardError()
 LinesToStandardError::~LinesToStandardError()
 {
     std::fflush(stdout);
+    if (output_ < 0) {  // it was closed, and what is written to it is to fail
+        close(STDOUT_FILENO);
+        return;
+    }
     dup2(output_, STDOUT_FILENO);
     close(output_);
 }

@@ -120,6 +120,46 @@ TEST_F(CrossValidation, SaysHowFarPredictionsAreOff)
     EXPECT_EQ(first, output);
 }
 
+TEST_F(CrossValidation, RefusesAnOutThatCannotBeBeforeItFits)
+{
+    const std::string path = folder / "data.csv", before = read_text(path);
+    const auto refuses = [&](const std::string& name, const std::string& why) {
+        EXPECT_EQ(2, cv("--out '" + name + "'"));
+        EXPECT_TRUE(contains(errors, why));
+        EXPECT_EQ("", output);
+    };
+    std::filesystem::create_symlink(path, folder / "link.csv");
+    refuses(path, "is the data file");
+    refuses(folder / "./data.csv", "is the data file");
+    refuses(folder / "link.csv", "is the data file");
+    refuses(folder / "", "is a folder");
+    refuses(folder / "no/such.csv", "there is no such folder");
+    EXPECT_EQ(before, read_text(path));
+    ASSERT_EQ(1, cv("--folds 2 --decay 1 --out /dev/full"));
+    EXPECT_TRUE(contains(output, "  all "));  // the table is not lost
+}
+
+TEST_F(CrossValidation, SaysWhichFoldHasWhatToSay)
+{
+    header = "fold,x\n";
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        rows[i] = std::to_string(i < 59 ? 1.0 : 0.01 * static_cast<double>(i)) + "," +
+                  std::to_string(i) + "\n";
+    data = write("half.csv", [](std::size_t) { return true; });
+    EXPECT_EQ(2, run("cv", data + "--target fold --out '" + file + "'"));
+    EXPECT_TRUE(contains(errors, "a column 'fold' of its own"));
+    EXPECT_EQ(2, run("cv", data + "--target fold --folds 3 --decay 1"));
+    EXPECT_TRUE(contains(errors, "without fold "));
+
+    header = "x,y\n";
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        rows[i] = std::to_string(i == 7 ? 1e6 : 0.01 * static_cast<double>(i)) + "," +
+                  std::to_string(0.1 * static_cast<double>((i * 7) % 11)) + "\n";
+    data = write("far.csv", [](std::size_t) { return true; });
+    ASSERT_EQ(0, cv("--folds 2 --decay 1")) << errors;
+    EXPECT_TRUE(contains(errors, "vemkn-fit: note: without fold "));
+}
+
 TEST_F(CrossValidation, RefusesWhatMakesNoFolds)
 {
     EXPECT_EQ(2, cv("--folds 61"));
