@@ -1,5 +1,6 @@
 // Every error of the C interface: its code, and what it says.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <limits>
@@ -242,6 +243,13 @@ TEST(RobustFitErrors, SayThatMemoryIsShort)
     }
     tight.rlim_cur = pages * 4096 + (std::size_t{20} << 20U);
     setrlimit(RLIMIT_AS, &tight);
+    const std::size_t beyond = std::size_t{64} << 20U;
+    void* const more = mmap(nullptr, beyond, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (more != MAP_FAILED) {
+        munmap(more, beyond);
+        setrlimit(RLIMIT_AS, &before);
+        GTEST_SKIP() << "an emulator keeps no limits of memory";
+    }
     VEMKNFit* fit = nullptr;
     const int code = vemkn_fit_robust(x.data(), number, 2, y.data(), nullptr, &fit);
     setrlimit(RLIMIT_AS, &before);
