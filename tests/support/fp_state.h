@@ -34,6 +34,9 @@ inline int traps_of_a_call()
 inline int armed_by_the_host(int traps)
 {
     feenableexcept(traps);
+#ifdef __x86_64__
+    EXPECT_EQ(traps, fegetexcept() & traps);
+#endif
     return fegetexcept();
 }
 

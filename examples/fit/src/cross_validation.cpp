@@ -1,6 +1,5 @@
 #include "cross_validation.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <utility>
 
@@ -9,6 +8,7 @@
 #include "figures.h"
 #include "fit/file.h"
 #include "network.h"
+#include "note.h"
 #include "report_lines.h"
 #include "robust.h"
 #include "standard_output.h"
@@ -46,11 +46,9 @@ std::string row_of(const std::string& label,
     return row(label, cells);
 }
 
-/// What a fit without the rows of one fold has to say, with the number of the fold in front.
-void note(std::size_t fold, const std::string& text)
+std::string without(std::size_t fold)
 {
-    std::fprintf(
-        stderr, "vemkn-fit: note: without fold %zu: %s\n", fold + 1, visible(text).c_str());
+    return "without fold " + std::to_string(fold + 1) + ": ";
 }
 
 Model fit_without(const Problem& problem,
@@ -61,10 +59,10 @@ Model fit_without(const Problem& problem,
     try {
         Model model = robust_model(problem, shape, options);
         for (std::size_t i = 0; i < vemkn_fit_notes(model.get()); ++i)
-            note(fold, vemkn_fit_note(model.get(), i));
+            put_note(without(fold) + vemkn_fit_note(model.get(), i));
         return model;
     } catch (const UserError& error) {
-        throw UserError("without fold " + std::to_string(fold + 1) + ": " + error.what());
+        throw UserError(without(fold) + error.what());
     }
 }
 
@@ -135,10 +133,7 @@ std::string heading(const Problem& problem, const Options& options, const Shape&
     const Columns& columns = problem.columns;
     return line("data",
                 visible(options.data) + ": " + std::to_string(columns.lines.size()) + " rows in " +
-                    std::to_string(options.folds) + " folds" +
-                    (columns.dropped > 0
-                         ? ", " + std::to_string(columns.dropped) + " left out for missing values"
-                         : "")) +
+                    std::to_string(options.folds) + " folds" + left_out_rows(columns.dropped)) +
            line("inputs", visible(join(problem.inputs.names(), ", "))) +
            line("target", visible(columns.target_names.front())) +
            line("network", shape.text() + ", method robust") + "\n" +
@@ -167,8 +162,7 @@ void cross_validate(const Options& options)
         LeftOut left_out{.fold = deal_out(rows, options.folds, options.fit.seed),
                          .predictions = Vector::Zero(static_cast<Eigen::Index>(rows)),
                          .cores = Vector::Zero(static_cast<Eigen::Index>(rows))};
-        for (const std::string& note : notes)
-            std::fprintf(stderr, "vemkn-fit: note: %s\n", visible(note).c_str());
+        for (const std::string& note : notes) put_note(note);
         for (std::size_t fold = 0; fold < options.folds; ++fold)
             text += run_fold(problem, shape, options.fit, fold, left_out);
         const Vector residuals = left_out.predictions - problem.columns.targets.col(0);

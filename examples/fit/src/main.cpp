@@ -7,6 +7,7 @@
 #include "cross_validation.h"
 #include "escape.h"
 #include "model.h"
+#include "note.h"
 #include "options.h"
 #include "output_directory.h"
 #include "plot.h"
@@ -24,11 +25,6 @@ void say(const std::string& text)
 {
     std::fputs(text.c_str(), stdout);
     std::fflush(stdout);
-}
-
-void warn(const std::string& text)
-{
-    std::fprintf(stderr, "vemkn-fit: note: %s\n", visible(text).c_str());
 }
 
 Eigen::Index column_to_plot(const Problem& problem, const Options& options)
@@ -92,11 +88,11 @@ void add_uncertainty(const Problem& problem,
     for (Eigen::Index t = 0; t < results.errors.cols(); ++t)
         results.errors.col(t) *= problem.targets.scales[static_cast<std::size_t>(t)].unit();
     if (results.laplace->raised() > 0)
-        warn("the data do not determine " + std::to_string(results.laplace->raised()) + " of " +
-             std::to_string(w.size()) + " directions in weight space (in " +
-             std::to_string(results.laplace->negative()) +
-             " the Hessian curves downwards); the standard errors take the weights there as "
-             "uncertain by 1");
+        put_note("the data do not determine " + std::to_string(results.laplace->raised()) + " of " +
+                 std::to_string(w.size()) + " directions in weight space (in " +
+                 std::to_string(results.laplace->negative()) +
+                 " the Hessian curves downwards); the standard errors take the weights there as "
+                 "uncertain by 1");
 }
 
 Results compute(const Problem& problem,
@@ -125,10 +121,10 @@ void warn_of_small_core(const Problem& problem, const Results& results)
     const double suspicious = 0.2;
     for (std::size_t t = 0; t < problem.columns.target_names.size(); ++t)
         if (results.main.predictions.training[t].outliers > suspicious)
-            warn("more than a fifth of '" + problem.columns.target_names[t] +
-                 "' lies beyond six core scales" +
-                 (results.main.fit.decay ? ": outliers, or scatter that varies"
-                                         : ": is --core too small?"));
+            put_note("more than a fifth of '" + problem.columns.target_names[t] +
+                     "' lies beyond six core scales" +
+                     (results.main.fit.decay ? ": outliers, or scatter that varies"
+                                             : ": is --core too small?"));
 }
 
 PlotContent plot_content(const Problem& problem,
@@ -171,12 +167,13 @@ void write_files(const Problem& problem,
                               problem.columns.inputs.cols() + 3,
                               predictions_per_target(results)));
         trouble = run_gnuplot(out.waiting(), "plot.gp");
-        if (!trouble.empty()) warn(trouble + ", so there is no plot.png; plot.gp draws it later");
+        if (!trouble.empty())
+            put_note(trouble + ", so there is no plot.png; plot.gp draws it later");
     }
     const auto left = out.commit(summary(problem, options, networks.fitted, results));
     if (!left.empty())
-        warn("not known to be from an earlier run, or changed since, so it stays in " +
-             options.out + ": " + join(left, ", "));
+        put_note("not known to be from an earlier run, or changed since, so it stays in " +
+                 options.out + ": " + join(left, ", "));
     const bool drawn = options.plot && trouble.empty();
     say("\nwritten to " + visible(options.out) +
         ": model.json, weights.txt, predictions.csv, summary.txt" + (drawn ? ", plot.png" : "") +
@@ -197,12 +194,12 @@ void run(const Options& options)
     if (options.fit.method == Method::robust)
         robust = run_robust_fit(problem, networks.fitted, options.fit);
     say(describe_problem(problem, options, shape));
-    for (const std::string& note : notes) warn(note);
+    for (const std::string& note : notes) put_note(note);
     const Results results = compute(problem, networks, options, std::move(robust));
     say(describe_results(problem, options, results));
     warn_of_small_core(problem, results);
     const VEMKNFit* const model = results.main.fit.model.get();
-    for (std::size_t i = 0; i < vemkn_fit_notes(model); ++i) warn(vemkn_fit_note(model, i));
+    for (std::size_t i = 0; i < vemkn_fit_notes(model); ++i) put_note(vemkn_fit_note(model, i));
     write_files(problem, networks, options, results, out);
 }
 

@@ -1,7 +1,6 @@
 #include "predict.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 
 #include "columns.h"
@@ -10,6 +9,7 @@
 #include "fit/file.h"
 #include "library.h"
 #include "network.h"
+#include "note.h"
 #include "standard_output.h"
 #include "text.h"
 #include "user_error.h"
@@ -112,12 +112,9 @@ Matrix predictions_of(const VEMKNFit* model, const Columns& columns, const Reque
 /// How many of the fitted rows an interval does not speak of.
 void note_outliers(const VEMKNFit* model)
 {
-    std::fprintf(
-        stderr,
-        "vemkn-fit: note: the intervals are of new rows that are no outliers; %zu of the %zu "
-        "fitted rows lie beyond six cores\n",
-        vemkn_fit_beyond(model),
-        vemkn_fit_rows(model));
+    put_note("the intervals are of new rows that are no outliers; " +
+             std::to_string(vemkn_fit_beyond(model)) + " of the " +
+             std::to_string(vemkn_fit_rows(model)) + " fitted rows lie beyond six cores");
 }
 
 std::string rows_with_predictions(const CsvTable& table,

@@ -21,11 +21,6 @@ std::string line(const std::string& label, const std::string& text)
     return padded(label, 17) + text + "\n";
 }
 
-std::string percent(double share)
-{
-    return number(100.0 * share, 3) + " %";
-}
-
 std::string row(const std::string& label, const std::vector<std::string>& cells)
 {
     std::string result = padded("  " + label, 30);
@@ -35,6 +30,17 @@ std::string row(const std::string& label, const std::vector<std::string>& cells)
         result += text.data();
     }
     return result + "\n";
+}
+
+std::string percent(double share)
+{
+    return number(100.0 * share, 3) + " %";
+}
+
+std::string left_out_rows(std::size_t missing_values)
+{
+    if (missing_values == 0) return "";
+    return ", " + std::to_string(missing_values) + " left out for missing values";
 }
 
 }  // namespace fit

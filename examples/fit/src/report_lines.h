@@ -1,6 +1,7 @@
 #ifndef VEMKN_FIT_REPORT_LINES_H
 #define VEMKN_FIT_REPORT_LINES_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ std::string line(const std::string& label, const std::string& text);
 std::string row(const std::string& label, const std::vector<std::string>& cells);
 
 std::string percent(double share);
+
+/// What follows the number of rows that are there: nothing if none was left out.
+std::string left_out_rows(std::size_t missing_values);
 
 }  // namespace fit
 
