@@ -38,10 +38,11 @@ if(VEMKN_BUILD_FIT)
     find_package(nlohmann_json QUIET)
     find_path(CSV_INCLUDE_DIR csv.h)
     find_library(CSV_LIBRARY csv)
+    find_package(ZLIB QUIET)
     vemkn_leave_out(VEMKN_BUILD_FIT "vemkn-fit is"
         NLOPT_FOUND libnlopt-dev NLOPT_CXX_INCLUDE_DIR libnlopt-cxx-dev CLI11_FOUND libcli11-dev
         Eigen3_FOUND libeigen3-dev nlohmann_json_FOUND nlohmann-json3-dev
-        CSV_INCLUDE_DIR libcsv-dev CSV_LIBRARY libcsv-dev)
+        CSV_INCLUDE_DIR libcsv-dev CSV_LIBRARY libcsv-dev ZLIB_FOUND zlib1g-dev)
 endif()
 
 # What cpack runs. Without dpkg-dev it would write packages that depend on nothing, without `file` fail after the whole build.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "../../common/random.h"
+#include "data_text.h"
 #include "escape.h"
 #include "figures.h"
 #include "fit/file.h"
@@ -132,8 +133,9 @@ std::string heading(const Problem& problem, const Options& options, const Shape&
 {
     const Columns& columns = problem.columns;
     return line("data",
-                visible(options.data) + ": " + std::to_string(columns.lines.size()) + " rows in " +
-                    std::to_string(options.folds) + " folds" + left_out_rows(columns.dropped)) +
+                visible(data_name(options.data)) + ": " + std::to_string(columns.lines.size()) +
+                    " rows in " + std::to_string(options.folds) + " folds" +
+                    left_out_rows(columns.dropped)) +
            line("inputs", visible(join(problem.inputs.names(), ", "))) +
            line("target", visible(columns.target_names.front())) +
            line("network", shape.text() + ", method robust") + "\n" +

@@ -2,15 +2,10 @@
 
 #include <csv.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <set>
-#include <system_error>
 #include <utility>
 
+#include "data_text.h"
 #include "user_error.h"
 
 namespace fit {
@@ -33,7 +28,8 @@ public:
     void line(const std::string& text)
     {
         ++line_;
-        if (table_.header.empty() && !inside_row_) choose_separator(text);
+        if (line_ == 1 && is_separator(text)) return;
+        if (table_.header.empty() && !inside_row_ && !separator_given_) choose_separator(text);
         // A row goes on over a line's end inside quotes; only then are cells or a quote pending.
         if (!inside_row_) row_line_ = line_;
         inside_row_ = text.find_first_not_of(" \t\r\n") != std::string::npos || inside_row_;
@@ -53,6 +49,17 @@ public:
     }
 
 private:
+    /// Spreadsheets write "sep=;" above the header, and take it so.
+    bool is_separator(const std::string& first)
+    {
+        const std::string said = "sep=";
+        const std::size_t end = first.find_last_not_of("\r\n");
+        if (!first.starts_with(said) || end != said.size() || first[end] == '"') return false;
+        csv_set_delim(&parser_, static_cast<unsigned char>(first[end]));
+        separator_given_ = true;
+        return true;
+    }
+
     void choose_separator(const std::string& header)
     {
         std::string bare;  // what lies in quotes separates nothing
@@ -83,6 +90,7 @@ private:
         inside_row_ = false;
         if (table_.header.empty()) {
             table_.header = std::move(row_);
+            table_.header_line = row_line_;
         } else {
             table_.rows.push_back(std::move(row_));
             table_.lines.push_back(row_line_);
@@ -102,6 +110,7 @@ private:
     std::size_t line_ = 0;
     std::size_t row_line_ = 0;
     bool inside_row_ = false;
+    bool separator_given_ = false;
 };
 
 void check(const CsvTable& table)
@@ -112,7 +121,8 @@ void check(const CsvTable& table)
     std::set<std::string> seen;
     for (const std::string& name : table.header)
         if (!seen.insert(name).second)
-            throw UserError(table.path + ":1: column name '" + name + "' appears twice");
+            throw UserError(table.path + ":" + std::to_string(table.header_line) +
+                            ": column name '" + name + "' appears twice");
     if (table.rows.empty()) throw UserError(table.path + ": no rows below the header");
     for (std::size_t i = 0; i < table.rows.size(); ++i)
         if (table.rows[i].size() != table.header.size())
@@ -125,22 +135,9 @@ void check(const CsvTable& table)
 
 CsvTable read_csv(const std::string& path)
 {
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) throw UserError(path + ": is a directory");
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw UserError(path + ": " + std::strerror(errno));
-    Reader reader(path);
-    std::string text;
-    bool first = true;
-    while (std::getline(file, text)) {
-        const std::string byte_order_mark = "\xEF\xBB\xBF";
-        if (first && text.starts_with(byte_order_mark)) text.erase(0, byte_order_mark.size());
-        first = false;
-        if (!file.eof()) text += '\n';
-        reader.line(text);
-    }
-    if (file.bad()) throw UserError(path + ": " + std::strerror(errno));
+    DataText lines(path);
+    Reader reader(data_name(path));
+    for (std::string text; lines.next(text);) reader.line(text);
     reader.finish();
     CsvTable table = reader.table();
     check(table);

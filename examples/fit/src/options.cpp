@@ -62,7 +62,10 @@ void add_data_options(CLI::App& app, Verb verb, Options& options, Raw& raw)
 {
     const char* group = "Data";
     const bool fits = verb == Verb::fit;
-    app.add_option("data", options.data, "CSV file with a header row")->required();
+    app.add_option("data",
+                   options.data,
+                   "CSV file with a header row, plain or gzipped; - is standard input")
+        ->required();
     app.add_option("--target",
                    options.columns.targets,
                    fits ? "Column to predict, or several: a,b" : "Column to predict")

@@ -5,6 +5,7 @@
 
 #include "columns.h"
 #include "command_line.h"
+#include "data_text.h"
 #include "escape.h"
 #include "fit/file.h"
 #include "library.h"
@@ -102,7 +103,7 @@ Matrix predictions_of(const VEMKNFit* model, const Columns& columns, const Reque
         if (code == VEMKN_FIT_OK) found = by_column;
     }
     if (code == VEMKN_FIT_DATA)
-        throw UserError(request.data + ":" +
+        throw UserError(data_name(request.data) + ":" +
                         std::to_string(columns.lines[static_cast<std::size_t>(vemkn_fit_row())]) +
                         ": the inputs are too large for this model");
     accept(code);
@@ -149,7 +150,10 @@ int run_predict(int argc, char** argv)
                  "vemkn-fit predict");
     app.add_option("model", request.model, "model.json of a fit, or the folder that it is in")
         ->required();
-    app.add_option("data", request.data, "CSV file with the input columns, in any order")
+    app.add_option(
+           "data",
+           request.data,
+           "CSV file with the input columns, in any order, plain or gzipped; - is standard input")
         ->required();
     app.add_option("-o,--out", request.out, "File for the rows [standard output]");
     app.add_flag(

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "data_text.h"
 #include "escape.h"
 #include "report_lines.h"
 #include "text.h"
@@ -103,10 +104,11 @@ std::string fit_lines(const Fit& fit, bool held_out)
 std::string describe_problem(const Problem& problem, const Options& options, const Shape& shape)
 {
     const Columns& columns = problem.columns;
-    std::string text = line("data",
-                            visible(options.data) + ": " + std::to_string(problem.training.size()) +
-                                " rows for training, " + std::to_string(problem.held_out.size()) +
-                                " held out" + left_out_rows(columns.dropped));
+    std::string text =
+        line("data",
+             visible(data_name(options.data)) + ": " + std::to_string(problem.training.size()) +
+                 " rows for training, " + std::to_string(problem.held_out.size()) + " held out" +
+                 left_out_rows(columns.dropped));
     text += line("inputs", visible(join(problem.inputs.names(), ", ")));
     for (std::size_t t = 0; t < columns.target_names.size(); ++t) {
         const TargetScale& scale = problem.targets.scales[t];

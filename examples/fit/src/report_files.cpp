@@ -1,3 +1,4 @@
+#include "data_text.h"
 #include "escape.h"
 #include "report.h"
 #include "text.h"
@@ -83,7 +84,7 @@ std::string summary(const Problem& problem,
     const auto& targets = problem.columns.target_names;
     std::string text;
     put(text, "version", VEMKN_VERSION);
-    put(text, "data", visible(options.data));
+    put(text, "data", visible(data_name(options.data)));
     put_count(text, "training_rows", problem.training.size());
     put_count(text, "held_out_rows", problem.held_out.size());
     put_count(text, "dropped_rows", problem.columns.dropped);

@@ -33,6 +33,9 @@ std::string run_gnuplot(const std::filesystem::path& folder, const std::string& 
     while (waitpid(child, &status, 0) < 0)
         if (errno != EINTR) return "gnuplot was lost";
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return "";
+    // An emulator of another processor gives the spawned program's end for the error.
+    constexpr int NOT_FOUND = 127;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == NOT_FOUND) return "gnuplot is not installed";
     return "gnuplot failed";
 }
 

@@ -228,6 +228,32 @@ TEST_F(Run, WritesErrorsAndCurves)
         EXPECT_TRUE(has(file)) << file;
 }
 
+TEST_F(Run, ReadsStandardInputAndGzip)
+{
+    const std::string options = "--target mpg --quiet --drop-missing --no-plot --starts 1 ";
+    const std::string data = FIT_DATA "/auto_mpg.csv";
+    ASSERT_EQ(fit("'" + data + "' " + options), 0) << errors;
+    auto expected = summary();
+    ASSERT_EQ(fit("- " + options + "<'" + data + "'"), 0) << errors;
+    auto piped = summary();
+    EXPECT_EQ(piped["data"], "standard input");
+    const std::string packed = folder / "mpg.csv.gz";
+    ASSERT_EQ(std::system(("gzip -c '" + data + "' >'" + packed + "'").c_str()), 0);
+    ASSERT_EQ(fit("'" + packed + "' " + options), 0) << errors;
+    auto unpacked = summary();
+    for (auto* const values : {&expected, &piped, &unpacked})
+        for (const char* const key : {"data", "seconds", "checksum.summary.txt"})
+            values->erase(key);
+    EXPECT_EQ(piped, expected);
+    EXPECT_EQ(unpacked, expected);
+    ASSERT_EQ(run("predict", "'" + out + "' - --drop-missing <'" + data + "'"), 0) << errors;
+    const std::string predictions = output;
+    ASSERT_EQ(run("predict", "'" + out + "' '" + packed + "' --drop-missing"), 0) << errors;
+    EXPECT_EQ(output, predictions);
+    EXPECT_EQ(run("predict", "'" + out + "' - <&-"), 2);
+    EXPECT_TRUE(contains(errors, "standard input: "));
+}
+
 TEST_F(Run, DoesWithoutGnuplot)
 {
     ASSERT_EQ(fit(mpg + "--drop-missing --starts 1", "PATH=/nonexistent"), 0) << errors;
