@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "fit/failure.h"
+#include "fit/notes.h"
 #include "fit/robust_fit.h"
 #include "fit/target_scale.h"
 #include "vemkn_fit.h"
@@ -49,66 +50,6 @@ void check_size(std::size_t size, Eigen::Index rows)
     if (static_cast<double>(size) * static_cast<double>(rows) >= MOST_RESULTS)
         throw Failure(VEMKN_FIT_ARGUMENT,
                       std::to_string(rows) + " rows are too many for " + weights);
-}
-
-std::string percent(double share)
-{
-    return std::to_string(std::lround(100.0 * share)) + " %";
-}
-
-// What the data have to say, apart from the fit.
-void note_data(const InputMap& map,
-               const Matrix& columns,
-               const RobustOptions& options,
-               const Network& network,
-               std::vector<std::string>& notes)
-{
-    for (Eigen::Index c = 0; c < columns.cols(); ++c) {
-        const std::string& name = map.rules()[static_cast<std::size_t>(c)].name;
-        if (columns.col(c).minCoeff() == columns.col(c).maxCoeff())
-            notes.push_back("column '" + name + "' holds one value only");
-    }
-    const Rows far = map.far_out(columns);
-    if (!far.empty())
-        notes.push_back(std::to_string(far.size()) +
-                        " rows have an input far from the others, which is bounded; the first is "
-                        "row " +
-                        std::to_string(far.front() + 1));
-    if (network.size() > columns.rows() && !options.decay)
-        notes.push_back("the network has more weights than there are rows, " +
-                        std::to_string(network.size()) +
-                        ", so the decay that was chosen may be too small: take fewer units, or "
-                        "decay 3");
-}
-
-void note_fit(const Fit& fit, const RobustOptions& options, Summary& summary, Eigen::Index rows)
-{
-    constexpr double MANY = 0.3, LEAST_CORE = 0.00201;
-    std::vector<std::string>& notes = summary.notes;
-    const double beyond = static_cast<double>(summary.beyond) / static_cast<double>(rows);
-    if (beyond > MANY)
-        notes.push_back(percent(beyond) +
-                        " of the rows lie beyond six cores: outliers, or scatter that varies");
-    if (!options.core && fit.curve.core < LEAST_CORE)
-        notes.push_back("the curve goes through most rows, so the core is the least that is taken");
-    if (!fit.is_settled)
-        notes.push_back(
-            "not quite settled: the curve is not at a minimum to the last digits, or its core is "
-            "not that of its residuals");
-}
-
-void note_uncertainty(const Uncertainty& uncertainty,
-                      Eigen::Index rows,
-                      std::vector<std::string>& notes)
-{
-    constexpr double MANY = 0.5;
-    if (uncertainty.covariance.size() == 0) {
-        notes.push_back(uncertainty.why_none);
-    } else if (uncertainty.parameters > MANY * static_cast<double>(rows)) {
-        notes.push_back("the curve takes " + std::to_string(std::lround(uncertainty.parameters)) +
-                        " parameters of " + std::to_string(rows) +
-                        " rows, more than half: take fewer units or a larger decay");
-    }
 }
 
 std::vector<ColumnRule> with_data(std::vector<ColumnRule> rules, const Matrix& columns)
@@ -198,6 +139,7 @@ Model robust_model(const Matrix& columns,
     Uncertainty uncertainty = uncertainty_of(terms, fit.curve);
     note_data(map, columns, options, network, summary.notes);
     note_fit(fit, options, summary, y.size());
+    note_scatter(terms, fit.curve, summary.notes);
     note_uncertainty(uncertainty, y.size(), summary.notes);
     return {.hidden = options.hidden,
             .activation = options.activation,
