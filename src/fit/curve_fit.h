@@ -72,7 +72,8 @@ public:
     Curve refined(Curve curve) const;
 
     // The same until it stands: a stationary point with every row on its side of the likelihood's jump and the core that follows
-    // from its own residuals. Where there is none to be had, or not in so many steps, as far as it gets.
+    // from its own residuals. In a long valley, as of a unit that has become a straight line, as far as it gets in so many steps;
+    // it stands where the last hundreds of them hardly move the curve.
     Settled settled(const Curve& start) const;
 
 private:
@@ -80,6 +81,7 @@ private:
 
     Curve minimised(Curve curve, const Batch& batch, int evaluations) const;
     Curve with_sides_kept(Curve curve, int steps) const;
+    Settled nearly_settled(const Curve& start, int steps) const;
     void report_core(double core) const;
     double parameters(const Curve& curve) const;
     // Of the Gaussian that the rows within three scales are from, fitted with so many parameters.

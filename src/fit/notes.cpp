@@ -51,7 +51,8 @@ void note_fit(const Fit& fit, const RobustOptions& options, Summary& summary, Ei
         notes.push_back("the curve goes through most rows, so the core is the least that is taken");
     if (!fit.is_settled)
         notes.push_back(
-            "not quite settled: the curve is not at a minimum to the last digits, or its core is "
+            "not quite settled: the curve is not at a minimum to its standard errors, or its core "
+            "is "
             "not that of its residuals");
 }
 

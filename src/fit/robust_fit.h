@@ -20,8 +20,7 @@ struct FitSettings {
 struct Fit {
     Curve curve;
     double decay;
-    bool
-        is_settled;  // else the best that was found has not its own core, or is not quite at a minimum
+    bool is_settled;  // as Settled::stands; else the best that was found
 };
 
 // Rows as a fit takes them: multiples of 2^-30, so that data in other units, a + b y or a + b x, whose last bits differ after

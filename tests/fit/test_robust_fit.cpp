@@ -7,6 +7,7 @@
 
 #include "fit/input_map.h"
 #include "fit/minimise.h"
+#include "fit/newton.h"
 #include "fit/random.h"
 #include "fit/robust_fit.h"
 #include "fit/robust_scale.h"
@@ -106,6 +107,30 @@ TEST(RobustFit, EndsAtAMinimumWithEveryRowOnItsSideAndTheCoreOfItsResiduals)
     EXPECT_LT(std::sqrt(gradient.dot(curvature.solve(gradient))), 1e-5);
     EXPECT_EQ(sides, sides_of(small, batch, minimise(objective, curve.w, {50, 1e-13})));
     EXPECT_NEAR(1.0, fit.settled(curve).curve.core / curve.core, 1e-6);
+}
+
+// More units than the data need: valleys without an end. Where a fit counts as settled, hundreds of steps more hardly move it.
+TEST(RobustFit, HardlyMovesOnceItHasSettled)
+{
+    int settled = 0;
+    for (const std::uint64_t seed : {1u, 3u, 4u, 5u}) {
+        const Data data(seed, 0.1, 8.0);
+        const Vector y = TargetScale(data.y).apply(data.y);
+        const Fit fit = robust_fit(network(), data.inputs, y, {.decay = 0.1});
+        if (!fit.is_settled) continue;
+        ++settled;
+        const Batch batch = CurveFit(network(), data.inputs, y, {0.1}).all_rows(fit.curve);
+        const Vector penalty = penalty_of(network(), 0.1, fit.curve.core);
+        Curve later = fit.curve;
+        later.w =
+            newton({network(), batch, penalty, sides_of(network(), batch, later.w)}, later.w, 1000);
+        const Vector moved = predictions(network(), later, data.inputs) -
+                             predictions(network(), fit.curve, data.inputs);
+        // A standard error of the curve is about a quarter of the core, more at its ends.
+        EXPECT_LT(median(moved.cwiseAbs()), 0.05 * fit.curve.core) << seed;
+        EXPECT_LT(moved.cwiseAbs().maxCoeff(), 0.5 * fit.curve.core) << seed;
+    }
+    EXPECT_GE(settled, 3);
 }
 
 TEST(RobustFit, GivesTheSameBitsForTheSameSeed)

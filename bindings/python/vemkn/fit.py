@@ -210,7 +210,7 @@ class Curve:
 
     @property
     def settled(self) -> bool:
-        """Whether the fit came to a minimum with the core of its own residuals."""
+        """Whether the fit came to a minimum, or well within its standard errors of one, with the core of its own residuals."""
         return bool(c.library.vemkn_fit_settled(self._pointer))
 
     @property
