@@ -83,6 +83,10 @@ endif()
 # The banner heads the output of every process; the guide says so once.
 string(REGEX REPLACE "VEMKN [0-9.]+ \\(C\\)[^\n]*\n" "" out "${out}")
 expect_block(text "${out}" "the output of ${PROGRAM}")
+# What an emulator says of a signal.
+if(EMULATOR)
+    string(REGEX REPLACE "qemu: uncaught target signal [^\n]*\n" "" err "${err}")
+endif()
 if(err)
     expect_block(stderr "${err}" "what ${PROGRAM} says on standard error")
 endif()

@@ -233,7 +233,7 @@ TEST_P(HostileTextFault, HostileText_NoSignalAndLittleTimeAndMemory)
     report >> parameters >> seconds >> kilobytes >> characters;
     ASSERT_TRUE(report);
     EXPECT_LT(seconds, SECONDS);
-#if !defined(VEMKN_SANITIZED)
+#if !defined(VEMKN_SANITIZED) && !defined(VEMKN_EMULATOR)  // whose time and memory are not ours
     if (text().parameters == NO_LAYERS && !text().filled) {
         EXPECT_LT(seconds, SECONDS_REFUSED);
     }

@@ -6,7 +6,9 @@
 #include <zlib.h>
 
 #include <array>
+#include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -106,7 +108,7 @@ public:
     FromUtf16(const std::string& name, const char* encoding)
         : name_(name), descriptor_(iconv_open("UTF-8", encoding))
     {
-        if (descriptor_ == iconv_t(-1))
+        if (std::bit_cast<std::intptr_t>(descriptor_) == -1)
             throw UserError(name_ + ": is in UTF-16, which cannot be converted here: " +
                             std::strerror(errno) + "; save it as UTF-8");
     }
@@ -125,7 +127,8 @@ public:
         char* from = left_.data();
         char* to = text.data();
         std::size_t unread = left_.size(), room = text.size();
-        if (iconv(descriptor_, &from, &unread, &to, &room) == std::size_t(-1) && errno != EINVAL)
+        if (iconv(descriptor_, &from, &unread, &to, &room) == static_cast<std::size_t>(-1) &&
+            errno != EINVAL)
             throw UserError(name_ + ": is not the UTF-16 that its byte order mark announces");
         left_.erase(0, left_.size() - unread);
         text.resize(text.size() - room);
