@@ -46,6 +46,9 @@ constexpr std::array<Kind, 8> OTHER_KINDS{{
     {"\x00\x00\xFE\xFF"sv, "is in UTF-32; save it as UTF-8"},
 }};
 
+/// What iconv_open returns for an encoding that it does not know.
+void* const NO_CONVERSION = std::bit_cast<void*>(std::intptr_t{-1});
+
 }  // namespace
 
 std::string data_name(const std::string& path)
@@ -108,7 +111,7 @@ public:
     FromUtf16(const std::string& name, const char* encoding)
         : name_(name), descriptor_(iconv_open("UTF-8", encoding))
     {
-        if (std::bit_cast<std::intptr_t>(descriptor_) == -1)
+        if (descriptor_ == NO_CONVERSION)
             throw UserError(name_ + ": is in UTF-16, which cannot be converted here: " +
                             std::strerror(errno) + "; save it as UTF-8");
     }
