@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "fad/ad.h"
 #include "support/numbers.h"
 
@@ -39,7 +42,9 @@ private:
 
 inline Vector vector_of(const Numbers& numbers)
 {
-    return Vector(numbers.data(), numbers.size());
+    Vector vector(0.0, numbers.size());
+    std::copy(numbers.begin(), numbers.end(), std::begin(vector));
+    return vector;
 }
 
 // A carrier of that value with these derivatives.

@@ -57,7 +57,8 @@ std::vector<std::string> new_names(const VEMKNFit* model, const Request& request
         const std::vector<const char*> kinds = request.interval.empty()
                                                    ? std::vector{"fit"}
                                                    : std::vector{"fit", "error", "lower", "upper"};
-        for (const std::string kind : kinds) names.push_back(kind + "(" + target + ")");
+        for (const char* kind : kinds)
+            names.push_back(std::string(kind).append("(").append(target).append(")"));
     }
     return names;
 }

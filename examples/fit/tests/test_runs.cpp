@@ -189,8 +189,8 @@ TEST_F(Run, TakesTheVerbSemicolonsAndDecimalCommas)
     std::string points = "a,y\n", commas = "a;y\n";
     for (int i = 0; i < 30; ++i) {
         const std::string a = std::to_string(i), y = std::to_string((i * i) % 7);
-        points += a + ".25," + y + ".5\n";
-        commas += a + ",25;" + y + ",5\n";
+        points.append(a).append(".25,").append(y).append(".5\n");
+        commas.append(a).append(",25;").append(y).append(",5\n");
     }
     const std::string end = " --target y --starts 1 --no-plot --quiet";
     ASSERT_EQ(fit("'" + folder.write("points.csv", points) + "'" + end), 0) << errors;
