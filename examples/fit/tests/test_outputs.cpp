@@ -25,7 +25,6 @@ class Outputs : public Run {
 protected:
     Outputs()
     {
-        data = "x,y\n";
         for (int row = 0; row < 30; ++row)
             data += std::to_string(row) + "," + std::to_string(row * 7 % 11) + "\n";
         fs::create_directory(out);
@@ -61,7 +60,7 @@ protected:
         EXPECT_EQ(contents(), before);
     }
 
-    std::string data;
+    std::string data = "x,y\n";
 };
 
 TEST_F(Outputs, AreNeverTheInput)
