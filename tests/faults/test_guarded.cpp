@@ -43,8 +43,8 @@ public:
         const auto flags = MAP_PRIVATE | MAP_ANONYMOUS;
         all_ = static_cast<char*>(mmap(nullptr, inside_ + 2 * page_, PROT_NONE, flags, -1, 0));
         mprotect(all_ + page_, inside_, PROT_READ | PROT_WRITE);
-        char* const from = all_ + page_ + (guard_behind ? inside_ - n * sizeof(double) : 0);
-        begin_ = reinterpret_cast<double*>(from);
+        void* const from = all_ + page_ + (guard_behind ? inside_ - n * sizeof(double) : 0);
+        begin_ = static_cast<double*>(from);
         if (values != nullptr) std::copy_n(values, n, begin_);
     }
 
@@ -67,7 +67,8 @@ public:
     Askew(const double* values, std::size_t n, std::size_t bytes) : room_((n + 17) * sizeof(double))
     {
         const auto at = reinterpret_cast<std::uintptr_t>(room_.data());
-        begin_ = reinterpret_cast<double*>(room_.data() + (64 - at % 64) + bytes);
+        void* const from = room_.data() + (64 - at % 64) + bytes;
+        begin_ = static_cast<double*>(from);
         if (values != nullptr) std::memcpy(static_cast<void*>(begin_), values, n * sizeof(double));
     }
 

@@ -29,8 +29,8 @@ extern "C" int pthread_create(pthread_t* thread,
 {
     if (left <= 0) return EAGAIN;
     --left;
-    using Create = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static Create* const next = reinterpret_cast<Create*>(dlsym(RTLD_NEXT, "pthread_create"));
+    static auto* const next =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     return next(thread, attributes, run, argument);
 }
 

@@ -454,7 +454,8 @@ TEST_P(InstructionSets, RunWithTrapsArmedWhereTheFormulaRaisesNothing)
             fedisableexcept(TRAPS);
         }
     };
-    const auto run_quiet_points = [&]<class F>(F) {
+    const auto run_quiet_points = [&](auto f) {
+        using F = decltype(f);
         Numbers quiet;
         for (const double x : hard_points()) {
             double results[2];

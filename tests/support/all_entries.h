@@ -62,11 +62,14 @@ inline Request random_request(
     return q;
 }
 
-inline constexpr std::array<AnyEntry, std::size(ENTRY_POINTS)> ALL_ENTRIES = [] {
+constexpr auto every_entry()
+{
     std::array<AnyEntry, std::size(ENTRY_POINTS)> all{};
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = {ENTRY_POINTS[i]};
     return all;
-}();
+}
+
+inline constexpr auto ALL_ENTRIES = every_entry();
 
 inline const AnyEntry& any_entry_named(const std::string& name)
 {

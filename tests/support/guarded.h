@@ -30,7 +30,7 @@ public:
             mmap(nullptr, length_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
         if (map_ == MAP_FAILED || mprotect(map_ + page, inside, PROT_READ | PROT_WRITE) != 0)
             std::abort();
-        auto* const room = reinterpret_cast<double*>(map_ + page);
+        auto* const room = static_cast<double*>(static_cast<void*>(map_ + page));
         std::fill_n(room, inside / sizeof(double), std::numeric_limits<double>::signaling_NaN());
         data_ = at_the_end ? room + inside / sizeof(double) - used : room;
     }

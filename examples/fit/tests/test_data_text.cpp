@@ -147,8 +147,8 @@ TEST_F(Text, SaysWhatSeparatesInItsFirstLine)
 {
     for (const char separator : {';', ',', '|', '\t'})
         for (const char* end : {"\n", "\r\n", "\r"}) {
-            std::string text;
-            for (const char* line : {"sep=;", "a;b", "1;2"}) text.append(line).append(end);
+            std::string text =
+                std::string("sep=;").append(end).append("a;b").append(end).append("1;2");
             std::replace(text.begin(), text.end(), ';', separator);
             const std::string path = folder.write("t.csv", text);
             const fit::CsvTable table = fit::read_csv(path);
